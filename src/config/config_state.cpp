@@ -1,0 +1,9 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The globals of the configuration area.
+#include "VQD_API.h"
+
+CamParam stCamParam[VQD_MAX_DEVICES]; // images edited by setters and loads; decoded values written by getters
+int m_bHorizontal;                    // horizontal flip set or read last on any camera, 0 or 1
+int m_bVertical;                      // vertical flip set or read last on any camera, 0 or 1

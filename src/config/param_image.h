@@ -1,0 +1,55 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Layout and encodings of the 512-byte parameter image: offsets, codes, and pure functions over one image.
+#pragma once
+
+#include <cstdint>
+
+#include "VQD_API.h"
+
+// Byte offsets. Pairs are big-endian, named by their first byte.
+enum ParamOffset : int {
+    kScatterThreshold = 0,
+    kCheckThreshold = 1,
+    kOrthogonalSwitch = 2, // models that correct in the camera: 19 on, 18 off
+    kMotionBlurSwitch = 3, // 16 on, 0 off
+    kSignature = 4,        // 0x81 in every valid image
+    kFrequencyCode = 5,    // see DecodeFrequency
+    kIntegrationTime = 6,  // in hundreds
+    kFlip = 9,             // see FlipCode
+    kGrab = 11,            // 1 captures and lights, 0 does neither
+    kMinDepth = 20,        // pair, mm
+    kMaxDepth = 22,        // pair, mm
+    kOffsetSign = 24,      // 1 zero or positive, else negative
+    kOffsetMagnitude = 25,
+    kFpsDelay = 33,         // 0 to 100
+    kMultiSync = 40,        // multi-sync and multi-camera mode: 1 on, 0 off
+    kSlaveCount = 41,       // 1 to 9
+    kSlaveId = 42,          // 0 to 9
+    kEdgeSwitch = 43,       // models that correct in the camera: 31 on, 255 off
+    kEdgeLevel = 44,        // models that correct in the camera: 100 when on
+    kHostEdgeLevel = 45,    // host-corrected models: 100 on, 255 off
+    kUndistortionCode = 48, // see UndistortionCode
+    kCorrectionCode = 49,   // see CorrectionCode
+    kSerial = 57,           // 7 bytes
+    kDepthGap = 64,         // pair, mm
+    kMotionBlurLevel = 66,
+    kMotionBlurLevelCopy = 67,
+    kDepthLens = 80,   // 10 pairs
+    kColourLens = 100, // 10 pairs
+    kExtrinsic = 120,  // 12 pairs; from byte 128 on outside the EEPROM
+};
+
+inline constexpr uint8_t kSignatureValue = 0x81;
+inline constexpr int kSerialBytes = 7;
+
+// Writes the factory settings into bytes 0 to 127, which the caller has cleared. Bytes 128 to 511 stay.
+void FillFactoryImage(uint8_t* image);
+
+// Big-endian pair.
+uint16_t ReadU16(const uint8_t* image, int offset);
+void WriteU16(uint8_t* image, int offset, uint16_t value);
+
+// Writes 14 lower-case hexadecimal digits and the NUL.
+void RenderSerial(const uint8_t* image, char* text15);

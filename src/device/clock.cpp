@@ -1,0 +1,44 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The wall clock and the waits of the camera protocol.
+#include "device/clock.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <sys/time.h>
+#include <sys/times.h>
+#include <unistd.h>
+
+static constexpr int64_t kTickUs = 10000; // of times(): 100 ticks a second on every Linux
+
+int64_t NowMs()
+{
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    return int64_t{now.tv_sec} * 1000 + now.tv_usec / 1000;
+}
+
+// Microseconds that have certainly passed since the tick count `start`. Not the wall clock: it may be set meanwhile,
+// and every reading of it belongs to a time stamp.
+static int64_t passedSince(clock_t start)
+{
+    tms unused;
+    return (int64_t{times(&unused)} - int64_t{start} - 1) * kTickUs;
+}
+
+void SleepUs(unsigned microseconds)
+{
+    tms unused;
+    const clock_t start = times(&unused);
+    int64_t left = microseconds;
+    while (left > 0 && usleep(static_cast<useconds_t>(left)) != 0 && errno == EINTR)
+        left = std::min<int64_t>(microseconds, microseconds - passedSince(start));
+}
+
+void SleepOneSecond()
+{
+    unsigned left = 1;
+    while (left > 0)
+        left = sleep(left);
+}

@@ -1,0 +1,26 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The device check that nearly every operation on a camera runs first.
+#include "device/device_state.h"
+#include "device/message.h"
+
+int VQDDevice_ErrorChecked(int n)
+{
+    if (!IsDeviceNumber(n) || m_stUsbSlot[n].bOpened == 0) {
+        PrintLine("VQD Device not opened.");
+        return VQD_NOT_OPEN;
+    }
+    if (m_stUsbSlot[n].pHandle == nullptr) {
+        PrintLine("VQD device handle error.");
+        return VQD_NO_HANDLE;
+    }
+    return VQD_OK;
+}
+
+int vqdDeviceIsOpen(int n)
+{
+    if (VQDDevice_ErrorChecked(n) != 1)
+        return 0;
+    return m_stUsbSlot[n].bOpened == 1;
+}

@@ -1,0 +1,155 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Finding the camera of one device number again. With one camera this is a plain enumeration. With several, each camera
+// comes back to its own number: by its place on the bus, else by its serial number, else by order.
+#include "device/find_camera.h"
+
+#include <cstring>
+
+#include "config/eeprom.h"
+#include "config/param_image.h"
+#include "device/device_state.h"
+#include "device/discovery.h"
+#include "device/message.h"
+
+static constexpr int kMaxCandidates = 32;
+static constexpr char kNoSerial[] = "00000000000000"; // an EEPROM without one
+
+// A place alone is not enough: after a replug another camera may have the address.
+static bool isAtPlaceOf(int n, libusb_device* device, const libusb_device_descriptor& descriptor)
+{
+    const CameraIdentity& known = m_stIdentity[n];
+    return known.known && known.bus == libusb_get_bus_number(device) &&
+           known.address == libusb_get_device_address(device) && known.vendorId == descriptor.idVendor &&
+           known.productId == descriptor.idProduct;
+}
+
+static bool isLost(int n)
+{
+    return m_stIdentity[n].known && HandleOf(n) == nullptr;
+}
+
+// How well a device suits slot n: 3 it is where the camera was, 2 same product, 1 another product, 0 not to be taken:
+// no camera, or it is where the camera of another number is or was.
+static int suits(int n, libusb_device* device)
+{
+    if (!device_is_of_interest(device))
+        return 0;
+    libusb_device_descriptor descriptor{};
+    libusb_get_device_descriptor(device, &descriptor);
+    for (int other = 0; other < VQD_MAX_DEVICES; ++other)
+        if (other != n && isAtPlaceOf(other, device, descriptor))
+            return 0;
+    if (isAtPlaceOf(n, device, descriptor))
+        return 3;
+    return descriptor.idProduct == m_stIdentity[n].productId ? 2 : 1;
+}
+
+// The devices that suit slot n best, in list order.
+static int findCandidates(int n, libusb_device** candidates, int& suited)
+{
+    int count = 0;
+    suited = 0;
+    for (int i = 0; i < m_nDevListCount; ++i) {
+        const int grade = suits(n, m_pDevList[i]);
+        if (grade > suited) {
+            suited = grade;
+            count = 0;
+        }
+        if (grade > 0 && grade == suited && count < kMaxCandidates)
+            candidates[count++] = m_pDevList[i];
+    }
+    return count;
+}
+
+static bool hasSerial(int n, const char* serial)
+{
+    return strcmp(serial, kNoSerial) != 0 && strcmp(serial, m_stIdentity[n].serial) == 0;
+}
+
+static bool belongsToOtherLost(int n, const char* serial)
+{
+    for (int other = 0; other < VQD_MAX_DEVICES; ++other)
+        if (other != n && isLost(other) && hasSerial(other, serial))
+            return true;
+    return false;
+}
+
+// Takes the candidate with the serial number of slot n. Candidates without a known serial go to the lost numbers in
+// order.
+static int takeBySerial(int n, libusb_device** candidates, int count)
+{
+    int before = 0;
+    for (int other = 0; other < n; ++other)
+        before += isLost(other);
+
+    libusb_device* stranger = nullptr;
+    for (int i = 0; i < count; ++i) {
+        libusb_device_handle* handle = nullptr;
+        if (libusb_open(candidates[i], &handle) != 0) {
+            PrintLine("Error in openning device.");
+            return VQD_NOT_OPEN;
+        }
+        uint8_t block[VQD_EEPROM_BYTES];
+        char serial[sizeof CameraIdentity::serial];
+        ReadEeprom(handle, block);
+        RenderSerial(block, serial);
+        if (hasSerial(n, serial)) {
+            FillSlot(n, candidates[i], handle);
+            return VQD_OK;
+        }
+        libusb_close(handle);
+        if (!belongsToOtherLost(n, serial) && before-- == 0)
+            stranger = candidates[i];
+    }
+    if (stranger == nullptr)
+        return VQD_NO_HANDLE;
+    return OpenIntoSlot(n, stranger) ? VQD_OK : VQD_NOT_OPEN;
+}
+
+// A number that never had a camera takes the one at its own position, as a listing would give it.
+static int takeByPosition(int n)
+{
+    int position = 0;
+    for (int i = 0; i < m_nDevListCount; ++i) {
+        if (!device_is_of_interest(m_pDevList[i]) || position++ != n)
+            continue;
+        if (suits(n, m_pDevList[i]) == 0)
+            return VQD_NO_HANDLE;
+        return OpenIntoSlot(n, m_pDevList[i]) ? VQD_OK : VQD_NOT_OPEN;
+    }
+    return VQD_NO_HANDLE;
+}
+
+static int takeCamera(int n)
+{
+    if (!m_stIdentity[n].known)
+        return takeByPosition(n);
+    libusb_device* candidates[kMaxCandidates];
+    int suited = 0;
+    const int count = findCandidates(n, candidates, suited);
+    if (count == 0)
+        return VQD_NO_HANDLE;
+
+    bool othersLost = false;
+    for (int other = 0; other < VQD_MAX_DEVICES; ++other)
+        othersLost = othersLost || (other != n && isLost(other));
+    const bool certain = suited == 3 || (count == 1 && !othersLost);
+    if (!certain)
+        return takeBySerial(n, candidates, count);
+    return OpenIntoSlot(n, candidates[0]) ? VQD_OK : VQD_NOT_OPEN;
+}
+
+int FindCamera(int n)
+{
+    const bool listed = GetUsbDevice() == VQD_OK;
+    InitParameter();
+    if (!listed)
+        return VQD_NO_HANDLE;
+    const int result = takeCamera(n);
+    if (result != VQD_NOT_OPEN)
+        ReleaseDeviceList();
+    m_nDeviceCount = SlotsWithHandle();
+    return result;
+}

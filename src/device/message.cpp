@@ -1,0 +1,19 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The library's messages on standard output.
+#include "device/message.h"
+
+#include <cstdio>
+
+void PrintLine(const char* text)
+{
+    puts(text);
+    fflush(stdout);
+}
+
+void PrintNumber(const char* format, int number)
+{
+    printf(format, number);
+    fflush(stdout);
+}

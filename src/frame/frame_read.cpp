@@ -1,0 +1,100 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The frame read: transfer with its retries and re-opens, header, pipeline, stamp and count.
+#include "device/clock.h"
+#include "device/device_state.h"
+#include "device/message.h"
+#include "frame/depth_pipeline.h"
+#include "frame/frame_format.h"
+#include "usb/vendor_channel.h"
+
+static constexpr int kMostRetries = 2; // the third failure in a row re-opens the camera
+
+double DecodeTemperature(unsigned raw)
+{
+    if (raw <= 2047)
+        return raw * 0.0625;
+    return -static_cast<double>((~raw & 0xFFF) + 1) * 0.0625;
+}
+
+// A re-open when the budget allows one, after printing `line` if it is not null. VQD_OK, or what the read returns.
+static int reopen(int n, const char* line)
+{
+    if (ReopenBudgetSpent()) {
+        SleepOneSecond();
+        return VQD_REOPEN_EXHAUSTED;
+    }
+    if (line != nullptr)
+        PrintLine(line);
+    m_nDeviceOpen[n] = 0;
+    return vqdDeviceReOpen(n);
+}
+
+// One frame into `buffers`. After a re-open nothing is transferred: what the buffer holds is judged next.
+static int transferFrame(int n)
+{
+    for (;;) {
+        int moved = 0;
+        const int result =
+            usb_bulk_transfer(HandleOf(n), kEndpointFrame, buffers, sizeof buffers, &moved, kFrameTimeoutMs);
+        if (result == 0)
+            break;
+        PrintNumber("ReadFromDevice Read Error, Device Reset2, %d\n", result);
+        if (++m_nRetriesCount <= kMostRetries)
+            continue;
+        m_nRetriesCount = 0;
+        return reopen(n, nullptr);
+    }
+    m_nRetriesCount = 0;
+    return VQD_OK;
+}
+
+static void decodeHeader(int n)
+{
+    m_dTemperature[n] = DecodeTemperature(buffers[kTemperature] + 256u * buffers[kTemperature + 1]);
+    m_nLogicver[0][n] = buffers[kLogicFirst];
+    m_nLogicver[1][n] = buffers[kLogicSecond];
+}
+
+// Stamps and counts a frame of one stream. Every camera's stream counts from its own first frame.
+static void stamp(StreamTimer& timer, int& startFlag, FrameInfo& stream, FrameInfo* info)
+{
+    timer.latest = NowMs();
+    if (startFlag == 0 || timer.start == 0) {
+        startFlag = 1;
+        timer.start = NowMs();
+    }
+    stream.nTimeStamp = timer.latest - timer.start;
+    stream.nFrameCount += 1;
+    *info = stream;
+}
+
+int vqdReadFromDevice(int n, uint16_t** images, FrameInfo* info)
+{
+    if (m_nReadingStop == 1)
+        return 0;
+    if (!IsDeviceNumber(n))
+        return VQDDevice_ErrorChecked(n);
+    if (images == nullptr || images[0] == nullptr || images[1] == nullptr || info == nullptr)
+        return 0;
+    if (HandleOf(n) == nullptr) {
+        const int reopened = reopen(n, "ReadFromDevice Read Error, Device Reset1");
+        if (reopened <= 0)
+            return reopened;
+    }
+    const int transferred = transferFrame(n);
+    if (transferred <= 0)
+        return transferred;
+    if (buffers[kStartCode] == kStartCode0 && buffers[kStartCode + 1] == kStartCode1) {
+        decodeHeader(n);
+        RunDepthPipeline(n, buffers, images[0], images[1]);
+    } else {
+        const int reopened = reopen(n, "ReadFromDevice Read Error, Device Reset");
+        if (reopened <= 0)
+            return reopened;
+        PrintLine("incorrect Start code ReadBuf Init");
+    }
+    stamp(g_vqdHighReslTimer[n], m_nTimeStampStartFlag, m_pFrameInfo[n], info);
+    return VQD_OK;
+}
