@@ -1,0 +1,183 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The read buffer behind endpoint 0x86: frames at their rate, packet by packet, and the faults of bulk IN
+// transfers.
+#include "camera.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "frame_effects.h"
+#include "registers.h"
+
+namespace sim
+{
+
+static constexpr size_t kPacket = 512;
+static constexpr size_t kHeaderBytes = 512;
+static_assert(kFrameBytes % kPacket == 0 && kResidueBytes % kPacket == 0, "no block ends with a short packet");
+
+// Header bytes. A host may not interpret those from 10 on; this camera puts its frame number into 16 to 23,
+// low byte first.
+enum Header : size_t {
+    kStart0 = 0,
+    kStart1 = 1,
+    kTemperature = 6,
+    kVersionSecond = 8,
+    kVersionFirst = 9,
+    kFrameNumber = 16
+};
+
+void Camera::emptyFifo()
+{
+    m_fifo.clear();
+    m_fifoRead = 0;
+}
+
+// The next byte to leave is the first of a frame that is complete after now.
+void Camera::resetFifo(TimeUs now)
+{
+    emptyFifo();
+    m_clock.skip(now);
+    if (!m_grabbing)
+        m_clock.stop(now);
+}
+
+void Camera::beginBulkIn(TimeUs)
+{
+    m_transferMoved = 0;
+    m_transferFault = m_plugged ? m_plan.meet(Channel::bulkIn) : std::nullopt;
+}
+
+Outcome Camera::bulkIn(uint8_t endpoint, std::span<uint8_t> data, TimeUs now)
+{
+    if (!m_plugged)
+        return {Status::noDevice};
+    if (endpoint != kBulkIn)
+        return {Status::stall};
+    if (m_transferFault) {
+        if (const auto spoilt = spoil(*m_transferFault, now)) {
+            if (spoilt->complete)
+                m_transferFault.reset();
+            return *spoilt;
+        }
+        if (m_transferFault->kind == Fault::Kind::shortened)
+            return cutShort(data, now);
+    }
+    return drain(data, now);
+}
+
+// Ends the transfer after the fault's bytes; the camera has sent the rest of its frame to nobody.
+Outcome Camera::cutShort(std::span<uint8_t> data, TimeUs now)
+{
+    const size_t left = m_transferFault->bytes - std::min(m_transferFault->bytes, m_transferMoved);
+    if (left >= data.size())
+        return drain(data, now);
+    if (fifoBytes() == 0 && !refill(now))
+        return {Status::ok, 0, false};
+    if (left > fifoBytes()) // a block ends before; the cut comes in the next one
+        return {Status::ok, drain(data.first(fifoBytes()), now).bytes, false};
+    std::copy_n(m_fifo.begin() + static_cast<std::ptrdiff_t>(m_fifoRead), left, data.begin());
+    emptyFifo();
+    m_transferFault.reset();
+    return {Status::ok, left, true};
+}
+
+Outcome Camera::drain(std::span<uint8_t> data, TimeUs now)
+{
+    size_t moved = 0;
+    while (moved < data.size()) {
+        if (fifoBytes() == 0 && !refill(now))
+            return {Status::ok, moved, false};
+        const size_t packets = (data.size() - moved) / kPacket * kPacket;
+        if (packets == 0)
+            return {Status::overflow, moved}; // the next packet is larger than the room that is left
+        const size_t count = std::min(packets, fifoBytes());
+        std::copy_n(m_fifo.begin() + static_cast<std::ptrdiff_t>(m_fifoRead), count,
+                    data.begin() + static_cast<std::ptrdiff_t>(moved));
+        m_fifoRead += count;
+        m_transferMoved += count;
+        moved += count;
+        if (fifoBytes() == 0 && m_fifo.size() == kFrameBytes)
+            m_framesSent++;
+    }
+    return {Status::ok, moved};
+}
+
+TimeUs Camera::nextBulkIn(TimeUs now) const
+{
+    if (!m_plugged)
+        return now;
+    if (m_transferFault && m_transferFault->kind == Fault::Kind::timeout)
+        return kNever;
+    const bool letsThrough = !m_transferFault || m_transferFault->kind == Fault::Kind::shortened ||
+                             m_transferFault->kind == Fault::Kind::badStartCode;
+    if (!letsThrough || fifoBytes() > 0)
+        return now;
+    return m_clock.nextFrame(now);
+}
+
+// Loads the newest complete frame. The registers of this moment shape it, also if it was exposed a little
+// earlier.
+bool Camera::refill(TimeUs now)
+{
+    const auto frame = m_clock.take(now);
+    if (!frame)
+        return false;
+    m_fifo.assign(kFrameBytes, 0);
+    m_fifoRead = 0;
+    writeHeader(frame->index);
+    render(*frame);
+    auto byte = m_fifo.begin() + kHeaderBytes;
+    for (const uint16_t value : m_planes) {
+        *byte++ = static_cast<uint8_t>(value & 0xFF);
+        *byte++ = static_cast<uint8_t>(value >> 8);
+    }
+    return true;
+}
+
+// 38 degrees, rising and falling by 1.5 over 18000 frames; 16 counts a degree.
+static uint16_t temperatureCounts(uint64_t index)
+{
+    constexpr uint64_t kHalfCycle = 9000;
+    constexpr int kMiddle = 38 * 16, kSwing = 24;
+    const auto phase = static_cast<int>(index % (2 * kHalfCycle));
+    const int rise = std::abs(phase - static_cast<int>(kHalfCycle)); // 9000 ... 0 ... 9000
+    return static_cast<uint16_t>(kMiddle + kSwing - 2 * kSwing * rise / static_cast<int>(kHalfCycle));
+}
+
+void Camera::writeHeader(uint64_t index)
+{
+    m_fifo[kStart0] = 0x44;
+    m_fifo[kStart1] = 0x33;
+    const uint16_t temperature = temperatureCounts(index);
+    m_fifo[kTemperature] = static_cast<uint8_t>(temperature & 0xFF);
+    m_fifo[kTemperature + 1] = static_cast<uint8_t>(temperature >> 8);
+    m_fifo[kVersionFirst] = m_config.logicVersion[0];
+    m_fifo[kVersionSecond] = m_config.logicVersion[1];
+    for (size_t i = 0; i < 8; i++)
+        m_fifo[kFrameNumber + i] = static_cast<uint8_t>(index >> (8 * i) & 0xFF);
+    if (m_transferFault && m_transferFault->kind == Fault::Kind::badStartCode) {
+        m_fifo[kStart0] = 0xBB;
+        m_transferFault.reset();
+    }
+}
+
+void Camera::render(const FrameClock::Frame& frame)
+{
+    m_planes.assign(2 * kPixels, 0);
+    const Planes planes = {std::span(m_planes).first<kPixels>(), std::span(m_planes).last<kPixels>()};
+    if (!m_grabbing) {
+        darken(frame.index, planes);
+        return;
+    }
+    if (m_config.source) {
+        const TimeUs sincePowerUp = std::max<TimeUs>(frame.completed - m_poweredAt.value_or(0), 0);
+        m_config.source->render({frame.index, sincePowerUp, registers, m_config.product}, planes.amplitude,
+                                planes.depth);
+    }
+    applyRegisters(registers, !hostCorrects(m_config.product), planes);
+}
+
+} // namespace sim

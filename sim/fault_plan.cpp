@@ -1,0 +1,58 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Which transfer goes wrong, and how a spoilt transfer looks to the host.
+#include "camera.h"
+
+#include <algorithm>
+
+namespace sim
+{
+
+void FaultPlan::add(const Fault& fault)
+{
+    m_lines.push_back({fault});
+}
+
+std::optional<Fault> FaultPlan::meet(Channel channel, int request)
+{
+    std::optional<Fault> met;
+    for (Line& line : m_lines) {
+        const Fault& fault = line.fault;
+        if (fault.channel != channel)
+            continue;
+        if (channel == Channel::control && fault.request >= 0 && fault.request != request)
+            continue;
+        const uint64_t first = std::max(fault.nth, 1u);
+        line.seen++;
+        const bool due = line.seen >= first && (fault.times == 0 || line.seen - first < fault.times);
+        if (due && !met)
+            met = fault;
+    }
+    return met;
+}
+
+// What ends a transfer before the camera acts on it. The other kinds let the camera act: `shortened` and
+// `badStartCode`.
+std::optional<Outcome> Camera::spoil(Fault fault, TimeUs now)
+{
+    switch (fault.kind) {
+    case Fault::Kind::stall:
+        return Outcome{Status::stall};
+    case Fault::Kind::timeout:
+        return Outcome{Status::timeout, 0, false};
+    case Fault::Kind::overflow:
+        return Outcome{Status::overflow};
+    case Fault::Kind::ioError:
+        return Outcome{Status::ioError};
+    case Fault::Kind::unplug:
+        unplug(now, fault.backAfter);
+        return Outcome{Status::noDevice};
+    case Fault::Kind::shortened:
+    case Fault::Kind::badStartCode:
+        break;
+    }
+    return std::nullopt;
+}
+
+} // namespace sim

@@ -1,0 +1,40 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the virtual camera sees: frame sources, deterministic by seed and frame index.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include "camera.h"
+
+namespace sim
+{
+
+enum class SceneKind {
+    room,  // a furnished room of 5.4 m with a bouncing ball
+    wall,  // one flat wall, 2 m away on the axis, its right side further: depth = 2000 + 0.2 * X
+    ramp,  // depth 500 + 10 * column, amplitude 400 + 2 * row
+    plane, // depth 1500 and amplitude 1000 everywhere
+};
+
+// The lens that the scene is rendered through (Brown-Conrady: radial k1 k2 k3, tangential p1 p2; pixels of 320 x 240).
+struct Lens {
+    double fx = 204, fy = 204, cx = 160, cy = 120;
+    double k1 = -0.346, k2 = 0.12, k3 = 0, p1 = 0, p2 = 0;
+};
+
+struct SceneOptions {
+    SceneKind kind = SceneKind::room;
+    uint64_t seed = 1;
+    Lens lens = {};
+    double noise = 1; // scale of all noise; 0 for exact scenes
+};
+
+std::shared_ptr<FrameSource> makeScene(const SceneOptions& options);
+
+std::optional<SceneKind> sceneByName(std::string_view name); // "room", "wall", "ramp", "plane"
+
+} // namespace sim

@@ -1,0 +1,154 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the virtual camera sees: geometry through its lens, and noise that repeats.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "lens_model.h"
+#include "room.h"
+#include "scene.h"
+
+using namespace sim;
+
+namespace
+{
+
+struct Shot {
+    std::vector<uint16_t> amplitude = std::vector<uint16_t>(kPixels), depth = std::vector<uint16_t>(kPixels);
+    bool operator==(const Shot&) const = default;
+};
+
+Shot shoot(FrameSource& scene, uint64_t index)
+{
+    Shot shot;
+    const Image image{};
+    scene.render({index, 0, image, "VQD-HT120"}, std::span(shot.amplitude).first<kPixels>(),
+                 std::span(shot.depth).first<kPixels>());
+    return shot;
+}
+
+TEST(SimLens, UndoesTheDistortionThatTheLensAddsAndGivesUpBeyondItsFold)
+{
+    const struct {
+        double column, row, x, y;
+    } cases[] = {
+        {160, 120, 0, 0},
+        {35.4724655, 26.6043472, -160 / 204.0, -120 / 204.0}, // where the undistorted corners lie in the raw image
+        {283.9985, 212.8039, 159 / 204.0, 119 / 204.0},
+    };
+    for (const auto& c : cases) {
+        const Ray ray = rayThrough(Lens{}, c.column, c.row);
+        EXPECT_NEAR(ray.x, c.x, 1e-6);
+        EXPECT_NEAR(ray.y, c.y, 1e-6);
+    }
+
+    const Lens skewed{.k1 = -0.2, .k2 = 0.05, .k3 = 0.01, .p1 = 0.01, .p2 = -0.02};
+    const Ray ray = rayThrough(skewed, 250, 60);
+    const double x = ray.x, y = ray.y, r2 = x * x + y * y;
+    const double radial = 1 + skewed.k1 * r2 + skewed.k2 * r2 * r2 + skewed.k3 * r2 * r2 * r2;
+    EXPECT_NEAR((x * radial + 2 * skewed.p1 * x * y + skewed.p2 * (r2 + 2 * x * x)) * 204 + 160, 250, 1e-3);
+    EXPECT_NEAR((y * radial + skewed.p1 * (r2 + 2 * y * y) + 2 * skewed.p2 * x * y) * 204 + 120, 60, 1e-3);
+
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    for (const Lens& none :
+         {Lens{.k1 = -2, .k2 = 0}, Lens{.fx = 0}, Lens{.cy = nan}, Lens{.fx = 1e-300, .k1 = 0, .k2 = 0}})
+        EXPECT_TRUE(std::isnan(rayThrough(none, 0, 0).x));
+}
+
+TEST(SimScene, ExactScenesAreExactWithoutNoise)
+{
+    const Shot ramp = shoot(*makeScene({.kind = SceneKind::ramp, .noise = 0}), 3);
+    const Shot plane = shoot(*makeScene({.kind = SceneKind::plane, .noise = 0}), 3);
+    const Shot wall = shoot(*makeScene({.kind = SceneKind::wall, .noise = 0}), 3);
+    for (size_t i = 0; i < kPixels; i++) {
+        ASSERT_EQ(ramp.depth[i], 500 + 10 * (i % 320));
+        ASSERT_EQ(ramp.amplitude[i], 400 + 2 * (i / 320));
+        ASSERT_EQ(plane.depth[i], 1500);
+        ASSERT_EQ(plane.amplitude[i], 1000);
+        const Ray ray = rayThrough(Lens{}, static_cast<double>(i % 320), static_cast<double>(i / 320));
+        ASSERT_NEAR(wall.depth[i] - 0.2 * ray.x * wall.depth[i], 2000, 0.7); // a flat wall in space
+    }
+}
+
+TEST(SimScene, RepeatsBySeedAndFrameAndDiffersBetweenThem)
+{
+    const auto scene = makeScene({}), same = makeScene({}), other = makeScene({.seed = 2});
+    const Shot shot = shoot(*scene, 7);
+    EXPECT_FALSE(shot == shoot(*scene, 8));
+    EXPECT_TRUE(shot == shoot(*scene, 7));
+    EXPECT_TRUE(shot == shoot(*same, 7));
+    EXPECT_FALSE(shot == shoot(*other, 7));
+}
+
+// Mean and deviation of one pixel's depth over some frames.
+std::pair<double, double> statistics(FrameSource& scene, size_t pixel)
+{
+    constexpr int kFrames = 60;
+    double sum = 0, squares = 0;
+    for (uint64_t frame = 0; frame < kFrames; frame++) {
+        const double depth = shoot(scene, frame).depth[pixel];
+        sum += depth;
+        squares += depth * depth;
+    }
+    const double mean = sum / kFrames;
+    return {mean, std::sqrt(std::max(0.0, squares / kFrames - mean * mean))};
+}
+
+TEST(SimScene, DepthNoiseGrowsAsTheAmplitudeFalls)
+{
+    const auto wall = makeScene({.kind = SceneKind::wall});
+    const Shot shot = shoot(*wall, 0);
+    const size_t middle = 120 * 320 + 160, corner = 319;
+    EXPECT_GT(shot.amplitude[middle], 4 * shot.amplitude[corner]);
+    const auto [middleMean, middleNoise] = statistics(*wall, middle);
+    const auto [cornerMean, cornerNoise] = statistics(*wall, corner);
+    EXPECT_NEAR(middleMean, 2000, 3);
+    EXPECT_LT(middleNoise, 6);
+    EXPECT_GT(cornerNoise, 2 * middleNoise);
+    EXPECT_GT(middleNoise, 1);
+}
+
+TEST(SimScene, TheRoomHasAMovingBallFlyingPixelsAndAFewDarkOnes)
+{
+    const auto room = makeScene({.noise = 0});
+    const Shot now = shoot(*room, 18), later = shoot(*room, 26);
+    const auto dark = std::count(now.depth.begin(), now.depth.end(), 0);
+    EXPECT_GT(dark, 200);
+    EXPECT_LT(dark, static_cast<long>(kPixels / 20));
+
+    // A ball is round and stands in front; flying pixels lie where neither it nor what is behind it does.
+    const Ball ball = ballAt(18);
+    size_t onBall = 0, flying = 0;
+    for (size_t i = 0; i < kPixels; i++) {
+        onBall += std::abs(now.depth[i] - ball.z) < 221;
+        const bool edge = i % 320 > 0 && i % 320 < 319 && now.depth[i] > ball.z + 300 &&
+                          std::min(now.depth[i - 1], now.depth[i + 1]) < ball.z + 221 &&
+                          std::max(now.depth[i - 1], now.depth[i + 1]) > now.depth[i] + 300;
+        flying += edge && std::min(now.depth[i - 1], now.depth[i + 1]) > 0;
+    }
+    EXPECT_GT(onBall, 1000u);
+    EXPECT_GT(flying, 10u);
+    size_t moved = 0;
+    for (size_t i = 0; i < kPixels; i++)
+        moved += std::abs(now.depth[i] - later.depth[i]) > 1000;
+    EXPECT_GT(moved, 500u);
+}
+
+TEST(SimScene, AnImpossibleLensSeesNothing)
+{
+    for (const SceneKind kind : {SceneKind::room, SceneKind::wall}) {
+        const double nan = std::numeric_limits<double>::quiet_NaN();
+        for (const double noise : {0.0, 1e300, nan, -1.0}) {
+            const Shot shot = shoot(*makeScene({.kind = kind, .lens = {.fx = 0}, .noise = noise}), UINT64_MAX);
+            if (noise != 1e300) {
+                EXPECT_EQ(*std::max_element(shot.depth.begin(), shot.depth.end()), 0);
+            }
+        }
+    }
+}
+
+} // namespace
