@@ -25,9 +25,19 @@ static bool isAtPlaceOf(int n, libusb_device* device, const libusb_device_descri
            known.productId == descriptor.idProduct;
 }
 
+// The camera of number n is not on the bus any more, or its handle was given up. A handle alone proves nothing: it
+// stays until a read finds out.
 static bool isLost(int n)
 {
-    return m_stIdentity[n].known && HandleOf(n) == nullptr;
+    if (!m_stIdentity[n].known || HandleOf(n) == nullptr)
+        return m_stIdentity[n].known;
+    for (int i = 0; i < m_nDevListCount; ++i) {
+        libusb_device_descriptor descriptor{};
+        libusb_get_device_descriptor(m_pDevList[i], &descriptor);
+        if (isAtPlaceOf(n, m_pDevList[i], descriptor))
+            return false;
+    }
+    return true;
 }
 
 // How well a device suits slot n: 3 it is where the camera was, 2 same product, 1 another product, 0 not to be taken:

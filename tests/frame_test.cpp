@@ -1,0 +1,227 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The frame read: delivery, retries and re-opens, header, stamps.
+#include <cstring>
+
+#include "support/library_test.h"
+
+namespace
+{
+
+// Pixels that tell their plane, frame and place.
+struct Numbered : sim::FrameSource {
+    void render(const sim::FrameRequest& request, std::span<uint16_t, sim::kPixels> amplitude,
+                std::span<uint16_t, sim::kPixels> depth) override
+    {
+        for (size_t i = 0; i < sim::kPixels; ++i) {
+            amplitude[i] = static_cast<uint16_t>(i % 4099 + request.index);
+            depth[i] = static_cast<uint16_t>(i % 7001 + 5 + request.index);
+        }
+    }
+};
+
+class Frame : public LibraryTest
+{
+protected:
+    sim::Camera& grab(const char* product = "VQD-HT120")
+    {
+        sim::Config config;
+        config.product = product;
+        config.source = std::make_shared<Numbered>();
+        sim::Camera& camera = openCamera(config);
+        EXPECT_EQ(vqdGrabStart(0), 1);
+        usb.conversation();
+        return camera;
+    }
+
+    int read(int n = 0) { return vqdReadFromDevice(n, images.data(), &info); }
+};
+
+TEST_F(Frame, CopiesBothPlanesAndCounts)
+{
+    grab();
+    EXPECT_EQ(printed([&] { EXPECT_EQ(read(), 1); }), "");
+    EXPECT_EQ(usb.conversation(), "in 307712");
+    EXPECT_EQ(memcmp(amplitude.data(), buffers + 512, 153600), 0);
+    EXPECT_EQ(memcmp(depth.data(), buffers + 154112, 153600), 0);
+    EXPECT_EQ(amplitude[76799] - amplitude[0], 76799 % 4099);
+    EXPECT_EQ(depth[0] - amplitude[0], 5);
+    EXPECT_EQ(info.nWidth, 320u);
+    EXPECT_EQ(info.nHeight, 240u);
+    EXPECT_EQ(info.nFrameCount, 1u);
+    EXPECT_EQ(info.nTimeStamp, 0);
+    usb.conversation();
+    EXPECT_EQ(read(), 1);
+    EXPECT_EQ(info.nFrameCount, 2u);
+    EXPECT_NEAR(static_cast<double>(info.nTimeStamp), 33, 1);
+    EXPECT_EQ(m_stDevInfo[0].nIndex, 0);
+}
+
+TEST_F(Frame, HeaderGivesTemperatureAndLogicVersion)
+{
+    const struct {
+        unsigned raw;
+        double temperature;
+    } cases[] = {{0, 0}, {400, 25}, {2047, 127.9375}, {2048, -128}, {4095, -0.0625}, {4096, -256}, {65535, -0.0625}};
+    sim::Camera& camera = grab();
+    for (const auto& c : cases) {
+        // The third failed transfer and a re-open leave `buffers` to be judged as it stands.
+        buffers[0] = 0x44;
+        buffers[1] = 0x33;
+        buffers[6] = static_cast<unsigned char>(c.raw);
+        buffers[7] = static_cast<unsigned char>(c.raw >> 8);
+        buffers[8] = 5;
+        buffers[9] = 2;
+        usb.fail("bulk", -7, 1, 3);
+        printed([&] { EXPECT_EQ(read(), 1); });
+        EXPECT_EQ(m_dTemperature[0], c.temperature) << c.raw;
+    }
+    EXPECT_EQ(m_nLogicver[0][0], 2);
+    EXPECT_EQ(m_nLogicver[1][0], 5);
+    EXPECT_EQ(camera.framesSent(), 0u);
+}
+
+TEST_F(Frame, TheStopSwitchWinsOverEverything)
+{
+    grab();
+    m_nReadingStop = 1;
+    EXPECT_EQ(printed([&] {
+                  EXPECT_EQ(read(), 0);
+                  EXPECT_EQ(read(99), 0);
+                  EXPECT_EQ(vqdReadFromDevice(0, nullptr, nullptr), 0);
+              }),
+              "");
+    EXPECT_EQ(usb.conversation(), "");
+    m_nReadingStop = 2;
+    EXPECT_EQ(read(), 1);
+}
+
+TEST_F(Frame, TwoFailuresAreRetriedAtOnce)
+{
+    grab();
+    usb.fail("bulk", -9, 1, 2);
+    EXPECT_EQ(printed([&] { EXPECT_EQ(read(), 1); }), "ReadFromDevice Read Error, Device Reset2, -9\n"
+                                                      "ReadFromDevice Read Error, Device Reset2, -9\n");
+    EXPECT_EQ(usb.conversation(), "in 307712 -9, in 307712 -9, in 307712");
+    EXPECT_EQ(m_nRetriesCount, 0);
+}
+
+TEST_F(Frame, TheThirdFailureReopensAndJudgesTheOldBuffer)
+{
+    grab();
+    EXPECT_EQ(read(), 1);
+    const auto before = depth;
+    depth.fill(0);
+    usb.fail("bulk", -1, 1, 3);
+    std::string lines;
+    for (int i = 0; i < 3; ++i)
+        lines += "ReadFromDevice Read Error, Device Reset2, -1\n";
+    EXPECT_EQ(printed([&] { EXPECT_EQ(read(), 1); }), lines + "Device Open Success\n");
+    EXPECT_EQ(depth, before);
+    EXPECT_EQ(info.nFrameCount, 2u);
+    EXPECT_EQ(m_nRetriesCount, 0);
+    EXPECT_EQ(m_nDeviceOpen[0], 1);
+    EXPECT_EQ(read(), 1); // the stream goes on
+    EXPECT_EQ(m_nLogicver[0][0], 2);
+}
+
+TEST_F(Frame, AWrongStartCodeReopensAndLeavesTheImages)
+{
+    sim::Camera& camera = grab();
+    EXPECT_EQ(read(), 1);
+    const auto before = depth;
+    camera.addFault({.kind = sim::Fault::Kind::badStartCode, .channel = sim::Channel::bulkIn});
+    m_dTemperature[0] = 99;
+    EXPECT_EQ(printed([&] { EXPECT_EQ(read(), 1); }),
+              "ReadFromDevice Read Error, Device Reset\nDevice Open Success\nincorrect Start code ReadBuf Init\n");
+    EXPECT_EQ(depth, before);
+    EXPECT_EQ(m_dTemperature[0], 99);
+    EXPECT_EQ(info.nFrameCount, 2u);
+    EXPECT_EQ(read(), 1);
+    EXPECT_NE(depth, before);
+}
+
+TEST_F(Frame, AVanishedCameraComesBackOnANewAddress)
+{
+    sim::Camera& camera = grab();
+    EXPECT_EQ(read(), 1);
+    camera.addFault({.kind = sim::Fault::Kind::unplug, .channel = sim::Channel::bulkIn, .backAfter = 700'000});
+    const std::string lines = printed([&] { EXPECT_EQ(read(), 1); });
+    EXPECT_NE(lines.find("Device Reset2, -4\nvqdWriteToDevice Contol transfer Error.\nDevice Open Success\n"),
+              std::string::npos)
+        << lines;
+    EXPECT_EQ(read(), 1);
+    EXPECT_EQ(usb.openHandles(), 1);
+}
+
+TEST_F(Frame, WithoutAHandleTheReadReopensFirst)
+{
+    grab();
+    printed([] { UnInitialize_vqdapi(0, 0); });
+    EXPECT_EQ(printed([&] { EXPECT_EQ(read(), 1); }),
+              "ReadFromDevice Read Error, Device Reset1\nDevice Open Success\n");
+    printed([] { UnInitialize_vqdapi(0, 0); });
+    usb.unplug(0);
+    m_nDeviceOpen[0] = 1;
+    EXPECT_EQ(printed([&] { EXPECT_EQ(read(), -3); }), "ReadFromDevice Read Error, Device Reset1\n");
+    EXPECT_EQ(m_nDeviceOpen[0], 0);
+}
+
+TEST_F(Frame, ASpentBudgetPausesASecondInEveryPath)
+{
+    sim::Camera& camera = grab();
+    m_nReopenTime = 499;
+    m_nDeviceOpen[0] = 1;
+    EXPECT_EQ(read(), 1); // a good frame needs no budget
+    usb.conversation();
+
+    camera.addFault({.kind = sim::Fault::Kind::badStartCode, .channel = sim::Channel::bulkIn});
+    EXPECT_EQ(printed([&] { EXPECT_EQ(read(), -3); }), "");
+    EXPECT_EQ(usb.conversation(), "in 307712, sleep 1");
+    usb.fail("bulk", -4, 1, 3);
+    printed([&] { EXPECT_EQ(read(), -3); });
+    EXPECT_EQ(usb.conversation(), "in 307712 -4, in 307712 -4, in 307712 -4, sleep 1");
+    EXPECT_EQ(m_nRetriesCount, 0);
+    printed([] { UnInitialize_vqdapi(0, 0); });
+    usb.conversation();
+    EXPECT_EQ(printed([&] { EXPECT_EQ(read(), -3); }), "");
+    EXPECT_EQ(usb.conversation(), "sleep 1");
+    EXPECT_EQ(m_nDeviceOpen[0], 1);
+    EXPECT_EQ(info.nFrameCount, 1u);
+}
+
+TEST_F(Frame, AShortFrameIsNotNoticed)
+{
+    sim::Camera& camera = grab();
+    EXPECT_EQ(read(), 1);
+    camera.addFault({.kind = sim::Fault::Kind::shortened, .channel = sim::Channel::bulkIn, .bytes = 512});
+    const auto before = amplitude;
+    EXPECT_EQ(printed([&] { EXPECT_EQ(read(), 1); }), "");
+    EXPECT_EQ(amplitude, before); // the planes of the frame before stay in the buffer
+}
+
+TEST_F(Frame, EveryStreamIsStampedFromItsOwnFirstFrame)
+{
+    usb.plug();
+    grab(); // numbers 0 and 1
+    EXPECT_EQ(vqdGrabStart(1), 1);
+    usb.logClock = true;
+    usb.clockStep = 1000; // a millisecond passes between two readings
+    usb.conversation();
+    EXPECT_EQ(read(0), 1);
+    EXPECT_EQ(usb.conversation(), "in 307712, clock, clock");
+    EXPECT_EQ(info.nTimeStamp, -1);
+    usb.now += 5'000'000;
+    EXPECT_EQ(read(1), 1);
+    EXPECT_EQ(info.nTimeStamp, -1);
+    EXPECT_EQ(info.nFrameCount, 1u);
+    usb.conversation();
+    EXPECT_EQ(read(0), 1);
+    EXPECT_EQ(usb.conversation(), "in 307712, clock");
+    EXPECT_GT(info.nTimeStamp, 5000);
+    EXPECT_EQ(m_nTimeStampStartFlag, 1);
+    EXPECT_EQ(g_vqdHighReslTimer[0].latest - g_vqdHighReslTimer[0].start, info.nTimeStamp);
+}
+
+} // namespace

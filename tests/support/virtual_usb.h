@@ -1,0 +1,76 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The libusb functions, the clock and the sleeps of a test program: they come before the shared library's own
+// dependencies, so the shipped libVQD_API.so talks to virtual cameras in virtual time, and every call can be asserted.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <libusb.h>
+
+#include "sim/camera.h"
+
+// What the library did, as text: "B1 64, wait 100000, out 512, wait 200000". Control requests by number and bytes, bulk
+// as "out"/"in" and bytes; a failed one ends in its negative result. Pure look-ups (descriptors, ids, addresses) are
+// not listed.
+class VirtualUsb
+{
+public:
+    static VirtualUsb& get();
+
+    size_t plug(sim::Config config = {}, uint8_t bus = 1);
+    void unplug(size_t port, sim::TimeUs backAfter = sim::kNever);
+    void replug(size_t port); // on a new address
+    void replug(size_t port, uint8_t address);
+    sim::Camera& camera(size_t port) { return *m_ports.at(port).camera; }
+    uint8_t address(size_t port) const { return m_ports.at(port).address; }
+
+    // The nth call from now on of "init", "list", "open", "descriptor", "config", "claim", "driver", "reset", "string",
+    // "control" or "bulk", and the times - 1 after it, end with `result`; times 0: for ever.
+    void fail(const std::string& call, int result, unsigned nth = 1, unsigned times = 1);
+    std::function<int(int index, unsigned char* data, int length)> answerString; // replaces the cameras' own strings
+
+    std::string conversation(); // since the last call of this function
+    bool logClock = false;      // list clock readings too, as "clock"
+    sim::TimeUs now = 1'700'000'000'000'000;
+    sim::TimeUs clockStep = 0;      // the clock runs on by this much after each reading
+    bool stockControlLimit = false; // refuse control transfers above 4096 bytes, as libusb does on Linux
+
+    // What the library holds right now.
+    int contextUses = 0;
+    int listsHeld = 0;
+    int configurationsHeld = 0;
+    int openHandles() const;
+    unsigned closes = 0;
+    std::vector<std::string> violations; // handles used after their close, unbalanced contexts, and the like
+
+private:
+    friend struct LibusbCalls;
+    struct Port {
+        std::unique_ptr<sim::Camera> camera;
+        std::shared_ptr<libusb_device> device;
+        uint8_t bus, address;
+    };
+    struct Failure {
+        std::string call;
+        int result;
+        unsigned nth, times;
+    };
+
+    void note(const std::string& entry);
+    int failure(const std::string& call); // 0 or the result that the call shall end with
+    void attachReturned();
+    sim::Camera* cameraOf(libusb_device_handle* handle, const char* call);
+
+    std::vector<Port> m_ports;
+    std::vector<std::shared_ptr<libusb_device>> m_everSeen;
+    std::vector<std::unique_ptr<libusb_device_handle>> m_handles;
+    std::vector<Failure> m_failures;
+    std::vector<std::string> m_log;
+    uint8_t m_nextAddress = 2;
+};
