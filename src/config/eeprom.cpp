@@ -21,10 +21,8 @@ bool ReadEeprom(struct libusb_device_handle* handle, uint8_t* block128)
 
 int SaveParameter(int n)
 {
-    if (!IsDeviceNumber(n)) {
-        VQDDevice_ErrorChecked(n);
+    if (!IsDeviceNumberOrReport(n))
         return 0;
-    }
     uint8_t block[VQD_EEPROM_BYTES];
     memcpy(block, stCamParam[n].image, sizeof block);
     if (usb_control_transfer(HandleOf(n), kVendorOut, kRequestWriteEeprom, kEepromRegion, 0, block, sizeof block,

@@ -64,3 +64,53 @@ void RenderSerial(const uint8_t* image, char* text15)
     const uint8_t* s = image + kSerial;
     snprintf(text15, 2 * kSerialBytes + 1, "%02x%02x%02x%02x%02x%02x%02x", s[0], s[1], s[2], s[3], s[4], s[5], s[6]);
 }
+
+static const Frequency kFrequencies[] = {
+    {0x00, 10, 15000}, {0x01, 10, 15000}, {0x02, 20, 7500}, {0x03, 30, 5000}, {0x33, 30, 5000},  {0x04, 40, 3750},
+    {0x44, 40, 3750},  {0x05, 50, 3000},  {0x55, 50, 3000}, {0x06, 60, 2500}, {0x45, 45, 15000}, {0x56, 56, 15000},
+};
+
+const Frequency* DecodeFrequency(uint8_t code)
+{
+    for (const Frequency& row : kFrequencies)
+        if (row.code == code)
+            return &row;
+    return nullptr;
+}
+
+uint8_t FlipCode(bool horizontal, bool vertical)
+{
+    return static_cast<uint8_t>(0xE0 | (horizontal ? 0 : 2) | (vertical ? 1 : 0));
+}
+
+bool IsFlippedHorizontally(uint8_t code)
+{
+    return (code & 2) == 0;
+}
+
+bool IsFlippedVertically(uint8_t code)
+{
+    return (code & 1) != 0;
+}
+
+int DecodeOffset(const uint8_t* image)
+{
+    return image[kOffsetSign] == 1 ? image[kOffsetMagnitude] : -image[kOffsetMagnitude];
+}
+
+void EncodeOffset(uint8_t* image, int offset)
+{
+    image[kOffsetSign] = offset >= 0;
+    image[kOffsetMagnitude] = static_cast<uint8_t>(offset >= 0 ? offset : -offset);
+}
+
+uint8_t UndistortionCode(int mode, bool orthogonal)
+{
+    const int code = mode >= 1 && mode <= 3 ? mode : 0;
+    return static_cast<uint8_t>(code | (orthogonal ? kOrthogonalBit : 0));
+}
+
+uint8_t CorrectionCode(bool fppn, bool edge)
+{
+    return static_cast<uint8_t>((fppn ? kFppnBit : 0) | (edge ? kEdgeBit : 0));
+}

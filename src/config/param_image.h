@@ -53,3 +53,31 @@ void WriteU16(uint8_t* image, int offset, uint16_t value);
 
 // Writes 14 lower-case hexadecimal digits and the NUL.
 void RenderSerial(const uint8_t* image, char* text15);
+
+// What a frequency code of byte 5 stands for.
+struct Frequency {
+    uint8_t code;
+    uint16_t mhz;
+    uint16_t maxDistance; // mm that the frequency can tell apart
+};
+
+// Null for a code that is not known.
+const Frequency* DecodeFrequency(uint8_t code);
+
+// Byte 9: bit 1 clear flips horizontally, bit 0 set flips vertically.
+uint8_t FlipCode(bool horizontal, bool vertical);
+bool IsFlippedHorizontally(uint8_t code);
+bool IsFlippedVertically(uint8_t code);
+
+// Bytes 24 and 25: the offset, -255 to 255, as sign and magnitude.
+int DecodeOffset(const uint8_t* image);
+void EncodeOffset(uint8_t* image, int offset);
+
+// Byte 48: undistortion mode 1 to 3, every other mode as 0, and bit 4 for the orthogonal correction.
+inline constexpr uint8_t kOrthogonalBit = 0x10;
+uint8_t UndistortionCode(int mode, bool orthogonal);
+
+// Byte 49: bit 4 for the FPPN correction, bit 0 for edge removal.
+inline constexpr uint8_t kFppnBit = 0x10;
+inline constexpr uint8_t kEdgeBit = 0x01;
+uint8_t CorrectionCode(bool fppn, bool edge);

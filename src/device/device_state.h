@@ -54,6 +54,12 @@ inline bool IsDeviceNumber(int n)
     return static_cast<unsigned>(n) < VQD_MAX_DEVICES;
 }
 
+// For functions without a device check: false after the line of a camera that is not open.
+inline bool IsDeviceNumberOrReport(int n)
+{
+    return IsDeviceNumber(n) || VQDDevice_ErrorChecked(n) == VQD_OK;
+}
+
 inline libusb_device_handle* HandleOf(int n)
 {
     return m_stUsbSlot[n].pHandle;

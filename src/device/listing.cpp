@@ -60,7 +60,7 @@ int vqdGetDeviceList(DevInfo* list, int* count)
     GetVQDDeviceHandle();
     *count = -1;
     if (m_nDeviceCount > VQD_MAX_DEVICES) {
-        PrintNumber("VQD max device %d.\n", m_nDeviceCount);
+        PrintNumbers("VQD max device %d.\n", m_nDeviceCount);
         return VQD_NOT_OPEN;
     }
     // After a device list that could not be taken the count is an older one: a number whose slot was released meanwhile

@@ -12,8 +12,8 @@ void PrintLine(const char* text)
     fflush(stdout);
 }
 
-void PrintNumber(const char* format, int number)
+void PrintNumbers(const char* format, int first, int second)
 {
-    printf(format, number);
+    printf(format, first, second);
     fflush(stdout);
 }

@@ -7,5 +7,5 @@
 
 void PrintLine(const char* text);
 
-// `format` holds one %d and its own end of line.
-void PrintNumber(const char* format, int number);
+// `format` holds up to two %d and its own end of line.
+void PrintNumbers(const char* format, int first, int second = 0);

@@ -6,10 +6,45 @@
 
 #include <cstring>
 
+#include "device/models.h"
+#include "frame/depth_correct.h"
 #include "frame/frame_format.h"
+#include "frame/resample.h"
 
-void RunDepthPipeline(int /*n*/, const unsigned char* raw, uint16_t* amplitude, uint16_t* depth)
+static void interpolate(Planes raw, int gate, Images out)
 {
-    memcpy(amplitude, raw + kAmplitudePlane, 2 * VQD_PIXELS);
-    memcpy(depth, raw + kDepthPlane, 2 * VQD_PIXELS);
+    const LastPixel last = ResampleBilinear(raw, {m_fXp2, m_fYp2, fDist_x2, fDist_y2}, gate, out);
+    fChgAxis_Amp = last.amplitude;
+    fChgAxis_Dep1 = last.depth;
+}
+
+static void resample(Planes raw, Images out)
+{
+    switch (m_nUndistortionMode) {
+    case 1:
+        return interpolate(raw, m_nDepthGab, out);
+    case 2:
+        return interpolate(raw, kNoGate, out);
+    case 3:
+        return ResampleNearest(raw, fDist_x2, fDist_y2, out);
+    default:
+        memcpy(out.amplitude, raw.amplitude, 2 * VQD_PIXELS);
+        memcpy(out.depth, raw.depth, 2 * VQD_PIXELS);
+    }
+}
+
+// The maps, tables and switches are the application's to write too: they are read anew for each frame.
+void RunDepthPipeline(int n, const unsigned char* raw, uint16_t* amplitude, uint16_t* depth)
+{
+    const Planes planes{reinterpret_cast<const uint16_t*>(raw + kAmplitudePlane),
+                        reinterpret_cast<const uint16_t*>(raw + kDepthPlane)};
+    resample(planes, {amplitude, depth});
+    if (!IsHostCorrected(n))
+        return;
+    CorrectDepth(depth, {.offsets = m_bFPPN == 1 ? m_nEEPROMFPPNBuf : nullptr,
+                         .factors = m_bOrthogonal == 1 ? m_dOrthogonalData : nullptr,
+                         .minDepth = stCamParam[n].nMinDepth,
+                         .maxDepth = stCamParam[n].nMaxDepth});
+    if (m_bRemoveEdge == 1)
+        RemoveEdges(amplitude, depth, m_nEdgeThres, m_nEdgeDepth);
 }

@@ -7,6 +7,7 @@
 #include "device/message.h"
 #include "frame/depth_pipeline.h"
 #include "frame/frame_format.h"
+#include "frame/frame_stamp.h"
 #include "usb/vendor_channel.h"
 
 static constexpr int kMostRetries = 2; // the third failure in a row re-opens the camera
@@ -40,7 +41,7 @@ static int transferFrame(int n)
             usb_bulk_transfer(HandleOf(n), kEndpointFrame, buffers, sizeof buffers, &moved, kFrameTimeoutMs);
         if (result == 0)
             break;
-        PrintNumber("ReadFromDevice Read Error, Device Reset2, %d\n", result);
+        PrintNumbers("ReadFromDevice Read Error, Device Reset2, %d\n", result);
         if (++m_nRetriesCount <= kMostRetries)
             continue;
         m_nRetriesCount = 0;
@@ -55,19 +56,6 @@ static void decodeHeader(int n)
     m_dTemperature[n] = DecodeTemperature(buffers[kTemperature] + 256u * buffers[kTemperature + 1]);
     m_nLogicver[0][n] = buffers[kLogicFirst];
     m_nLogicver[1][n] = buffers[kLogicSecond];
-}
-
-// Stamps and counts a frame of one stream. Every camera's stream counts from its own first frame.
-static void stamp(StreamTimer& timer, int& startFlag, FrameInfo& stream, FrameInfo* info)
-{
-    timer.latest = NowMs();
-    if (startFlag == 0 || timer.start == 0) {
-        startFlag = 1;
-        timer.start = NowMs();
-    }
-    stream.nTimeStamp = timer.latest - timer.start;
-    stream.nFrameCount += 1;
-    *info = stream;
 }
 
 int vqdReadFromDevice(int n, uint16_t** images, FrameInfo* info)
@@ -95,6 +83,6 @@ int vqdReadFromDevice(int n, uint16_t** images, FrameInfo* info)
             return reopened;
         PrintLine("incorrect Start code ReadBuf Init");
     }
-    stamp(g_vqdHighReslTimer[n], m_nTimeStampStartFlag, m_pFrameInfo[n], info);
+    StampFrame(g_vqdHighReslTimer[n], m_nTimeStampStartFlag, m_pFrameInfo[n], info);
     return VQD_OK;
 }

@@ -100,3 +100,8 @@ int vqdWriteToDevice(int n, const unsigned char* image)
     SleepUs(kImageSettleUs);
     return 1;
 }
+
+int SendImage(int n)
+{
+    return vqdWriteToDevice(n, stCamParam[n].image);
+}

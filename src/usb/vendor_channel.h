@@ -20,6 +20,8 @@ inline constexpr uint8_t kRequestFlushReadBuffer = 0xB4; // the FIFO's rest come
 inline constexpr uint8_t kRequestWriteEeprom = 0xB7;
 inline constexpr uint8_t kRequestReadEeprom = 0xB8;
 inline constexpr uint16_t kEepromRegion = 0x1200; // wValue of both
+inline constexpr uint8_t kRequestWriteTable = 0xBA;
+inline constexpr uint8_t kRequestReadTable = 0xBB;
 
 inline constexpr unsigned kRequestTimeoutMs = 1000; // control requests, image writes and the FIFO drain
 inline constexpr unsigned kFrameTimeoutMs = 3000;
@@ -33,3 +35,6 @@ bool RequestOrReport(int n, uint8_t request, const char* text);
 // Reset and, 100 ms later, start of the read buffer: the end of open, read-buffer initialisation and re-open. False
 // after the failed step's line, `resetText` for the first.
 bool ResetReadBuffer(int n, const char* resetText);
+
+// Sends the camera's own image after an edit: 1, or 0 after the failed step's line.
+int SendImage(int n);

@@ -1,0 +1,58 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Host-side depth corrections, range clip and edge removal.
+#include "frame/depth_correct.h"
+
+#include <algorithm>
+
+#include "VQD_API.h"
+#include "frame/kernel_math.h"
+
+static constexpr int kBlock = 4; // pixels a side of an FPPN block
+static constexpr int kBlocksPerRow = VQD_WIDTH / kBlock;
+
+static int offsetOf(const int* offsets, int x, int y)
+{
+    return offsets[kBlocksPerRow * (y / kBlock) + x / kBlock];
+}
+
+// The factor in double precision, the product before the sum. Offsets alone wrap around as 16-bit numbers.
+static uint16_t correct(uint16_t depth, int x, int y, const DepthCorrection& c)
+{
+    if (c.factors == nullptr)
+        return static_cast<uint16_t>(depth + static_cast<unsigned>(offsetOf(c.offsets, x, y)));
+    double value = depth * c.factors[VQD_WIDTH * y + x];
+    if (c.offsets != nullptr)
+        value += offsetOf(c.offsets, x, y);
+    return Low16(Truncate(value));
+}
+
+void CorrectDepth(uint16_t* depth, const DepthCorrection& correction)
+{
+    const bool corrects = correction.offsets != nullptr || correction.factors != nullptr;
+    for (int y = 0; y < VQD_HEIGHT; ++y) {
+        uint16_t* row = depth + VQD_WIDTH * y;
+        for (int x = 0; x < VQD_WIDTH; ++x) {
+            if (row[x] == 0)
+                continue;
+            const uint16_t value = corrects ? correct(row[x], x, y, correction) : row[x];
+            row[x] = value < correction.minDepth || value > correction.maxDepth ? uint16_t{0} : value;
+        }
+    }
+}
+
+// A pixel's decision reads it and its right, lower and lower right neighbours. All of them come later in the scan than
+// any pixel cleared so far, so the decisions are those on an untouched copy.
+void RemoveEdges(const uint16_t* amplitude, uint16_t* depth, int leastAmplitude, int maxSpread)
+{
+    for (int y = 0; y < VQD_HEIGHT - 1; ++y) {
+        const uint16_t* lower = depth + VQD_WIDTH * (y + 1);
+        uint16_t* row = depth + VQD_WIDTH * y;
+        for (int x = 0; x < VQD_WIDTH - 1; ++x) {
+            const auto [low, high] = std::minmax({row[x], row[x + 1], lower[x], lower[x + 1]});
+            if (amplitude[VQD_WIDTH * y + x] >= leastAmplitude && high - low > maxSpread)
+                row[x] = 0;
+        }
+    }
+}

@@ -1,0 +1,20 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Host-side depth corrections, range clip and edge removal. Pure functions over 320 x 240 pixels, in place.
+#pragma once
+
+#include <cstdint>
+
+struct DepthCorrection {
+    const int* offsets;     // FPPN, mm a 4 x 4 block, 80 blocks a row; null: off
+    const double* factors;  // orthogonal, one a pixel; null: off
+    int minDepth, maxDepth; // mm; what lies outside becomes 0
+};
+
+// Corrects valid pixels and clips all.
+void CorrectDepth(uint16_t* depth, const DepthCorrection& correction);
+
+// Clears pixels whose 2 x 2 neighbourhood spreads by more than `maxSpread` millimetres and whose amplitude is at least
+// `leastAmplitude`. The last row and column are never cleared.
+void RemoveEdges(const uint16_t* amplitude, uint16_t* depth, int leastAmplitude, int maxSpread);
