@@ -134,6 +134,21 @@ typedef struct Point3f {
     float x, y, z;
 } Point3f;
 
+/** A lens: focal lengths and principal point in pixels of the 320 x 240 image. */
+typedef struct LensIntrinsic {
+    float fx, fy, cx, cy;
+} LensIntrinsic;
+
+/** A lens's distortion: radial k1, k2, k3 (of r^2, r^4, r^6), tangential p1, p2, and skew (Brown-Conrady model). */
+typedef struct LensDistortion {
+    float k1, k2, k3, p1, p2, skew;
+} LensDistortion;
+
+/** A rigid transform, applied as R p + t: the matrix row by row, then the translation. */
+typedef struct ExtrinsicParam {
+    float r11, r12, r13, r21, r22, r23, r31, r32, r33, tx, ty, tz;
+} ExtrinsicParam;
+
 /* ------------------------------------------------------------------------------------------------------------------------
  * Devices and grabbing
  */
@@ -193,6 +208,14 @@ VQD_API int vqdReadBufInit(int n);
  */
 VQD_API int vqdReadFromDevice(int n, uint16_t** images, FrameInfo* info);
 
+/**
+ * Counts and stamps a frame of the colour camera that the application reads itself.
+ * @param image the application's image, only tested for null
+ * @param info  receives the colour stream's information
+ * @return ::VQD_OK; 0 after "RGB error": a null pointer, or the application has not set m_nRGBCamOpen[n]
+ */
+VQD_API int vqdReadFromDevice_RGB888(int n, void* image, FrameInfo* info);
+
 /* ------------------------------------------------------------------------------------------------------------------------
  * Parameter image and EEPROM
  */
@@ -226,6 +249,213 @@ VQD_API int vqdEEPROM_ParameterData_Save(int n, const unsigned char* data);
  * @return ::VQD_OK or 0; after a failure the host's copy is as the caller left it
  */
 VQD_API int vqdWriteToDevice(int n, const unsigned char* image);
+
+/* --------------------------------------------------------------------------------------------------------------------
+ * Settings. A setter edits the host's parameter image and sends it whole, which takes 300 ms and more; the edit stays
+ * when the sending fails. It returns VQD_OK, or 0 after a message. A getter decodes the host's image and sends nothing;
+ * it returns 0 for a camera that is not open. Settings are the camera's until it is listed again;
+ * vqdEEPROM_ParameterData_Save() keeps them.
+ */
+
+/** Does nothing and returns 0: the cameras set their integration time themselves. */
+VQD_API int vqdSetIntegrationTime(int n, int value);
+/** Integration time, 0 to 25500 in steps of 100, in the camera's own unit. */
+VQD_API int vqdGetIntegrationTime(int n);
+
+/**
+ * Sets the modulation frequency, which bounds the depth that can be told apart: 15 m at 10 MHz, 7.5 m at 20, 5 m at 30.
+ * @param mhz RS models: 10; HT110 and HT120: 20 or 30; other models take any value and keep their frequency
+ * @return ::VQD_OK; 0 also, without a message, for a frequency that the model does not have
+ */
+VQD_API int vqdSetModuleFrequency(int n, int mhz);
+/** Modulation frequency in MHz; 0 also when the image holds no known one. Refreshes nModFrequency and nMaxDistance. */
+VQD_API int vqdGetModuleFrequency(int n);
+
+/** Sets the depth offset, -255 to 255. */
+VQD_API int vqdSetOffset(int n, int offset);
+/** Depth offset, -255 to 255. */
+VQD_API int vqdGetOffset(int n);
+
+/** Sets the scatter threshold; the low byte of @p value counts. */
+VQD_API int vqdSetScatterThreshold(int n, int value);
+/** Scatter threshold, 0 to 255; also of a camera that is not open. */
+VQD_API int vqdGetScatterThreshold(int n);
+/** Sets the check threshold; the low byte of @p value counts. */
+VQD_API int vqdSetCheckThreshold(int n, int value);
+/** Check threshold, 0 to 255. */
+VQD_API int vqdGetCheckThreshold(int n);
+
+/**
+ * Sets the depth range in millimetres; the low 16 bits of both limits count. Host-corrected models clip with it once
+ * vqdGetDepthRange() has read it back.
+ * @param minimum at most the present maximum
+ * @param maximum from the present minimum to what the modulation frequency can tell apart
+ */
+VQD_API int vqdSetDepthRange(int n, int minimum, int maximum);
+/** Depth range in millimetres, and the range that the host clips with. @return ::VQD_OK or 0 */
+VQD_API int vqdGetDepthRange(int n, int* minimum, int* maximum);
+
+/** Mirrors the image left to right (on 1). The vertical flip is sent along as it was set or read last on any camera. */
+VQD_API int vqdSetFlipHorizontal(int n, int on);
+/** Whether the image is mirrored left to right: 1 or 0. */
+VQD_API int vqdGetFlipHorizontal(int n);
+/** Mirrors the image top to bottom (on 1). The horizontal flip is sent along as it was set or read last on any camera.
+ */
+VQD_API int vqdSetFlipVertical(int n, int on);
+/** Whether the image is mirrored top to bottom: 1 or 0. */
+VQD_API int vqdGetFlipVertical(int n);
+
+/** Sets the frame delay, 0 to 100, which lowers the frame rate; the low byte of @p delay counts. */
+VQD_API int vqdSetFPSDelay(int n, int delay);
+/** Frame delay, 0 to 100. */
+VQD_API int vqdGetFPSDelay(int n);
+
+/**
+ * Makes the camera one of several that light in turn.
+ * @param mode 1 on, else off
+ * @param slaveCount 1 to 9
+ * @param slaveID 0 to 9
+ */
+VQD_API int vqdSetMultiCamMode(int n, int mode, int slaveCount, int slaveID);
+/** Switches multi-sync mode on (1) or off. */
+VQD_API int vqdSetMultiSyncMode(int n, int on);
+/** Whether multi-sync or multi-camera mode is on: 1 or 0, -4 when the image holds neither; also of a closed camera. */
+VQD_API int vqdGetMultiSyncMode(int n);
+
+/** Switches illumination and capture on (1) or off. */
+VQD_API int vqdIlluminationOnOff(int n, int on);
+
+/** Sensor temperature of the latest frame; 0.0 before the first one and for a camera that is not open. */
+VQD_API double vqdGetTemperature(int n);
+/** Logic version of the latest frame, 0 before the first one. @return ::VQD_OK or 0 */
+VQD_API int vqdGetLogincVersion(int n, int* first, int* second);
+
+/**
+ * Removes pixels at depth edges (on 1): on the host for host-corrected models, else in the camera. The setting is one
+ * for the library. Values but 0 and 1 leave a model that corrects in the camera as it is.
+ */
+VQD_API int vqdSetRemoveEdge(int n, int on);
+/** Whether edges are removed: 1 or 0, or the present flag when the image holds no known code. */
+VQD_API int vqdGetRemoveEdge(int n);
+/** Removes motion blur in the camera (on 1) with a level of 0 to 255; the low byte of @p level counts. */
+VQD_API int vqdSetRemoveMotionBlur(int n, int on, int level);
+/** Whether motion blur is removed: 1 or 0, or the present flag when the image holds no known code. @param level
+ * receives it */
+VQD_API int vqdGetRemoveMotionBlur(int n, unsigned int* level);
+
+/* --------------------------------------------------------------------------------------------------------------------
+ * Filters on the application's own images of w x h pixels, in place. A width or height below 1 does nothing.
+ */
+
+/** Clears depth whose amplitude is below threshold * ::fAmpScale; the low byte of @p threshold counts. */
+VQD_API void vqdAmplitudeCheckFilter(const uint16_t* amplitude, uint16_t* depth, int threshold, int w, int h);
+/** Clears depth whose amplitude is below threshold / (depth^2 * ::fScatterScale); the low byte of @p threshold counts.
+ */
+VQD_API void vqdScatteringCheckFilter(const uint16_t* amplitude, uint16_t* depth, int threshold, int w, int h);
+/** Clears pixels below @p minimum or above @p maximum; the low 16 bits of both count. */
+VQD_API void vqdMinMaxCheckFilter(uint16_t* image, unsigned int minimum, unsigned int maximum, int w, int h);
+
+/* --------------------------------------------------------------------------------------------------------------------
+ * Lens and geometry
+ */
+
+/**
+ * Sets the depth lens and saves it to the EEPROM. The caches keep the exact values, the image fixed-point ones: focal
+ * lengths and principal point in steps of 0.1 up to 6553.5, p1 and p2 in steps of 0.01, the others of 0.001 up
+ * to 32.767; a value out of range is stored as the nearest possible one. Undistortion follows at the next
+ * vqdSetUndistortion() or load.
+ * @return ::VQD_OK, also when the camera refuses the write; 0 when it is not open
+ */
+VQD_API int vqdSetLensParameter(int n, LensIntrinsic intrinsic, LensDistortion distortion);
+/** Depth lens from the image. @param intrinsic receives fx, fy, cx, cy @param distortion receives k1, k2, k3, p1, p2,
+ * skew */
+VQD_API int vqdGetLensParameter(int n, float* intrinsic, float* distortion);
+/** Sets the colour lens and saves it to the EEPROM; like vqdSetLensParameter() but with p1 and p2 in steps of 0.001. */
+VQD_API int vqdSetRGBLensParameter(int n, LensIntrinsic intrinsic, LensDistortion distortion);
+/** Colour lens from the image. @param intrinsic receives 4 values @param distortion receives 6 */
+VQD_API int vqdGetRGBLensParameter(int n, float* intrinsic, float* distortion);
+/** Sets the transform between the cameras, in steps of 0.0001 up to 3.2767; only r11 to r21 reach the EEPROM. */
+VQD_API int vqdSetExtrinsicParameter(int n, ExtrinsicParam extrinsic);
+/** Transform between the cameras from the image. @param extrinsic receives 12 values */
+VQD_API int vqdGetExtrinsicParameter(int n, float* extrinsic);
+
+/**
+ * Sets how frames are undistorted, for all cameras, with the lens of camera @p n.
+ * @param mode 1 bilinear but invalid across depth jumps above ::m_nDepthGab, 2 bilinear, 3 nearest sample, else not at
+ * all
+ * @return ::VQD_OK; 0 when the camera is not open (the mode is set all the same) or the image was not sent
+ */
+VQD_API int vqdSetUndistortion(int n, int mode);
+/** Undistortion mode, 0 to 3, or the present mode when the image holds no known code. */
+VQD_API int vqdGetUndistortion(int n);
+/**
+ * Where a pixel of the raw image lies in the undistorted one, which may be outside it. Both integers stay as they are
+ * when the lens has no answer.
+ */
+VQD_API void vqdGetUndistortPixel(int n, int* column, int* row);
+
+/** Applies a transform to a point: R p + t. */
+VQD_API void vqdXYZ3DConversion(Point3f* out, Point3f p, ExtrinsicParam e);
+/** The transposed cofactor matrix, for a rotation its inverse, and the negated (not rotated) translation. */
+VQD_API ExtrinsicParam vqdGetReverse(ExtrinsicParam e);
+/** Column, row (plus 0.5, so that truncation rounds) and depth in mm of a camera-space point in m. */
+VQD_API void vqdCameraSpacePointToDepth(Point3f* out, Point3f p, LensIntrinsic k);
+/** Camera-space point in m (X right, Y up, Z forward) of column, row and depth in mm. */
+VQD_API void vqdDepthPointToCameraSpace(Point3f* out, Point3f p, LensIntrinsic k);
+/**
+ * Camera-space points in m of a depth image, through the rays of ::pPointCloud.
+ * @param depth  width x height pixels in mm
+ * @param points receives as many points; 76800 at the most, those beyond are left as they are
+ */
+VQD_API void vqdDepthFrameToCameraSpace(const uint16_t* depth, Point3f* points, int width, int height);
+
+/* --------------------------------------------------------------------------------------------------------------------
+ * Calibration tables and switches. Tables travel as raw bytes, 16-bit values big-endian. A save sends chunks and pauses
+ * after each; what the camera refuses is not noticed. All return VQD_OK, or 0 when the camera is not open or the buffer
+ * is null.
+ *
+ * Note: libusb on Linux refuses control transfers above 4096 bytes. vqdLoadWigglingData(), vqdLoadFPPNData_4x4() and
+ * vqdLoadFPPNData_5x5() read more than that in their one request; with such a libusb they deliver zeros.
+ */
+
+/** Writes the wiggling table: 3840 bytes, 75 ms. */
+VQD_API int vqdSaveWigglingData(int n, const unsigned char* data);
+/** Writes the long wiggling table: 8192 bytes, 320 ms; with @p flag (its low byte) the second one. */
+VQD_API int vqdSaveWigglingData2(int n, const unsigned char* data, int flag);
+/** Writes the plain FPPN table: 12288 bytes, 240 ms. */
+VQD_API int vqdSaveFPPNData(int n, const unsigned char* data);
+/** Writes the FPPN table of 4 x 4 blocks: 9600 bytes, 300 ms; with @p flag (its low byte) sends nothing. */
+VQD_API int vqdSaveFPPNData_4x4(int n, const unsigned char* data, int flag);
+/** Writes the FPPN table of 5 x 5 blocks: 6144 bytes, 192 ms; with @p flag (its low byte) sends nothing. */
+VQD_API int vqdSaveFPPNData_5x5(int n, const unsigned char* data, int flag);
+/** Writes the radial orthogonal table: 4096 bytes, 160 ms. */
+VQD_API int vqdSaveOrthogonalData(int n, const unsigned char* data);
+
+/**
+ * Reads the wiggling table (needs more than 4096 bytes a transfer, see above).
+ * @param values receives 4096 values
+ * @param first  refused when negative; else without effect
+ * @param size   refused above 8192; else without effect
+ */
+VQD_API int vqdLoadWigglingData(int n, uint16_t* values, int first, int64_t size);
+/** Reads the FPPN table of 4 x 4 blocks into 4800 values, 0 to 65535 (needs more than 4096 bytes a transfer, see
+ * above). */
+VQD_API int vqdLoadFPPNData_4x4(int n, int* values);
+/** Reads the FPPN table of 5 x 5 blocks into 3072 values, -255 to 255 (needs more than 4096 bytes a transfer, see
+ * above). */
+VQD_API int vqdLoadFPPNData_5x5(int n, int* values);
+/** Reads the radial orthogonal table into 2048 factors, 0 to 6.5535. @return also 0, values untouched, when the read
+ * fails */
+VQD_API int vqdLoadOrthogonalData(int n, double* factors);
+
+/** Adds the FPPN offsets to the depth (on 1): on the host for host-corrected models, else in the camera. */
+VQD_API int vqdSetFPPN(int n, int on);
+/** Whether the FPPN correction is on: 1 or 0, or the present flag when the image holds no known code. */
+VQD_API int vqdGetFPPN(int n);
+/** Applies the orthogonal factors to the depth (on 1): on the host for host-corrected models, else in the camera. */
+VQD_API int vqdSetOrthogonal(int n, int on);
+/** Whether the orthogonal correction is on: 1 or 0, or the present flag when the image holds no known code. */
+VQD_API int vqdGetOrthogonal(int n);
 
 /* ------------------------------------------------------------------------------------------------------------------------
  * Exported tables, switches and values. One entry a device number where there are ten.
@@ -265,20 +495,19 @@ VQD_API extern int m_nRGB_WIDTH;                   /**< for the application; unu
 VQD_API extern int m_nRGB_HEIGHT;                  /**< for the application; unused by the library */
 VQD_API extern unsigned char m_nRGBCAM_No[VQD_MAX_DEVICES]; /**< for the application; unused by the library */
 
-VQD_API extern uint16_t m_nDepthGab; /**< largest depth spread in mm that gated resampling interpolates, from 300 */
-VQD_API extern uint8_t m_nEdgeThres; /**< least amplitude at which an edge pixel is removed, from 32 */
-VQD_API extern uint8_t m_nEdgeDepth; /**< largest depth spread in mm that is not an edge, from 100 */
-VQD_API extern float fAmpScale;      /**< scale of the amplitude check filter, from 1.3 */
-VQD_API extern float fScatterScale;  /**< scale of the scattering check filter, from 1.6e-6 */
-VQD_API extern float fChgAxis_Amp;   /**< amplitude that resampling interpolated last */
-VQD_API extern float fChgAxis_Dep1;  /**< depth that resampling interpolated last */
-VQD_API extern int m_bRemoveEdge;    /**< edge removal, on when 1; of the camera set or loaded last */
-VQD_API extern int
-    m_bRemoveMotionBlur;          /**< motion-blur removal in the camera, on when 1; of the one set or loaded last */
-VQD_API extern int m_bHorizontal; /**< horizontal flip that was set or read last */
-VQD_API extern int m_bVertical;   /**< vertical flip that was set or read last */
-VQD_API extern int m_bFPPN;       /**< FPPN correction, on when 1; of the camera set or loaded last */
-VQD_API extern int m_bOrthogonal; /**< orthogonal correction, on when 1; of the camera set or loaded last */
+VQD_API extern uint16_t m_nDepthGab;    /**< largest depth spread in mm that gated resampling interpolates, from 300 */
+VQD_API extern uint8_t m_nEdgeThres;    /**< least amplitude at which an edge pixel is removed, from 32 */
+VQD_API extern uint8_t m_nEdgeDepth;    /**< largest depth spread in mm that is not an edge, from 100 */
+VQD_API extern float fAmpScale;         /**< scale of the amplitude check filter, from 1.3 */
+VQD_API extern float fScatterScale;     /**< scale of the scattering check filter, from 1.6e-6 */
+VQD_API extern float fChgAxis_Amp;      /**< amplitude that resampling interpolated last */
+VQD_API extern float fChgAxis_Dep1;     /**< depth that resampling interpolated last */
+VQD_API extern int m_bRemoveEdge;       /**< edge removal, on when 1; of the camera set or loaded last */
+VQD_API extern int m_bRemoveMotionBlur; /**< motion-blur removal in the camera, on when 1; of the one set last */
+VQD_API extern int m_bHorizontal;       /**< horizontal flip that was set or read last */
+VQD_API extern int m_bVertical;         /**< vertical flip that was set or read last */
+VQD_API extern int m_bFPPN;             /**< FPPN correction, on when 1; of the camera set or loaded last */
+VQD_API extern int m_bOrthogonal;       /**< orthogonal correction, on when 1; of the camera set or loaded last */
 VQD_API extern int m_nUndistortionMode; /**< 1 gated bilinear, 2 bilinear, 3 nearest, else none */
 
 VQD_API extern float m_fIntrinsicParam[VQD_MAX_DEVICES][4];    /**< depth lens: fx, fy, cx, cy in pixels */
@@ -347,6 +576,22 @@ VQD_API int LoadParameter(int n);
 
 /** Writes image bytes 0 to 127 to the EEPROM. @return ::VQD_OK, also when the camera refuses; 0 outside 0 to 9 */
 VQD_API int SaveParameter(int n);
+
+/** Fills the undistortion maps for camera @p n in the present mode. @return ::VQD_OK, also when the mode needs none; 0
+ */
+VQD_API int BuildUndistortionMap(int n);
+
+/** Fills ::m_dOrthogonalData from the camera's table, or from "./Orthogonal_Table.dat" when that looks wrong. */
+VQD_API void LoadOrthogonalTable(int n);
+
+/** Fills ::pPointCloud with the rays of a lens. */
+VQD_API void BuildPointCloudTable(LensIntrinsic k);
+
+/** Sorts ascending, in place. */
+VQD_API void DataSort(int* values, int count);
+
+/** Rounds half up; 0 for a value that no int holds. */
+VQD_API int Round(float value);
 
 /* One libusb call each, on an open handle. They print nothing; a null handle gives -4 (no device), 0 or an untouched
  * buffer. */

@@ -1,0 +1,131 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The per-pixel orthogonal table: from the camera's radial table, or from a text file when that looks wrong.
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <locale.h>
+#include <sys/stat.h>
+
+#include "device/device_state.h"
+#include "device/message.h"
+
+static constexpr int kRadialFactors = 2048;
+static constexpr int kFactorsPerPixel = 8; // of radius
+static constexpr int kMostRadius = kRadialFactors / kFactorsPerPixel - 1;
+static constexpr int kLineBytes = 4096; // a longer line counts as several
+
+// Rows and columns of the file that hold the sensor: 240 x 320 around the principal point.
+struct Region {
+    int64_t firstRow, lastRow;
+    int64_t firstColumn, lastColumn;
+};
+
+// Radii beyond the table, and a principal point that is not a number, take its last entry.
+static void expandRadialTable(const double* radial, float cx, float cy)
+{
+    for (int y = 0; y < VQD_HEIGHT; ++y) {
+        for (int x = 0; x < VQD_WIDTH; ++x) {
+            const float dx = static_cast<float>(x) - cx;
+            const float dy = static_cast<float>(y) - cy;
+            const float s = dx * dx + dy * dy;
+            const float r = static_cast<float>(sqrt(static_cast<double>(s)));
+            const int radius = r < kMostRadius ? Round(r) : kMostRadius;
+            m_dOrthogonalData[VQD_WIDTH * y + x] = radial[kFactorsPerPixel * radius];
+        }
+    }
+}
+
+// Not a number, or too large for any file: no row of a file is there.
+static int64_t truncateCoordinate(float c)
+{
+    return c > -1e9f && c < 1e9f ? static_cast<int64_t>(c) : INT64_MIN / 2;
+}
+
+static Region regionAround(float cx, float cy)
+{
+    const int64_t column = truncateCoordinate(cx);
+    const int64_t row = truncateCoordinate(cy);
+    return {row - 106, row + 133, column - 146, column + 173};
+}
+
+static bool isBlank(const char* token)
+{
+    return token[strspn(token, " \t\r\n\v\f")] == '\0';
+}
+
+// Stores the values of the region's columns from index `stored` on. False when the line ends before them.
+static bool readRow(char* line, const Region& region, locale_t c, int& stored)
+{
+    char* rest = line;
+    for (int64_t column = 0; column <= region.lastColumn; ++column) {
+        const char* token = strtok_r(rest, "\t", &rest);
+        if (token == nullptr || isBlank(token)) // what follows the last tab is no value
+            return false;
+        if (column >= region.firstColumn && stored < VQD_PIXELS)
+            m_dOrthogonalData[stored++] = strtod_l(token, nullptr, c);
+    }
+    return true;
+}
+
+// What there is to say at the end, or null.
+static const char* readRows(FILE* file, const Region& region, locale_t c)
+{
+    char line[kLineBytes];
+    int stored = 0;
+    for (int64_t row = 0; row <= region.lastRow; ++row) {
+        if (fgets(line, sizeof line, file) == nullptr)
+            return nullptr;
+        if (row >= region.firstRow && !readRow(line, region, c, stored))
+            return "Orthogonal table data read fail.";
+    }
+    return "Orthogonal table data load complete.";
+}
+
+// A pipe or a device in the file's place could make us wait for ever.
+static FILE* openTable()
+{
+    struct stat status;
+    if (stat("./Orthogonal_Table.dat", &status) != 0 || !S_ISREG(status.st_mode))
+        return nullptr;
+    return fopen("./Orthogonal_Table.dat", "r+");
+}
+
+static void loadFile(const Region& region)
+{
+    PrintLine("Orthogonal table file load start.");
+    FILE* file = openTable();
+    if (file == nullptr) {
+        PrintLine("Orthogonal table Data open fail.");
+        PrintLine("Orthogonal table data load complete.");
+        return;
+    }
+    // Numbers are written with a point, whatever the application's locale.
+    const locale_t c = newlocale(LC_ALL_MASK, "C", nullptr);
+    const char* said = readRows(file, region, c);
+    freelocale(c);
+    fclose(file);
+    if (said != nullptr)
+        PrintLine(said);
+}
+
+void LoadOrthogonalTable(int n)
+{
+    if (!IsDeviceNumber(n))
+        return;
+    double radial[kRadialFactors];
+    if (vqdLoadOrthogonalData(n, radial) != 1) {
+        PrintLine("Orthogonal table load fail.");
+        return;
+    }
+    const float cx = m_fIntrinsicParam[n][2];
+    const float cy = m_fIntrinsicParam[n][3];
+    expandRadialTable(radial, cx, cy);
+    // A factor above 1 at the corner can not be: the way along the axis is the shorter one.
+    if (m_dOrthogonalData[0] >= 0.0 && m_dOrthogonalData[0] <= 1.0)
+        PrintLine("Orthogonal table data load complete.");
+    else
+        loadFile(regionAround(cx, cy));
+}

@@ -1,0 +1,136 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Undistortion: the maps, the mode, and the inverse of the lens model for one pixel.
+#include "geometry/undistortion.h"
+
+#include <cmath>
+#include <cstring>
+
+#include "config/param_image.h"
+#include "device/device_state.h"
+#include "usb/vendor_channel.h"
+
+// Lenses at the edge of convergence need some thousand passes, a usual one less than ten.
+static constexpr int kMostPasses = 10000;
+
+Lens LensOf(int n)
+{
+    Lens lens;
+    memcpy(&lens.k, m_fIntrinsicParam[n], sizeof lens.k);
+    memcpy(&lens.d, m_fDistorParam[n], sizeof lens.d);
+    return lens;
+}
+
+LastMapPixel FillUndistortionMaps(const Lens& lens, bool fractions, const UndistortionMaps& maps)
+{
+    const auto [fx, fy, cx, cy] = lens.k;
+    for (int v = 0; v < VQD_HEIGHT; ++v) {
+        const float y = (static_cast<float>(v) - cy) / fy;
+        for (int u = 0; u < VQD_WIDTH; ++u) {
+            const float x = (static_cast<float>(u) - cx) / fx;
+            const Distorted point = Distort(lens.d, x, y);
+            const float xs = point.x * fx + cx;
+            const float ys = point.y * fy + cy;
+            const int i = VQD_WIDTH * v + u;
+            maps.x[i] = xs;
+            maps.y[i] = ys;
+            maps.distX[i] = fractions ? xs - truncf(xs) : xs;
+            maps.distY[i] = fractions ? ys - truncf(ys) : ys;
+        }
+    }
+    const float lastX = (static_cast<float>(VQD_WIDTH - 1) - cx) / fx;
+    const float lastY = (static_cast<float>(VQD_HEIGHT - 1) - cy) / fy;
+    return {lastX, lastY, Distort(lens.d, lastX, lastY)};
+}
+
+int BuildUndistortionMap(int n)
+{
+    if (VQDDevice_ErrorChecked(n) != 1)
+        return 0;
+    const int mode = m_nUndistortionMode;
+    if (mode < 1 || mode > 3)
+        return 1;
+    const LastMapPixel last = FillUndistortionMaps(LensOf(n), mode != 3, {m_fXp2, m_fYp2, fDist_x2, fDist_y2});
+    m_fX_nu = last.x;
+    m_fY_nu = last.y;
+    m_fRu2 = last.distorted.r2;
+    m_fRadial_d = last.distorted.radial;
+    m_fX_nd = last.distorted.x;
+    m_fY_nd = last.distorted.y;
+    return 1;
+}
+
+// The mode is set before the camera is looked at, so that it also counts for cameras listed later.
+int vqdSetUndistortion(int n, int mode)
+{
+    if (!IsDeviceNumberOrReport(n))
+        return 0;
+    m_nUndistortionMode = mode;
+    BuildUndistortionMap(n);
+    if (VQDDevice_ErrorChecked(n) != 1)
+        return 0;
+    stCamParam[n].image[kUndistortionCode] = UndistortionCode(mode, m_bOrthogonal == 1);
+    return SendImage(n);
+}
+
+int vqdGetUndistortion(int n)
+{
+    if (VQDDevice_ErrorChecked(n) != 1)
+        return 0;
+    const int mode = stCamParam[n].image[kUndistortionCode] & ~kOrthogonalBit;
+    if (mode <= 3)
+        m_nUndistortionMode = mode;
+    return m_nUndistortionMode;
+}
+
+// Fixed-point iteration: the undistorted point moves by what its distortion misses the target. False when it does not
+// come to rest.
+static bool undistort(const Lens& lens, float xt, float yt, float& xu, float& yu)
+{
+    const float stepX = 0.1f / lens.k.fx; // a tenth of a pixel
+    const float stepY = 0.1f / lens.k.fy;
+    const float limit = stepX * stepX + stepY * stepY;
+    xu = xt;
+    yu = yt;
+    for (int pass = 0; pass < kMostPasses; ++pass) {
+        const Distorted point = Distort(lens.d, xu, yu);
+        const float ex = point.x - xt;
+        const float ey = point.y - yt;
+        xu = xu - ex;
+        yu = yu - ey;
+        const float error = ex * ex + ey * ey;
+        if (error < limit)
+            return true;
+        if (!std::isfinite(error))
+            return false;
+    }
+    return false;
+}
+
+static bool fitsInt(float value)
+{
+    return value > -2147483648.0f && value < 2147483648.0f;
+}
+
+void vqdGetUndistortPixel(int n, int* column, int* row)
+{
+    if (!IsDeviceNumber(n) || column == nullptr || row == nullptr)
+        return;
+    const Lens lens = LensOf(n);
+    const auto [fx, fy, cx, cy] = lens.k;
+    if (fx == 0 || fy == 0)
+        return;
+    const float yt = (static_cast<float>(*row) - cy) / fy;
+    const float xt = (static_cast<float>(*column) - cx) / fx - lens.d.skew * yt;
+    float xu = 0;
+    float yu = 0;
+    if (!undistort(lens, xt, yt, xu, yu))
+        return;
+    const float u = (xu + lens.d.skew * yu) * fx + cx + 0.5f;
+    const float v = yu * fy + cy + 0.5f;
+    if (!fitsInt(u) || !fitsInt(v))
+        return;
+    *column = static_cast<int>(u);
+    *row = static_cast<int>(v);
+}
