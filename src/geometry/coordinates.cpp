@@ -7,6 +7,8 @@
 
 #include <algorithm>
 
+#include "device/kernel_target.h"
+
 static constexpr float kMillimetres = 1000.0f; // a metre
 
 void vqdXYZ3DConversion(Point3f* out, Point3f p, ExtrinsicParam e)
@@ -59,7 +61,7 @@ void BuildPointCloudTable(LensIntrinsic k)
     }
 }
 
-void DepthToPoints(const uint16_t* depth, const Point3f* rays, Point3f* points, size_t count)
+VQD_KERNEL void DepthToPoints(const uint16_t* depth, const Point3f* rays, Point3f* points, size_t count)
 {
     for (size_t i = 0; i < count; ++i) {
         const float d = depth[i];

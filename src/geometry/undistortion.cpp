@@ -22,28 +22,6 @@ Lens LensOf(int n)
     return lens;
 }
 
-LastMapPixel FillUndistortionMaps(const Lens& lens, bool fractions, const UndistortionMaps& maps)
-{
-    const auto [fx, fy, cx, cy] = lens.k;
-    for (int v = 0; v < VQD_HEIGHT; ++v) {
-        const float y = (static_cast<float>(v) - cy) / fy;
-        for (int u = 0; u < VQD_WIDTH; ++u) {
-            const float x = (static_cast<float>(u) - cx) / fx;
-            const Distorted point = Distort(lens.d, x, y);
-            const float xs = point.x * fx + cx;
-            const float ys = point.y * fy + cy;
-            const int i = VQD_WIDTH * v + u;
-            maps.x[i] = xs;
-            maps.y[i] = ys;
-            maps.distX[i] = fractions ? xs - truncf(xs) : xs;
-            maps.distY[i] = fractions ? ys - truncf(ys) : ys;
-        }
-    }
-    const float lastX = (static_cast<float>(VQD_WIDTH - 1) - cx) / fx;
-    const float lastY = (static_cast<float>(VQD_HEIGHT - 1) - cy) / fy;
-    return {lastX, lastY, Distort(lens.d, lastX, lastY)};
-}
-
 int BuildUndistortionMap(int n)
 {
     if (VQDDevice_ErrorChecked(n) != 1)
