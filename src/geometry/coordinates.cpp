@@ -61,12 +61,18 @@ void BuildPointCloudTable(LensIntrinsic k)
     }
 }
 
-VQD_KERNEL void DepthToPoints(const uint16_t* depth, const Point3f* rays, Point3f* points, size_t count)
+VQD_KERNEL static void scaleRays(const uint16_t* __restrict depth, const Point3f* __restrict rays,
+                                 Point3f* __restrict points, size_t count)
 {
     for (size_t i = 0; i < count; ++i) {
         const float d = depth[i];
         points[i] = {rays[i].x * d, rays[i].y * d, d * rays[i].z};
     }
+}
+
+void DepthToPoints(const uint16_t* depth, const Point3f* rays, Point3f* points, size_t count)
+{
+    scaleRays(depth, rays, points, count);
 }
 
 // The ray table has an entry for each pixel of the sensor; what a larger size asks for beyond it is not touched.
