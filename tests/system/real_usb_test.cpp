@@ -1,0 +1,143 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The library through the real, unmodified libusb: virtual cameras on a bus of this process.
+#include <array>
+#include <cstring>
+#include <mutex>
+
+#include <gtest/gtest.h>
+
+#include "VQD_API.h"
+#include "sim/umockdev_bus.h"
+
+namespace
+{
+
+// Planes that tell frame, camera and place, all within what a camera passes unchanged.
+struct Marked : sim::FrameSource {
+    explicit Marked(uint16_t mark) : mark(mark) {}
+
+    static uint16_t amplitudeAt(uint64_t frame, size_t i)
+    {
+        return static_cast<uint16_t>(1000 + (i * 31 + frame) % 997);
+    }
+    uint16_t depthAt(uint64_t frame, size_t i) const { return static_cast<uint16_t>(mark + (i + frame) % 50); }
+
+    void render(const sim::FrameRequest& request, std::span<uint16_t, sim::kPixels> amplitude,
+                std::span<uint16_t, sim::kPixels> depth) override
+    {
+        for (size_t i = 0; i < sim::kPixels; ++i) {
+            amplitude[i] = amplitudeAt(request.index, i);
+            depth[i] = depthAt(request.index, i);
+        }
+    }
+
+    uint16_t mark;
+};
+
+class RealUsb : public testing::TestWithParam<uint32_t>
+{
+protected:
+    void plug(uint16_t mark)
+    {
+        sim::Config config;
+        config.serial[6] = static_cast<uint8_t>(mark / 1000);
+        config.source = std::make_shared<Marked>(mark);
+        config.framesPerSecond = 60;
+        bus.add(config);
+    }
+
+    void start(int cameras)
+    {
+        ASSERT_EQ(vqdGetDeviceList(devices.data(), &count), 1);
+        ASSERT_EQ(count, cameras);
+        for (int n = 0; n < cameras; ++n) {
+            ASSERT_EQ(vqdDeviceOpen(n), 1);
+            ASSERT_EQ(vqdGrabStart(n), 1);
+        }
+    }
+
+    int serialDigit(int n) const { return devices[static_cast<size_t>(n)].szSerialNumber[13] - '0'; }
+
+    // Reads a frame and compares every pixel with what the source of the camera that was listed as n made for it.
+    void expectOwnFrame(int n)
+    {
+        const auto mark = static_cast<uint16_t>(serialDigit(n) * 1000);
+        ASSERT_EQ(vqdReadFromDevice(n, images.data(), &info), 1);
+        uint64_t frame = 0;
+        memcpy(&frame, buffers + 16, sizeof frame); // the virtual camera numbers its frames in the header
+        const Marked source(mark);
+        size_t wrong = 0;
+        for (size_t i = 0; i < sim::kPixels; ++i)
+            wrong += amplitude[i] != Marked::amplitudeAt(frame, i) || depth[i] != source.depthAt(frame, i);
+        EXPECT_EQ(wrong, 0u) << "camera " << n << ", frame " << frame;
+    }
+
+    void TearDown() override
+    {
+        for (int n = 0; n < count; ++n)
+            EXPECT_EQ(vqdDeviceClose(n), 1);
+    }
+
+    sim::Bus bus{sim::BusOptions{.capabilities = GetParam()}};
+    std::array<DevInfo, VQD_MAX_DEVICES> devices{};
+    int count = 0;
+    std::array<uint16_t, VQD_PIXELS> amplitude{}, depth{};
+    std::array<uint16_t*, 2> images{amplitude.data(), depth.data()};
+    FrameInfo info{};
+};
+
+TEST_P(RealUsb, FramesArriveBitForBit)
+{
+    plug(2000);
+    start(1);
+    EXPECT_STREQ(devices[0].szDeviceName, "VQD-HT120");
+    EXPECT_STREQ(devices[0].szSerialNumber, "24061100000002");
+    for (int i = 0; i < 5; ++i)
+        expectOwnFrame(0);
+    EXPECT_EQ(info.nFrameCount, 5u);
+    EXPECT_EQ(vqdGrabStop(0), 1);
+    bus.withCamera(0, [](sim::Camera& camera) { EXPECT_FALSE(camera.grabbing()); });
+}
+
+TEST_P(RealUsb, ACameraThatIsUnpluggedInMidStreamGoesOnWhenItIsBack)
+{
+    plug(2000);
+    start(1);
+    expectOwnFrame(0);
+    const unsigned address = bus.address(0);
+    bus.withCamera(0, [](sim::Camera& camera) {
+        camera.addFault(
+            {.kind = sim::Fault::Kind::unplug, .channel = sim::Channel::bulkIn, .nth = 2, .backAfter = 300'000});
+    });
+    expectOwnFrame(0);
+    EXPECT_EQ(vqdReadFromDevice(0, images.data(), &info), 1); // re-opens, and delivers the frame before again
+    EXPECT_NE(bus.address(0), address);
+    EXPECT_EQ(m_nDeviceOpen[0], 1);
+    for (int i = 0; i < 3; ++i)
+        expectOwnFrame(0);
+    EXPECT_EQ(info.nFrameCount, 6u);
+}
+
+TEST_P(RealUsb, TwoCamerasKeepTheirNumbersWhenOneIsReplaced)
+{
+    plug(2000);
+    plug(3000);
+    start(2);
+    expectOwnFrame(0);
+    expectOwnFrame(1);
+    const auto port = static_cast<size_t>(serialDigit(0) - 2); // libusb does not list in the order of plugging
+    bus.unplug(port);
+    bus.plug(port);
+    EXPECT_EQ(vqdReadFromDevice(0, images.data(), &info), 1);
+    for (int i = 0; i < 3; ++i) {
+        expectOwnFrame(0);
+        expectOwnFrame(1);
+    }
+}
+
+// As a USB 3 host controller announces, and without scatter-gather, where libusb splits a frame into 16 KiB pieces.
+INSTANTIATE_TEST_SUITE_P(Capabilities, RealUsb, testing::Values(0x1f, 0x13));
+
+} // namespace
