@@ -147,16 +147,45 @@ void UsbPort::moveBulkIn(TimeUs now)
             urb->actual += outcome.bytes;
             return;
         }
+        if (outcome.status == Status::overflow) {
+            overflow();
+            continue;
+        }
         Urb ended = std::move(*urb);
         m_pending.erase(urb);
         conclude(std::move(ended), outcome);
     }
 }
 
+// The camera sends more than was asked for: the pieces of the transfer fill, the last one overflows. libusb relies on
+// it.
+void UsbPort::overflow()
+{
+    for (bool last = false; !last;) {
+        const auto urb = firstBulkIn();
+        Urb ended = std::move(*urb);
+        m_pending.erase(urb);
+        last = !(ended.flags & USBDEVFS_URB_SHORT_NOT_OK);
+        if (!last)
+            ended.actual = ended.buffer.size();
+        finish(std::move(ended), last ? -EOVERFLOW : 0);
+    }
+}
+
+// libusb sends a long transfer in pieces and marks all but the last. On a real bus it has sent them all before the
+// first one ends; here the first must wait, or an error would meet half a transfer, which libusb takes for a success.
+bool UsbPort::awaitsPieces() const
+{
+    const auto last = std::find_if(m_pending.rbegin(), m_pending.rend(), isBulkIn);
+    return last != m_pending.rend() && (last->flags & USBDEVFS_URB_SHORT_NOT_OK);
+}
+
 TimeUs UsbPort::nextBulkIn(TimeUs now)
 {
     const auto urb = firstBulkIn();
-    return m_frozen || urb == m_pending.end() || urb->stuck ? kNever : m_camera->nextBulkIn(now);
+    if (m_frozen || urb == m_pending.end() || urb->stuck || awaitsPieces())
+        return kNever;
+    return m_camera->nextBulkIn(now);
 }
 
 // A transfer that timed out stays pending until the host cancels it; one that met an unplugged camera, until

@@ -78,6 +78,8 @@ private:
     void conclude(Urb&& urb, const Outcome& outcome);
     void finish(Urb&& urb, int status);
     void cutSeries(Opener opener);
+    bool awaitsPieces() const;
+    void overflow();
     std::list<Urb>::iterator firstBulkIn();
 
     Camera* m_camera;
