@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "factory_tables.h"
 #include "registers.h"
 
 namespace sim
@@ -17,6 +18,10 @@ Camera::Camera(Config config) : eeprom(factoryEeprom(config)), m_config(std::mov
 {
     for (const Fault& fault : m_config.faults)
         m_plan.add(fault);
+    if (!hostCorrects(m_config.product))
+        return;
+    regions[kFppnRegion] = fppnTable();
+    regions[kOrthogonalRegion] = orthogonalTable();
 }
 
 void Camera::addFault(const Fault& fault)

@@ -160,7 +160,7 @@ public:
     // The device's memory, for tests and for preparing a camera.
     Eeprom eeprom;
     Image registers{};                                // the image that the last bulk OUT carried
-    std::map<uint16_t, std::vector<uint8_t>> regions; // table regions by wValue
+    std::map<uint16_t, std::vector<uint8_t>> regions; // table regions by wValue; empty ones read as zeros
     bool grabbing() const { return m_grabbing; }
     uint64_t framesSent() const { return m_framesSent; }
     void addFault(const Fault& fault);

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+#include "registers.h"
+
 namespace sim
 {
 
@@ -31,13 +33,13 @@ struct TableLayout {
 };
 
 static constexpr TableLayout kTables[] = {
-    {0x0000, 256, 3840},  // wiggling
-    {0x0000, 128, 8192},  // wiggling, long form
-    {0x2000, 128, 8192},  // wiggling, second frequency
-    {0x0F00, 256, 12288}, // FPPN, plain
-    {0x4000, 128, 9600},  // FPPN of 4x4 blocks
-    {0x5800, 128, 6144},  // FPPN of 5x5 blocks
-    {0x7000, 128, 4096},  // orthogonal
+    {0x0000, 256, 3840},      // wiggling
+    {0x0000, 128, 8192},      // wiggling, long form
+    {0x2000, 128, 8192},      // wiggling, second frequency
+    {0x0F00, 256, 12288},     // FPPN, plain
+    {kFppnRegion, 128, 9600}, // FPPN of 4x4 blocks
+    {0x5800, 128, 6144},      // FPPN of 5x5 blocks
+    {kOrthogonalRegion, 128, 4096},
 };
 
 static bool isRegion(uint16_t value)

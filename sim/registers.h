@@ -26,6 +26,9 @@ enum Register : size_t {
 
 inline constexpr uint8_t kMaxFrameDelay = 100;
 
+// The tables that a host corrects with, by wValue.
+inline constexpr uint16_t kFppnRegion = 0x4000, kOrthogonalRegion = 0x7000;
+
 inline uint16_t bigEndian(const Image& image, size_t at)
 {
     return static_cast<uint16_t>(image[at] << 8 | image[at + 1]);

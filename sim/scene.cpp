@@ -10,8 +10,10 @@
 #include <cmath>
 #include <iterator>
 
+#include "factory_tables.h"
 #include "lens_model.h"
 #include "noise.h"
+#include "registers.h"
 #include "room.h"
 
 namespace sim
@@ -26,20 +28,24 @@ using Field = std::vector<Echo>; // one for each pixel
 class Sensor
 {
 public:
-    explicit Sensor(const SceneOptions& options)
+    // `errors`: of the raw depth, one for each pixel or none.
+    explicit Sensor(const SceneOptions& options, std::vector<RawError> errors = {})
         : m_key(scramble(options.seed)),
-          m_noise(options.noise > 0 ? static_cast<float>(std::min(options.noise, kMostNoise)) : 0)
+          m_noise(options.noise > 0 ? static_cast<float>(std::min(options.noise, kMostNoise)) : 0),
+          m_errors(std::move(errors))
     {
     }
 
-    void expose(const Field& field, uint64_t frame, std::span<uint16_t, kPixels> amplitude,
+    void expose(const Field& field, const FrameRequest& request, std::span<uint16_t, kPixels> amplitude,
                 std::span<uint16_t, kPixels> depth) const
     {
-        const uint64_t key = scramble(m_key ^ scramble(frame));
+        const uint64_t key = scramble(m_key ^ scramble(request.index));
+        const bool raw = !m_errors.empty() && hostCorrects(request.product);
         for (size_t i = 0; i < kPixels; i++) {
             const Echo& echo = field[i];
             amplitude[i] = count(echo.amplitude + m_noise * amplitudeNoise(echo) * bell(scramble(key + 2 * i)));
-            const float measured = echo.depth + m_noise * depthNoise(echo) * bell(scramble(key + 2 * i + 1));
+            const float exact = raw ? m_errors[i].of(echo.depth) : echo.depth;
+            const float measured = exact + m_noise * depthNoise(echo) * bell(scramble(key + 2 * i + 1));
             depth[i] = amplitude[i] < kTooDark ? uint16_t{0} : count(measured);
         }
     }
@@ -67,17 +73,23 @@ private:
 
     uint64_t m_key;
     float m_noise;
+    std::vector<RawError> m_errors;
 };
+
+Sensor sensorInSpace(const SceneOptions& options)
+{
+    return options.rawDepth ? Sensor(options, rawErrors(options.lens)) : Sensor(options);
+}
 
 class StillScene : public FrameSource
 {
 public:
-    StillScene(const SceneOptions& options, Field field) : m_sensor(options), m_field(std::move(field)) {}
+    StillScene(Sensor sensor, Field field) : m_sensor(std::move(sensor)), m_field(std::move(field)) {}
 
     void render(const FrameRequest& request, std::span<uint16_t, kPixels> amplitude,
                 std::span<uint16_t, kPixels> depth) override
     {
-        m_sensor.expose(m_field, request.index, amplitude, depth);
+        m_sensor.expose(m_field, request, amplitude, depth);
     }
 
 private:
@@ -91,7 +103,7 @@ class RoomScene : public FrameSource
 {
 public:
     explicit RoomScene(const SceneOptions& options)
-        : m_sensor(options), m_rays(kPixels), m_echoes(kPixels), m_still(kPixels)
+        : m_sensor(sensorInSpace(options)), m_rays(kPixels), m_echoes(kPixels), m_still(kPixels)
     {
         constexpr double kSpread = 0.35;
         constexpr double kShift[4][2] = {{-1, -1}, {1, -1}, {-1, 1}, {1, 1}};
@@ -113,7 +125,7 @@ public:
         for (size_t i = 0; i < kPixels; i++)
             if (nearBall(ball, m_rays[i][0]))
                 m_field[i] = withBall(i, ball);
-        m_sensor.expose(m_field, request.index, amplitude, depth);
+        m_sensor.expose(m_field, request, amplitude, depth);
     }
 
 private:
@@ -185,11 +197,11 @@ std::shared_ptr<FrameSource> makeScene(const SceneOptions& options)
 {
     switch (options.kind) {
     case SceneKind::wall:
-        return std::make_shared<StillScene>(options, wallField(options.lens));
+        return std::make_shared<StillScene>(sensorInSpace(options), wallField(options.lens));
     case SceneKind::ramp:
-        return std::make_shared<StillScene>(options, rampField());
+        return std::make_shared<StillScene>(Sensor(options), rampField());
     case SceneKind::plane:
-        return std::make_shared<StillScene>(options, Field(kPixels, Echo{1500, 1000}));
+        return std::make_shared<StillScene>(Sensor(options), Field(kPixels, Echo{1500, 1000}));
     case SceneKind::room:
         break;
     }

@@ -31,6 +31,9 @@ struct SceneOptions {
     uint64_t seed = 1;
     Lens lens = {};
     double noise = 1; // scale of all noise; 0 for exact scenes
+    // Room and wall before a host-corrected camera: depth as its sensor measures it, for the host to correct with the
+    // camera's tables. Else, and for every other camera, depth along the optical axis.
+    bool rawDepth = true;
 };
 
 std::shared_ptr<FrameSource> makeScene(const SceneOptions& options);
