@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# SPDX-FileCopyrightText: VQD_API contributors
+# SPDX-License-Identifier: Apache-2.0
+#
+# From a bare machine to depth pictures: installs the Debian packages that are missing, builds, plugs a virtual camera
+# into the unmodified libusb and grabs 30 frames from it into demo-out/.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")"
+source tools/setup.sh
+
+install_packages g++ cmake make pkg-config libusb-1.0-0-dev umockdev libumockdev-dev libcli11-dev libpng-dev
+
+build=build/release
+mkdir -p "$build"
+echo "Building in $build"
+quietly "Configuring" "$build/demo-configure.log" cmake --preset release
+quietly "Building" "$build/demo-build.log" cmake --build --preset release -j "$(nproc)"
+
+echo "Grabbing from a virtual camera"
+echo
+rm -f demo-out/{depth,amplitude,depth16,amplitude16}.png
+if ! "$build/vqd" sim VQD-HT120 -- "$build/vqd" grab -n 30 -o demo-out 2>"$build/demo-grab.log"; then
+    cat "$build/demo-grab.log" >&2
+    echo "Grabbing failed." >&2
+    exit 1
+fi

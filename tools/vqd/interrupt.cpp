@@ -1,0 +1,35 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// See interrupt.h.
+#include "interrupt.h"
+
+#include <csignal>
+#include <unistd.h>
+
+#include "exit_codes.h"
+
+static volatile std::sig_atomic_t g_interrupted = 0;
+
+static void onSignal(int)
+{
+    if (g_interrupted)
+        _exit(kInterrupted);
+    g_interrupted = 1;
+}
+
+void catchInterrupts()
+{
+    struct sigaction action {
+    };
+    action.sa_handler = onSignal;
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+void endIfInterrupted()
+{
+    if (g_interrupted)
+        throw Failure(kInterrupted, "interrupted, nothing saved");
+}

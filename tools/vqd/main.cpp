@@ -1,0 +1,57 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The command line: sub-commands, exit codes, and the one place where failures are reported.
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+
+#include <CLI/CLI.hpp>
+
+#include "commands.h"
+#include "exit_codes.h"
+
+namespace
+{
+
+// Takes the program that `sim` runs off the arguments: its options are not ours to parse.
+std::vector<std::string> takeProgram(std::vector<std::string>& arguments)
+{
+    if (arguments.empty() || arguments[0] != "sim")
+        return {};
+    const auto dashes = std::find(arguments.begin(), arguments.end(), "--");
+    if (dashes == arguments.end())
+        return {};
+    std::vector<std::string> program(dashes + 1, arguments.end());
+    arguments.erase(dashes, arguments.end());
+    return program;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+    const Invocation invocation{argv, takeProgram(arguments)};
+    CLI::App app("USB time-of-flight depth cameras from the command line.", "vqd");
+    app.require_subcommand(1);
+    app.set_version_flag("--version", "vqd " VQD_VERSION);
+    app.footer("Exit codes: 0 done, 1 failed, 2 wrong usage, 3 no camera, 5 camera lost, 130 interrupted.");
+    Run run;
+    addList(app, run);
+    addGrab(app, run);
+    addSim(app, run, invocation);
+    try {
+        std::reverse(arguments.begin(), arguments.end()); // as the parser takes them
+        app.parse(arguments);
+        return run();
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kDone : kUsage;
+    } catch (const Failure& failure) {
+        fprintf(stderr, "vqd: %s\n", failure.what());
+        return failure.code;
+    } catch (const std::exception& error) {
+        fprintf(stderr, "vqd: %s\n", error.what());
+        return kFailed;
+    }
+}
