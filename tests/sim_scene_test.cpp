@@ -8,6 +8,7 @@
 #include <cmath>
 #include <limits>
 
+#include "factory_tables.h"
 #include "lens_model.h"
 #include "room.h"
 #include "scene.h"
@@ -22,11 +23,11 @@ struct Shot {
     bool operator==(const Shot&) const = default;
 };
 
-Shot shoot(FrameSource& scene, uint64_t index)
+Shot shoot(FrameSource& scene, uint64_t index, const char* product = "VQD-HT110")
 {
     Shot shot;
     const Image image{};
-    scene.render({index, 0, image, "VQD-HT120"}, std::span(shot.amplitude).first<kPixels>(),
+    scene.render({index, 0, image, product}, std::span(shot.amplitude).first<kPixels>(),
                  std::span(shot.depth).first<kPixels>());
     return shot;
 }
@@ -71,6 +72,32 @@ TEST(SimScene, ExactScenesAreExactWithoutNoise)
         ASSERT_EQ(plane.amplitude[i], 1000);
         const Ray ray = rayThrough(Lens{}, static_cast<double>(i % 320), static_cast<double>(i / 320));
         ASSERT_NEAR(wall.depth[i] - 0.2 * ray.x * wall.depth[i], 2000, 0.7); // a flat wall in space
+    }
+}
+
+TEST(SimScene, AHostCorrectedCameraMeasuresAlongTheRayAndTooShort)
+{
+    const auto depthOf = [](SceneKind kind, bool rawDepth, const char* product) {
+        return shoot(*makeScene({.kind = kind, .noise = 0, .rawDepth = rawDepth}), 3, product).depth;
+    };
+    const std::vector<uint8_t> factors = orthogonalTable(), offsets = fppnTable();
+    ASSERT_EQ(factors.size(), 4096u);
+    ASSERT_EQ(offsets.size(), 9600u);
+    EXPECT_EQ(factors[0] << 8 | factors[1], 10000);
+    EXPECT_EQ(factors[16 * 204] << 8 | factors[16 * 204 + 1], 7071); // 45 degrees off the axis
+
+    const auto plain = depthOf(SceneKind::wall, true, "VQD-HT110"), raw = depthOf(SceneKind::wall, true, "VQD-HT950X");
+    EXPECT_EQ(depthOf(SceneKind::wall, false, "VQD-HT950X"), plain);
+    EXPECT_EQ(depthOf(SceneKind::ramp, true, "VQD-HT120"), depthOf(SceneKind::ramp, true, "VQD-HT110"));
+    for (size_t i = 0; i < kPixels; i++) {
+        const Ray ray = rayThrough(Lens{}, static_cast<double>(i % 320), static_cast<double>(i / 320));
+        const double column = 204 * ray.x + 160, row = 204 * ray.y + 120, radius = 204 * std::hypot(ray.x, ray.y);
+        if (column < 0 || row < 0 || column >= 319 || row >= 239)
+            continue; // seen by no undistorted pixel
+        const auto at = static_cast<size_t>(8 * radius + 0.5);
+        const size_t block = static_cast<size_t>(row + 0.5) / 4 * 80 + static_cast<size_t>(column + 0.5) / 4;
+        const double factor = (factors[2 * at] << 8 | factors[2 * at + 1]) / 10000.0;
+        ASSERT_NEAR(raw[i] * factor + (offsets[2 * block] << 8 | offsets[2 * block + 1]), plain[i], 3) << i;
     }
 }
 

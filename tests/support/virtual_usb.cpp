@@ -88,8 +88,11 @@ void VirtualUsb::note(const std::string& entry)
 std::string VirtualUsb::conversation()
 {
     std::string text;
-    for (const std::string& entry : m_log)
-        text += (text.empty() ? "" : ", ") + entry;
+    for (const std::string& entry : m_log) {
+        if (!text.empty())
+            text += ", ";
+        text += entry;
+    }
     m_log.clear();
     return text;
 }

@@ -1,0 +1,135 @@
+#!/usr/bin/env bash
+# SPDX-FileCopyrightText: VQD_API contributors
+# SPDX-License-Identifier: Apache-2.0
+#
+# Drives the tool as people do, on virtual cameras: output, pictures, exit codes, signals, and what is left behind.
+#   tool_test.sh VQD_BINARY
+set -u
+vqd=$(readlink -f "$1")
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+export TMPDIR=$work/tmp # where buses live
+mkdir "$TMPDIR"
+cd "$work" || exit 1
+failures=0
+
+fail() {
+    echo "FAILED: $*"
+    sed 's/^/    /' out err 2>/dev/null
+    failures=$((failures + 1))
+}
+
+# ends CODE COMMAND...: its output is in ./out and ./err afterwards
+ends() {
+    local expected=$1 code=0
+    shift
+    "$@" >out 2>err </dev/null || code=$?
+    [[ $code -eq $expected ]] || fail "exit code $code, not $expected: $*"
+}
+
+# shows FILE LINE...: the file is exactly these lines, each a regular expression
+shows() {
+    local file=$1 line=0 pattern
+    shift
+    [[ $(wc -l <"$file") -eq $# ]] || fail "$file has not $# lines"
+    for pattern; do
+        line=$((line + 1))
+        sed -n "${line}p" "$file" | grep -Eqx -- "$pattern" || fail "$file, line $line is not $pattern"
+    done
+}
+
+mentions() {
+    grep -q -- "$2" "$1" || fail "$1 does not mention $2"
+}
+
+# png FILE BITS COLOURTYPE: 320 x 240 and complete
+png() {
+    local head
+    head=$(od -An -v -tx1 -N 26 "$1" | tr -d ' \n')
+    local expected="89504e470d0a1a0a0000000d4948445200000140000000f0$2$3"
+    [[ $head == "$expected" ]] || fail "$1 starts with $head"
+    tail -c 8 "$1" | head -c 4 | grep -q IEND || fail "$1 is cut short"
+}
+
+# Data on standard output and nothing else there; the library's lines on standard error.
+ends 0 "$vqd" --version
+shows out 'vqd 2\.4\.0'
+ends 0 "$vqd" sim VQD-HT120 VQD-RS110 -- "$vqd" list
+mentions err VQD_Library_Ver
+sort -k3 out >sorted
+shows sorted '[01]  VQD-HT120   24061100000001  03a4:871a' '[01]  VQD-RS110   24061100000002  03a4:8720'
+
+# A camera that does not correct on the host passes an even scene through. Old pictures are replaced.
+mkdir -p pictures/new
+echo old >pictures/new/depth.png
+ends 0 "$vqd" sim --scene plane --fps 100 VQD-HT120 VQD-HT110 -- \
+    "$vqd" grab -n 3 -o pictures/new -c 24061100000002
+shows out 'camera [01]: VQD-HT110, serial 24061100000002, USB 03a4:8718' \
+    'sensor temperature [234][0-9]\.[0-9], logic version 2\.5' '3 frames, [0-9]+\.[0-9] frames per second' \
+    'depth at the centre (149|150)[0-9] mm' 'pictures in pictures/new: .*'
+png pictures/new/depth.png 08 02
+png pictures/new/amplitude.png 08 00
+png pictures/new/depth16.png 10 00
+png pictures/new/amplitude16.png 10 00
+[[ $(ls -A pictures/new | wc -l) -eq 4 ]] || fail "more than four pictures: $(ls -A pictures/new)"
+
+# Usage
+while read -r mentioned arguments; do
+    # shellcheck disable=SC2086 # words on purpose
+    ends 2 "$vqd" $arguments
+    mentions err "$mentioned"
+done <<'END'
+subcommand
+subcommand  nonsense
+--frames    grab -n 0
+--frames    grab -n some
+PROGRAM     sim VQD-HT120
+VQD-WN120   sim VQD-X1 -- true
+--scene     sim --scene moon -- true
+--fps       sim --fps -1 -- true
+at.most.11  sim VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 -- true
+END
+
+# No camera, no such camera, one too many
+ends 3 env ASAN_OPTIONS=verify_asan_link_order=0 umockdev-run -- "$vqd" list
+mentions err "no camera found"
+ends 3 "$vqd" sim -- "$vqd" grab -o none -c 7
+[[ ! -e none ]] || fail "a directory for no pictures"
+# shellcheck disable=SC2046
+ends 1 "$vqd" sim $(printf 'VQD-HT120 %.0s' {1..11}) -- "$vqd" list
+mentions err "11 cameras"
+
+# Nowhere to write: said before grabbing, which would print two lines more. No room: no half file.
+ends 1 "$vqd" sim -- "$vqd" grab -o err/below
+mentions err "err/below: Not a directory"
+[[ $(grep -vc '^vqd:' err) -eq 2 ]] || fail "grabbed before looking at the directory"
+ends 1 "$vqd" sim -- sh -c 'trap "" XFSZ; ulimit -f 8; exec "$0" grab -o full' "$vqd"
+mentions err "depth.png: File too large"
+[[ -d full && -z $(ls -A full) ]] || fail "left in the full directory: $(ls -A full)"
+ends 1 sh -c '"$0" sim -- "$0" list >/dev/full' "$vqd"
+mentions err "standard output: No space left"
+
+# The program's own end
+ends 7 "$vqd" sim -- sh -c 'exit 7'
+ends 137 "$vqd" sim -- sh -c 'kill -KILL $$'
+ends 127 "$vqd" sim -- ./no-such-program
+mentions err "no-such-program: No such file"
+ends 126 "$vqd" sim -- "$work"
+
+# Signals: passed on; grabbing ends in good order and saves nothing.
+for signal in INT TERM; do
+    ends 130 "$vqd" sim -- sh -c '
+        trap "" INT TERM
+        env --default-signal=INT,TERM "$0" grab -n 1000000 -o stopped & sleep 2; kill -'$signal' $!; wait $!' "$vqd"
+    mentions err "interrupted, nothing saved"
+    [[ -z $(ls -A stopped) ]] || fail "saved after an interrupt: $(ls -A stopped)"
+done
+"$vqd" sim -- "$vqd" grab -n 1000000 -o stopped >out 2>err &
+sleep 2
+kill -TERM $!
+wait $!
+[[ $? -eq 130 ]] || fail "SIGTERM to the simulator"
+
+[[ -z $(ls -A "$TMPDIR") ]] || fail "left behind: $(ls -A "$TMPDIR")"
+[[ $failures -eq 0 ]] && echo "all passed"
+exit $((failures > 0))
