@@ -15,6 +15,7 @@
 #include "interrupt.h"
 #include "output.h"
 #include "pictures.h"
+#include "settings.h"
 
 namespace
 {
@@ -23,6 +24,7 @@ struct Options {
     int frames = 1;
     std::string directory = ".";
     std::string camera;
+    std::vector<std::string> settings;
 };
 
 // A counter that is seen on a terminal only.
@@ -103,8 +105,22 @@ void tell(Output& output, const DevInfo& camera, const Options& options, double 
                  options.directory.c_str());
 }
 
+// A frame may be under way with the settings before.
+void applySettings(Stream& stream, int n, const std::vector<Assignment>& assignments, Frame& frame)
+{
+    for (const Assignment& assignment : assignments) {
+        endIfInterrupted();
+        apply(n, assignment);
+    }
+    if (!assignments.empty())
+        stream.read(frame);
+}
+
 int grab(const Options& options)
 {
+    std::vector<Assignment> assignments;
+    for (const std::string& word : options.settings)
+        assignments.push_back(parseAssignment(word));
     Output output;
     catchInterrupts();
     const Session session;
@@ -115,6 +131,7 @@ int grab(const Options& options)
     double rate = 0;
     {
         Stream stream(camera);
+        applySettings(stream, camera.nIndex, assignments, *frame);
         rate = readFrames(stream, options.frames, *frame);
     }
     savePictures(options.directory, *frame);
@@ -137,6 +154,8 @@ void addGrab(CLI::App& app, Run& run)
         ->capture_default_str();
     command->add_option("-c,--camera", options->camera, "Index or serial number; without it the first camera")
         ->type_name("CAMERA");
+    command->add_option("-s,--set", options->settings, "Settings for this grab only; see vqd set")
+        ->type_name("KEY=VALUE");
     command->footer("Example: vqd grab -n 30 -o pictures");
     command->callback([&run, options] { run = [options] { return grab(*options); }; });
 }

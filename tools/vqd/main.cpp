@@ -40,6 +40,7 @@ int main(int argc, char** argv)
     Run run;
     addList(app, run);
     addGrab(app, run);
+    addGetSet(app, run);
     addSim(app, run, invocation);
     try {
         std::reverse(arguments.begin(), arguments.end()); // as the parser takes them
