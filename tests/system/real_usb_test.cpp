@@ -101,6 +101,19 @@ TEST_P(RealUsb, FramesArriveBitForBit)
     bus.withCamera(0, [](sim::Camera& camera) { EXPECT_FALSE(camera.grabbing()); });
 }
 
+TEST_P(RealUsb, AFlipMirrorsWhatTheCameraSends)
+{
+    plug(2000);
+    start(1);
+    ASSERT_EQ(vqdSetFlipHorizontal(0, 1), 1);
+    ASSERT_EQ(vqdReadFromDevice(0, images.data(), &info), 1); // may have been exposed before
+    ASSERT_EQ(vqdReadFromDevice(0, images.data(), &info), 1);
+    uint64_t frame = 0;
+    memcpy(&frame, buffers + 16, sizeof frame);
+    for (const size_t column : {0, 1, 150, 319})
+        EXPECT_EQ(amplitude[320 * 7 + column], Marked::amplitudeAt(frame, 320 * 7 + 319 - column)) << column;
+}
+
 TEST_P(RealUsb, ACameraThatIsUnpluggedInMidStreamGoesOnWhenItIsBack)
 {
     plug(2000);

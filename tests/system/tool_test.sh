@@ -90,6 +90,24 @@ VQD-WN120   sim VQD-X1 -- true
 at.most.11  sim VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 -- true
 END
 
+# Settings: shown, changed for good, refused with the range, two clients one after the other
+ends 0 "$vqd" sim -- sh -c '"$0" set offset=-5 depth-range=300,4000 --save >&2 && "$0" get offset depth-range' "$vqd"
+shows out 'offset            -5' 'depth-range       300,4000'
+ends 0 "$vqd" sim VQD-RS110 -- sh -c '"$0" set fps-delay=7 >&2 && "$0" get frequency fps-delay' "$vqd"
+shows out 'frequency         10' 'fps-delay         0'
+mentions err "not saved"
+ends 1 "$vqd" sim -- "$vqd" set offset=256
+mentions err "Offset Range: -255 ~ 255"
+ends 2 "$vqd" sim VQD-HT120 VQD-HT120 -- "$vqd" set offset=1
+ends 0 "$vqd" sim --scene plane -- "$vqd" get temperature logic-version
+shows out 'temperature       3[0-9]\.[0-9]*' 'logic-version     2\.5'
+ends 0 "$vqd" sim -- "$vqd" grab -o set -s undistortion=2 -s flip-horizontal=1
+png set/depth16.png 10 00
+for words in 'set offset' 'set offset=' 'set offset=1,2' 'set offset=x' 'set temperature=3' 'set nothing=1' 'get nothing'; do
+    # shellcheck disable=SC2086
+    ends 2 "$vqd" $words
+done
+
 # No camera, no such camera, one too many
 ends 3 env ASAN_OPTIONS=verify_asan_link_order=0 umockdev-run -- "$vqd" list
 mentions err "no camera found"
