@@ -8,7 +8,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 source tools/setup.sh
 
-install_packages g++ cmake make pkg-config libusb-1.0-0-dev umockdev libumockdev-dev libcli11-dev libpng-dev
+install_packages g++ cmake make pkg-config libusb-1.0-0-dev umockdev libumockdev-dev libcli11-dev libpng-dev nlohmann-json3-dev
 
 build=build/release
 mkdir -p "$build"
@@ -18,8 +18,9 @@ quietly "Building" "$build/demo-build.log" cmake --build --preset release -j "$(
 
 echo "Grabbing from a virtual camera"
 echo
-rm -f demo-out/{depth,amplitude,depth16,amplitude16}.png
-if ! "$build/vqd" sim VQD-HT120 -- "$build/vqd" grab -n 30 -o demo-out 2>"$build/demo-grab.log"; then
+rm -f demo-out/{depth,amplitude,depth16,amplitude16,points}.png demo-out/points.ply
+if ! "$build/vqd" sim VQD-HT120 -- "$build/vqd" grab -n 30 -o demo-out --cloud \
+    -s undistortion=1 -s orthogonal=1 -s remove-edge=1 2>"$build/demo-grab.log"; then
     cat "$build/demo-grab.log" >&2
     echo "Grabbing failed." >&2
     exit 1

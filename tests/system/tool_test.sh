@@ -108,6 +108,23 @@ for words in 'set offset' 'set offset=' 'set offset=1,2' 'set offset=x' 'set tem
     ends 2 "$vqd" $words
 done
 
+# Calibration: out, changed and in again; what is not a calibration is refused before the camera is touched.
+ends 0 "$vqd" sim -- sh -c '"$0" lens >lens.json && sed -i "s/\"cx\": 160.0/\"cx\": 161.3/" lens.json && "$0" lens --set lens.json >&2 &&
+    "$0" lens' "$vqd"
+grep -q '"cx": 161.3' out || fail "the lens is not stored"
+cmp -s out lens.json || fail "the calibration does not come back as it was sent"
+for text in '{' '[]' '{}' '{"depth": {"fx": 1}}' '{"lens": {}}' '{"extrinsic": {"rotation": [[1, 0, 0]]}}' '{"depth": 3}'; do
+    ends 2 sh -c 'echo "$1" | "$0" lens --set -' "$vqd" "$text"
+done
+ends 1 "$vqd" lens --set no-such-file
+
+# Point cloud: as many points as the header says, 16 bytes each
+ends 0 "$vqd" sim -- "$vqd" grab -o cloud --cloud -s undistortion=2
+points=$(sed -n 's/^element vertex //p;/^end_header/q' cloud/points.ply)
+header=$(sed '/^end_header/q' cloud/points.ply | wc -c)
+[[ $(stat -c %s cloud/points.ply) -eq $((header + 16 * points)) && $points -gt 50000 ]] || fail "points.ply: $points points"
+head -c 26 cloud/points.png | od -An -tx1 | tr -d ' \n' | grep -q 494844520000028000 || fail "points.png"
+
 # No camera, no such camera, one too many
 ends 3 env ASAN_OPTIONS=verify_asan_link_order=0 umockdev-run -- "$vqd" list
 mentions err "no camera found"

@@ -19,6 +19,7 @@ using Run = std::function<int()>;
 void addList(CLI::App& app, Run& run);
 void addGrab(CLI::App& app, Run& run);
 void addGetSet(CLI::App& app, Run& run);
+void addLens(CLI::App& app, Run& run);
 
 // How the tool was called.
 struct Invocation {

@@ -10,6 +10,7 @@
 #include <CLI/CLI.hpp>
 
 #include "camera.h"
+#include "cloud.h"
 #include "commands.h"
 #include "exit_codes.h"
 #include "interrupt.h"
@@ -25,6 +26,7 @@ struct Options {
     std::string directory = ".";
     std::string camera;
     std::vector<std::string> settings;
+    bool cloud = false;
 };
 
 // A counter that is seen on a terminal only.
@@ -87,6 +89,21 @@ void savePictures(const std::filesystem::path& directory, const Frame& frame)
     writeFile(directory / "amplitude16.png", exactPicture(frame.amplitude));
 }
 
+void saveCloud(const std::filesystem::path& directory, const Frame& frame)
+{
+    const std::vector<CloudPoint> cloud = cloudOf(frame);
+    writeFile(directory / "points.ply", plyFile(cloud));
+    writeFile(directory / "points.png", cloudPicture(cloud));
+}
+
+// Maps, rays, tables and switches are one set for the library: those of the camera that was loaded last.
+void loadAlone(const Session& session, int n)
+{
+    unsigned char image[VQD_IMAGE_BYTES];
+    if (session.cameras().size() > 1 && vqdEEPROM_ParameterData_Load(n, image) != 1)
+        throw Failure(kFailed, "the camera's parameters could not be loaded");
+}
+
 void tell(Output& output, const DevInfo& camera, const Options& options, double rate, unsigned depth)
 {
     const int n = camera.nIndex;
@@ -103,6 +120,8 @@ void tell(Output& output, const DevInfo& camera, const Options& options, double 
         output.print("\nno valid depth at the centre\n");
     output.print("pictures in %s: depth.png, amplitude.png; exact values: depth16.png, amplitude16.png\n",
                  options.directory.c_str());
+    if (options.cloud)
+        output.print("point cloud: points.ply, seen in points.png\n");
 }
 
 // A frame may be under way with the settings before.
@@ -127,6 +146,7 @@ int grab(const Options& options)
     endIfInterrupted();
     const DevInfo& camera = session.choose(options.camera);
     requireWritableDirectory(options.directory);
+    loadAlone(session, camera.nIndex);
     const auto frame = std::make_unique<Frame>();
     double rate = 0;
     {
@@ -135,6 +155,8 @@ int grab(const Options& options)
         rate = readFrames(stream, options.frames, *frame);
     }
     savePictures(options.directory, *frame);
+    if (options.cloud)
+        saveCloud(options.directory, *frame);
     tell(output, camera, options, rate, centreDepth(*frame));
     output.finish();
     return kDone;
@@ -156,6 +178,8 @@ void addGrab(CLI::App& app, Run& run)
         ->type_name("CAMERA");
     command->add_option("-s,--set", options->settings, "Settings for this grab only; see vqd set")
         ->type_name("KEY=VALUE");
+    command->add_flag("--cloud", options->cloud,
+                      "Also points.ply, metres, X right, Y up; true to scale with undistortion on");
     command->footer("Example: vqd grab -n 30 -o pictures");
     command->callback([&run, options] { run = [options] { return grab(*options); }; });
 }

@@ -41,6 +41,7 @@ int main(int argc, char** argv)
     addList(app, run);
     addGrab(app, run);
     addGetSet(app, run);
+    addLens(app, run);
     addSim(app, run, invocation);
     try {
         std::reverse(arguments.begin(), arguments.end()); // as the parser takes them

@@ -38,7 +38,7 @@ struct Range {
 };
 
 // What is not 0, without `cut` percent at either end, and at least kLeastRange wide, so that noise alone stays calm.
-Range robustRange(Plane plane, size_t cut)
+Range robustRange(Values plane, size_t cut)
 {
     std::vector<uint16_t> values;
     std::copy_if(plane.begin(), plane.end(), std::back_inserter(values), [](uint16_t value) { return value != 0; });
@@ -71,8 +71,13 @@ void appendBytes(png_structp png, png_bytep data, size_t length)
 
 void nothingToFlush(png_structp) {}
 
+struct Format {
+    int colourType, bits;
+    unsigned width = VQD_WIDTH, height = VQD_HEIGHT;
+};
+
 // Lives across libpng's longjmp: no object in here may need its destructor.
-bool encode(Bytes& file, const uint8_t* pixels, int colourType, int bits)
+bool encode(Bytes& file, const uint8_t* pixels, const Format& format)
 {
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png != nullptr ? png_create_info_struct(png) : nullptr;
@@ -81,31 +86,33 @@ bool encode(Bytes& file, const uint8_t* pixels, int colourType, int bits)
         return false;
     }
     png_set_write_fn(png, &file, appendBytes, nothingToFlush);
-    png_set_IHDR(png, info, VQD_WIDTH, VQD_HEIGHT, bits, colourType, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-                 PNG_FILTER_TYPE_DEFAULT);
+    png_set_IHDR(png, info, format.width, format.height, format.bits, format.colourType, PNG_INTERLACE_NONE,
+                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     png_write_info(png, info);
-    if (bits == 16 && std::endian::native == std::endian::little)
+    if (format.bits == 16 && std::endian::native == std::endian::little)
         png_set_swap(png); // PNG is big-endian
     const size_t stride = png_get_rowbytes(png, info);
-    for (size_t row = 0; row < VQD_HEIGHT; ++row)
+    for (size_t row = 0; row < format.height; ++row)
         png_write_row(png, pixels + row * stride);
     png_write_end(png, info);
     png_destroy_write_struct(&png, &info);
     return true;
 }
 
-Bytes encoded(const uint8_t* pixels, int colourType, int bits)
+Bytes encoded(const uint8_t* pixels, const Format& format)
 {
+    constexpr size_t kMostBytesPerPixel = 4, kMargin = 4096;
     Bytes file;
-    file.reserve(VQD_FRAME_BYTES); // no picture needs more, so libpng never waits for memory of ours
-    if (!encode(file, pixels, colourType, bits))
+    // No picture needs more, so libpng never waits for memory of ours.
+    file.reserve(kMostBytesPerPixel * format.width * format.height + kMargin);
+    if (!encode(file, pixels, format))
         throw std::bad_alloc(); // in memory nothing else can fail
     return file;
 }
 
 } // namespace
 
-Bytes depthPicture(Plane depth)
+Bytes depthColours(Values depth)
 {
     const Range range = robustRange(depth, 1);
     Bytes pixels;
@@ -115,19 +122,34 @@ Bytes depthPicture(Plane depth)
         else
             appendColour(pixels, range.place(value));
     }
-    return encoded(pixels.data(), PNG_COLOR_TYPE_RGB, 8);
+    return pixels;
 }
 
-Bytes amplitudePicture(Plane amplitude)
+Bytes amplitudeGreys(Values amplitude)
 {
     const Range range = robustRange(amplitude, 3);
     Bytes pixels;
     for (const uint16_t value : amplitude)
         pixels.push_back(static_cast<uint8_t>(255 * std::sqrt(range.place(value)) + 0.5f));
-    return encoded(pixels.data(), PNG_COLOR_TYPE_GRAY, 8);
+    return pixels;
+}
+
+Bytes colourPicture(const Bytes& pixels, unsigned width, unsigned height)
+{
+    return encoded(pixels.data(), {PNG_COLOR_TYPE_RGB, 8, width, height});
+}
+
+Bytes depthPicture(Plane depth)
+{
+    return encoded(depthColours(depth).data(), {PNG_COLOR_TYPE_RGB, 8});
+}
+
+Bytes amplitudePicture(Plane amplitude)
+{
+    return encoded(amplitudeGreys(amplitude).data(), {PNG_COLOR_TYPE_GRAY, 8});
 }
 
 Bytes exactPicture(Plane plane)
 {
-    return encoded(reinterpret_cast<const uint8_t*>(plane.data()), PNG_COLOR_TYPE_GRAY, 16);
+    return encoded(reinterpret_cast<const uint8_t*>(plane.data()), {PNG_COLOR_TYPE_GRAY, 16});
 }

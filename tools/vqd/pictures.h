@@ -13,10 +13,21 @@
 using Plane = std::span<const uint16_t, VQD_PIXELS>;
 using Bytes = std::vector<uint8_t>;
 
-// For eyes: 8-bit colours from near, red, to far, violet; invalid pixels are black.
+using Values = std::span<const uint16_t>;
+
+// For eyes: 8-bit colours, 3 bytes a value, from near, red, to far, violet; invalid values are black.
+Bytes depthColours(Values depth);
+
+// For eyes: 8-bit grey, a byte a value, brightened so that dim parts show.
+Bytes amplitudeGreys(Values amplitude);
+
+// A picture of any size from 8-bit colours.
+Bytes colourPicture(const Bytes& pixels, unsigned width, unsigned height);
+
+// A plane in the colours of depthColours().
 Bytes depthPicture(Plane depth);
 
-// For eyes: 8-bit grey, brightened so that dim parts show.
+// A plane in the greys of amplitudeGreys().
 Bytes amplitudePicture(Plane amplitude);
 
 // For programs: 16-bit grey, every value as it is.
