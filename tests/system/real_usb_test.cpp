@@ -10,6 +10,7 @@
 
 #include "VQD_API.h"
 #include "sim/umockdev_bus.h"
+#include "support/geometry_measures.h"
 
 namespace
 {
@@ -112,6 +113,34 @@ TEST_P(RealUsb, AFlipMirrorsWhatTheCameraSends)
     memcpy(&frame, buffers + 16, sizeof frame);
     for (const size_t column : {0, 1, 150, 319})
         EXPECT_EQ(amplitude[320 * 7 + column], Marked::amplitudeAt(frame, 320 * 7 + 319 - column)) << column;
+}
+
+TEST_P(RealUsb, UndistortionMakesEdgesStraightAndWallsFlat)
+{
+    for (const bool horizon : {true, false}) {
+        sim::Config config;
+        config.product = "VQD-HT110";
+        config.source =
+            horizon ? std::make_shared<Horizon>() : sim::makeScene({.kind = sim::SceneKind::wall, .noise = 0});
+        bus.add(config);
+    }
+    start(2);
+    const auto measure = [&](int mode) {
+        std::array<double, 2> results{}; // bend of the horizon, roughness of the wall
+        EXPECT_EQ(vqdSetUndistortion(0, mode), 1);
+        for (const int n : {0, 1}) {
+            EXPECT_EQ(vqdReadFromDevice(n, images.data(), &info), 1);
+            const bool horizon = depth[0] == 2000 && depth[VQD_PIXELS / 2] == 2000;
+            results[horizon ? 0 : 1] = horizon ? bend(amplitude.data()) : roughness(depth.data());
+        }
+        return results;
+    };
+    const auto bent = measure(0);
+    EXPECT_GT(bent[0], 5);
+    EXPECT_GT(bent[1], 10);
+    const auto straight = measure(2);
+    EXPECT_LT(straight[0], 0.7);
+    EXPECT_LT(straight[1], 0.5);
 }
 
 TEST_P(RealUsb, ACameraThatIsUnpluggedInMidStreamGoesOnWhenItIsBack)
