@@ -432,7 +432,7 @@ VQD_API int vqdSaveFPPNData_5x5(int n, const unsigned char* data, int flag);
 VQD_API int vqdSaveOrthogonalData(int n, const unsigned char* data);
 
 /**
- * Reads the wiggling table (needs more than 4096 bytes a transfer, see above).
+ * Reads the wiggling table (one transfer above 4096 bytes: zeros with libusb on Linux).
  * @param values receives 4096 values
  * @param first  refused when negative; else without effect
  * @param size   refused above 8192; else without effect

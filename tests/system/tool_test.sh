@@ -125,6 +125,25 @@ header=$(sed '/^end_header/q' cloud/points.ply | wc -c)
 [[ $(stat -c %s cloud/points.ply) -eq $((header + 16 * points)) && $points -gt 50000 ]] || fail "points.ply: $points points"
 head -c 26 cloud/points.png | od -An -tx1 | tr -d ' \n' | grep -q 494844520000028000 || fail "points.png"
 
+# Tables: out, changed and in again; sizes are looked at before anything is sent.
+ends 0 "$vqd" sim -- sh -c '"$0" table load orthogonal o.bin && printf "\001\002" | dd of=o.bin conv=notrunc status=none &&
+    "$0" table save orthogonal o.bin && "$0" table load orthogonal o2.bin && cmp o.bin o2.bin &&
+    "$0" table load orthogonal o.csv --csv' "$vqd"
+mentions out "o.bin: verified"
+[[ $(stat -c %s o2.bin) -eq 4096 && $(head -c 7 o.csv) == 0.0258, ]] || fail "the orthogonal table"
+head -c 9600 /dev/urandom >f.bin
+ends 0 "$vqd" sim -- "$vqd" table save fppn-4x4 f.bin
+mentions out "not verified: this libusb refuses control transfers above 4096 bytes"
+ends 1 "$vqd" sim -- "$vqd" table load fppn-4x4 zeros.bin
+[[ ! -e zeros.bin ]] || fail "a table that was not read"
+ends 1 "$vqd" table save wiggling o.bin
+mentions err "3840 bytes"
+ends 1 "$vqd" table save wiggling no-such-file
+for words in 'table' 'table load' 'table load nothing x' 'table load fppn x' 'table save orthogonal'; do
+    # shellcheck disable=SC2086
+    ends 2 "$vqd" $words
+done
+
 # No camera, no such camera, one too many
 ends 3 env ASAN_OPTIONS=verify_asan_link_order=0 umockdev-run -- "$vqd" list
 mentions err "no camera found"

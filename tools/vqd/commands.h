@@ -20,6 +20,7 @@ void addList(CLI::App& app, Run& run);
 void addGrab(CLI::App& app, Run& run);
 void addGetSet(CLI::App& app, Run& run);
 void addLens(CLI::App& app, Run& run);
+void addTable(CLI::App& app, Run& run);
 
 // How the tool was called.
 struct Invocation {

@@ -13,8 +13,9 @@ enum ExitCode {
     kUsage = 2,
     kNoCamera = 3,
     kCameraLost = 5,
-    kCannotRun = 126, // sim: the program is there but does not start
-    kNoProgram = 127, // sim: the program is not there
+    kVerification = 6, // what was written reads back differently
+    kCannotRun = 126,  // sim: the program is there but does not start
+    kNoProgram = 127,  // sim: the program is not there
     kInterrupted = 130
 };
 

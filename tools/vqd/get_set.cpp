@@ -63,7 +63,7 @@ void save(int n)
     image[kCapture] = 0;
     if (vqdEEPROM_ParameterData_Save(n, image) != 1 || vqdEEPROM_ParameterData_Load(n, stored) != 1 ||
         memcmp(image, stored, VQD_EEPROM_BYTES) != 0)
-        throw Failure(kFailed, "the EEPROM does not hold what was written");
+        throw Failure(kVerification, "the EEPROM does not hold what was written");
 }
 
 int set(const Options& options)

@@ -156,7 +156,7 @@ void store(int n, const Calibration& c)
     unsigned char written[VQD_IMAGE_BYTES], stored[VQD_IMAGE_BYTES];
     if (vqdParameterData_Load(n, written) != 1 || vqdEEPROM_ParameterData_Load(n, stored) != 1 ||
         !std::equal(written, written + VQD_EEPROM_BYTES, stored))
-        throw Failure(kFailed, "the EEPROM does not hold what was written");
+        throw Failure(kVerification, "the EEPROM does not hold what was written");
 }
 
 int lens(const Options& options)

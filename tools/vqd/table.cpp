@@ -1,0 +1,250 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// vqd table: calibration tables between a camera and a file, as the raw bytes that travel, or as values to look at.
+#include <algorithm>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+
+#include "camera.h"
+#include "commands.h"
+#include "exit_codes.h"
+#include "interrupt.h"
+#include "output.h"
+#include "pictures.h"
+
+namespace
+{
+
+struct Options {
+    std::string table, file, camera;
+    bool csv = false;
+};
+
+// A table's values and how they travel: two bytes each, the first the more significant.
+using Values = std::vector<double>;
+
+Bytes bigEndian(const Values& values, double scale)
+{
+    Bytes bytes;
+    for (const double value : values) {
+        const auto number = static_cast<unsigned>(value * scale + 0.5);
+        bytes.push_back(static_cast<uint8_t>(number >> 8));
+        bytes.push_back(static_cast<uint8_t>(number & 0xFF));
+    }
+    return bytes;
+}
+
+// 5 x 5 FPPN: a sign byte, 2 for negative, and a magnitude.
+Bytes signBytes(const Values& values)
+{
+    Bytes bytes;
+    for (const double value : values) {
+        bytes.push_back(value < 0 ? 2 : 0);
+        bytes.push_back(static_cast<uint8_t>(value < 0 ? -value : value));
+    }
+    return bytes;
+}
+
+bool readWiggling(int n, Values& values)
+{
+    std::vector<uint16_t> raw(4096);
+    const bool read = vqdLoadWigglingData(n, raw.data(), 0, 8192) == 1;
+    values.assign(raw.begin(), raw.end());
+    return read;
+}
+
+bool readFppn4x4(int n, Values& values)
+{
+    std::vector<int> raw(4800);
+    const bool read = vqdLoadFPPNData_4x4(n, raw.data()) == 1;
+    values.assign(raw.begin(), raw.end());
+    return read;
+}
+
+bool readFppn5x5(int n, Values& values)
+{
+    std::vector<int> raw(3072);
+    const bool read = vqdLoadFPPNData_5x5(n, raw.data()) == 1;
+    values.assign(raw.begin(), raw.end());
+    return read;
+}
+
+bool readOrthogonal(int n, Values& values)
+{
+    values.assign(2048, 0);
+    return vqdLoadOrthogonalData(n, values.data()) == 1;
+}
+
+struct Table {
+    const char* name;
+    size_t bytes;
+    int columns;   // of the values in a CSV file
+    double waitMs; // that writing takes at least
+    int (*write)(int n, const unsigned char* data);
+    bool (*read)(int n, Values& values); // null: the camera does not give it back
+    Bytes (*encode)(const Values& values);
+    bool readsWhatIsWritten; // from the same region
+    bool large;              // more than libusb on Linux moves in one control transfer
+};
+
+Bytes encodeWhole(const Values& values)
+{
+    return bigEndian(values, 1);
+}
+
+Bytes encodeFactors(const Values& values)
+{
+    return bigEndian(values, 10000);
+}
+
+constexpr Table kTables[] = {
+    {"wiggling", 3840, 0, 75, vqdSaveWigglingData, nullptr, nullptr, false, false},
+    {"wiggling-a", 8192, 0, 320, [](int n, const unsigned char* d) { return vqdSaveWigglingData2(n, d, 0); },
+     readWiggling, encodeWhole, false, true},
+    {"wiggling-b", 8192, 0, 320, [](int n, const unsigned char* d) { return vqdSaveWigglingData2(n, d, 1); }, nullptr,
+     nullptr, false, false},
+    {"fppn", 12288, 0, 240, vqdSaveFPPNData, nullptr, nullptr, false, false},
+    {"fppn-4x4", 9600, 80, 300, [](int n, const unsigned char* d) { return vqdSaveFPPNData_4x4(n, d, 0); }, readFppn4x4,
+     encodeWhole, true, true},
+    {"fppn-5x5", 6144, 64, 192, [](int n, const unsigned char* d) { return vqdSaveFPPNData_5x5(n, d, 0); }, readFppn5x5,
+     signBytes, false, true},
+    {"orthogonal", 4096, 8, 160, vqdSaveOrthogonalData, readOrthogonal, encodeFactors, true, false},
+};
+
+std::string tableNames()
+{
+    std::string text;
+    for (const Table& table : kTables)
+        text += std::string("  ") + table.name + ", " + std::to_string(table.bytes) + " bytes" +
+                (table.read == nullptr ? ", can not be read\n" : "\n");
+    return text;
+}
+
+const Table& tableByName(const std::string& name)
+{
+    const auto row =
+        std::find_if(std::begin(kTables), std::end(kTables), [&](const Table& t) { return name == t.name; });
+    if (row == std::end(kTables))
+        throw Failure(kUsage, "there is no table '" + name + "'; the tables are:\n" + tableNames());
+    return *row;
+}
+
+// The library delivers zeros for what libusb does not read.
+bool isUnread(const Table& table, const Values& values)
+{
+    return table.large && std::all_of(values.begin(), values.end(), [](double value) { return value == 0; });
+}
+
+Bytes csvFile(const Table& table, const Values& values)
+{
+    const int columns = std::max(table.columns, 1);
+    Bytes file;
+    for (size_t i = 0; i < values.size(); ++i) {
+        char text[32];
+        const bool last = (i + 1) % static_cast<size_t>(columns) == 0 || i + 1 == values.size();
+        const int length = snprintf(text, sizeof text, "%g%c", values[i], last ? '\n' : ',');
+        file.insert(file.end(), text, text + length);
+    }
+    return file;
+}
+
+int load(const Options& options)
+{
+    const Table& table = tableByName(options.table);
+    if (table.read == nullptr)
+        throw Failure(kUsage, std::string("the camera does not give '") + table.name + "' back");
+    Output output;
+    catchInterrupts();
+    const Session session;
+    const int n = session.choose(options.camera).nIndex;
+    Values values;
+    if (!table.read(n, values))
+        throw Failure(kFailed, std::string("the camera refused to read '") + table.name + "'");
+    if (isUnread(table, values))
+        throw Failure(kFailed, std::string("'") + table.name +
+                                   "' reads as zeros: it is empty, or this libusb refuses control transfers above 4096 "
+                                   "bytes, as it does on Linux; nothing was written");
+    endIfInterrupted();
+    const Bytes file = options.csv ? csvFile(table, values) : table.encode(values);
+    writeFile(options.file, file);
+    output.print("%s: %zu values of '%s'\n", options.file.c_str(), values.size(), table.name);
+    output.finish();
+    return kDone;
+}
+
+Bytes readFile(const std::string& name, size_t size)
+{
+    std::ifstream stream(name, std::ios::binary);
+    Bytes bytes(size + 1); // one more shows a longer file
+    stream.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    if (!stream && stream.gcount() == 0)
+        throw Failure(kFailed, name + ": can not be read, or empty");
+    if (static_cast<size_t>(stream.gcount()) != size)
+        throw Failure(kFailed, name + ": the table has " + std::to_string(size) + " bytes, the file has not");
+    bytes.resize(size);
+    return bytes;
+}
+
+// What there is to say of the table in the camera after writing it.
+std::string verify(int n, const Table& table, const Bytes& bytes)
+{
+    if (table.read == nullptr || !table.readsWhatIsWritten)
+        return "not verified: the camera does not give it back";
+    Values values;
+    if (!table.read(n, values))
+        throw Failure(kFailed, std::string("'") + table.name + "' could not be read back");
+    const Bytes stored = table.encode(values);
+    if (stored == bytes)
+        return "verified";
+    if (isUnread(table, values))
+        return "not verified: this libusb refuses control transfers above 4096 bytes";
+    size_t different = 0;
+    for (size_t i = 0; i < bytes.size(); ++i)
+        different += stored[i] != bytes[i];
+    throw Failure(kVerification, std::string("'") + table.name + "' reads back with " + std::to_string(different) +
+                                     " different bytes");
+}
+
+int save(const Options& options)
+{
+    const Table& table = tableByName(options.table);
+    const Bytes bytes = readFile(options.file, table.bytes);
+    Output output;
+    catchInterrupts();
+    const Session session;
+    if (options.camera.empty() && session.cameras().size() > 1)
+        throw Failure(kUsage, "several cameras: choose one with -c INDEX or -c SERIAL");
+    const int n = session.choose(options.camera).nIndex;
+    endIfInterrupted();
+    fprintf(stderr, "sending %zu bytes, %.0f ms at least\n", table.bytes, table.waitMs);
+    if (table.write(n, bytes.data()) != 1)
+        throw Failure(kFailed, std::string("'") + table.name + "' was not sent");
+    output.print("'%s' from %s: %s\n", table.name, options.file.c_str(), verify(n, table, bytes).c_str());
+    output.finish();
+    return kDone;
+}
+
+} // namespace
+
+void addTable(CLI::App& app, Run& run)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App* command = app.add_subcommand("table", "Calibration tables: from a camera into a file, or the other way");
+    command->require_subcommand(1);
+    CLI::App* loader = command->add_subcommand("load", "From the camera into a file");
+    CLI::App* saver = command->add_subcommand("save", "From a file into the camera");
+    for (CLI::App* way : {loader, saver}) {
+        way->add_option("table", options->table, "Name of the table")->type_name("TABLE")->required();
+        way->add_option("file", options->file, "Raw bytes as they travel")->type_name("FILE")->required();
+        way->add_option("-c,--camera", options->camera, "Index or serial number")->type_name("CAMERA");
+    }
+    loader->add_flag("--csv", options->csv, "Values to look at, comma-separated");
+    command->footer("Tables:\n" + tableNames() + "Example: vqd table load orthogonal factors.bin");
+    loader->callback([&run, options] { run = [options] { return load(*options); }; });
+    saver->callback([&run, options] { run = [options] { return save(*options); }; });
+}
