@@ -278,8 +278,12 @@ struct LibusbCalls {
         if (moved != nullptr)
             *moved = static_cast<int>(bytes);
         const bool usual = endpoint == (in ? 0x86 : 0x02) && timeout == (in && length > 2048 ? 3000 : 1000);
-        usb.note((in ? "in " : "out ") + std::to_string(length) + (usual ? "" : " unusual") +
-                 (result < 0 ? " " + std::to_string(result) : ""));
+        std::string entry(in ? "in " : "out ");
+        entry += std::to_string(length);
+        entry += usual ? "" : " unusual";
+        if (result < 0)
+            entry.append(" ").append(std::to_string(result));
+        usb.note(entry);
         return result;
     }
 
