@@ -25,6 +25,3 @@ inline Distorted Distort(const LensDistortion& d, float x, float y)
     return {x * radial + 2.0f * d.p1 * x * y + d.p2 * (r2 + 2.0f * (x * x)),
             y * radial + d.p1 * (r2 + 2.0f * (y * y)) + 2.0f * d.p2 * x * y, r2, radial};
 }
-
-// The lens that device n computes with.
-Lens LensOf(int n);

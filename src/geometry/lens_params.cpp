@@ -12,12 +12,17 @@ static_assert(sizeof(LensIntrinsic) == sizeof m_fIntrinsicParam[0]);
 static_assert(sizeof(LensDistortion) == sizeof m_fDistorParam[0]);
 static_assert(sizeof(ExtrinsicParam) == sizeof m_fExtrinsicParam[0]);
 
-static void encodeLens(uint8_t* image, const LensBlock& block, const float* intrinsic, const float* distortion)
+// The caches keep the values as they are given, the image what it can hold of them.
+static int setLens(int n, const LensBlock& block, const LensIntrinsic& k, const LensDistortion& d, float* intrinsic,
+                   float* distortion)
 {
+    memcpy(intrinsic, &k, sizeof k);
+    memcpy(distortion, &d, sizeof d);
     for (int i = 0; i < kIntrinsicFields; ++i)
-        EncodeLensField(image, block.intrinsic[i], intrinsic[i]);
+        EncodeLensField(stCamParam[n].image, block.intrinsic[i], intrinsic[i]);
     for (int i = 0; i < kDistortionFields; ++i)
-        EncodeLensField(image, block.distortion[i], distortion[i]);
+        EncodeLensField(stCamParam[n].image, block.distortion[i], distortion[i]);
+    return SaveParameter(n);
 }
 
 static int decodeLens(int n, const LensBlock& block, float* intrinsic, float* distortion)
@@ -35,10 +40,7 @@ int vqdSetLensParameter(int n, LensIntrinsic intrinsic, LensDistortion distortio
 {
     if (VQDDevice_ErrorChecked(n) != 1)
         return 0;
-    memcpy(m_fIntrinsicParam[n], &intrinsic, sizeof intrinsic);
-    memcpy(m_fDistorParam[n], &distortion, sizeof distortion);
-    encodeLens(stCamParam[n].image, kDepthLensBlock, m_fIntrinsicParam[n], m_fDistorParam[n]);
-    return SaveParameter(n);
+    return setLens(n, kDepthLensBlock, intrinsic, distortion, m_fIntrinsicParam[n], m_fDistorParam[n]);
 }
 
 int vqdGetLensParameter(int n, float* intrinsic, float* distortion)
@@ -50,10 +52,7 @@ int vqdSetRGBLensParameter(int n, LensIntrinsic intrinsic, LensDistortion distor
 {
     if (VQDDevice_ErrorChecked(n) != 1)
         return 0;
-    memcpy(m_fRGBIntrinsicParam[n], &intrinsic, sizeof intrinsic);
-    memcpy(m_fRGBDistorParam[n], &distortion, sizeof distortion);
-    encodeLens(stCamParam[n].image, kColourLensBlock, m_fRGBIntrinsicParam[n], m_fRGBDistorParam[n]);
-    return SaveParameter(n);
+    return setLens(n, kColourLensBlock, intrinsic, distortion, m_fRGBIntrinsicParam[n], m_fRGBDistorParam[n]);
 }
 
 int vqdGetRGBLensParameter(int n, float* intrinsic, float* distortion)

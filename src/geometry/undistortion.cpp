@@ -14,7 +14,8 @@
 // Lenses at the edge of convergence need some thousand passes, a usual one less than ten.
 static constexpr int kMostPasses = 10000;
 
-Lens LensOf(int n)
+// The lens that device n computes with.
+static Lens lensOf(int n)
 {
     Lens lens;
     memcpy(&lens.k, m_fIntrinsicParam[n], sizeof lens.k);
@@ -29,7 +30,7 @@ int BuildUndistortionMap(int n)
     const int mode = m_nUndistortionMode;
     if (mode < 1 || mode > 3)
         return 1;
-    const LastMapPixel last = FillUndistortionMaps(LensOf(n), mode != 3, {m_fXp2, m_fYp2, fDist_x2, fDist_y2});
+    const LastMapPixel last = FillUndistortionMaps(lensOf(n), mode != 3, {m_fXp2, m_fYp2, fDist_x2, fDist_y2});
     m_fX_nu = last.x;
     m_fY_nu = last.y;
     m_fRu2 = last.distorted.r2;
@@ -95,7 +96,7 @@ void vqdGetUndistortPixel(int n, int* column, int* row)
 {
     if (!IsDeviceNumber(n) || column == nullptr || row == nullptr)
         return;
-    const Lens lens = LensOf(n);
+    const Lens lens = lensOf(n);
     const auto [fx, fy, cx, cy] = lens.k;
     if (fx == 0 || fy == 0)
         return;

@@ -51,6 +51,23 @@ const DevInfo& Session::choose(const std::string& wanted) const
     return *found;
 }
 
+const DevInfo& Session::chooseToChange(const std::string& wanted) const
+{
+    if (wanted.empty() && m_cameras.size() > 1)
+        throw Failure(kUsage, "several cameras: choose one with -c INDEX or -c SERIAL");
+    return choose(wanted);
+}
+
+// The library calls a refused write a success: what the EEPROM holds afterwards decides.
+void requireStored(int n)
+{
+    unsigned char written[VQD_IMAGE_BYTES];
+    unsigned char stored[VQD_IMAGE_BYTES];
+    if (vqdParameterData_Load(n, written) != 1 || vqdEEPROM_ParameterData_Load(n, stored) != 1 ||
+        !std::equal(written, written + VQD_EEPROM_BYTES, stored))
+        throw Failure(kVerification, "the EEPROM does not hold what was written");
+}
+
 Stream::Stream(const DevInfo& camera) : m_number(camera.nIndex)
 {
     if (vqdDeviceOpen(m_number) != VQD_OK)

@@ -24,6 +24,9 @@ public:
     // By index or serial number; the first camera when `wanted` is empty.
     const DevInfo& choose(const std::string& wanted) const;
 
+    // The same for what changes the camera: with several attached, one must be named.
+    const DevInfo& chooseToChange(const std::string& wanted) const;
+
 private:
     // Also when listing fails the library may hold cameras.
     struct Closer {
@@ -31,6 +34,9 @@ private:
     } m_closer;
     std::vector<DevInfo> m_cameras;
 };
+
+// Reads the EEPROM back; fails when its 128 bytes are not those of the host's image.
+void requireStored(int n);
 
 struct Frame {
     std::array<uint16_t, VQD_PIXELS> amplitude{}, depth{};

@@ -3,7 +3,6 @@
 //
 // vqd get and vqd set: the camera's settings, by name.
 #include <algorithm>
-#include <cstring>
 #include <memory>
 
 #include <CLI/CLI.hpp>
@@ -52,18 +51,16 @@ int get(const Options& options)
     return kDone;
 }
 
-// Keeps the image's persistent part in the EEPROM, and reads it back. A camera does not start to capture by itself.
+// Keeps the image's persistent part in the EEPROM. A camera does not start to capture by itself.
 void save(int n)
 {
     unsigned char image[VQD_IMAGE_BYTES];
-    unsigned char stored[VQD_IMAGE_BYTES];
     constexpr int kCapture = 11;
     if (vqdParameterData_Load(n, image) != 1)
         throw Failure(kFailed, "the settings could not be read");
     image[kCapture] = 0;
-    if (vqdEEPROM_ParameterData_Save(n, image) != 1 || vqdEEPROM_ParameterData_Load(n, stored) != 1 ||
-        memcmp(image, stored, VQD_EEPROM_BYTES) != 0)
-        throw Failure(kVerification, "the EEPROM does not hold what was written");
+    vqdEEPROM_ParameterData_Save(n, image);
+    requireStored(n);
 }
 
 int set(const Options& options)
@@ -75,9 +72,7 @@ int set(const Options& options)
     Output output;
     catchInterrupts();
     const Session session;
-    if (options.camera.empty() && session.cameras().size() > 1)
-        throw Failure(kUsage, "several cameras: choose one with -c INDEX or -c SERIAL");
-    const int n = session.choose(options.camera).nIndex;
+    const int n = session.chooseToChange(options.camera).nIndex;
     if (vqdDeviceOpen(n) != 1)
         throw Failure(kFailed, "the camera can not be opened");
     for (const Assignment& assignment : assignments) {

@@ -144,7 +144,6 @@ Calibration readCalibration(const std::string& file)
     return calibration;
 }
 
-// The library says 1 also when the camera refuses the EEPROM: what it holds afterwards decides.
 void store(int n, const Calibration& c)
 {
     if (c.depth)
@@ -153,10 +152,7 @@ void store(int n, const Calibration& c)
         vqdSetRGBLensParameter(n, c.colour->k, c.colour->d);
     if (c.extrinsic)
         vqdSetExtrinsicParameter(n, *c.extrinsic);
-    unsigned char written[VQD_IMAGE_BYTES], stored[VQD_IMAGE_BYTES];
-    if (vqdParameterData_Load(n, written) != 1 || vqdEEPROM_ParameterData_Load(n, stored) != 1 ||
-        !std::equal(written, written + VQD_EEPROM_BYTES, stored))
-        throw Failure(kVerification, "the EEPROM does not hold what was written");
+    requireStored(n);
 }
 
 int lens(const Options& options)
@@ -167,9 +163,7 @@ int lens(const Options& options)
     Output output;
     catchInterrupts();
     const Session session;
-    if (wanted && options.camera.empty() && session.cameras().size() > 1)
-        throw Failure(kUsage, "several cameras: choose one with -c INDEX or -c SERIAL");
-    const int n = session.choose(options.camera).nIndex;
+    const int n = (wanted ? session.chooseToChange(options.camera) : session.choose(options.camera)).nIndex;
     if (wanted)
         store(n, *wanted);
     output.print("%s\n", calibrationJson(n).dump(2).c_str());

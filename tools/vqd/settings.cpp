@@ -23,7 +23,10 @@ std::string pair(int first, int second, char between = ',')
     return number(first) + between + number(second);
 }
 
-int imageByte(int n, int offset)
+// Bytes of the parameter image that the library has no getter for.
+enum ImageByte { kIllumination = 11, kMultiCamMode = 40, kSlaveCount = 41, kSlaveId = 42 };
+
+int imageByte(int n, ImageByte offset)
 {
     return stCamParam[n].image[offset];
 }
@@ -84,11 +87,13 @@ constexpr Setting kSettings[] = {
     {"fps-delay", "0 to 100", 1, false, [](int n) { return number(vqdGetFPSDelay(n)); },
      [](int n, V v) { return vqdSetFPSDelay(n, v[0]); }},
     {"multi-cam", "MODE,SLAVES,ID: 1 or 0, 1 to 9, 0 to 9", 3, false,
-     [](int n) { return pair(imageByte(n, 40), imageByte(n, 41)) + ',' + number(imageByte(n, 42)); },
+     [](int n) {
+         return pair(imageByte(n, kMultiCamMode), imageByte(n, kSlaveCount)) + ',' + number(imageByte(n, kSlaveId));
+     },
      [](int n, V v) { return vqdSetMultiCamMode(n, v[0], v[1], v[2]); }},
     {"multi-sync", "1 or 0", 1, false, [](int n) { return number(vqdGetMultiSyncMode(n)); },
      [](int n, V v) { return vqdSetMultiSyncMode(n, v[0]); }},
-    {"illumination", "1 or 0", 1, false, [](int n) { return number(imageByte(n, 11)); },
+    {"illumination", "1 or 0", 1, false, [](int n) { return number(imageByte(n, kIllumination)); },
      [](int n, V v) { return vqdIlluminationOnOff(n, v[0]); }},
     {"remove-edge", "1 or 0", 1, false, [](int n) { return number(vqdGetRemoveEdge(n)); },
      [](int n, V v) { return vqdSetRemoveEdge(n, v[0]); }},

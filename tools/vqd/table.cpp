@@ -217,9 +217,7 @@ int save(const Options& options)
     Output output;
     catchInterrupts();
     const Session session;
-    if (options.camera.empty() && session.cameras().size() > 1)
-        throw Failure(kUsage, "several cameras: choose one with -c INDEX or -c SERIAL");
-    const int n = session.choose(options.camera).nIndex;
+    const int n = session.chooseToChange(options.camera).nIndex;
     endIfInterrupted();
     fprintf(stderr, "sending %zu bytes, %.0f ms at least\n", table.bytes, table.waitMs);
     if (table.write(n, bytes.data()) != 1)
