@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Open, close, grab start and stop, the read buffer and the image channel: complete conversations.
+#include <algorithm>
+
 #include "support/library_test.h"
 
 namespace
@@ -140,6 +142,17 @@ TEST_F(Lifecycle, ReadBufferRequests)
         EXPECT_EQ(printed([&] { EXPECT_EQ(c.call(0), c.result); }), c.printed);
         EXPECT_EQ(usb.conversation(), c.conversation);
     }
+}
+
+TEST_F(Lifecycle, AWaitThatASignalCutsShortGoesOn)
+{
+    openCamera();
+    usb.interruptedWaits = 2;
+    EXPECT_EQ(vqdReadBufInit(0), 1);
+    // What is left of it is measured in real time, of which hardly any passes here.
+    const std::string conversation = usb.conversation();
+    EXPECT_EQ(conversation.rfind("wait 100000, wait ", 0), 0u) << conversation;
+    EXPECT_EQ(std::count(conversation.begin(), conversation.begin() + conversation.find("B4"), 'w'), 3) << conversation;
 }
 
 TEST_F(Lifecycle, ASilentFifoTimesOutAfterASecond)

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <sys/time.h>
@@ -463,8 +464,12 @@ int LIBUSB_CALL libusb_bulk_transfer(libusb_device_handle* handle, unsigned char
 
 int usleep(useconds_t us)
 {
-    LibusbCalls::wait("wait ", us, us);
-    return 0;
+    unsigned& interrupted = VirtualUsb::get().interruptedWaits;
+    const bool cut = interrupted > 0;
+    interrupted -= cut;
+    LibusbCalls::wait("wait ", cut ? 0 : us, us);
+    errno = EINTR;
+    return cut ? -1 : 0;
 }
 unsigned sleep(unsigned seconds)
 {

@@ -39,6 +39,7 @@ public:
     bool logClock = false;      // list clock readings too, as "clock"
     sim::TimeUs now = 1'700'000'000'000'000;
     sim::TimeUs clockStep = 0;      // the clock runs on by this much after each reading
+    unsigned interruptedWaits = 0;  // so many next waits are cut short by a signal at once
     bool stockControlLimit = false; // refuse control transfers above 4096 bytes, as libusb does on Linux
 
     // What the library holds right now.
