@@ -68,8 +68,45 @@ void VirtualUsb::fail(const std::string& call, int result, unsigned nth, unsigne
     m_failures.push_back({call, result, nth, times});
 }
 
-int VirtualUsb::failure(const std::string& call)
+void VirtualUsb::spoil(unsigned nth, Spoil how)
 {
+    m_untilSpoil = nth;
+    m_spoil = how;
+    spoiled.clear();
+}
+
+int VirtualUsb::spoilNow(const std::string& call, const std::string& detail)
+{
+    spoiled = detail.empty() ? call : detail;
+    switch (m_spoil) {
+    case Spoil::stall:
+        return LIBUSB_ERROR_PIPE;
+    case Spoil::timeout:
+        return LIBUSB_ERROR_TIMEOUT;
+    case Spoil::noDevice:
+        return LIBUSB_ERROR_NO_DEVICE;
+    case Spoil::overflow:
+        return LIBUSB_ERROR_OVERFLOW;
+    case Spoil::shortByOne:
+    case Spoil::zeroBytes:
+        m_cut = m_spoil == Spoil::zeroBytes ? Cut::all : Cut::lastByte;
+        break;
+    case Spoil::gone:
+        unplug(0);
+        break;
+    case Spoil::goneForAWhile:
+        unplug(0, 300'000);
+        break;
+    }
+    return 0;
+}
+
+int VirtualUsb::failure(const std::string& call, const std::string& detail)
+{
+    m_cut = Cut::none;
+    if (m_untilSpoil > 0 && --m_untilSpoil == 0)
+        if (const int result = spoilNow(call, detail))
+            return result;
     for (Failure& f : m_failures) {
         if (f.call != call || (f.nth > 1 && f.nth--))
             continue;
@@ -138,6 +175,25 @@ static int resultOf(const sim::Outcome& outcome)
 
 // The functions below, as friends of the bus.
 struct LibusbCalls {
+    // Made before a transfer: takes its last byte back when the transfer is to be cut short.
+    class CutShort
+    {
+    public:
+        explicit CutShort(std::span<uint8_t> data) : m_data(data), m_last(data.empty() ? 0 : data.back()) {}
+        int applied(int moved) const
+        {
+            if (VirtualUsb::get().m_cut != VirtualUsb::Cut::lastByte || moved <= 0)
+                return moved;
+            if (static_cast<size_t>(moved) == m_data.size())
+                m_data.back() = m_last;
+            return moved - 1;
+        }
+
+    private:
+        std::span<uint8_t> m_data;
+        uint8_t m_last;
+    };
+
     static int init()
     {
         VirtualUsb& usb = VirtualUsb::get();
@@ -216,9 +272,10 @@ struct LibusbCalls {
     static int simple(libusb_device_handle* handle, const char* call)
     {
         VirtualUsb& usb = VirtualUsb::get();
-        sim::Camera* camera = usb.cameraOf(handle, call);
         usb.note(call);
-        if (const int result = usb.failure(call))
+        const int result = usb.failure(call);
+        sim::Camera* camera = usb.cameraOf(handle, call);
+        if (result != 0)
             return result;
         if (camera == nullptr)
             return LIBUSB_ERROR_NO_DEVICE;
@@ -232,12 +289,18 @@ struct LibusbCalls {
     static int control(libusb_device_handle* handle, const sim::Setup& setup, unsigned char* data, unsigned timeout)
     {
         VirtualUsb& usb = VirtualUsb::get();
+        char request[8];
+        snprintf(request, sizeof request, "%02X", setup.request);
+        int result = usb.failure("control", request);
         sim::Camera* camera = usb.cameraOf(handle, "control transfer");
-        int result = usb.failure("control");
         if (result == 0 && usb.stockControlLimit && setup.length > 4096)
             result = LIBUSB_ERROR_INVALID_PARAM;
-        if (result == 0)
-            result = camera ? resultOf(camera->control(setup, {data, setup.length}, usb.now)) : LIBUSB_ERROR_NO_DEVICE;
+        if (result == 0 && camera == nullptr)
+            result = LIBUSB_ERROR_NO_DEVICE;
+        if (result == 0 && usb.m_cut != VirtualUsb::Cut::all) {
+            const CutShort cut({data, setup.length});
+            result = cut.applied(resultOf(camera->control(setup, {data, setup.length}, usb.now)));
+        }
         if (result == LIBUSB_ERROR_TIMEOUT)
             usb.now += timeout * sim::TimeUs{1000};
         if ((setup.requestType & 0x60) == 0x40)
@@ -266,21 +329,24 @@ struct LibusbCalls {
     {
         VirtualUsb& usb = VirtualUsb::get();
         const bool in = endpoint & 0x80;
+        std::string entry(in ? "in " : "out ");
+        entry += std::to_string(length);
+        int result = usb.failure("bulk", entry);
         sim::Camera* camera = usb.cameraOf(handle, "bulk transfer");
         size_t bytes = 0;
-        int result = usb.failure("bulk");
         if (result == 0 && camera == nullptr)
             result = LIBUSB_ERROR_NO_DEVICE;
         const std::span<uint8_t> buffer(data, static_cast<size_t>(length));
-        if (result == 0)
+        if (result == 0 && usb.m_cut != VirtualUsb::Cut::all) {
+            const CutShort cut(buffer);
             result = in ? bulkIn(*camera, endpoint, buffer, bytes, timeout) : bulkOut(*camera, endpoint, buffer, bytes);
+            bytes = static_cast<size_t>(cut.applied(static_cast<int>(bytes)));
+        }
         if (result == LIBUSB_ERROR_TIMEOUT && !in)
             usb.now += timeout * sim::TimeUs{1000};
         if (moved != nullptr)
             *moved = static_cast<int>(bytes);
         const bool usual = endpoint == (in ? 0x86 : 0x02) && timeout == (in && length > 2048 ? 3000 : 1000);
-        std::string entry(in ? "in " : "out ");
-        entry += std::to_string(length);
         entry += usual ? "" : " unusual";
         if (result < 0)
             entry.append(" ").append(std::to_string(result));

@@ -35,6 +35,13 @@ public:
     void fail(const std::string& call, int result, unsigned nth = 1, unsigned times = 1);
     std::function<int(int index, unsigned char* data, int length)> answerString; // replaces the cameras' own strings
 
+    // The nth call from now on that can fail meets this; `spoiled` then says which one that was: "claim", "B1",
+    // "in 2048". The camera that vanishes is the one at port 0. A call that moves no bytes can not be cut short.
+    enum class Spoil { stall, timeout, noDevice, overflow, shortByOne, zeroBytes, gone, goneForAWhile };
+    void spoil(unsigned nth, Spoil how);
+    void disarm() { m_untilSpoil = 0; }
+    std::string spoiled;
+
     std::string conversation(); // since the last call of this function
     bool logClock = false;      // list clock readings too, as "clock"
     sim::TimeUs now = 1'700'000'000'000'000;
@@ -64,7 +71,9 @@ private:
     };
 
     void note(const std::string& entry);
-    int failure(const std::string& call); // 0 or the result that the call shall end with
+    // 0, or the result that the call shall end with.
+    int failure(const std::string& call, const std::string& detail = "");
+    int spoilNow(const std::string& call, const std::string& detail);
     void attachReturned();
     sim::Camera* cameraOf(libusb_device_handle* handle, const char* call);
 
@@ -74,4 +83,7 @@ private:
     std::vector<Failure> m_failures;
     std::vector<std::string> m_log;
     uint8_t m_nextAddress = 2;
+    unsigned m_untilSpoil = 0; // 0: nothing is to be spoiled
+    Spoil m_spoil = Spoil::stall;
+    enum class Cut { none, lastByte, all } m_cut = Cut::none; // of the transfer under way
 };
