@@ -8,12 +8,15 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
 #include <cstdlib>
 #include <deque>
 #include <dlfcn.h>
 #include <exception>
+#include <list>
 #include <malloc.h>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <thread>
 
@@ -35,6 +38,12 @@ constexpr char kHubPath[] = "/devices/pci0000:00/0000:00:14.0/usb1";
 
 // libusb learns of an unplug from the event, not from the transfers that fail.
 constexpr auto kEventToFailure = std::chrono::milliseconds(10);
+
+constexpr unsigned kMostAddresses = 127; // of a USB bus
+constexpr TimeUs kRetryUs = 1'000'000;   // for a camera that could not be plugged in
+
+// An opener becomes known a moment after it has opened the node.
+constexpr auto kBeforeRetiring = std::chrono::milliseconds(500);
 
 std::string hex(const std::vector<uint8_t>& bytes)
 {
@@ -101,6 +110,8 @@ struct Attachment {
     std::string sysPath;
     DeviceNode node;
     UMockdevIoctlBase* handler;
+    unsigned clients = 0; // that have it open
+    std::optional<Clock::time_point> goneSince{};
 };
 
 struct Slot {
@@ -132,7 +143,11 @@ struct Bus::State {
     Attachment* attach(Camera* camera, const std::string& sysPath, const std::string& attributes,
                        const std::vector<uint8_t>& descriptors);
     void attachCamera(Slot& slot);
+    void attachReturned(Slot& slot);
     void detach(Slot& slot, std::unique_lock<std::mutex>& lock);
+    unsigned freeAddress();
+    void retire(const Attachment& attachment);
+    Clock::time_point retireUnused();
 
     static void update(Attachment& a) { a.node.setReady(a.port.reapable()); }
 
@@ -145,8 +160,8 @@ struct Bus::State {
     std::condition_variable wake;
     std::deque<std::function<void()>> tasks;
     std::vector<Slot> slots;
-    std::vector<std::unique_ptr<Attachment>> attachments; // also those that are gone
-    unsigned nextAddress = 1;
+    std::list<std::unique_ptr<Attachment>> attachments; // also those that are gone, until their address is needed
+    unsigned lastAddress = 0;
     bool stopping = false;
     std::thread thread;
 };
@@ -173,6 +188,7 @@ static void onClientGone(gpointer data, GObject* client)
     {
         const std::lock_guard lock(attachment.bus->mutex);
         attachment.port.close(client);
+        --attachment.clients;
         Bus::State::update(attachment);
     }
     attachment.bus->wake.notify_one();
@@ -180,6 +196,11 @@ static void onClientGone(gpointer data, GObject* client)
 
 static void onClient(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer data)
 {
+    auto& attachment = *static_cast<Attachment*>(data);
+    {
+        const std::lock_guard lock(attachment.bus->mutex);
+        ++attachment.clients;
+    }
     g_object_weak_ref(G_OBJECT(client), onClientGone, data);
 }
 
@@ -209,11 +230,48 @@ Bus::State::~State()
     }
     wake.notify_one();
     thread.join();
-    for (const auto& attachment : attachments) {
-        umockdev_testbed_detach_ioctl(testbed, nodeOf(attachment->address).c_str(), nullptr);
-        g_object_unref(attachment->handler);
-    }
+    for (const auto& attachment : attachments)
+        retire(*attachment);
     g_object_unref(testbed);
+}
+
+// Nobody is answered at this address any more.
+void Bus::State::retire(const Attachment& attachment)
+{
+    umockdev_testbed_detach_ioctl(testbed, nodeOf(attachment.address).c_str(), nullptr);
+    g_object_unref(attachment.handler);
+}
+
+// Forgets devices that are gone and that nobody has open any more. Returns when to look again.
+Clock::time_point Bus::State::retireUnused()
+{
+    auto next = Clock::time_point::max();
+    for (auto it = attachments.begin(); it != attachments.end();) {
+        const Attachment& attachment = **it;
+        const bool unused = attachment.goneSince && attachment.clients == 0;
+        if (unused && Clock::now() >= *attachment.goneSince + kBeforeRetiring) {
+            retire(attachment);
+            it = attachments.erase(it);
+            continue;
+        }
+        if (unused)
+            next = std::min(next, *attachment.goneSince + kBeforeRetiring);
+        ++it;
+    }
+    return next;
+}
+
+// The next address in turn that no device has and no client holds open: a late client of the device that was there
+// shall not meet another.
+unsigned Bus::State::freeAddress()
+{
+    for (unsigned tries = 0; tries < kMostAddresses; ++tries) {
+        lastAddress = lastAddress % kMostAddresses + 1;
+        if (std::none_of(attachments.begin(), attachments.end(),
+                         [&](const auto& attachment) { return attachment->address == lastAddress; }))
+            return lastAddress;
+    }
+    throw std::runtime_error("virtual bus: all 127 addresses are taken or held open");
 }
 
 // Runs a task on the bus's thread, with the lock held, and waits for it and for what follows from it.
@@ -250,8 +308,9 @@ void Bus::State::run()
             task();
         }
         const TimeUs next = serve(lock);
+        const Clock::time_point retire = retireUnused();
         if (tasks.empty() && !stopping)
-            wake.wait_until(lock, when(next));
+            wake.wait_until(lock, std::min(when(next), retire));
     }
 }
 
@@ -266,7 +325,7 @@ TimeUs Bus::State::serve(std::unique_lock<std::mutex>& lock)
         if (!camera.plugged() && camera.returnsAt() <= now())
             camera.plug(now());
         if (slot.attached == nullptr && camera.plugged())
-            attachCamera(slot);
+            attachReturned(slot);
         if (slot.attached == nullptr) {
             next = std::min(next, camera.returnsAt());
             continue;
@@ -281,7 +340,7 @@ TimeUs Bus::State::serve(std::unique_lock<std::mutex>& lock)
 Attachment* Bus::State::attach(Camera* camera, const std::string& sysPath, const std::string& attributes,
                                const std::vector<uint8_t>& descriptors)
 {
-    const unsigned address = nextAddress++;
+    const unsigned address = freeAddress();
     const std::string node = nodeOf(address);
     attachments.push_back(std::unique_ptr<Attachment>(
         new Attachment{this, UsbPort(camera), address, sysPath, DeviceNode(root + node), umockdev_ioctl_base_new()}));
@@ -303,6 +362,7 @@ Attachment* Bus::State::attach(Camera* camera, const std::string& sysPath, const
     if (error != nullptr) {
         const std::string message = error->message;
         g_error_free(error);
+        attachment->goneSince = Clock::now();
         throw std::runtime_error("virtual bus: " + message);
     }
     return attachment;
@@ -316,6 +376,17 @@ void Bus::State::attachCamera(Slot& slot)
         "\\n\nA: manufacturer=" + config.manufacturer + "\\n\nA: product=" + config.product + "\\n\n";
     slot.attached = attach(slot.camera.get(), slot.sysPath, attributes,
                            joined(slot.camera->deviceDescriptor(), slot.camera->configDescriptor()));
+}
+
+// A camera that finds no place stays away for a while, and says why.
+void Bus::State::attachReturned(Slot& slot)
+{
+    try {
+        attachCamera(slot);
+    } catch (const std::exception& error) {
+        fprintf(stderr, "%s\n", error.what());
+        slot.camera->unplug(now(), kRetryUs);
+    }
 }
 
 // The order of a real unplug, as libusb notices it: event, failing transfers, no device.
@@ -332,6 +403,7 @@ void Bus::State::detach(Slot& slot, std::unique_lock<std::mutex>& lock)
     update(attachment);
     umockdev_testbed_remove_device(testbed, path.c_str());
     attachment.node.unlink();
+    attachment.goneSince = Clock::now();
     slot.attached = nullptr;
 }
 

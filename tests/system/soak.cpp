@@ -1,0 +1,214 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Two streaming cameras on the real libusb that vanish again and again at random moments, both sometimes, and come back
+// after random times. Each must deliver its own frames again, and the process must not grow.
+//   soak DISCONNECTS [SEED]
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <thread>
+#include <unistd.h>
+
+#include "VQD_API.h"
+#include "sim/umockdev_bus.h"
+
+namespace
+{
+
+constexpr int kCameras = 2;
+constexpr int kTimeScale = 50;        // the library's sleeps and the cameras' clocks run this much faster
+constexpr int kMostReads = 60;        // after a disconnect, until the camera delivers again
+constexpr long kGrowthAllowed = 3072; // KiB of resident memory, from a quarter of the run to its end
+
+struct Marked : sim::FrameSource {
+    explicit Marked(uint16_t mark) : mark(mark) {}
+    void render(const sim::FrameRequest&, std::span<uint16_t, sim::kPixels> amplitude,
+                std::span<uint16_t, sim::kPixels> depth) override
+    {
+        std::fill(amplitude.begin(), amplitude.end(), mark);
+        std::fill(depth.begin(), depth.end(), 1000);
+    }
+    uint16_t mark;
+};
+
+struct Usage {
+    long residentKib = 0;
+    long files = 0;
+};
+
+// At rest: the bus forgets a device half a second after its last user.
+Usage usage()
+{
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    long pages = 0;
+    std::ifstream("/proc/self/statm") >> pages >> pages;
+    const std::filesystem::directory_iterator files("/proc/self/fd");
+    return {pages * (sysconf(_SC_PAGESIZE) / 1024), std::distance(begin(files), end(files))};
+}
+
+class Soak
+{
+public:
+    explicit Soak(unsigned seed) : m_random(seed) {}
+
+    bool start()
+    {
+        for (int i = 0; i < kCameras; ++i) {
+            sim::Config config;
+            config.product = "VQD-HT110";
+            config.serial[6] = static_cast<uint8_t>(i + 1);
+            config.source = std::make_shared<Marked>(static_cast<uint16_t>(1000 + i));
+            m_bus.add(config);
+        }
+        std::array<DevInfo, VQD_MAX_DEVICES> devices{};
+        int count = 0;
+        if (vqdGetDeviceList(devices.data(), &count) != 1 || count != kCameras)
+            return false;
+        m_nUndistortionMode = 0;
+        for (int n = 0; n < kCameras; ++n) {
+            m_port[n] = static_cast<size_t>(devices[static_cast<size_t>(n)].szSerialNumber[13] - '1');
+            if (vqdDeviceOpen(n) != 1 || vqdGrabStart(n) != 1)
+                return false;
+        }
+        return true;
+    }
+
+    // One or both cameras vanish: in a transfer, between two, in a grab start or stop, or while being re-opened.
+    unsigned disconnect()
+    {
+        const unsigned number = m_random() % kCameras;
+        const unsigned lost = m_random() % 8 == 0 ? kCameras : 1;
+        for (unsigned i = 0; i < lost; ++i)
+            spoil((number + i) % kCameras);
+        return lost;
+    }
+
+    bool goesOn(int n)
+    {
+        int own = 0;
+        for (int reads = 0; reads < kMostReads; ++reads) {
+            const int result = read(n);
+            if (result != 1)
+                m_nReopenTime = 600;
+            own += result == 1 && m_amplitude[100] == 1000 + m_port[n];
+            if (own == 3)
+                return true;
+        }
+        return false;
+    }
+
+    void finish()
+    {
+        for (int n = 0; n < kCameras; ++n)
+            vqdDeviceClose(n);
+    }
+
+    unsigned long frames() const { return m_frames; }
+
+private:
+    int read(int n)
+    {
+        uint16_t* images[2] = {m_amplitude.data(), m_depth.data()};
+        FrameInfo info{};
+        const int result = vqdReadFromDevice(n, images, &info);
+        m_frames += result == 1;
+        return result;
+    }
+
+    void spoil(unsigned n)
+    {
+        using Channel = sim::Channel;
+        static constexpr struct {
+            Channel channel;
+            int request;
+        } kMoments[] = {{Channel::bulkIn, -1},    {Channel::bulkIn, -1},    {Channel::bulkOut, -1},
+                        {Channel::control, 0xB1}, {Channel::control, 0xB2}, {Channel::control, 0xB4}};
+        const auto& moment = kMoments[m_random() % std::size(kMoments)];
+        const sim::TimeUs away = 20'000 + m_random() % 1'500'000;
+        const unsigned nth = 1 + m_random() % 3;
+        if (m_random() % 4 == 0) {
+            m_bus.unplug(m_port[n], away);
+            return;
+        }
+        m_bus.withCamera(m_port[n], [&](sim::Camera& camera) {
+            camera.addFault({.kind = sim::Fault::Kind::unplug,
+                             .channel = moment.channel,
+                             .request = moment.request,
+                             .nth = nth,
+                             .backAfter = away});
+        });
+        if (moment.channel != Channel::bulkIn) { // else it is met by the next reads
+            vqdGrabStop(static_cast<int>(n));
+            vqdReadBufInit(static_cast<int>(n));
+            vqdGrabStart(static_cast<int>(n));
+        }
+    }
+
+    sim::Bus m_bus{sim::BusOptions{.timeScale = kTimeScale}};
+    std::mt19937 m_random;
+    std::array<size_t, kCameras> m_port{};
+    std::array<uint16_t, VQD_PIXELS> m_amplitude{}, m_depth{};
+    unsigned long m_frames = 0;
+};
+
+int run(unsigned wanted, unsigned seed)
+{
+    Soak soak(seed);
+    if (!soak.start())
+        return fprintf(stderr, "the cameras do not start\n"), 1;
+    Usage early;
+    unsigned disconnects = 0;
+    while (disconnects < wanted) {
+        if (early.files == 0 && disconnects >= wanted / 4)
+            early = usage();
+        disconnects += soak.disconnect();
+        for (int n = 0; n < kCameras; ++n)
+            if (!soak.goesOn(n))
+                return fprintf(stderr, "camera %d is lost after %u disconnects, seed %u\n", n, disconnects, seed), 1;
+    }
+    const Usage late = usage();
+    soak.finish();
+    fprintf(
+        stderr,
+        "%u disconnects, %lu frames, seed %u; from a quarter to the end: resident %ld to %ld KiB, files %ld to %ld\n",
+        disconnects, soak.frames(), seed, early.residentKib, late.residentKib, early.files, late.files);
+    if (late.files > early.files || late.residentKib - early.residentKib > kGrowthAllowed)
+        return fprintf(stderr, "the process grows\n"), 1;
+    return 0;
+}
+
+} // namespace
+
+extern "C" {
+
+// The library's sleeps, shortened; a signal cuts them short as it does the real ones.
+int usleep(useconds_t us)
+{
+    const timespec shortened{us / kTimeScale / 1'000'000, us / kTimeScale % 1'000'000 * 1000L};
+    return nanosleep(&shortened, nullptr);
+}
+unsigned sleep(unsigned seconds)
+{
+    usleep(seconds * 1'000'000);
+    return 0;
+}
+
+} // extern "C"
+
+int main(int argc, char** argv)
+{
+    if (argc < 2)
+        return fprintf(stderr, "usage: soak DISCONNECTS [SEED]\n"), 2;
+    if (freopen("/dev/null", "w", stdout) == nullptr)
+        return 1;
+    return run(static_cast<unsigned>(atoi(argv[1])), argc > 2 ? static_cast<unsigned>(atoi(argv[2])) : 20261124u);
+}
