@@ -29,6 +29,11 @@ VirtualUsb& VirtualUsb::get()
     return usb;
 }
 
+void VirtualUsb::reset()
+{
+    *this = {};
+}
+
 size_t VirtualUsb::plug(sim::Config config, uint8_t bus)
 {
     m_ports.push_back({std::make_unique<sim::Camera>(std::move(config)), nullptr, bus, 0});
@@ -272,7 +277,9 @@ struct LibusbCalls {
         if (result == 0 && camera == nullptr)
             result = LIBUSB_ERROR_NO_DEVICE;
         const std::span<uint8_t> buffer(data, static_cast<size_t>(length));
-        if (result == 0)
+        if (result == 0 && in && usb.answerBulkIn)
+            result = usb.answerBulkIn(buffer, bytes);
+        else if (result == 0)
             result = in ? bulkIn(*camera, endpoint, buffer, bytes, timeout) : bulkOut(*camera, endpoint, buffer, bytes);
         if (result == LIBUSB_ERROR_TIMEOUT && !in)
             usb.now += timeout * sim::TimeUs{1000};
