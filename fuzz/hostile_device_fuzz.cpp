@@ -8,6 +8,8 @@
 namespace
 {
 
+const char* const kModels[] = {"VQD-RS110", "VQD-WN120", "VQD-HT110", "VQD-HT120"};
+
 sim::Config device(Input& input)
 {
     sim::Config config;
@@ -16,8 +18,7 @@ sim::Config device(Input& input)
         config.vendorId = input.take<uint16_t>();
     if (kind & 2)
         config.productId = input.take<uint16_t>();
-    if (kind & 4)
-        config.product = input.text();
+    config.product = kind & 4 ? input.text() : input.of(kModels);
     if (kind & 8)
         config.manufacturer = input.text();
     config.framesPerSecond = 0;
@@ -97,7 +98,7 @@ void step(Input& input, VirtualUsb& usb, size_t devices)
         return;
     case 8:
         if (devices > 0)
-            usb.unplug(port, input.below(2) ? sim::kNever : input.take<uint32_t>());
+            usb.unplug(port, input.below(2) ? sim::kNever : sim::TimeUs{input.take<uint32_t>()});
         return;
     case 9:
         if (devices > 0 && !usb.camera(port).plugged())

@@ -56,8 +56,10 @@ public:
         std::vector<T> few(1 + take<uint8_t>() % 64u);
         for (T& value : few)
             value = take<T>();
-        for (size_t i = 0; i < table.size(); ++i)
-            table[i] = few[i % few.size()];
+        size_t filled = std::min(few.size(), table.size());
+        std::copy_n(few.begin(), filled, table.begin());
+        for (; filled < table.size(); filled = std::min(2 * filled, table.size()))
+            std::copy_n(table.begin(), std::min(filled, table.size() - filled), table.subspan(filled).begin());
     }
 
 private:
