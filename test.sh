@@ -31,10 +31,11 @@ fuzz_all() {
     install_packages clang libclang-rt-14-dev cmake make libusb-1.0-0-dev
     cmake --preset fuzz
     cmake --build --preset fuzz -j "$(nproc)"
-    rm -rf build/fuzz/summary build/fuzz/tmp
+    rm -f build/fuzz/summary
     for target in fuzz/corpus/*; do
         fuzz "${target##*/}" "$seconds" || code=1
     done
+    rm -rf build/fuzz/tmp
     cat build/fuzz/summary
     return "$code"
 }

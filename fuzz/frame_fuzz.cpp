@@ -77,7 +77,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     Input input(data, size);
     Session session;
-    session.listCamera({.product = "VQD-RS110"});
+    session.plug("VQD-RS110");
+    session.list();
     const bool hostCorrected = fillTables(input);
     const int minimum = stCamParam[0].nMinDepth, maximum = stCamParam[0].nMaxDepth;
     session.usb.answerBulkIn = [&](std::span<uint8_t> bytes, size_t& moved) { return transfer(input, bytes, moved); };

@@ -60,7 +60,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     static const Folder folder;
     Input input(data, size);
     Session session;
-    sim::Camera& camera = session.listCamera({.product = "VQD-RS110"});
+    sim::Camera& camera = session.plug("VQD-RS110");
+    session.list();
     camera.regions[0x7000].assign(4096, 0xFF);
     const bool finite = input.below(4) != 0;
     float* centre = m_fIntrinsicParam[0] + 2;

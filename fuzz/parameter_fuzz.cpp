@@ -48,9 +48,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     Input input(data, size);
     Session session;
-    const char* model = input.of(kModels);
-    const size_t port = session.usb.plug({.product = model, .framesPerSecond = 0});
-    sim::Camera& camera = session.usb.camera(port);
+    sim::Camera& camera = session.plug(input.of(kModels));
     const bool signedImage = input.below(8) != 0;
     const bool answers = input.below(8) != 0;
     const size_t moved = input.below(8) != 0 ? 128 : input.take();
@@ -64,12 +62,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (moved < 128)
         camera.addFault({.kind = sim::Fault::Kind::shortened, .request = 0xB8, .bytes = moved});
 
-    const auto entry = std::make_unique<DevInfo>();
-    int count = 0;
-    require(vqdGetDeviceList(entry.get(), &count) == VQD_OK && count == 1, "the camera is listed");
+    const DevInfo entry = session.list();
     for (int i = 0; i < 14; ++i)
-        require(isxdigit(static_cast<unsigned char>(entry->szSerialNumber[i])), "the serial is 14 digits");
-    require(entry->szSerialNumber[14] == '\0', "and ends there");
+        require(isxdigit(static_cast<unsigned char>(entry.szSerialNumber[i])), "the serial is 14 digits");
+    require(entry.szSerialNumber[14] == '\0', "and ends there");
     const bool loaded = answers && moved >= 5 && camera.eeprom[4] == 0x81;
     const size_t kept = std::min<size_t>(moved, 128);
     require(!loaded || memcmp(stCamParam[0].image, camera.eeprom.data(), kept) == 0, "the image is the EEPROM's");

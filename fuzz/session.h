@@ -41,8 +41,10 @@ public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    // Plugs a camera in and lists all of them; its device number, if none was plugged before.
-    sim::Camera& listCamera(const sim::Config& config);
+    // Plugs in a camera that always has a frame ready. The first one gets device number 0.
+    sim::Camera& plug(const char* product);
+    // Lists a single camera.
+    DevInfo list();
 
     VirtualUsb& usb = VirtualUsb::get();
 };

@@ -75,15 +75,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     Input input(data, size);
     Session session;
-    const size_t port = session.usb.plug({.product = "VQD-HT120", .framesPerSecond = 0});
-    sim::Camera& camera = session.usb.camera(port);
+    sim::Camera& camera = session.plug("VQD-HT120");
     prepare(input, camera, session.usb);
     camera.eeprom[48] = input.take(); // undistortion mode and orthogonal correction
     camera.eeprom[49] = input.take(); // FPPN and edge removal
     camera.eeprom[90] = input.take(); // principal point
-    const auto entry = std::make_unique<DevInfo>();
-    int count = 0;
-    require(vqdGetDeviceList(entry.get(), &count) == VQD_OK && count == 1, "the camera is listed");
+    session.list();
     requireOneOf(vqdGrabStart(0), {1}, "vqdGrabStart");
     const int writes = input.below(3);
     for (int i = 0; i < writes; ++i)
