@@ -116,8 +116,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     Input input(data, size);
     Session session;
     const auto devices = static_cast<size_t>(input.below(13));
-    for (size_t i = 0; i < devices; ++i)
-        session.usb.plug(device(input), static_cast<uint8_t>(1 + input.below(2)));
+    for (size_t i = 0; i < devices; ++i) {
+        const sim::Config config = device(input);
+        session.usb.plug(config, static_cast<uint8_t>(1 + input.below(2)));
+    }
     if (input.below(2))
         lieAboutStrings(input, session.usb);
     failCalls(input, session.usb);
