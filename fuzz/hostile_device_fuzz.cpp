@@ -126,5 +126,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     list(session.usb, devices);
     for (int steps = 0; steps < 24 && input.left() > 0; ++steps)
         step(input, session.usb, devices);
+    session.requireRecovery();
     return 0;
 }

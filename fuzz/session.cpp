@@ -91,9 +91,13 @@ Session::Session()
     usb.reset();
 }
 
-// Whatever came before, closing every device number gives everything back. The configuration descriptor may stay: the
-// next open replaces it.
 Session::~Session()
+{
+    closeAll();
+}
+
+// The configuration descriptor may stay: the next open replaces it.
+void Session::closeAll()
 {
     for (int n = 0; n < VQD_MAX_DEVICES; ++n)
         requireOneOf(vqdDeviceClose(n), {VQD_OK}, "vqdDeviceClose");
@@ -104,6 +108,20 @@ Session::~Session()
     require(usb.contextUses == 0, "every use of the context is given back");
     require(usb.configurationsHeld == (configDesc != nullptr), "at most the latest configuration descriptor is held");
     usb_free_config_descriptor(configDesc);
+    configDesc = nullptr;
+}
+
+void Session::requireRecovery()
+{
+    closeAll();
+    usb.reset();
+    plug("VQD-RS110");
+    list();
+    requireOneOf(vqdDeviceOpen(0), {1}, "vqdDeviceOpen of a good camera");
+    requireOneOf(vqdGrabStart(0), {1}, "vqdGrabStart of a good camera");
+    ImagePair images;
+    FrameInfo info{};
+    requireOneOf(vqdReadFromDevice(0, images.images(), &info), {1}, "vqdReadFromDevice of a good camera");
 }
 
 sim::Camera& Session::plug(const char* product)

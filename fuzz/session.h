@@ -45,6 +45,11 @@ public:
     sim::Camera& plug(const char* product);
     // Lists a single camera.
     DevInfo list();
+    // Whatever came before, everything can be closed, and a good camera on a good bus delivers a frame then.
+    void requireRecovery();
 
     VirtualUsb& usb = VirtualUsb::get();
+
+private:
+    void closeAll();
 };
