@@ -14,8 +14,9 @@ source tools/setup.sh
 fuzz() {
     local target=$1 seconds=$2 log=build/fuzz/$1.log code=0
     mkdir -p "build/fuzz/corpus/$target" build/fuzz/findings build/fuzz/tmp
+    # Absolute paths: a target may be in a folder of its own when it fails.
     TMPDIR=$PWD/build/fuzz/tmp "build/fuzz/fuzz_$target" -max_total_time="$seconds" -timeout=25 -max_len=4096 \
-        -len_control=0 -close_fd_mask=1 -print_final_stats=1 -artifact_prefix="build/fuzz/findings/$target-" \
+        -len_control=0 -close_fd_mask=1 -print_final_stats=1 -artifact_prefix="$PWD/build/fuzz/findings/$target-" \
         "build/fuzz/corpus/$target" "fuzz/corpus/$target" >"$log" 2>&1 || code=$?
     [[ $code -eq 0 ]] || grep -vE '^(#[0-9]|stat::)' "$log" | tail -n 60
     local executions added
