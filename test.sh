@@ -10,7 +10,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 source tools/setup.sh
 
-# Fuzzes one target from its seeds and ends with a line about it. Its exit code is the fuzzer's: 0 when nothing was found.
+# Fuzzes one target from its seeds and adds its line to the summary. The exit code is the fuzzer's: 0 without a finding.
 fuzz() {
     local target=$1 seconds=$2 log=build/fuzz/$1.log code=0
     mkdir -p "build/fuzz/corpus/$target" build/fuzz/findings build/fuzz/tmp

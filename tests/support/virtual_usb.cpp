@@ -277,9 +277,7 @@ struct LibusbCalls {
         if (result == 0 && camera == nullptr)
             result = LIBUSB_ERROR_NO_DEVICE;
         const std::span<uint8_t> buffer(data, static_cast<size_t>(length));
-        if (result == 0 && in && usb.answerBulkIn)
-            result = usb.answerBulkIn(buffer, bytes);
-        else if (result == 0)
+        if (result == 0)
             result = in ? bulkIn(*camera, endpoint, buffer, bytes, timeout) : bulkOut(*camera, endpoint, buffer, bytes);
         if (result == LIBUSB_ERROR_TIMEOUT && !in)
             usb.now += timeout * sim::TimeUs{1000};
@@ -305,6 +303,8 @@ struct LibusbCalls {
     static int bulkIn(sim::Camera& camera, uint8_t endpoint, std::span<uint8_t> data, size_t& moved, unsigned timeout)
     {
         VirtualUsb& usb = VirtualUsb::get();
+        if (usb.answerBulkIn)
+            return usb.answerBulkIn(data, moved);
         const sim::TimeUs deadline = usb.now + timeout * sim::TimeUs{1000};
         camera.beginBulkIn(usb.now);
         for (;;) {
