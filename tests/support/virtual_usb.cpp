@@ -29,6 +29,11 @@ VirtualUsb& VirtualUsb::get()
     return usb;
 }
 
+void VirtualUsb::reset()
+{
+    *this = {};
+}
+
 size_t VirtualUsb::plug(sim::Config config, uint8_t bus)
 {
     m_ports.push_back({std::make_unique<sim::Camera>(std::move(config)), nullptr, bus, 0});
@@ -364,6 +369,8 @@ struct LibusbCalls {
     static int bulkIn(sim::Camera& camera, uint8_t endpoint, std::span<uint8_t> data, size_t& moved, unsigned timeout)
     {
         VirtualUsb& usb = VirtualUsb::get();
+        if (usb.answerBulkIn)
+            return usb.answerBulkIn(data, moved);
         const sim::TimeUs deadline = usb.now + timeout * sim::TimeUs{1000};
         camera.beginBulkIn(usb.now);
         for (;;) {

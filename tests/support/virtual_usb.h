@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,7 @@ class VirtualUsb
 {
 public:
     static VirtualUsb& get();
+    void reset(); // as at the program's start
 
     size_t plug(sim::Config config = {}, uint8_t bus = 1);
     void unplug(size_t port, sim::TimeUs backAfter = sim::kNever);
@@ -34,6 +36,7 @@ public:
     // "control" or "bulk", and the times - 1 after it, end with `result`; times 0: for ever.
     void fail(const std::string& call, int result, unsigned nth = 1, unsigned times = 1);
     std::function<int(int index, unsigned char* data, int length)> answerString; // replaces the cameras' own strings
+    std::function<int(std::span<uint8_t> data, size_t& moved)> answerBulkIn;     // and their bulk IN
 
     // The nth call from now on that can fail meets this; `spoiled` then says which one that was: "claim", "B1",
     // "in 2048". The camera that vanishes is the one at port 0. A call that moves no bytes can not be cut short.
