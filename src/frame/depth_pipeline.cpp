@@ -42,10 +42,10 @@ void RunDepthPipeline(int n, const unsigned char* raw, uint16_t* amplitude, uint
     resample(planes, {amplitude, depth});
     if (!IsHostCorrected(n))
         return;
-    CorrectDepth(depth, {.offsets = m_bFPPN == 1 ? m_nEEPROMFPPNBuf : nullptr,
-                         .factors = m_bOrthogonal == 1 ? m_dOrthogonalData : nullptr,
-                         .minDepth = stCamParam[n].nMinDepth,
-                         .maxDepth = stCamParam[n].nMaxDepth});
+    kernels::CorrectDepth(depth, {.offsets = m_bFPPN == 1 ? m_nEEPROMFPPNBuf : nullptr,
+                                  .factors = m_bOrthogonal == 1 ? m_dOrthogonalData : nullptr,
+                                  .minDepth = stCamParam[n].nMinDepth,
+                                  .maxDepth = stCamParam[n].nMaxDepth});
     if (m_bRemoveEdge == 1)
-        RemoveEdges(amplitude, depth, m_nEdgeThres, m_nEdgeDepth);
+        kernels::RemoveEdges(amplitude, depth, m_nEdgeThres, m_nEdgeDepth);
 }
