@@ -5,6 +5,7 @@
 # Builds and runs every test; installs the Debian packages that they need.
 #   ./test.sh          the tests
 #   ./test.sh --asan   the same under the address and undefined-behaviour sanitizers
+#   ./test.sh --bench  no tests: builds for speed, and times the library against OpenCV
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 source tools/setup.sh
@@ -13,13 +14,21 @@ preset=dev
 case "${1:-}" in
 '') ;;
 --asan) preset=asan ;;
+--bench) ;;
 *)
     sed -n 's/^#   //p' "$0" >&2
     exit 2
     ;;
 esac
 
-install_packages g++ cmake make pkg-config libusb-1.0-0-dev libgtest-dev umockdev libumockdev-dev libcli11-dev \
+if [[ "${1:-}" == --bench ]]; then
+    install_packages g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev umockdev libumockdev-dev libbenchmark-dev libopencv-dev
+    cmake --preset bench
+    cmake --build --preset bench -j "$(nproc)"
+    exec build/bench/vqd_bench
+fi
+
+install_packages g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev libgtest-dev umockdev libumockdev-dev libcli11-dev \
     libpng-dev nlohmann-json3-dev usbutils
 cmake --preset "$preset"
 cmake --build --preset "$preset" -j "$(nproc)"

@@ -100,7 +100,7 @@ struct Bilinear {
 
 // Step 1: where the upper left samples of a vector's pixels lie. The border shifts them by one column and row, so that
 // truncated x + 1 is the index; it also clamps.
-// Rare are weights beyond 1 and right or lower neighbours two further on: x + 1 just below a power of two rounds up.
+// Rare is a right or lower neighbour two further on: x + 1 just below a power of two rounds up.
 HWY_INLINE void locate(Bilinear& job, int block, int k)
 {
     const int i = kBlock * block + kLanes * k;
@@ -114,10 +114,9 @@ HWY_INLINE void locate(Bilinear& job, int block, int k)
     const auto inside = hn::And(within(nextX, 0.0f, VQD_WIDTH + 1.0f), within(nextY, 0.0f, VQD_HEIGHT + 1.0f));
     storeIndexes(column, row, inside, job.indexes[block & 1] + kLanes * k);
 
-    const auto far = hn::And(inside, hn::Or(hn::Gt(hn::Sub(column, one), x), hn::Gt(hn::Sub(row, one), y)));
-    const auto tame = hn::And(hn::Le(hn::Abs(hn::LoadU(kFloats, job.maps.fractionX + i)), one),
-                              hn::Le(hn::Abs(hn::LoadU(kFloats, job.maps.fractionY + i)), one));
-    job.rare[block & 1][k] = !hn::AllTrue(kFloats, hn::AndNot(far, tame));
+    // Below zero where either difference is.
+    const Float beyond = hn::Or(hn::Sub(x, hn::Sub(column, one)), hn::Sub(y, hn::Sub(row, one)));
+    job.rare[block & 1][k] = !hn::AllFalse(kFloats, hn::And(inside, hn::Lt(beyond, hn::Zero(kFloats))));
 }
 
 // Step 2: fetches the samples. Of each four pixels in a row one goes to each of four vectors, as the transposition in
@@ -151,13 +150,13 @@ HWY_INLINE Float interpolate(Word upperLeft, Word upperRight, Word lowerLeft, Wo
     return hn::Add(hn::Mul(w.upper, upper), hn::Mul(w.lower, lower));
 }
 
-// With weights within 1, values lie far below 2^22.
+// With weights below 2, values lie below 2^22.
 HWY_INLINE Word truncated(Float v)
 {
     return hn::BitCast(kWords, hn::Add(hn::Trunc(v), hn::Set(kFloats, kSignedInteger)));
 }
 
-// Step 3.
+// Step 3. What is rare is left to the reference.
 HWY_INLINE void interpolate(const Bilinear& job, int block, int k)
 {
     const uint32_t* samples = job.samples[block & 1] + 4 * kLanes * k;
@@ -195,7 +194,10 @@ HWY_INLINE void interpolate(const Bilinear& job, int block, int k)
     hn::StoreU(hn::TruncateTo(kPixels, hn::IfThenZeroElse(hn::RebindMask(kWords, gated), depth)), kPixels,
                job.out.depth + i);
 
-    if (HWY_UNLIKELY(job.rare[block & 1][k]))
+    // Weights of 2 and more, infinity and NaN have this bit.
+    const auto wild =
+        hn::Ne(hn::And(hn::BitCast(kWords, hn::Or(fx, fy)), hn::Set(kWords, 0x40000000)), hn::Zero(kWords));
+    if (HWY_UNLIKELY(job.rare[block & 1][k] || !hn::AllFalse(kWords, wild)))
         scalar::ResampleBilinear(job.raw, job.maps, job.gate, job.out, nullptr, i, i + kLanes);
 }
 
