@@ -48,7 +48,7 @@ cv::Mat map(float* positions)
 void buildMaps(int mode)
 {
     m_nUndistortionMode = mode;
-    FillUndistortionMaps(kLens, mode != 3, {m_fXp2, m_fYp2, fDist_x2, fDist_y2});
+    kernels::FillUndistortionMaps(kLens, mode != 3, {m_fXp2, m_fYp2, fDist_x2, fDist_y2});
 }
 
 // Reads the maps and the planes once, several streams at a time, as fast as plain code does.

@@ -19,6 +19,7 @@
 #include "frame/filters.h"
 #include "frame/resample.h"
 #include "geometry/coordinates.h"
+#include "geometry/undistortion.h"
 
 namespace
 {
@@ -191,6 +192,26 @@ TEST_F(Simd, EdgeRemoval)
         scalar::RemoveEdges(amplitude.data(), depthExpected.data(), least, spread);
         simd::RemoveEdges(amplitude.data(), depthOut.data(), least, spread);
         EXPECT_TRUE(depthOut.same(depthExpected));
+    });
+}
+
+TEST_F(Simd, MapBuild)
+{
+    const float hostile[] = {0.0f, -0.0f, 1e-40f, 1e30f, -3e38f, INFINITY, -INFINITY};
+    Guarded<float> expected[4]{Guarded<float>{VQD_PIXELS}, Guarded<float>{VQD_PIXELS}, Guarded<float>{VQD_PIXELS},
+                               Guarded<float>{VQD_PIXELS}};
+    onEveryTarget(40, [&](int round) {
+        const auto any = [&](float usual) {
+            return round % 4 == 3 && below(3) == 0 ? of(hostile) : usual * (0.9f + fraction() / 4);
+        };
+        const Lens lens{{any(204), any(204), any(160), any(120)},
+                        {any(-0.346f), any(0.12f), any(-0.01f), any(1e-3f), any(-1e-3f), 0}};
+        const bool fractions = round % 2;
+        const auto last = scalar::FillUndistortionMaps(
+            lens, fractions, {expected[0].data(), expected[1].data(), expected[2].data(), expected[3].data()});
+        const auto got = simd::FillUndistortionMaps(lens, fractions, {x.data(), y.data(), fx.data(), fy.data()});
+        EXPECT_TRUE(x.same(expected[0]) && y.same(expected[1]) && fx.same(expected[2]) && fy.same(expected[3]));
+        EXPECT_EQ(memcmp(&got, &last, sizeof last), 0);
     });
 }
 
