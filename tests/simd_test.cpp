@@ -6,6 +6,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <bit>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -63,7 +64,9 @@ const float kPositions[] = {NAN,        INFINITY,      -INFINITY,  -1.0f,  -0.99
                             1e-40f,     -1e-40f,       -1e-9f,     239.0f, 239.99998f,   240.0f,     319.0f,
                             319.99997f, 320.0f,        319.5f,     239.5f, 319.49997f,   239.49998f, 0.99999994f,
                             127.99999f, 2147483648.0f, 63.999996f, 1e30f,  -3e9f};
-const float kWeights[] = {NAN, INFINITY, -INFINITY, 0.0f, -0.0f, 1.0f, -1.0f, 1.0000001f, 1e-40f, 2.5f, -1e5f, 3e38f};
+const float kPayload = std::bit_cast<float>(0x7FC01234); // a NaN that is not all zeros below
+const float kWeights[] = {NAN,    kPayload, INFINITY, -INFINITY, 0.0f, -0.0f, 1.0f,  -1.0f,
+                          1e-40f, 2.5f,     77.7f,    -77.7f,    1e5f, -1e5f, 3e38f, -3e38f};
 
 class Simd : public testing::Test
 {
