@@ -5,62 +5,63 @@
 # Builds and runs every test; installs the Debian packages that they need.
 #   ./test.sh                    the tests
 #   ./test.sh --asan             the same under the address and undefined-behaviour sanitizers
+#   ./test.sh --valgrind         the same under valgrind, but for the long sweeps
+#   ./test.sh --soak [NUMBER]    so many (2000) disconnects of streaming cameras, under the sanitizers
 #   ./test.sh --fuzz [SECONDS]   fuzzes each target for so long (60); findings go to build/fuzz/findings
+#   ./test.sh --lint             clang-tidy and cppcheck
+#   ./test.sh --mutations        breaks the library in 40 places, one at a time: do the tests notice?
+#   ./test.sh --bench            no tests: builds for speed, and times the library against OpenCV
+#   ./test.sh --packages         the Debian packages in a fresh Debian, from install to purge
+#   ./test.sh --arm64            the unit tests, built for 64-bit Arm, under qemu-user
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 source tools/setup.sh
 
-# Fuzzes one target from its seeds and adds its line to the summary. The exit code is the fuzzer's: 0 without a finding.
-fuzz() {
-    local target=$1 seconds=$2 log=build/fuzz/$1.log code=0
-    mkdir -p "build/fuzz/corpus/$target" build/fuzz/findings build/fuzz/tmp
-    # Absolute paths: a target may be in a folder of its own when it fails.
-    TMPDIR=$PWD/build/fuzz/tmp "build/fuzz/fuzz_$target" -max_total_time="$seconds" -timeout=25 -max_len=4096 \
-        -len_control=0 -close_fd_mask=1 -print_final_stats=1 -artifact_prefix="$PWD/build/fuzz/findings/$target-" \
-        "build/fuzz/corpus/$target" "fuzz/corpus/$target" >"$log" 2>&1 || code=$?
-    [[ $code -eq 0 ]] || grep -vE '^(#[0-9]|stat::)' "$log" | tail -n 60
-    local executions added
-    executions=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
-    added=$(sed -n 's/^stat::new_units_added: *//p' "$log")
-    printf '%-16s %8s executions, %5s new inputs, %s\n' "$target" "${executions:-?}" "${added:-?}" \
-        "$([[ $code -eq 0 ]] && echo 'no crash' || echo "CRASH, see $log")" >>build/fuzz/summary
-    return "$code"
+build_packages=(g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev libgtest-dev umockdev libumockdev-dev
+    libcli11-dev libpng-dev nlohmann-json3-dev usbutils jq)
+
+# build PRESET: configures and builds everything.
+build() {
+    install_packages "${build_packages[@]}"
+    cmake --preset "$1"
+    cmake --build --preset "$1" -j "$(nproc)"
 }
 
-fuzz_all() {
-    local seconds=$1 target code=0
-    install_packages clang libclang-rt-14-dev cmake make libusb-1.0-0-dev
-    cmake --preset fuzz
-    cmake --build --preset fuzz -j "$(nproc)"
-    rm -f build/fuzz/summary
-    for target in fuzz/corpus/*; do
-        fuzz "${target##*/}" "$seconds" || code=1
-    done
-    rm -rf build/fuzz/tmp
-    cat build/fuzz/summary
-    return "$code"
+# check PRESET: builds and runs every test of it.
+check() {
+    build "$1"
+    ctest --preset "$1" -j "$(nproc)"
 }
 
-preset=dev
 case "${1:-}" in
-'') ;;
---asan) preset=asan ;;
---fuzz)
-    if [[ ! ${2:-60} =~ ^[1-9][0-9]*$ ]]; then
-        echo "--fuzz takes a number of seconds, not $2." >&2
-        exit 2
-    fi
-    fuzz_all "${2:-60}"
-    exit
+'') check dev ;;
+--asan) check asan ;;
+--valgrind)
+    build_packages+=(valgrind)
+    check valgrind
     ;;
+--soak)
+    build asan
+    build/asan/soak "${2:-2000}"
+    ;;
+--fuzz) exec tests/fuzz.sh "${@:2}" ;;
+--lint)
+    build_packages+=(clang clang-tidy cppcheck)
+    build dev
+    exec tests/lint.sh
+    ;;
+--mutations) exec tests/mutations.sh ;;
+--bench)
+    install_packages g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev umockdev libumockdev-dev libbenchmark-dev \
+        libopencv-dev
+    cmake --preset bench
+    cmake --build --preset bench -j "$(nproc)"
+    exec build/bench/vqd_bench
+    ;;
+--packages) exec tests/packages.sh ;;
+--arm64) exec tests/arm64.sh ;;
 *)
     sed -n 's/^#   //p' "$0" >&2
     exit 2
     ;;
 esac
-
-install_packages g++ cmake make pkg-config libusb-1.0-0-dev libgtest-dev umockdev libumockdev-dev libcli11-dev \
-    libpng-dev nlohmann-json3-dev usbutils
-cmake --preset "$preset"
-cmake --build --preset "$preset" -j "$(nproc)"
-ctest --preset "$preset" -j "$(nproc)"

@@ -1,53 +1,132 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Times the library against what its users would write with OpenCV: in one process, on one thread, in turns, and prints
-// the ratio of the medians.
-#include <algorithm>
-#include <cstdio>
-#include <functional>
-#include <vector>
+// Times the library against what its users would write with OpenCV, in one process on one thread.
+#include <cstring>
+#include <random>
 
 #include <benchmark/benchmark.h>
 #include <opencv2/calib3d.hpp>
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include "VQD_API.h"
+#include "bench_usb.h"
+#include "compare.h"
+#include "frame/depth_pipeline.h"
+#include "frame/frame_format.h"
 #include "geometry/undistortion.h"
 
 namespace
 {
 
-constexpr int kRounds = 301;
+uint16_t amplitude[VQD_PIXELS], depth[VQD_PIXELS], amplitudeCopy[VQD_PIXELS], depthCopy[VQD_PIXELS];
+Point3f points[VQD_PIXELS], pointsCopy[VQD_PIXELS];
 
-double seconds(const std::function<void()>& run)
+const Lens kLens{{204, 204, 160, 120}, {-0.346f, 0.12f, 0, 0, 0, 0}};
+
+uint16_t* rawAmplitude()
 {
-    const int64_t start = cv::getTickCount();
-    run();
-    return static_cast<double>(cv::getTickCount() - start) / cv::getTickFrequency();
+    return reinterpret_cast<uint16_t*>(buffers + kAmplitudePlane);
 }
 
-double median(std::vector<double> times)
+uint16_t* rawDepth()
 {
-    std::nth_element(times.begin(), times.begin() + static_cast<long>(times.size() / 2), times.end());
-    return times[times.size() / 2];
+    return reinterpret_cast<uint16_t*>(buffers + kDepthPlane);
 }
 
-// Paired rounds, so that a change of the machine's pace meets both sides.
-void compare(const char* name, const std::function<void()>& ours, const std::function<void()>& theirs, double goal)
+cv::Mat image(uint16_t* pixels)
 {
-    std::vector<double> a, b;
-    for (int i = 0; i < kRounds; ++i) {
-        a.push_back(seconds(ours));
-        b.push_back(seconds(theirs));
+    return {VQD_HEIGHT, VQD_WIDTH, CV_16UC1, pixels};
+}
+
+cv::Mat map(float* positions)
+{
+    return {VQD_HEIGHT, VQD_WIDTH, CV_32FC1, positions};
+}
+
+void buildMaps(int mode)
+{
+    m_nUndistortionMode = mode;
+    kernels::FillUndistortionMaps(kLens, mode != 3, {m_fXp2, m_fYp2, fDist_x2, fDist_y2});
+}
+
+// Reads the maps and the planes once, several streams at a time, as fast as plain code does.
+uint64_t readMapsAndPlanes()
+{
+    const auto words = [](const void* memory) { return static_cast<const uint64_t*>(memory); };
+    const uint64_t *x = words(m_fXp2), *y = words(m_fYp2), *fx = words(fDist_x2), *fy = words(fDist_y2);
+    const uint64_t *a = words(rawAmplitude()), *d = words(rawDepth());
+    uint64_t sum = 0;
+    for (int i = 0; i < VQD_PIXELS / 2; ++i)
+        sum += x[i] + y[i] + fx[i] + fy[i];
+    for (int i = 0; i < VQD_PIXELS / 4; ++i)
+        sum += a[i] + d[i];
+    return sum;
+}
+
+// A noisy slope with an edge, and tables that change every pixel.
+void fill()
+{
+    std::mt19937 random(1);
+    for (unsigned i = 0; i < VQD_PIXELS; ++i) {
+        rawAmplitude()[i] = static_cast<uint16_t>(20 + random() % 800);
+        rawDepth()[i] = static_cast<uint16_t>((i % VQD_WIDTH < 100 ? 1200 : 2000) + i / 500 + random() % 60);
+        m_dOrthogonalData[i] = 0.9 + 1e-5 * (random() % 10000);
     }
-    std::printf("%-44s %8.1f us %8.1f us   ratio %.3f (goal %.2f)\n", name, median(a) * 1e6, median(b) * 1e6,
-                median(a) / median(b), goal);
+    for (int& offset : m_nEEPROMFPPNBuf)
+        offset = static_cast<int>(random() % 100) - 50;
+    stCamParam[0].nMinDepth = 500;
+    stCamParam[0].nMaxDepth = 7500;
+    BuildPointCloudTable(kLens.k);
+}
+
+void ourPipeline()
+{
+    RunDepthPipeline(0, buffers, amplitude, depth);
+    benchmark::ClobberMemory();
+}
+
+void compareResampling()
+{
+    cv::Mat amplitudeOut, depthOut;
+    const auto remap = [&](int method) {
+        const cv::Mat x = map(m_nUndistortionMode == 3 ? fDist_x2 : m_fXp2);
+        const cv::Mat y = map(m_nUndistortionMode == 3 ? fDist_y2 : m_fYp2);
+        cv::remap(image(rawAmplitude()), amplitudeOut, x, y, method);
+        cv::remap(image(rawDepth()), depthOut, x, y, method);
+    };
+    const auto stream = [] { benchmark::DoNotOptimize(readMapsAndPlanes()); };
+    const auto linear = [&] { remap(cv::INTER_LINEAR); };
+    const auto nearest = [&] { remap(cv::INTER_NEAREST); };
+    const auto copy = [] {
+        memcpy(amplitudeCopy, rawAmplitude(), sizeof amplitudeCopy);
+        memcpy(depthCopy, rawDepth(), sizeof depthCopy);
+        benchmark::DoNotOptimize(&amplitudeCopy);
+        benchmark::DoNotOptimize(&depthCopy);
+        benchmark::ClobberMemory();
+    };
+
+    strcpy(m_stDevInfo[0].szDeviceName, "VQD-HT110");
+    buildMaps(1);
+    compare("gated bilinear / remap linear", 0.25, ourPipeline, linear);
+    compare("gated bilinear / reading maps and planes once", 4, ourPipeline, stream);
+    buildMaps(2);
+    compare("bilinear / remap linear", 0.25, ourPipeline, linear);
+    compare("bilinear / reading maps and planes once", 4, ourPipeline, stream);
+    buildMaps(3);
+    compare("nearest / remap nearest", 0.5, ourPipeline, nearest);
+    m_nUndistortionMode = 0;
+    compare("copy / two memcpy", 1.3, ourPipeline, copy);
+
+    strcpy(m_stDevInfo[0].szDeviceName, "VQD-HT120");
+    m_bFPPN = m_bOrthogonal = m_bRemoveEdge = 1;
+    buildMaps(1);
+    compare("gated bilinear, FPPN, orthogonal, clip, edges / remap linear", 0.4, ourPipeline, linear);
 }
 
 void compareMapBuild()
 {
-    const Lens lens{{204, 204, 160, 120}, {-0.346f, 0.12f, 0, 0, 0, 0}};
     const cv::Mat camera = (cv::Mat_<double>(3, 3) << 204, 0, 160, 0, 204, 120, 0, 0, 1);
     const cv::Mat distortion = (cv::Mat_<double>(1, 5) << -0.346, 0.12, 0, 0, 0);
     cv::Mat mapX, mapY;
@@ -55,14 +134,54 @@ void compareMapBuild()
         cv::initUndistortRectifyMap(camera, distortion, cv::noArray(), camera, {VQD_WIDTH, VQD_HEIGHT}, CV_32FC1, mapX,
                                     mapY);
     };
-    for (const bool fractions : {true, false}) {
+    for (const int mode : {2, 3}) {
         const auto ours = [&] {
-            benchmark::DoNotOptimize(FillUndistortionMaps(lens, fractions, {m_fXp2, m_fYp2, fDist_x2, fDist_y2}));
+            buildMaps(mode);
             benchmark::ClobberMemory();
         };
-        compare(fractions ? "map build, modes 1 and 2 / initUndistort" : "map build, mode 3 / initUndistort", ours,
-                theirs, 0.3);
+        compare(mode == 2 ? "map build, modes 1 and 2 / initUndistortRectifyMap"
+                          : "map build, mode 3 / initUndistortRectifyMap",
+                0.3, ours, theirs);
     }
+}
+
+void comparePoints()
+{
+    const auto ours = [] {
+        vqdDepthFrameToCameraSpace(rawDepth(), points, VQD_WIDTH, VQD_HEIGHT);
+        benchmark::ClobberMemory();
+    };
+    const auto theirs = [] {
+        memcpy(pointsCopy, points, sizeof points);
+        benchmark::DoNotOptimize(&pointsCopy);
+        benchmark::ClobberMemory();
+    };
+    compare("vqdDepthFrameToCameraSpace / memcpy of its output", 1.5, ours, theirs);
+}
+
+void compareFilters()
+{
+    constexpr int kAmplitude = 100, kScatter = 200, kLeast = 600, kMost = 2500;
+    memcpy(depth, rawDepth(), sizeof depth);
+    memcpy(depthCopy, rawDepth(), sizeof depthCopy);
+    const auto ours = [] {
+        vqdAmplitudeCheckFilter(rawAmplitude(), depth, kAmplitude, VQD_WIDTH, VQD_HEIGHT);
+        vqdScatteringCheckFilter(rawAmplitude(), depth, kScatter, VQD_WIDTH, VQD_HEIGHT);
+        vqdMinMaxCheckFilter(depth, kLeast, kMost, VQD_WIDTH, VQD_HEIGHT);
+        benchmark::ClobberMemory();
+    };
+    const auto theirs = [] {
+        const cv::Mat a = image(rawAmplitude());
+        cv::Mat d = image(depthCopy);
+        d.setTo(0, a < kAmplitude * fAmpScale);
+        cv::Mat wideAmplitude, wideDepth;
+        a.convertTo(wideAmplitude, CV_32F);
+        d.convertTo(wideDepth, CV_32F);
+        const cv::Mat limit = static_cast<float>(kScatter) / (wideDepth.mul(wideDepth) * fScatterScale);
+        d.setTo(0, limit > wideAmplitude);
+        d.setTo(0, (d < kLeast) | (d > kMost));
+    };
+    compare("the three filters / the same with OpenCV matrices", 0.15, ours, theirs);
 }
 
 } // namespace
@@ -70,5 +189,11 @@ void compareMapBuild()
 int main()
 {
     cv::setNumThreads(1);
+    fill();
+    std::printf("%-62s %11s %11s  %6s  %5s\n", "", "VQD_API", "peer", "ratio", "goal");
+    compareResampling();
     compareMapBuild();
+    comparePoints();
+    compareFilters();
+    CompareUsb();
 }

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Host-side depth corrections, range clip and edge removal.
+// Host-side depth corrections, range clip and edge removal in plain C++: the reference.
 #include "frame/depth_correct.h"
 
 #include <algorithm>
@@ -28,7 +28,7 @@ static uint16_t correct(uint16_t depth, int x, int y, const DepthCorrection& c)
     return Low16(Truncate(value));
 }
 
-void CorrectDepth(uint16_t* depth, const DepthCorrection& correction)
+void scalar::CorrectDepth(uint16_t* depth, const DepthCorrection& correction)
 {
     const bool corrects = correction.offsets != nullptr || correction.factors != nullptr;
     for (int y = 0; y < VQD_HEIGHT; ++y) {
@@ -44,9 +44,10 @@ void CorrectDepth(uint16_t* depth, const DepthCorrection& correction)
 
 // A pixel's decision reads it and its right, lower and lower right neighbours. All of them come later in the scan than
 // any pixel cleared so far, so the decisions are those on an untouched copy.
-void RemoveEdges(const uint16_t* amplitude, uint16_t* depth, int leastAmplitude, int maxSpread)
+void scalar::RemoveEdges(const uint16_t* amplitude, uint16_t* depth, uint16_t leastAmplitude, uint16_t maxSpread,
+                         int first)
 {
-    for (int y = 0; y < VQD_HEIGHT - 1; ++y) {
+    for (int y = first; y < VQD_HEIGHT - 1; ++y) {
         const uint16_t* lower = depth + VQD_WIDTH * (y + 1);
         uint16_t* row = depth + VQD_WIDTH * y;
         for (int x = 0; x < VQD_WIDTH - 1; ++x) {

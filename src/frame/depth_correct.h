@@ -6,15 +6,28 @@
 
 #include <cstdint>
 
+#include "simd/kernels.h"
+
 struct DepthCorrection {
     const int* offsets;     // FPPN, mm a 4 x 4 block, 80 blocks a row; null: off
     const double* factors;  // orthogonal, one a pixel; null: off
     int minDepth, maxDepth; // mm; what lies outside becomes 0
 };
 
+namespace scalar
+{
+void CorrectDepth(uint16_t* depth, const DepthCorrection& correction);
+// Rows `first` to 238.
+void RemoveEdges(const uint16_t* amplitude, uint16_t* depth, uint16_t leastAmplitude, uint16_t maxSpread,
+                 int first = 0);
+} // namespace scalar
+
+namespace simd
+{
 // Corrects valid pixels and clips all.
 void CorrectDepth(uint16_t* depth, const DepthCorrection& correction);
 
 // Clears pixels whose 2 x 2 neighbourhood spreads by more than `maxSpread` millimetres and whose amplitude is at least
 // `leastAmplitude`. The last row and column are never cleared.
-void RemoveEdges(const uint16_t* amplitude, uint16_t* depth, int leastAmplitude, int maxSpread);
+void RemoveEdges(const uint16_t* amplitude, uint16_t* depth, uint16_t leastAmplitude, uint16_t maxSpread);
+} // namespace simd

@@ -9,11 +9,12 @@
 #include "device/models.h"
 #include "frame/depth_correct.h"
 #include "frame/frame_format.h"
+#include "frame/frame_state.h"
 #include "frame/resample.h"
 
 static void interpolate(Planes raw, int gate, Images out)
 {
-    const LastPixel last = ResampleBilinear(raw, {m_fXp2, m_fYp2, fDist_x2, fDist_y2}, gate, out);
+    const LastPixel last = kernels::ResampleBilinear(raw, {m_fXp2, m_fYp2, fDist_x2, fDist_y2}, gate, out, m_nPairs);
     fChgAxis_Amp = last.amplitude;
     fChgAxis_Dep1 = last.depth;
 }
@@ -26,7 +27,7 @@ static void resample(Planes raw, Images out)
     case 2:
         return interpolate(raw, kNoGate, out);
     case 3:
-        return ResampleNearest(raw, fDist_x2, fDist_y2, out);
+        return kernels::ResampleNearest(raw, fDist_x2, fDist_y2, out, m_nPairs);
     default:
         memcpy(out.amplitude, raw.amplitude, 2 * VQD_PIXELS);
         memcpy(out.depth, raw.depth, 2 * VQD_PIXELS);
@@ -41,10 +42,10 @@ void RunDepthPipeline(int n, const unsigned char* raw, uint16_t* amplitude, uint
     resample(planes, {amplitude, depth});
     if (!IsHostCorrected(n))
         return;
-    CorrectDepth(depth, {.offsets = m_bFPPN == 1 ? m_nEEPROMFPPNBuf : nullptr,
-                         .factors = m_bOrthogonal == 1 ? m_dOrthogonalData : nullptr,
-                         .minDepth = stCamParam[n].nMinDepth,
-                         .maxDepth = stCamParam[n].nMaxDepth});
+    kernels::CorrectDepth(depth, {.offsets = m_bFPPN == 1 ? m_nEEPROMFPPNBuf : nullptr,
+                                  .factors = m_bOrthogonal == 1 ? m_dOrthogonalData : nullptr,
+                                  .minDepth = stCamParam[n].nMinDepth,
+                                  .maxDepth = stCamParam[n].nMaxDepth});
     if (m_bRemoveEdge == 1)
-        RemoveEdges(amplitude, depth, m_nEdgeThres, m_nEdgeDepth);
+        kernels::RemoveEdges(amplitude, depth, m_nEdgeThres, m_nEdgeDepth);
 }

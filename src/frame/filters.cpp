@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The pixel check filters, and the two small functions that the library shares.
+// The pixel check filters, their kernels in plain C++, and the two small functions that the library shares.
 #include "frame/filters.h"
 
 #include <cmath>
@@ -9,7 +9,7 @@
 #include "VQD_API.h"
 #include "frame/kernel_math.h"
 
-void AmplitudeCheck(const uint16_t* amplitude, uint16_t* depth, size_t count, uint8_t threshold, float scale)
+void scalar::AmplitudeCheck(const uint16_t* amplitude, uint16_t* depth, size_t count, uint8_t threshold, float scale)
 {
     const float limit = static_cast<float>(threshold) * scale;
     for (size_t i = 0; i < count; ++i)
@@ -19,7 +19,7 @@ void AmplitudeCheck(const uint16_t* amplitude, uint16_t* depth, size_t count, ui
 
 // The square is a signed 32-bit product: from a depth of 46341 on it wraps to a negative number, and the pixel
 // survives.
-void ScatteringCheck(const uint16_t* amplitude, uint16_t* depth, size_t count, uint8_t threshold, float scale)
+void scalar::ScatteringCheck(const uint16_t* amplitude, uint16_t* depth, size_t count, uint8_t threshold, float scale)
 {
     const float t = static_cast<float>(threshold);
     for (size_t i = 0; i < count; ++i) {
@@ -30,7 +30,7 @@ void ScatteringCheck(const uint16_t* amplitude, uint16_t* depth, size_t count, u
     }
 }
 
-void MinMaxCheck(uint16_t* image, size_t count, uint16_t minimum, uint16_t maximum)
+void scalar::MinMaxCheck(uint16_t* image, size_t count, uint16_t minimum, uint16_t maximum)
 {
     for (size_t i = 0; i < count; ++i)
         if (image[i] < minimum || image[i] > maximum)
@@ -45,19 +45,19 @@ static size_t pixels(int w, int h)
 void vqdAmplitudeCheckFilter(const uint16_t* amplitude, uint16_t* depth, int threshold, int w, int h)
 {
     if (amplitude != nullptr && depth != nullptr)
-        AmplitudeCheck(amplitude, depth, pixels(w, h), static_cast<uint8_t>(threshold), fAmpScale);
+        kernels::AmplitudeCheck(amplitude, depth, pixels(w, h), static_cast<uint8_t>(threshold), fAmpScale);
 }
 
 void vqdScatteringCheckFilter(const uint16_t* amplitude, uint16_t* depth, int threshold, int w, int h)
 {
     if (amplitude != nullptr && depth != nullptr)
-        ScatteringCheck(amplitude, depth, pixels(w, h), static_cast<uint8_t>(threshold), fScatterScale);
+        kernels::ScatteringCheck(amplitude, depth, pixels(w, h), static_cast<uint8_t>(threshold), fScatterScale);
 }
 
 void vqdMinMaxCheckFilter(uint16_t* image, unsigned int minimum, unsigned int maximum, int w, int h)
 {
     if (image != nullptr)
-        MinMaxCheck(image, pixels(w, h), static_cast<uint16_t>(minimum), static_cast<uint16_t>(maximum));
+        kernels::MinMaxCheck(image, pixels(w, h), static_cast<uint16_t>(minimum), static_cast<uint16_t>(maximum));
 }
 
 void DataSort(int* values, int count)

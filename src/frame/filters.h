@@ -7,6 +7,17 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "simd/kernels.h"
+
+namespace scalar
+{
+void AmplitudeCheck(const uint16_t* amplitude, uint16_t* depth, size_t count, uint8_t threshold, float scale);
+void ScatteringCheck(const uint16_t* amplitude, uint16_t* depth, size_t count, uint8_t threshold, float scale);
+void MinMaxCheck(uint16_t* image, size_t count, uint16_t minimum, uint16_t maximum);
+} // namespace scalar
+
+namespace simd
+{
 // Clears depth whose amplitude lies below threshold * scale.
 void AmplitudeCheck(const uint16_t* amplitude, uint16_t* depth, size_t count, uint8_t threshold, float scale);
 
@@ -15,3 +26,4 @@ void ScatteringCheck(const uint16_t* amplitude, uint16_t* depth, size_t count, u
 
 // Clears pixels outside minimum to maximum.
 void MinMaxCheck(uint16_t* image, size_t count, uint16_t minimum, uint16_t maximum);
+} // namespace simd

@@ -1,13 +1,11 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Resampling of the raw planes through the undistortion maps. Single precision, in exactly the grouping that is
-// written.
+// Resampling in plain C++: the reference. Single precision, in exactly the grouping that is written.
 #include "frame/resample.h"
 
 #include <algorithm>
 
-#include "VQD_API.h"
 #include "frame/kernel_math.h"
 
 namespace
@@ -52,10 +50,11 @@ int spread(const uint16_t* plane, const Source& s)
 
 } // namespace
 
-LastPixel ResampleBilinear(Planes raw, const ResampleMaps& maps, int gate, Images out)
+LastPixel scalar::ResampleBilinear(Planes raw, const ResampleMaps& maps, int gate, Images out, uint32_t*, int first,
+                                   int last)
 {
     LastPixel value{};
-    for (int i = 0; i < VQD_PIXELS; ++i) {
+    for (int i = first; i < last; ++i) {
         value = {0.0f, 0.0f};
         if (isInside(maps.x[i], maps.y[i])) {
             const Source source = locate(maps.x[i], maps.y[i], maps.fractionX[i], maps.fractionY[i]);
@@ -69,7 +68,7 @@ LastPixel ResampleBilinear(Planes raw, const ResampleMaps& maps, int gate, Image
     return value;
 }
 
-void ResampleNearest(Planes raw, const float* x, const float* y, Images out)
+void scalar::ResampleNearest(Planes raw, const float* x, const float* y, Images out, uint32_t*)
 {
     for (int i = 0; i < VQD_PIXELS; ++i) {
         const float column = x[i] + 0.5f;

@@ -7,6 +7,9 @@
 #include <climits>
 #include <cstdint>
 
+#include "VQD_API.h"
+#include "simd/kernels.h"
+
 struct Planes {
     const uint16_t* amplitude;
     const uint16_t* depth;
@@ -33,9 +36,26 @@ struct LastPixel {
 
 inline constexpr int kNoGate = INT_MAX;
 
+// Workspace of the vector kernels: both planes in one, amplitude in the lower half of each entry. A border repeats the
+// outermost pixels, so that every pixel has a neighbour on each side; two rows of zeros stand for what lies outside.
+inline constexpr int kPairsStride = VQD_WIDTH + 2;
+inline constexpr int kPairsOutside = kPairsStride * (VQD_HEIGHT + 2); // the first zero
+inline constexpr int kPairs = kPairsOutside + 2 * kPairsStride;
+
+namespace scalar
+{
+// Pixels `first` to `last`, `last` not included. Their workspace is not used.
+LastPixel ResampleBilinear(Planes raw, const ResampleMaps& maps, int gate, Images out, uint32_t* pairs = nullptr,
+                           int first = 0, int last = VQD_PIXELS);
+void ResampleNearest(Planes raw, const float* x, const float* y, Images out, uint32_t* pairs = nullptr);
+} // namespace scalar
+
+namespace simd
+{
 // Bilinear. A depth pixel whose four samples differ by more than `gate` millimetres is invalid. A source position
 // outside the sensor makes both pixels 0; a neighbour beyond the border is clamped to it.
-LastPixel ResampleBilinear(Planes raw, const ResampleMaps& maps, int gate, Images out);
+LastPixel ResampleBilinear(Planes raw, const ResampleMaps& maps, int gate, Images out, uint32_t* pairs);
 
 // Nearest sample at the positions x, y.
-void ResampleNearest(Planes raw, const float* x, const float* y, Images out);
+void ResampleNearest(Planes raw, const float* x, const float* y, Images out, uint32_t* pairs);
+} // namespace simd

@@ -7,8 +7,6 @@
 
 #include <algorithm>
 
-#include "device/kernel_target.h"
-
 static constexpr float kMillimetres = 1000.0f; // a metre
 
 void vqdXYZ3DConversion(Point3f* out, Point3f p, ExtrinsicParam e)
@@ -61,18 +59,12 @@ void BuildPointCloudTable(LensIntrinsic k)
     }
 }
 
-VQD_KERNEL static void scaleRays(const uint16_t* __restrict depth, const Point3f* __restrict rays,
-                                 Point3f* __restrict points, size_t count)
+void scalar::DepthToPoints(const uint16_t* depth, const Point3f* rays, Point3f* points, size_t count)
 {
     for (size_t i = 0; i < count; ++i) {
         const float d = depth[i];
         points[i] = {rays[i].x * d, rays[i].y * d, d * rays[i].z};
     }
-}
-
-void DepthToPoints(const uint16_t* depth, const Point3f* rays, Point3f* points, size_t count)
-{
-    scaleRays(depth, rays, points, count);
 }
 
 // The ray table has an entry for each pixel of the sensor; what a larger size asks for beyond it is not touched.
@@ -81,5 +73,5 @@ void vqdDepthFrameToCameraSpace(const uint16_t* depth, Point3f* points, int widt
     if (depth == nullptr || points == nullptr || width < 1 || height < 1)
         return;
     const uint64_t pixels = static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
-    DepthToPoints(depth, pPointCloud, points, std::min<uint64_t>(pixels, VQD_PIXELS));
+    kernels::DepthToPoints(depth, pPointCloud, points, std::min<uint64_t>(pixels, VQD_PIXELS));
 }

@@ -8,6 +8,15 @@
 #include <cstdint>
 
 #include "VQD_API.h"
+#include "simd/kernels.h"
 
+namespace scalar
+{
+void DepthToPoints(const uint16_t* depth, const Point3f* rays, Point3f* points, size_t count);
+}
+
+namespace simd
+{
 // Camera-space points in metres from depth in millimetres and the rays of the same pixels.
 void DepthToPoints(const uint16_t* depth, const Point3f* rays, Point3f* points, size_t count);
+} // namespace simd

@@ -30,7 +30,7 @@ int BuildUndistortionMap(int n)
     const int mode = m_nUndistortionMode;
     if (mode < 1 || mode > 3)
         return 1;
-    const LastMapPixel last = FillUndistortionMaps(lensOf(n), mode != 3, {m_fXp2, m_fYp2, fDist_x2, fDist_y2});
+    const LastMapPixel last = kernels::FillUndistortionMaps(lensOf(n), mode != 3, {m_fXp2, m_fYp2, fDist_x2, fDist_y2});
     m_fX_nu = last.x;
     m_fY_nu = last.y;
     m_fRu2 = last.distorted.r2;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "geometry/lens_model.h"
+#include "simd/kernels.h"
 
 struct UndistortionMaps {
     float* x; // raw column and row of each corrected pixel
@@ -19,5 +20,13 @@ struct LastMapPixel {
     Distorted distorted;
 };
 
+namespace scalar
+{
+LastMapPixel FillUndistortionMaps(const Lens& lens, bool fractions, const UndistortionMaps& maps);
+}
+
+namespace simd
+{
 // Fills 320 x 240 entries a map. `fractions` chooses what distX and distY hold.
 LastMapPixel FillUndistortionMaps(const Lens& lens, bool fractions, const UndistortionMaps& maps);
+} // namespace simd

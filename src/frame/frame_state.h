@@ -1,0 +1,9 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The globals of the frame area that are not exported.
+#pragma once
+
+#include "frame/resample.h"
+
+extern uint32_t m_nPairs[kPairs];
