@@ -9,6 +9,7 @@ vqd=$(readlink -f "$1")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 export TMPDIR=$work/tmp # where buses live
+export XDG_STATE_HOME=$work/state # where EEPROM backups go
 mkdir "$TMPDIR"
 cd "$work" || exit 1
 failures=0
@@ -57,13 +58,13 @@ shows out 'vqd 2\.4\.0'
 ends 0 "$vqd" sim VQD-HT120 VQD-RS110 -- "$vqd" list
 mentions err VQD_Library_Ver
 sort -k3 out >sorted
-shows sorted '[01]  VQD-HT120   24061100000001  03a4:871a' '[01]  VQD-RS110   24061100000002  03a4:8720'
+shows sorted '[01]  VQD-HT120   24061100000001  03a4:871a  1-2' '[01]  VQD-RS110   24061100000002  03a4:8720  1-3'
 
 # A camera that does not correct on the host passes an even scene through. Old pictures are replaced.
 mkdir -p pictures/new
 echo old >pictures/new/depth.png
 ends 0 "$vqd" sim --scene plane --fps 100 VQD-HT120 VQD-HT110 -- \
-    "$vqd" grab -n 3 -o pictures/new -c 24061100000002
+    "$vqd" grab -n 3 -o pictures/new -c 24061100000002 --force
 shows out 'camera [01]: VQD-HT110, serial 24061100000002, USB 03a4:8718' \
     'sensor temperature [234][0-9]\.[0-9], logic version 2\.5' '3 frames, [0-9]+\.[0-9] frames per second' \
     'depth at the centre (149|150)[0-9] mm' 'pictures in pictures/new: .*'
@@ -91,7 +92,7 @@ at.most.11  sim VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-
 END
 
 # Settings: shown, changed for good, refused with the range, two clients one after the other
-ends 0 "$vqd" sim -- sh -c '"$0" set offset=-5 depth-range=300,4000 --save >&2 && "$0" get offset depth-range' "$vqd"
+ends 0 "$vqd" sim -- sh -c '"$0" set offset=-5 depth-range=300,4000 --save -y >&2 && "$0" get offset depth-range' "$vqd"
 shows out 'offset            -5' 'depth-range       300,4000'
 ends 0 "$vqd" sim VQD-RS110 -- sh -c '"$0" set fps-delay=7 >&2 && "$0" get frequency fps-delay' "$vqd"
 shows out 'frequency         10' 'fps-delay         0'
@@ -109,12 +110,12 @@ for words in 'set offset' 'set offset=' 'set offset=1,2' 'set offset=x' 'set tem
 done
 
 # Calibration: out, changed and in again; what is not a calibration is refused before the camera is touched.
-ends 0 "$vqd" sim -- sh -c '"$0" lens >lens.json && sed -i "s/\"cx\": 160.0/\"cx\": 161.3/" lens.json && "$0" lens --set lens.json >&2 &&
+ends 0 "$vqd" sim -- sh -c '"$0" lens >lens.json && sed -i "s/\"cx\": 160.0/\"cx\": 161.3/" lens.json && "$0" lens --set lens.json -y >&2 &&
     "$0" lens' "$vqd"
 grep -q '"cx": 161.3' out || fail "the lens is not stored"
 cmp -s out lens.json || fail "the calibration does not come back as it was sent"
-for text in '{' '[]' '{}' '{"depth": {"fx": 1}}' '{"lens": {}}' '{"extrinsic": {"rotation": [[1, 0, 0]]}}' '{"depth": 3}'; do
-    ends 2 sh -c 'echo "$1" | "$0" lens --set -' "$vqd" "$text"
+for text in '' '"depth": {"fx": 1}' '"lens": {}' '"extrinsic": {"rotation": [[1, 0, 0]]}' '"depth": 3'; do
+    ends 2 sh -c 'echo "{\"schema\": \"vqd.lens/1\", $1}" | "$0" lens --set - -y' "$vqd" "$text"
 done
 ends 1 "$vqd" lens --set no-such-file
 
@@ -127,12 +128,12 @@ head -c 26 cloud/points.png | od -An -tx1 | tr -d ' \n' | grep -q 49484452000002
 
 # Tables: out, changed and in again; sizes are looked at before anything is sent.
 ends 0 "$vqd" sim -- sh -c '"$0" table load orthogonal o.bin && printf "\001\002" | dd of=o.bin conv=notrunc status=none &&
-    "$0" table save orthogonal o.bin && "$0" table load orthogonal o2.bin && cmp o.bin o2.bin &&
+    "$0" table save orthogonal o.bin -y && "$0" table load orthogonal o2.bin && cmp o.bin o2.bin &&
     "$0" table load orthogonal o.csv --csv' "$vqd"
 mentions out "o.bin: verified"
 [[ $(stat -c %s o2.bin) -eq 4096 && $(head -c 7 o.csv) == 0.0258, ]] || fail "the orthogonal table"
 head -c 9600 /dev/urandom >f.bin
-ends 0 "$vqd" sim -- "$vqd" table save fppn-4x4 f.bin
+ends 0 "$vqd" sim -- "$vqd" table save fppn-4x4 f.bin -y
 mentions out "not verified: this libusb refuses control transfers above 4096 bytes"
 ends 1 "$vqd" sim -- "$vqd" table load fppn-4x4 zeros.bin
 [[ ! -e zeros.bin ]] || fail "a table that was not read"

@@ -9,6 +9,8 @@
 
 #include "camera.h"
 #include "commands.h"
+#include "common.h"
+#include "eeprom_change.h"
 #include "exit_codes.h"
 #include "interrupt.h"
 #include "output.h"
@@ -19,7 +21,6 @@ namespace
 
 struct Options {
     std::vector<std::string> words;
-    std::string camera;
     bool save = false;
 };
 
@@ -38,9 +39,8 @@ int get(const Options& options)
             wanted.push_back(&setting);
 
     Output output;
-    catchInterrupts();
     const Session session;
-    const DevInfo& camera = session.choose(options.camera);
+    const Camera& camera = session.choose();
     if (std::any_of(wanted.begin(), wanted.end(), [](const Setting* s) { return s->needsFrame; })) {
         const auto frame = std::make_unique<Frame>();
         Stream(camera).read(*frame);
@@ -51,18 +51,6 @@ int get(const Options& options)
     return kDone;
 }
 
-// Keeps the image's persistent part in the EEPROM. A camera does not start to capture by itself.
-void save(int n)
-{
-    unsigned char image[VQD_IMAGE_BYTES];
-    constexpr int kCapture = 11;
-    if (vqdParameterData_Load(n, image) != 1)
-        throw Failure(kFailed, "the settings could not be read");
-    image[kCapture] = 0;
-    vqdEEPROM_ParameterData_Save(n, image);
-    requireStored(n);
-}
-
 int set(const Options& options)
 {
     std::vector<Assignment> assignments;
@@ -70,23 +58,30 @@ int set(const Options& options)
         assignments.push_back(parseAssignment(word));
 
     Output output;
-    catchInterrupts();
-    const Session session;
-    const int n = session.chooseToChange(options.camera).nIndex;
-    if (vqdDeviceOpen(n) != 1)
-        throw Failure(kFailed, "the camera can not be opened");
-    for (const Assignment& assignment : assignments) {
-        endIfInterrupted();
-        apply(n, assignment);
-    }
     if (options.save)
-        save(n);
+        requireConfirmable();
+    const Session session;
+    const Camera& camera = session.chooseToChange();
+    session.loadAlone(camera);
+    claim(camera);
+    const auto apply_all = [&] {
+        for (const Assignment& assignment : assignments) {
+            endIfInterrupted();
+            apply(camera, assignment);
+        }
+    };
+    if (options.save)
+        changeEeprom(camera, "save these settings?", Unreadable::refuse, [&] {
+            apply_all();
+            saveImage(camera);
+        });
+    else
+        apply_all();
     for (const Assignment& assignment : assignments)
-        print(output, n, *assignment.setting);
+        print(output, camera.nIndex, *assignment.setting);
     output.finish();
     if (!options.save)
-        fputs("vqd: not saved; the next program that lists the camera has its stored settings again (--save keeps)\n",
-              stderr);
+        note("not saved; the next program that lists the camera has its stored settings again (--save keeps)");
     return kDone;
 }
 
@@ -100,8 +95,8 @@ void addGetSet(CLI::App& app, Run& run)
     CLI::App* setter = app.add_subcommand("set", "Changes settings");
     setter->add_option("assignment", options->words, "What to change")->type_name("KEY=VALUE")->required();
     setter->add_flag("--save", options->save, "Keep the settings in the camera's EEPROM");
-    for (CLI::App* command : {getter, setter})
-        command->add_option("-c,--camera", options->camera, "Index or serial number")->type_name("CAMERA");
+    addCommon(*getter, kCamera | kJson);
+    addCommon(*setter, kCamera | kYes);
     setter->footer("Example: vqd set depth-range=300,4000 flip-horizontal=1 --save\nSettings:\n" + settingNames());
     getter->footer("Example: vqd get frequency depth-range\nSettings:\n" + settingNames());
     getter->callback([&run, options] { run = [options] { return get(*options); }; });

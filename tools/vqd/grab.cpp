@@ -12,6 +12,7 @@
 #include "camera.h"
 #include "cloud.h"
 #include "commands.h"
+#include "common.h"
 #include "exit_codes.h"
 #include "interrupt.h"
 #include "output.h"
@@ -24,37 +25,15 @@ namespace
 struct Options {
     int frames = 1;
     std::string directory = ".";
-    std::string camera;
     std::vector<std::string> settings;
     bool cloud = false;
-};
-
-// A counter that is seen on a terminal only.
-class Progress
-{
-public:
-    explicit Progress(int total) : m_total(total), m_visible(isatty(STDERR_FILENO)) {}
-    ~Progress()
-    {
-        if (m_visible)
-            fputs("\r\33[K", stderr);
-    }
-    void show(int done) const
-    {
-        if (m_visible)
-            fprintf(stderr, "\rframe %d of %d", done, m_total);
-    }
-
-private:
-    int m_total;
-    bool m_visible;
 };
 
 // Reads all frames; the last one stays. Returns frames per second, 0 for a single frame.
 double readFrames(Stream& stream, int count, Frame& frame)
 {
     using Clock = std::chrono::steady_clock;
-    const Progress progress(count);
+    Progress progress("frame", count);
     Clock::time_point first;
     for (int i = 0; i < count; ++i) {
         stream.read(frame);
@@ -96,14 +75,6 @@ void saveCloud(const std::filesystem::path& directory, const Frame& frame)
     writeFile(directory / "points.png", cloudPicture(cloud));
 }
 
-// Maps, rays, tables and switches are one set for the library: those of the camera that was loaded last.
-void loadAlone(const Session& session, int n)
-{
-    unsigned char image[VQD_IMAGE_BYTES];
-    if (session.cameras().size() > 1 && vqdEEPROM_ParameterData_Load(n, image) != 1)
-        throw Failure(kFailed, "the camera's parameters could not be loaded");
-}
-
 void tell(Output& output, const DevInfo& camera, const Options& options, double rate, unsigned depth)
 {
     const int n = camera.nIndex;
@@ -125,11 +96,11 @@ void tell(Output& output, const DevInfo& camera, const Options& options, double 
 }
 
 // A frame may be under way with the settings before.
-void applySettings(Stream& stream, int n, const std::vector<Assignment>& assignments, Frame& frame)
+void applySettings(Stream& stream, const Camera& camera, const std::vector<Assignment>& assignments, Frame& frame)
 {
     for (const Assignment& assignment : assignments) {
         endIfInterrupted();
-        apply(n, assignment);
+        apply(camera, assignment);
     }
     if (!assignments.empty())
         stream.read(frame);
@@ -141,17 +112,15 @@ int grab(const Options& options)
     for (const std::string& word : options.settings)
         assignments.push_back(parseAssignment(word));
     Output output;
-    catchInterrupts();
     const Session session;
-    endIfInterrupted();
-    const DevInfo& camera = session.choose(options.camera);
+    const Camera& camera = session.choose();
     requireWritableDirectory(options.directory);
-    loadAlone(session, camera.nIndex);
+    session.loadAlone(camera);
     const auto frame = std::make_unique<Frame>();
     double rate = 0;
     {
         Stream stream(camera);
-        applySettings(stream, camera.nIndex, assignments, *frame);
+        applySettings(stream, camera, assignments, *frame);
         rate = readFrames(stream, options.frames, *frame);
     }
     savePictures(options.directory, *frame);
@@ -174,8 +143,7 @@ void addGrab(CLI::App& app, Run& run)
     command->add_option("-o,--output", options->directory, "Directory for the pictures; made if need be")
         ->type_name("DIR")
         ->capture_default_str();
-    command->add_option("-c,--camera", options->camera, "Index or serial number; without it the first camera")
-        ->type_name("CAMERA");
+    addCommon(*command, kCamera | kForce);
     command->add_option("-s,--set", options->settings, "Settings for this grab only; see vqd set")
         ->type_name("KEY=VALUE");
     command->add_flag("--cloud", options->cloud,

@@ -3,28 +3,23 @@
 //
 // vqd lens: the camera's three calibration sets as JSON, out and in.
 #include <cmath>
-#include <fstream>
-#include <iostream>
 #include <memory>
 #include <optional>
 
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
 
 #include "camera.h"
 #include "commands.h"
+#include "common.h"
+#include "eeprom_change.h"
 #include "exit_codes.h"
-#include "interrupt.h"
 #include "output.h"
 
 namespace
 {
 
-using Json = nlohmann::ordered_json;
-
 struct Options {
     std::string file;
-    std::string camera;
 };
 
 constexpr const char* kIntrinsicNames[] = {"fx", "fy", "cx", "cy"};
@@ -65,8 +60,7 @@ Json calibrationJson(int n)
     float e[12];
     if (vqdGetExtrinsicParameter(n, e) != 1)
         throw Failure(kFailed, "the extrinsic parameters can not be read");
-    Json json;
-    json["schema"] = 1;
+    Json json = document("lens");
     json["depth"] = lensJson(n, vqdGetLensParameter);
     json["colour"] = lensJson(n, vqdGetRGBLensParameter);
     for (size_t row = 0; row < 3; ++row)
@@ -118,17 +112,7 @@ ExtrinsicParam extrinsicFrom(const Json& set)
 
 Calibration readCalibration(const std::string& file)
 {
-    std::ifstream stream(file);
-    if (file != "-" && !stream)
-        throw Failure(kFailed, file + ": can not be read");
-    Json json;
-    try {
-        json = Json::parse(file == "-" ? std::cin : stream);
-    } catch (const Json::exception& error) {
-        throw Failure(kUsage, file + ": " + error.what());
-    }
-    if (!json.is_object())
-        throw Failure(kUsage, file + ": not an object");
+    const Json json = readDocument(file, "lens");
     for (const auto& [key, unused] : json.items())
         if (key != "schema" && std::find(std::begin(kSets), std::end(kSets), key) == std::end(kSets))
             throw Failure(kUsage, file + ": there is no set '" + key + "'");
@@ -152,7 +136,6 @@ void store(int n, const Calibration& c)
         vqdSetRGBLensParameter(n, c.colour->k, c.colour->d);
     if (c.extrinsic)
         vqdSetExtrinsicParameter(n, *c.extrinsic);
-    requireStored(n);
 }
 
 int lens(const Options& options)
@@ -161,12 +144,13 @@ int lens(const Options& options)
     if (!options.file.empty())
         wanted = readCalibration(options.file);
     Output output;
-    catchInterrupts();
-    const Session session;
-    const int n = (wanted ? session.chooseToChange(options.camera) : session.choose(options.camera)).nIndex;
     if (wanted)
-        store(n, *wanted);
-    output.print("%s\n", calibrationJson(n).dump(2).c_str());
+        requireConfirmable();
+    const Session session;
+    const Camera& camera = wanted ? session.chooseToChange() : session.choose();
+    if (wanted)
+        changeEeprom(camera, "replace its lens?", Unreadable::refuse, [&] { store(camera.nIndex, *wanted); });
+    output.print(calibrationJson(camera.nIndex));
     output.finish();
     return kDone;
 }
@@ -181,7 +165,7 @@ void addLens(CLI::App& app, Run& run)
         ->add_option("--set", options->file,
                      "Write the sets of this JSON file to the camera's EEPROM; - for standard input")
         ->type_name("FILE");
-    command->add_option("-c,--camera", options->camera, "Index or serial number")->type_name("CAMERA");
+    addCommon(*command, kCamera | kYes);
     command->footer("Example: vqd lens >lens.json; vqd lens --set lens.json\n"
                     "Of the transform only the first four numbers fit into the EEPROM.");
     command->callback([&run, options] { run = [options] { return lens(*options); }; });

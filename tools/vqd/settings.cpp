@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <charconv>
 
-#include "VQD_API.h"
 #include "exit_codes.h"
 
 namespace
@@ -164,9 +163,9 @@ Assignment parseAssignment(const std::string& text)
     return assignment;
 }
 
-void apply(int n, const Assignment& assignment)
+void apply(const Camera& camera, const Assignment& assignment)
 {
-    if (assignment.setting->set(n, assignment.values.data()) != 1)
-        throw Failure(kFailed, std::string("the camera did not take ") + assignment.setting->name + " (" +
-                                   assignment.setting->values + ")");
+    if (assignment.setting->set(camera.nIndex, assignment.values.data()) != 1)
+        failOn(camera, std::string("the camera did not take ") + assignment.setting->name + " (" +
+                           assignment.setting->values + ")");
 }

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "camera.h"
+
 struct Setting {
     const char* name;
     const char* values; // what set takes; null: read only
@@ -30,7 +32,7 @@ struct Assignment {
 Assignment parseAssignment(const std::string& text);
 
 // Sends it; fails when the camera or the library refuses.
-void apply(int n, const Assignment& assignment);
+void apply(const Camera& camera, const Assignment& assignment);
 
 // "offset=..., ..." for the help.
 std::string settingNames();

@@ -12,6 +12,7 @@
 
 #include "camera.h"
 #include "commands.h"
+#include "common.h"
 #include "exit_codes.h"
 #include "interrupt.h"
 #include "output.h"
@@ -21,7 +22,7 @@ namespace
 {
 
 struct Options {
-    std::string table, file, camera;
+    std::string table, file;
     bool csv = false;
 };
 
@@ -159,9 +160,9 @@ int load(const Options& options)
     if (table.read == nullptr)
         throw Failure(kUsage, std::string("the camera does not give '") + table.name + "' back");
     Output output;
-    catchInterrupts();
+    requireNewFile(options.file);
     const Session session;
-    const int n = session.choose(options.camera).nIndex;
+    const int n = session.choose().nIndex;
     Values values;
     if (!table.read(n, values))
         throw Failure(kFailed, std::string("the camera refused to read '") + table.name + "'");
@@ -215,11 +216,12 @@ int save(const Options& options)
     const Table& table = tableByName(options.table);
     const Bytes bytes = readFile(options.file, table.bytes);
     Output output;
-    catchInterrupts();
+    requireConfirmable();
     const Session session;
-    const int n = session.chooseToChange(options.camera).nIndex;
-    endIfInterrupted();
-    fprintf(stderr, "sending %zu bytes, %.0f ms at least\n", table.bytes, table.waitMs);
+    const Camera& camera = session.chooseToChange();
+    const int n = camera.nIndex;
+    confirm(std::string("replace '") + table.name + "' of camera " + camera.szSerialNumber + "?");
+    note("sending %zu bytes, %.0f ms at least", table.bytes, table.waitMs);
     if (table.write(n, bytes.data()) != 1)
         throw Failure(kFailed, std::string("'") + table.name + "' was not sent");
     output.print("'%s' from %s: %s\n", table.name, options.file.c_str(), verify(n, table, bytes).c_str());
@@ -239,8 +241,9 @@ void addTable(CLI::App& app, Run& run)
     for (CLI::App* way : {loader, saver}) {
         way->add_option("table", options->table, "Name of the table")->type_name("TABLE")->required();
         way->add_option("file", options->file, "Raw bytes as they travel")->type_name("FILE")->required();
-        way->add_option("-c,--camera", options->camera, "Index or serial number")->type_name("CAMERA");
     }
+    addCommon(*loader, kCamera | kForce);
+    addCommon(*saver, kCamera | kYes);
     loader->add_flag("--csv", options->csv, "Values to look at, comma-separated");
     command->footer("Tables:\n" + tableNames() + "Example: vqd table load orthogonal factors.bin");
     loader->callback([&run, options] { run = [options] { return load(*options); }; });
