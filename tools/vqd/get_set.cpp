@@ -7,13 +7,10 @@
 
 #include <CLI/CLI.hpp>
 
-#include "camera.h"
 #include "commands.h"
 #include "common.h"
 #include "eeprom_change.h"
 #include "exit_codes.h"
-#include "interrupt.h"
-#include "output.h"
 #include "settings.h"
 
 namespace
@@ -24,9 +21,17 @@ struct Options {
     bool save = false;
 };
 
-void print(Output& output, int n, const Setting& setting)
+void show(Output& output, const Camera& camera, const char* command, const std::vector<const Setting*>& settings)
 {
-    output.print("%-17s %s\n", setting.name, setting.get(n).c_str());
+    Json json = document(command);
+    json["camera"] = identityJson(camera);
+    for (const Setting* setting : settings)
+        json["settings"][setting->name] = setting->get(camera.nIndex);
+    if (common.json)
+        output.print(json);
+    else
+        printSettings(output, json["settings"]);
+    output.finish();
 }
 
 int get(const Options& options)
@@ -41,45 +46,36 @@ int get(const Options& options)
     Output output;
     const Session session;
     const Camera& camera = session.choose();
+    session.loadAlone(camera);
     if (std::any_of(wanted.begin(), wanted.end(), [](const Setting* s) { return s->needsFrame; })) {
         const auto frame = std::make_unique<Frame>();
         Stream(camera).read(*frame);
     }
-    for (const Setting* setting : wanted)
-        print(output, camera.nIndex, *setting);
-    output.finish();
+    show(output, camera, "get", wanted);
     return kDone;
 }
 
 int set(const Options& options)
 {
-    std::vector<Assignment> assignments;
-    for (const std::string& word : options.words)
-        assignments.push_back(parseAssignment(word));
-
-    Output output;
+    const std::vector<Assignment> assignments = parseAssignments(options.words);
     if (options.save)
         requireConfirmable();
+    Output output;
     const Session session;
     const Camera& camera = session.chooseToChange();
     session.loadAlone(camera);
     claim(camera);
-    const auto apply_all = [&] {
-        for (const Assignment& assignment : assignments) {
-            endIfInterrupted();
-            apply(camera, assignment);
-        }
-    };
     if (options.save)
         changeEeprom(camera, "save these settings?", Unreadable::refuse, [&] {
-            apply_all();
+            applySettings(camera, assignments);
             saveImage(camera);
         });
     else
-        apply_all();
+        applySettings(camera, assignments);
+    std::vector<const Setting*> changed;
     for (const Assignment& assignment : assignments)
-        print(output, camera.nIndex, *assignment.setting);
-    output.finish();
+        changed.push_back(assignment.setting);
+    show(output, camera, "set", changed);
     if (!options.save)
         note("not saved; the next program that lists the camera has its stored settings again (--save keeps)");
     return kDone;
@@ -92,11 +88,11 @@ void addGetSet(CLI::App& app, Run& run)
     const auto options = std::make_shared<Options>();
     CLI::App* getter = app.add_subcommand("get", "Shows settings");
     getter->add_option("key", options->words, "Settings; all when none is named")->type_name("KEY");
+    addCommon(*getter, kCamera | kJson);
     CLI::App* setter = app.add_subcommand("set", "Changes settings");
     setter->add_option("assignment", options->words, "What to change")->type_name("KEY=VALUE")->required();
     setter->add_flag("--save", options->save, "Keep the settings in the camera's EEPROM");
-    addCommon(*getter, kCamera | kJson);
-    addCommon(*setter, kCamera | kYes);
+    addCommon(*setter, kCamera | kJson | kYes);
     setter->footer("Example: vqd set depth-range=300,4000 flip-horizontal=1 --save\nSettings:\n" + settingNames());
     getter->footer("Example: vqd get frequency depth-range\nSettings:\n" + settingNames());
     getter->callback([&run, options] { run = [options] { return get(*options); }; });

@@ -1,22 +1,19 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// vqd grab: grabs some frames, tells about the camera and keeps the last frame as pictures.
+// vqd grab: grabs frames and keeps the last one as pictures, or every one in a format for programs.
 #include <algorithm>
 #include <chrono>
 #include <memory>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
-#include "camera.h"
-#include "cloud.h"
 #include "commands.h"
 #include "common.h"
 #include "exit_codes.h"
 #include "interrupt.h"
-#include "output.h"
 #include "pictures.h"
+#include "point_cloud.h"
 #include "settings.h"
 
 namespace
@@ -26,11 +23,126 @@ struct Options {
     int frames = 1;
     std::string directory = ".";
     std::vector<std::string> settings;
-    bool cloud = false;
+    std::string format, cloud;
+};
+
+using Path = std::filesystem::path;
+
+// A file of a plane.
+struct PlaneFile {
+    const char* name;
+    Plane (*plane)(const Frame& frame);
+    Bytes (*encode)(Plane plane);
+};
+
+Plane depth(const Frame& frame)
+{
+    return frame.depth;
+}
+
+Plane amplitude(const Frame& frame)
+{
+    return frame.amplitude;
+}
+
+// Of the last frame, where no format is given.
+constexpr PlaneFile kPictures[] = {
+    {"depth.png", depth, depthPicture},
+    {"amplitude.png", amplitude, amplitudePicture},
+    {"depth16.png", depth, exactPicture},
+    {"amplitude16.png", amplitude, exactPicture},
+};
+
+// Of every frame.
+constexpr struct {
+    const char* name;
+    Bytes (*encode)(Plane plane);
+} kFormats[] = {{"png", exactPicture}, {"pgm", pgmFile}, {"npy", npyFile}, {"raw", rawFile}};
+
+// What becomes of the frames.
+class Keeper
+{
+public:
+    explicit Keeper(const Options& options) : m_options(options), m_directory(options.directory)
+    {
+        for (const auto& format : kFormats)
+            if (options.format == format.name)
+                m_encode = format.encode;
+        if (!options.cloud.empty())
+            m_cloud = &cloudFormat(options.cloud);
+    }
+
+    // Fails where the files can not be written, before the camera starts.
+    void prepare() const
+    {
+        requireWritableDirectory(m_directory);
+        if (m_encode != nullptr) {
+            requireNewFile(numbered("depth", 1, m_options.format));
+            return;
+        }
+        for (const PlaneFile& file : kPictures)
+            requireNewFile(m_directory / file.name);
+        if (m_cloud != nullptr)
+            for (const Path& file : {cloudFile(), m_directory / "points.png"})
+                requireNewFile(file);
+    }
+
+    // A frame of a series; the first has the number 1.
+    void keep(const Frame& frame, int number)
+    {
+        if (m_encode == nullptr)
+            return;
+        writeFile(numbered("depth", number, m_options.format), m_encode(frame.depth));
+        writeFile(numbered("amplitude", number, m_options.format), m_encode(frame.amplitude));
+        if (m_cloud != nullptr)
+            writeFile(numbered("points", number, m_cloud->name), m_cloud->encode(cloudOf(frame)));
+        m_kept = number;
+    }
+
+    void keepLast(const Frame& frame) const
+    {
+        if (m_encode != nullptr)
+            return;
+        for (const PlaneFile& file : kPictures)
+            writeFile(m_directory / file.name, file.encode(file.plane(frame)));
+        if (m_cloud == nullptr)
+            return;
+        const std::vector<CloudPoint> cloud = cloudOf(frame);
+        writeFile(cloudFile(), m_cloud->encode(cloud));
+        writeFile(m_directory / "points.png", cloudPicture(cloud));
+    }
+
+    int kept() const { return m_kept; }
+
+    std::string summary() const
+    {
+        const std::string where = m_options.directory + ": ";
+        if (m_encode != nullptr)
+            return where + "depth-*." + m_options.format + ", amplitude-*." + m_options.format +
+                   (m_cloud ? ", points-*." + m_options.cloud : "");
+        return "pictures in " + where + "depth.png, amplitude.png; exact values: depth16.png, amplitude16.png" +
+               (m_cloud ? "\npoint cloud: points." + m_options.cloud + ", seen in points.png" : "");
+    }
+
+private:
+    Path cloudFile() const { return m_directory / ("points." + m_options.cloud); }
+
+    Path numbered(const char* what, int number, const std::string& extension) const
+    {
+        char name[64];
+        snprintf(name, sizeof name, "%s-%06d.%s", what, number, extension.c_str());
+        return m_directory / name;
+    }
+
+    const Options& m_options;
+    Path m_directory;
+    Bytes (*m_encode)(Plane plane) = nullptr; // null: no series
+    const CloudFormat* m_cloud = nullptr;
+    int m_kept = 0;
 };
 
 // Reads all frames; the last one stays. Returns frames per second, 0 for a single frame.
-double readFrames(Stream& stream, int count, Frame& frame)
+double readFrames(Stream& stream, int count, Frame& frame, Keeper& keeper)
 {
     using Clock = std::chrono::steady_clock;
     Progress progress("frame", count);
@@ -39,6 +151,7 @@ double readFrames(Stream& stream, int count, Frame& frame)
         stream.read(frame);
         if (i == 0)
             first = Clock::now();
+        keeper.keep(frame, i + 1);
         progress.show(i + 1);
     }
     const std::chrono::duration<double> passed = Clock::now() - first;
@@ -60,22 +173,21 @@ unsigned centreDepth(const Frame& frame)
     return *middle;
 }
 
-void savePictures(const std::filesystem::path& directory, const Frame& frame)
+Json summaryJson(const Camera& camera, const Options& options, double rate, unsigned depth)
 {
-    writeFile(directory / "depth.png", depthPicture(frame.depth));
-    writeFile(directory / "amplitude.png", amplitudePicture(frame.amplitude));
-    writeFile(directory / "depth16.png", exactPicture(frame.depth));
-    writeFile(directory / "amplitude16.png", exactPicture(frame.amplitude));
+    const int n = camera.nIndex;
+    Json json = document("grab");
+    json["camera"] = identityJson(camera);
+    json["temperature"] = settingByName("temperature").get(n);
+    json["logic-version"] = settingByName("logic-version").get(n);
+    json["frames"] = options.frames;
+    json["frames-per-second"] = rate > 0 ? Json(rate) : Json();
+    json["centre-depth"] = depth > 0 ? Json(depth) : Json();
+    json["directory"] = options.directory;
+    return json;
 }
 
-void saveCloud(const std::filesystem::path& directory, const Frame& frame)
-{
-    const std::vector<CloudPoint> cloud = cloudOf(frame);
-    writeFile(directory / "points.ply", plyFile(cloud));
-    writeFile(directory / "points.png", cloudPicture(cloud));
-}
-
-void tell(Output& output, const DevInfo& camera, const Options& options, double rate, unsigned depth)
+void tell(Output& output, const Camera& camera, const Options& options, double rate, unsigned depth)
 {
     const int n = camera.nIndex;
     output.print("camera %d: %s, serial %s, USB %s\n", n, camera.szDeviceName, camera.szSerialNumber,
@@ -89,44 +201,40 @@ void tell(Output& output, const DevInfo& camera, const Options& options, double 
         output.print("\ndepth at the centre %u mm\n", depth);
     else
         output.print("\nno valid depth at the centre\n");
-    output.print("pictures in %s: depth.png, amplitude.png; exact values: depth16.png, amplitude16.png\n",
-                 options.directory.c_str());
-    if (options.cloud)
-        output.print("point cloud: points.ply, seen in points.png\n");
-}
-
-// A frame may be under way with the settings before.
-void applySettings(Stream& stream, const Camera& camera, const std::vector<Assignment>& assignments, Frame& frame)
-{
-    for (const Assignment& assignment : assignments) {
-        endIfInterrupted();
-        apply(camera, assignment);
-    }
-    if (!assignments.empty())
-        stream.read(frame);
 }
 
 int grab(const Options& options)
 {
-    std::vector<Assignment> assignments;
-    for (const std::string& word : options.settings)
-        assignments.push_back(parseAssignment(word));
+    const std::vector<Assignment> assignments = parseAssignments(options.settings);
+    Keeper keeper(options);
     Output output;
     const Session session;
     const Camera& camera = session.choose();
-    requireWritableDirectory(options.directory);
+    keeper.prepare();
     session.loadAlone(camera);
     const auto frame = std::make_unique<Frame>();
     double rate = 0;
-    {
+    try {
         Stream stream(camera);
-        applySettings(stream, camera, assignments, *frame);
-        rate = readFrames(stream, options.frames, *frame);
+        applySettings(camera, assignments);
+        if (!assignments.empty())
+            stream.read(*frame); // may be under way with the settings before
+        rate = readFrames(stream, options.frames, *frame, keeper);
+    } catch (const Failure& failure) {
+        if (keeper.kept() == 0)
+            throw;
+        throw Failure(failure.code == kInterrupted ? kFailed : failure.code,
+                      (failure.code == kInterrupted ? "interrupted" : failure.what()) + std::string("; ") +
+                          std::to_string(keeper.kept()) + " of " + std::to_string(options.frames) +
+                          " frames are complete in " + options.directory);
     }
-    savePictures(options.directory, *frame);
-    if (options.cloud)
-        saveCloud(options.directory, *frame);
-    tell(output, camera, options, rate, centreDepth(*frame));
+    keeper.keepLast(*frame);
+    if (common.json) {
+        output.print(summaryJson(camera, options, rate, centreDepth(*frame)));
+    } else {
+        tell(output, camera, options, rate, centreDepth(*frame));
+        output.print("%s\n", keeper.summary().c_str());
+    }
     output.finish();
     return kDone;
 }
@@ -135,19 +243,35 @@ int grab(const Options& options)
 
 void addGrab(CLI::App& app, Run& run)
 {
-    CLI::App* command = app.add_subcommand("grab", "Grabs frames and keeps the last one as PNG pictures");
+    CLI::App* command = app.add_subcommand("grab", "Grabs frames; keeps the last one as PNG pictures, or all of them");
     const auto options = std::make_shared<Options>();
     command->add_option("-n,--frames", options->frames, "Number of frames")
         ->check(CLI::Range(1, 100'000'000))
         ->capture_default_str();
-    command->add_option("-o,--output", options->directory, "Directory for the pictures; made if need be")
+    command->add_option("-o,--output", options->directory, "Directory for the files; made if need be")
         ->type_name("DIR")
         ->capture_default_str();
-    addCommon(*command, kCamera | kForce);
+    std::vector<std::string> formats;
+    for (const auto& format : kFormats)
+        formats.push_back(format.name);
+    command
+        ->add_option("--format", options->format,
+                     "Keep every frame, exact values: depth-000001.FORMAT, amplitude-000001.FORMAT, ...")
+        ->check(CLI::IsMember(formats));
+    command
+        ->add_option("--cloud", options->cloud,
+                     "Also point clouds, metres, X right, Y up; true to scale with undistortion on")
+        ->check(CLI::IsMember({"ply", "pcd"}))
+        ->expected(0, 1)
+        ->default_str("ply");
     command->add_option("-s,--set", options->settings, "Settings for this grab only; see vqd set")
-        ->type_name("KEY=VALUE");
-    command->add_flag("--cloud", options->cloud,
-                      "Also points.ply, metres, X right, Y up; true to scale with undistortion on");
-    command->footer("Example: vqd grab -n 30 -o pictures");
+        ->type_name("KEY=VALUE")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addCommon(*command, kCamera | kJson | kForce);
+    command->footer("raw: 320 x 240 values of 16 bits, low byte first, rows from the top. npy: NumPy 1.0.\n"
+                    "Depth is in mm, 0 invalid.\n"
+                    "Example: vqd grab -n 30 -o pictures\n"
+                    "Example: vqd grab -n 100 --format npy --cloud pcd -o series -s undistortion=2");
     command->callback([&run, options] { run = [options] { return grab(*options); }; });
 }

@@ -41,10 +41,15 @@ int main(int argc, char** argv)
                "interrupted.");
     Run run;
     addList(app, run);
-    addGrab(app, run);
+    addInfo(app, run);
     addGetSet(app, run);
+    addDumpLoad(app, run);
+    addGrab(app, run);
+    addCloud(app, run);
+    addEeprom(app, run);
     addLens(app, run);
     addTable(app, run);
+    addReset(app, run);
     addSim(app, run, invocation);
     try {
         std::reverse(arguments.begin(), arguments.end()); // as the parser takes them

@@ -85,6 +85,12 @@ private:
     int m_fd;
 };
 
+// What a camera calls itself may be anything.
+std::string textOf(const Json& json)
+{
+    return json.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
+}
+
 // What a file in memory holds.
 void copyToError(int file)
 {
@@ -127,8 +133,7 @@ void Output::print(const char* format, ...)
 
 void Output::print(const Json& json)
 {
-    // What a camera calls itself may be anything.
-    print("%s\n", json.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+    print("%s", textOf(json).c_str());
 }
 
 void Output::finish()
@@ -179,4 +184,23 @@ void writeFile(const std::filesystem::path& path, std::span<const uint8_t> bytes
     Draft draft(path);
     draft.write(bytes);
     draft.keep();
+}
+
+void writeJson(const std::filesystem::path& path, const Json& json)
+{
+    const std::string text = textOf(json);
+    writeFile(path, std::span(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
+}
+
+std::vector<uint8_t> readFile(const std::filesystem::path& path, size_t size)
+{
+    std::ifstream stream(path, std::ios::binary);
+    std::vector<uint8_t> bytes(size + 1); // one more shows a longer file
+    stream.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    if (!stream.is_open() || stream.bad())
+        throw Failure(kFailed, path.string() + ": can not be read");
+    if (static_cast<size_t>(stream.gcount()) != size)
+        throw Failure(kUsage, path.string() + " has not the " + std::to_string(size) + " bytes that it needs");
+    bytes.resize(size);
+    return bytes;
 }

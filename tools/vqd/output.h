@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <span>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -49,3 +50,7 @@ void requireNewFile(const std::filesystem::path& path);
 // Writes beside the name and renames when all is on the disk. After a failure there is no new file. Replaces an
 // existing one only with --force.
 void writeFile(const std::filesystem::path& path, std::span<const uint8_t> bytes);
+void writeJson(const std::filesystem::path& path, const Json& json);
+
+// Fails when the file can not be read or has another size.
+std::vector<uint8_t> readFile(const std::filesystem::path& path, size_t size);

@@ -178,19 +178,6 @@ int load(const Options& options)
     return kDone;
 }
 
-Bytes readFile(const std::string& name, size_t size)
-{
-    std::ifstream stream(name, std::ios::binary);
-    Bytes bytes(size + 1); // one more shows a longer file
-    stream.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    if (!stream && stream.gcount() == 0)
-        throw Failure(kFailed, name + ": can not be read, or empty");
-    if (static_cast<size_t>(stream.gcount()) != size)
-        throw Failure(kFailed, name + ": the table has " + std::to_string(size) + " bytes, the file has not");
-    bytes.resize(size);
-    return bytes;
-}
-
 // What there is to say of the table in the camera after writing it.
 std::string verify(int n, const Table& table, const Bytes& bytes)
 {
