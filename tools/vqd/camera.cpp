@@ -157,11 +157,16 @@ void Session::loadAlone(const Camera& camera) const
         failOn(camera, "the camera's parameters could not be loaded");
 }
 
-void failOn(const Camera& camera, const std::string& message)
+void requirePresent(const Camera& camera, const std::string& message)
 {
     const std::vector<Place> places = cameraPlaces();
     if (std::find(places.begin(), places.end(), Place{camera.bus, camera.address}) == places.end())
         throw Failure(kCameraLost, message + ": the camera is gone");
+}
+
+void failOn(const Camera& camera, const std::string& message)
+{
+    requirePresent(camera, message);
     throw Failure(kFailed, message);
 }
 

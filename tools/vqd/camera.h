@@ -52,7 +52,10 @@ private:
     std::vector<Camera> m_cameras;
 };
 
-// Fails with the message, or as lost when the camera is not on the bus any more.
+// Fails when the camera is not on the bus any more.
+void requirePresent(const Camera& camera, const std::string& message);
+
+// Fails with the message, as lost when the camera is not on the bus any more.
 [[noreturn]] void failOn(const Camera& camera, const std::string& message);
 
 // Claims the camera.

@@ -82,7 +82,8 @@ void addCloud(CLI::App& app, Run& run)
     CLI::App* command = app.add_subcommand("cloud", "Writes what the camera sees as one point cloud");
     const auto options = std::make_shared<Options>();
     command->add_option("file", options->file, "FILE.ply or FILE.pcd")->type_name("FILE")->required();
-    command->add_option("--format", options->format, "ply or pcd, whatever the file is called");
+    command->add_option("--format", options->format, "Whatever the file is called")
+        ->check(CLI::IsMember({"ply", "pcd"}));
     command->add_option("-n,--frames", options->frames, "Frames to take the mean of")
         ->check(CLI::Range(1, 100'000))
         ->capture_default_str();

@@ -26,6 +26,7 @@ void addEeprom(CLI::App& app, Run& run);
 void addLens(CLI::App& app, Run& run);
 void addTable(CLI::App& app, Run& run);
 void addReset(CLI::App& app, Run& run);
+void addReference(CLI::App& app, Run& run);
 
 // How the tool was called.
 struct Invocation {

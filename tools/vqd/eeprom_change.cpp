@@ -26,21 +26,6 @@ std::filesystem::path backupDirectory()
     return home != nullptr && *home == '/' ? std::filesystem::path(home) / ".local/state/vqd" : ".";
 }
 
-void backUp(const Camera& camera, const Eeprom& eeprom)
-{
-    const std::filesystem::path directory = backupDirectory();
-    requireWritableDirectory(directory);
-    const time_t now = time(nullptr);
-    char when[32];
-    strftime(when, sizeof when, "%Y%m%d-%H%M%S", gmtime(&now));
-    const std::string name = std::string("eeprom-") + camera.szSerialNumber + "-" + when;
-    std::filesystem::path path = directory / (name + ".bin");
-    for (int i = 2; std::filesystem::exists(path); ++i)
-        path = directory / (name + "-" + std::to_string(i) + ".bin");
-    writeFile(path, eeprom);
-    note("the EEPROM as it was is in %s", path.c_str());
-}
-
 // The library calls a refused write a success: what the EEPROM holds afterwards decides.
 void requireStored(const Camera& camera)
 {
@@ -55,6 +40,21 @@ void requireStored(const Camera& camera)
 
 } // namespace
 
+void backUp(const Camera& camera, const std::string& what, std::span<const uint8_t> bytes)
+{
+    const std::filesystem::path directory = backupDirectory();
+    requireWritableDirectory(directory);
+    const time_t now = time(nullptr);
+    char when[32];
+    strftime(when, sizeof when, "%Y%m%d-%H%M%S", gmtime(&now));
+    const std::string name = what + "-" + camera.szSerialNumber + "-" + when;
+    std::filesystem::path path = directory / (name + ".bin");
+    for (int i = 2; std::filesystem::exists(path); ++i)
+        path = directory / (name + "-" + std::to_string(i) + ".bin");
+    writeFile(path, bytes);
+    note("%s as it was is in %s", what.c_str(), path.c_str());
+}
+
 Eeprom readEeprom(const Camera& camera)
 {
     unsigned char image[VQD_IMAGE_BYTES];
@@ -62,6 +62,8 @@ Eeprom readEeprom(const Camera& camera)
         failOn(camera, "the EEPROM could not be read");
     Eeprom eeprom;
     std::copy_n(image, eeprom.size(), eeprom.begin());
+    if (isFactory(eeprom))
+        requirePresent(camera, "the EEPROM could not be read");
     return eeprom;
 }
 
@@ -77,7 +79,7 @@ void changeEeprom(const Camera& camera, const std::string& question, Unreadable 
 {
     const Eeprom before = readEeprom(camera);
     if (!isFactory(before))
-        backUp(camera, before);
+        backUp(camera, "eeprom", before);
     else if (unreadable == Unreadable::refuse)
         throw Failure(kFailed, "the EEPROM is empty or could not be read; writing would lose its serial number and "
                                "lens (vqd eeprom restore writes a backup)");

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <functional>
+#include <span>
 
 #include "camera.h"
 
@@ -14,6 +15,9 @@ using Eeprom = std::array<uint8_t, VQD_EEPROM_BYTES>;
 // What the camera holds now. Where it can not be read, the library stands in factory settings: see isFactory().
 Eeprom readEeprom(const Camera& camera);
 bool isFactory(const Eeprom& eeprom);
+
+// Keeps what the camera held in a file of its own, below $XDG_STATE_HOME or ~/.local/state, and says where.
+void backUp(const Camera& camera, const std::string& what, std::span<const uint8_t> bytes);
 
 enum class Unreadable {
     refuse, // an EEPROM that can not be read would lose its serial number and lens

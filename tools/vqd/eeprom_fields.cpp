@@ -47,7 +47,8 @@ std::string offset(At at)
 
 std::string flip(At at)
 {
-    return std::string(IsFlippedHorizontally(*at) ? "horizontal" : "") + (IsFlippedVertically(*at) ? "vertical" : "");
+    const char* const horizontal = IsFlippedHorizontally(*at) ? "on" : "off";
+    return horizontal + std::string(IsFlippedVertically(*at) ? ",on" : ",off");
 }
 
 struct Row {
@@ -74,7 +75,7 @@ constexpr Row kRows[] = {
     {kSignature, 1, "signature", "", false, hex},
     {kFrequencyCode, 1, "frequency", "MHz", true, frequency},
     {kIntegrationTime, 1, "integration-time", "", true, [](At at) { return std::to_string(*at * 100); }},
-    {kFlip, 1, "flip", "", true, flip},
+    {kFlip, 1, "flip horizontal, vertical", "", true, flip},
     {kGrab, 1, "illumination", "", true, u8},
     {kMinDepth, 2, "depth-range minimum", "mm", true, u16},
     {kMaxDepth, 2, "depth-range maximum", "mm", true, u16},

@@ -11,7 +11,6 @@
 #include "commands.h"
 #include "common.h"
 #include "exit_codes.h"
-#include "interrupt.h"
 #include "pictures.h"
 #include "point_cloud.h"
 #include "settings.h"
@@ -77,7 +76,10 @@ public:
     {
         requireWritableDirectory(m_directory);
         if (m_encode != nullptr) {
-            requireNewFile(numbered("depth", 1, m_options.format));
+            for (const char* plane : {"depth", "amplitude"})
+                requireNewFile(numbered(plane, 1, m_options.format));
+            if (m_cloud != nullptr)
+                requireNewFile(numbered("points", 1, m_options.cloud));
             return;
         }
         for (const PlaneFile& file : kPictures)
@@ -260,7 +262,8 @@ void addGrab(CLI::App& app, Run& run)
         ->check(CLI::IsMember(formats));
     command
         ->add_option("--cloud", options->cloud,
-                     "Also point clouds, metres, X right, Y up; true to scale with undistortion on")
+                     "Also point clouds (ply where the format is left out), metres, X right, Y up; true to scale with "
+                     "undistortion on")
         ->check(CLI::IsMember({"ply", "pcd"}))
         ->expected(0, 1)
         ->default_str("ply");

@@ -50,6 +50,7 @@ int main(int argc, char** argv)
     addLens(app, run);
     addTable(app, run);
     addReset(app, run);
+    addReference(app, run);
     addSim(app, run, invocation);
     try {
         std::reverse(arguments.begin(), arguments.end()); // as the parser takes them

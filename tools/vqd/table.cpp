@@ -3,16 +3,14 @@
 //
 // vqd table: calibration tables between a camera and a file, as the raw bytes that travel, or as values to look at.
 #include <algorithm>
-#include <fstream>
-#include <functional>
 #include <memory>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
 #include "camera.h"
 #include "commands.h"
 #include "common.h"
+#include "eeprom_change.h"
 #include "exit_codes.h"
 #include "interrupt.h"
 #include "output.h"
@@ -162,10 +160,11 @@ int load(const Options& options)
     Output output;
     requireNewFile(options.file);
     const Session session;
-    const int n = session.choose().nIndex;
+    const Camera& camera = session.choose();
+    const int n = camera.nIndex;
     Values values;
     if (!table.read(n, values))
-        throw Failure(kFailed, std::string("the camera refused to read '") + table.name + "'");
+        failOn(camera, std::string("the camera refused to read '") + table.name + "'");
     if (isUnread(table, values))
         throw Failure(kFailed, std::string("'") + table.name +
                                    "' reads as zeros: it is empty, or this libusb refuses control transfers above 4096 "
@@ -173,7 +172,15 @@ int load(const Options& options)
     endIfInterrupted();
     const Bytes file = options.csv ? csvFile(table, values) : table.encode(values);
     writeFile(options.file, file);
-    output.print("%s: %zu values of '%s'\n", options.file.c_str(), values.size(), table.name);
+    Json json = document("table");
+    json["camera"] = identityJson(camera);
+    json["table"] = table.name;
+    json["values"] = values.size();
+    json["file"] = options.file;
+    if (common.json)
+        output.print(json);
+    else
+        output.print("%s: %zu values of '%s'\n", options.file.c_str(), values.size(), table.name);
     output.finish();
     return kDone;
 }
@@ -198,6 +205,16 @@ std::string verify(int n, const Table& table, const Bytes& bytes)
                                      " different bytes");
 }
 
+void backUpTable(const Camera& camera, const Table& table)
+{
+    Values values;
+    if (table.read == nullptr || !table.readsWhatIsWritten || !table.read(camera.nIndex, values) ||
+        isUnread(table, values))
+        note("'%s' is not backed up: the camera or this libusb does not give it back", table.name);
+    else
+        backUp(camera, table.name, table.encode(values));
+}
+
 int save(const Options& options)
 {
     const Table& table = tableByName(options.table);
@@ -207,10 +224,11 @@ int save(const Options& options)
     const Session session;
     const Camera& camera = session.chooseToChange();
     const int n = camera.nIndex;
+    backUpTable(camera, table);
     confirm(std::string("replace '") + table.name + "' of camera " + camera.szSerialNumber + "?");
     note("sending %zu bytes, %.0f ms at least", table.bytes, table.waitMs);
     if (table.write(n, bytes.data()) != 1)
-        throw Failure(kFailed, std::string("'") + table.name + "' was not sent");
+        failOn(camera, std::string("'") + table.name + "' was not sent");
     output.print("'%s' from %s: %s\n", table.name, options.file.c_str(), verify(n, table, bytes).c_str());
     output.finish();
     return kDone;
@@ -229,7 +247,7 @@ void addTable(CLI::App& app, Run& run)
         way->add_option("table", options->table, "Name of the table")->type_name("TABLE")->required();
         way->add_option("file", options->file, "Raw bytes as they travel")->type_name("FILE")->required();
     }
-    addCommon(*loader, kCamera | kForce);
+    addCommon(*loader, kCamera | kJson | kForce);
     addCommon(*saver, kCamera | kYes);
     loader->add_flag("--csv", options->csv, "Values to look at, comma-separated");
     command->footer("Tables:\n" + tableNames() + "Example: vqd table load orthogonal factors.bin");
