@@ -20,7 +20,7 @@ case "${1:-}" in
 esac
 
 install_packages g++ cmake make pkg-config libusb-1.0-0-dev libgtest-dev umockdev libumockdev-dev libcli11-dev \
-    libpng-dev nlohmann-json3-dev usbutils
+    libpng-dev nlohmann-json3-dev usbutils jq
 cmake --preset "$preset"
 cmake --build --preset "$preset" -j "$(nproc)"
 ctest --preset "$preset" -j "$(nproc)"
