@@ -9,6 +9,7 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <libusb.h>
@@ -50,6 +51,16 @@ std::string deviceNode(const Place& place)
     return path;
 }
 
+// 0, or the errno that this user gets. Asking for the permission alone would miss what a container forbids.
+int openingError(const Place& place)
+{
+    const int node = open(deviceNode(place).c_str(), O_RDWR | O_CLOEXEC);
+    if (node < 0)
+        return errno;
+    close(node);
+    return 0;
+}
+
 // Why there is no list of cameras.
 [[noreturn]] void failListing()
 {
@@ -58,9 +69,9 @@ std::string deviceNode(const Place& place)
                                    std::to_string(VQD_MAX_DEVICES) + " is the most that can be used");
     const std::vector<Place> places = cameraPlaces();
     for (const Place& place : places)
-        if (const std::string node = deviceNode(place); access(node.c_str(), R_OK | W_OK) != 0)
-            throw Failure(errno == EACCES ? kNoAccess : kCameraLost,
-                          "a camera is attached but " + node + " can not be opened: " + strerror(errno));
+        if (const int error = openingError(place); error != 0)
+            throw Failure(kNoAccess,
+                          "a camera is attached but " + deviceNode(place) + " can not be opened: " + strerror(error));
     if (!places.empty())
         throw Failure(kFailed, "a camera is attached but can not be opened");
     throw Failure(kNoCamera, "no camera found");

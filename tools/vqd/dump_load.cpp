@@ -48,7 +48,7 @@ std::vector<int> numbersIn(const Json& json)
 {
     constexpr double kMost = 1e6; // far beyond what any setting takes
     std::vector<int> numbers;
-    for (const Json& element : json.is_array() ? json : Json{json}) {
+    for (const Json& element : json.is_array() ? json : Json::array({json})) {
         if (!element.is_number_integer() || std::abs(element.get<double>()) > kMost)
             return {};
         numbers.push_back(element.get<int>());

@@ -11,8 +11,7 @@
 #include "commands.h"
 #include "common.h"
 #include "exit_codes.h"
-#include "pictures.h"
-#include "point_cloud.h"
+#include "frame_files.h"
 #include "settings.h"
 
 namespace
@@ -25,139 +24,24 @@ struct Options {
     std::string format, cloud;
 };
 
-using Path = std::filesystem::path;
-
-// A file of a plane.
-struct PlaneFile {
-    const char* name;
-    Plane (*plane)(const Frame& frame);
-    Bytes (*encode)(Plane plane);
-};
-
-Plane depth(const Frame& frame)
-{
-    return frame.depth;
-}
-
-Plane amplitude(const Frame& frame)
-{
-    return frame.amplitude;
-}
-
-// Of the last frame, where no format is given.
-constexpr PlaneFile kPictures[] = {
-    {"depth.png", depth, depthPicture},
-    {"amplitude.png", amplitude, amplitudePicture},
-    {"depth16.png", depth, exactPicture},
-    {"amplitude16.png", amplitude, exactPicture},
-};
-
-// Of every frame.
-constexpr struct {
-    const char* name;
-    Bytes (*encode)(Plane plane);
-} kFormats[] = {{"png", exactPicture}, {"pgm", pgmFile}, {"npy", npyFile}, {"raw", rawFile}};
-
-// What becomes of the frames.
-class Keeper
-{
-public:
-    explicit Keeper(const Options& options) : m_options(options), m_directory(options.directory)
-    {
-        for (const auto& format : kFormats)
-            if (options.format == format.name)
-                m_encode = format.encode;
-        if (!options.cloud.empty())
-            m_cloud = &cloudFormat(options.cloud);
-    }
-
-    // Fails where the files can not be written, before the camera starts.
-    void prepare() const
-    {
-        requireWritableDirectory(m_directory);
-        if (m_encode != nullptr) {
-            for (const char* plane : {"depth", "amplitude"})
-                requireNewFile(numbered(plane, 1, m_options.format));
-            if (m_cloud != nullptr)
-                requireNewFile(numbered("points", 1, m_options.cloud));
-            return;
-        }
-        for (const PlaneFile& file : kPictures)
-            requireNewFile(m_directory / file.name);
-        if (m_cloud != nullptr)
-            for (const Path& file : {cloudFile(), m_directory / "points.png"})
-                requireNewFile(file);
-    }
-
-    // A frame of a series; the first has the number 1.
-    void keep(const Frame& frame, int number)
-    {
-        if (m_encode == nullptr)
-            return;
-        writeFile(numbered("depth", number, m_options.format), m_encode(frame.depth));
-        writeFile(numbered("amplitude", number, m_options.format), m_encode(frame.amplitude));
-        if (m_cloud != nullptr)
-            writeFile(numbered("points", number, m_cloud->name), m_cloud->encode(cloudOf(frame)));
-        m_kept = number;
-    }
-
-    void keepLast(const Frame& frame) const
-    {
-        if (m_encode != nullptr)
-            return;
-        for (const PlaneFile& file : kPictures)
-            writeFile(m_directory / file.name, file.encode(file.plane(frame)));
-        if (m_cloud == nullptr)
-            return;
-        const std::vector<CloudPoint> cloud = cloudOf(frame);
-        writeFile(cloudFile(), m_cloud->encode(cloud));
-        writeFile(m_directory / "points.png", cloudPicture(cloud));
-    }
-
-    int kept() const { return m_kept; }
-
-    std::string summary() const
-    {
-        const std::string where = m_options.directory + ": ";
-        if (m_encode != nullptr)
-            return where + "depth-*." + m_options.format + ", amplitude-*." + m_options.format +
-                   (m_cloud ? ", points-*." + m_options.cloud : "");
-        return "pictures in " + where + "depth.png, amplitude.png; exact values: depth16.png, amplitude16.png" +
-               (m_cloud ? "\npoint cloud: points." + m_options.cloud + ", seen in points.png" : "");
-    }
-
-private:
-    Path cloudFile() const { return m_directory / ("points." + m_options.cloud); }
-
-    Path numbered(const char* what, int number, const std::string& extension) const
-    {
-        char name[64];
-        snprintf(name, sizeof name, "%s-%06d.%s", what, number, extension.c_str());
-        return m_directory / name;
-    }
-
-    const Options& m_options;
-    Path m_directory;
-    Bytes (*m_encode)(Plane plane) = nullptr; // null: no series
-    const CloudFormat* m_cloud = nullptr;
-    int m_kept = 0;
-};
-
-// Reads all frames; the last one stays. Returns frames per second, 0 for a single frame.
-double readFrames(Stream& stream, int count, Frame& frame, Keeper& keeper)
+// Reads all frames and keeps those of a series; the last one stays. Returns frames per second, 0 for a single frame.
+double readFrames(Stream& stream, const Options& options, Frame& frame, int& kept)
 {
     using Clock = std::chrono::steady_clock;
-    Progress progress("frame", count);
+    Progress progress("frame", options.frames);
     Clock::time_point first;
-    for (int i = 0; i < count; ++i) {
+    for (int i = 1; i <= options.frames; ++i) {
         stream.read(frame);
-        if (i == 0)
+        if (i == 1)
             first = Clock::now();
-        keeper.keep(frame, i + 1);
-        progress.show(i + 1);
+        if (!options.format.empty()) {
+            writeFiles(options.directory, seriesFiles(options.format, options.cloud, i), frame);
+            kept = i;
+        }
+        progress.show(i);
     }
     const std::chrono::duration<double> passed = Clock::now() - first;
-    return count > 1 ? (count - 1) / passed.count() : 0;
+    return options.frames > 1 ? (options.frames - 1) / passed.count() : 0;
 }
 
 // Median of the valid pixels of 5 x 5 at the centre; 0 when none is valid.
@@ -205,37 +89,64 @@ void tell(Output& output, const Camera& camera, const Options& options, double r
         output.print("\nno valid depth at the centre\n");
 }
 
+void tellFiles(Output& output, const Options& options)
+{
+    const char* const directory = options.directory.c_str();
+    if (!options.format.empty())
+        output.print("every frame in %s: depth-*.%s, amplitude-*.%s\n", directory, options.format.c_str(),
+                     options.format.c_str());
+    else
+        output.print("pictures in %s: depth.png, amplitude.png; exact values: depth16.png, amplitude16.png\n",
+                     directory);
+    if (!options.cloud.empty())
+        output.print(options.format.empty() ? "point cloud: points.%s, seen in points.png\n"
+                                            : "point clouds: points-*.%s\n",
+                     options.cloud.c_str());
+}
+
+// A series that ends early keeps what it has.
+[[noreturn]] void failSeries(const Failure& failure, const Options& options, int kept)
+{
+    const bool stopped = failure.code == kInterrupted;
+    throw Failure(stopped ? kFailed : failure.code, (stopped ? "interrupted" : failure.what()) + std::string("; ") +
+                                                        std::to_string(kept) + " of " + std::to_string(options.frames) +
+                                                        " frames are complete in " + options.directory);
+}
+
 int grab(const Options& options)
 {
     const std::vector<Assignment> assignments = parseAssignments(options.settings);
-    Keeper keeper(options);
+    const std::vector<FrameFile> pictures =
+        options.format.empty() ? pictureFiles(options.cloud) : std::vector<FrameFile>();
     Output output;
     const Session session;
     const Camera& camera = session.choose();
-    keeper.prepare();
+    requireWritableDirectory(options.directory);
+    requireNewFiles(options.directory, pictures);
+    if (!options.format.empty())
+        requireNewFiles(options.directory, seriesFiles(options.format, options.cloud, 1));
     session.loadAlone(camera);
     const auto frame = std::make_unique<Frame>();
     double rate = 0;
+    int kept = 0;
     try {
         Stream stream(camera);
         applySettings(camera, assignments);
         if (!assignments.empty())
             stream.read(*frame); // may be under way with the settings before
-        rate = readFrames(stream, options.frames, *frame, keeper);
+        rate = readFrames(stream, options, *frame, kept);
     } catch (const Failure& failure) {
-        if (keeper.kept() == 0)
+        if (kept == 0)
             throw;
-        throw Failure(failure.code == kInterrupted ? kFailed : failure.code,
-                      (failure.code == kInterrupted ? "interrupted" : failure.what()) + std::string("; ") +
-                          std::to_string(keeper.kept()) + " of " + std::to_string(options.frames) +
-                          " frames are complete in " + options.directory);
+        failSeries(failure, options, kept);
     }
-    keeper.keepLast(*frame);
+    writeFiles(options.directory, pictures, *frame);
+    const unsigned depth = centreDepth(*frame);
     if (common.json) {
-        output.print(summaryJson(camera, options, rate, centreDepth(*frame)));
+        output.print(summaryJson(camera, options, rate, depth));
     } else {
-        tell(output, camera, options, rate, centreDepth(*frame));
-        output.print("%s\n", keeper.summary().c_str());
+        tell(output, camera, options, rate, depth);
+        tellFiles(output, options);
     }
     output.finish();
     return kDone;
@@ -253,13 +164,10 @@ void addGrab(CLI::App& app, Run& run)
     command->add_option("-o,--output", options->directory, "Directory for the files; made if need be")
         ->type_name("DIR")
         ->capture_default_str();
-    std::vector<std::string> formats;
-    for (const auto& format : kFormats)
-        formats.push_back(format.name);
     command
         ->add_option("--format", options->format,
                      "Keep every frame, exact values: depth-000001.FORMAT, amplitude-000001.FORMAT, ...")
-        ->check(CLI::IsMember(formats));
+        ->check(CLI::IsMember(seriesFormats()));
     command
         ->add_option("--cloud", options->cloud,
                      "Also point clouds (ply where the format is left out), metres, X right, Y up; true to scale with "

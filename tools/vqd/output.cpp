@@ -144,7 +144,7 @@ void Output::finish()
 
 Json document(const std::string& command)
 {
-    return {{"schema", "vqd." + command + "/1"}};
+    return Json::object({{"schema", "vqd." + command + "/1"}});
 }
 
 Json readDocument(const std::string& file, const std::string& command)
