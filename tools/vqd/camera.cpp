@@ -122,7 +122,8 @@ Session::Session()
         failListing();
     const std::vector<Place> places = cameraPlaces();
     if (places.size() != static_cast<size_t>(count))
-        throw Failure(kFailed, "cameras came or went while they were listed");
+        throw Failure(places.size() < static_cast<size_t>(count) ? kCameraLost : kFailed,
+                      "cameras came or went while they were listed");
     for (size_t i = 0; i < places.size(); ++i) {
         m_cameras.push_back({list[i], places[i].bus, places[i].address});
         detail("camera %zu: %s, serial %s, at %s", i, list[i].szDeviceName, list[i].szSerialNumber,

@@ -288,7 +288,8 @@ std::string settingText(const Json& value)
         return value.dump();
     std::string text;
     for (const Json& element : value)
-        text += (text.empty() ? "" : ",") + element.dump();
+        text += element.dump() + ',';
+    text.resize(text.size() - !text.empty()); // the last comma
     return text;
 }
 

@@ -186,13 +186,13 @@ int load(const Options& options)
 }
 
 // What there is to say of the table in the camera after writing it.
-std::string verify(int n, const Table& table, const Bytes& bytes)
+std::string verify(const Camera& camera, const Table& table, const Bytes& bytes)
 {
     if (table.read == nullptr || !table.readsWhatIsWritten)
         return "not verified: the camera does not give it back";
     Values values;
-    if (!table.read(n, values))
-        throw Failure(kFailed, std::string("'") + table.name + "' could not be read back");
+    if (!table.read(camera.nIndex, values))
+        failOn(camera, std::string("'") + table.name + "' could not be read back");
     const Bytes stored = table.encode(values);
     if (stored == bytes)
         return "verified";
@@ -229,7 +229,7 @@ int save(const Options& options)
     note("sending %zu bytes, %.0f ms at least", table.bytes, table.waitMs);
     if (table.write(n, bytes.data()) != 1)
         failOn(camera, std::string("'") + table.name + "' was not sent");
-    output.print("'%s' from %s: %s\n", table.name, options.file.c_str(), verify(n, table, bytes).c_str());
+    output.print("'%s' from %s: %s\n", table.name, options.file.c_str(), verify(camera, table, bytes).c_str());
     output.finish();
     return kDone;
 }
