@@ -5,6 +5,7 @@
 #include "eeprom_fields.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "geometry/lens_fields.h"
 #include "lens_json.h"
@@ -146,11 +147,11 @@ std::vector<EepromDifference> differences(const Eeprom& before, const Eeprom& af
     std::vector<EepromDifference> found;
     const std::vector<EepromField> a = eepromFields(before);
     const std::vector<EepromField> b = eepromFields(after);
-    for (size_t i = 0; i < a.size(); ++i)
-        if (!std::equal(&before[static_cast<size_t>(a[i].offset)],
-                        &before[static_cast<size_t>(a[i].offset)] + a[i].bytes,
-                        &after[static_cast<size_t>(a[i].offset)]))
+    for (size_t i = 0; i < a.size(); ++i) {
+        const auto at = static_cast<size_t>(a[i].offset);
+        if (memcmp(&before[at], &after[at], static_cast<size_t>(a[i].bytes)) != 0)
             found.push_back({a[i], b[i]});
+    }
     return found;
 }
 

@@ -35,11 +35,13 @@ static int info()
     json["camera"] = identityJson(camera);
     json["settings"] = settingsJson(camera.nIndex, true);
     json["lens"] = calibrationJson(camera);
-    if (common.json)
+    if (common.json) {
         output.print(json);
-    else
-        for (const char* part : {"camera", "settings", "lens"})
-            printTree(output, json[part], json[part] == json["lens"] ? "lens." : "");
+    } else {
+        printTree(output, json["camera"], "");
+        printTree(output, json["settings"], "");
+        printTree(output, json["lens"], "lens.");
+    }
     output.finish();
     return kDone;
 }
