@@ -5,10 +5,91 @@
 #include "camera.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <charconv>
 #include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
+#include <libusb.h>
+
+#include "common.h"
 #include "exit_codes.h"
 #include "interrupt.h"
+
+namespace
+{
+
+struct Place {
+    int bus, address;
+    bool operator==(const Place&) const = default;
+};
+
+// Where cameras are, also those that can not be opened, in the library's order.
+std::vector<Place> cameraPlaces()
+{
+    std::vector<Place> places;
+    libusb_context* context = nullptr;
+    libusb_device** devices = nullptr;
+    if (libusb_init(&context) != 0)
+        return places;
+    const ssize_t count = libusb_get_device_list(context, &devices);
+    for (ssize_t i = 0; i < count; ++i)
+        if (device_is_of_interest(devices[i]))
+            places.push_back({libusb_get_bus_number(devices[i]), libusb_get_device_address(devices[i])});
+    if (count >= 0)
+        libusb_free_device_list(devices, 1);
+    libusb_exit(context);
+    return places;
+}
+
+std::string deviceNode(const Place& place)
+{
+    char path[32];
+    snprintf(path, sizeof path, "/dev/bus/usb/%03d/%03d", place.bus, place.address);
+    return path;
+}
+
+// 0, or the errno that this user gets. Asking for the permission alone would miss what a container forbids.
+int openingError(const Place& place)
+{
+    const int node = open(deviceNode(place).c_str(), O_RDWR | O_CLOEXEC);
+    if (node < 0)
+        return errno;
+    close(node);
+    return 0;
+}
+
+// Why there is no list of cameras.
+[[noreturn]] void failListing()
+{
+    if (m_nDeviceCount > VQD_MAX_DEVICES)
+        throw Failure(kFailed, std::to_string(m_nDeviceCount) + " cameras are attached; " +
+                                   std::to_string(VQD_MAX_DEVICES) + " is the most that can be used");
+    const std::vector<Place> places = cameraPlaces();
+    for (const Place& place : places)
+        if (const int error = openingError(place); error != 0)
+            throw Failure(kNoAccess,
+                          "a camera is attached but " + deviceNode(place) + " can not be opened: " + strerror(error));
+    if (!places.empty())
+        throw Failure(kFailed, "a camera is attached but can not be opened");
+    throw Failure(kNoCamera, "no camera found");
+}
+
+// "1-7" and "001-007" alike.
+bool isPlace(const std::string& text, const Place& place)
+{
+    Place named{};
+    const char* const end = text.data() + text.size();
+    const auto bus = std::from_chars(text.data(), end, named.bus);
+    if (bus.ec != std::errc{} || bus.ptr == end || *bus.ptr != '-')
+        return false;
+    const auto address = std::from_chars(bus.ptr + 1, end, named.address);
+    return address.ec == std::errc{} && address.ptr == end && named == place;
+}
+
+} // namespace
 
 std::string usbIds(const DevInfo& camera)
 {
@@ -17,17 +98,38 @@ std::string usbIds(const DevInfo& camera)
     return text;
 }
 
-Session::Session() : m_cameras(VQD_MAX_DEVICES)
+std::string place(const Camera& camera)
 {
-    int count = 0;
-    if (vqdGetDeviceList(m_cameras.data(), &count) == VQD_OK) {
-        m_cameras.resize(static_cast<size_t>(count));
-        return;
+    return std::to_string(camera.bus) + "-" + std::to_string(camera.address);
+}
+
+Json identityJson(const Camera& camera)
+{
+    return {{"index", camera.nIndex},        {"serial", camera.szSerialNumber}, {"product", camera.szDeviceName},
+            {"vendor", camera.szVendorName}, {"usb", usbIds(camera)},           {"bus", camera.bus},
+            {"address", camera.address}};
+}
+
+Session::Session()
+{
+    DevInfo list[VQD_MAX_DEVICES];
+    constexpr int kUntouched = -100; // it stays when libusb is not up
+    int count = kUntouched;
+    catchInterrupts();
+    if (vqdGetDeviceList(list, &count) != VQD_OK && count == kUntouched)
+        throw Failure(kFailed, "libusb does not start");
+    if (count < 0)
+        failListing();
+    const std::vector<Place> places = cameraPlaces();
+    if (places.size() != static_cast<size_t>(count))
+        throw Failure(places.size() < static_cast<size_t>(count) ? kCameraLost : kFailed,
+                      "cameras came or went while they were listed");
+    for (size_t i = 0; i < places.size(); ++i) {
+        m_cameras.push_back({list[i], places[i].bus, places[i].address});
+        detail("camera %zu: %s, serial %s, at %s", i, list[i].szDeviceName, list[i].szSerialNumber,
+               place(m_cameras.back()).c_str());
     }
-    if (m_nDeviceCount > VQD_MAX_DEVICES)
-        throw Failure(kFailed, std::to_string(m_nDeviceCount) + " cameras are attached; " +
-                                   std::to_string(VQD_MAX_DEVICES) + " is the most that can be used");
-    throw Failure(kNoCamera, "no camera found");
+    endIfInterrupted();
 }
 
 Session::Closer::~Closer()
@@ -36,45 +138,64 @@ Session::Closer::~Closer()
         vqdDeviceClose(n); // an empty number is no error
 }
 
-const DevInfo& Session::choose(const std::string& wanted) const
+const Camera& Session::choose() const
 {
+    const std::string& wanted = common.camera;
     if (wanted.empty())
         return m_cameras.front();
-    const auto fits = [&](const DevInfo& camera) {
-        return wanted == camera.szSerialNumber || wanted == std::to_string(camera.nIndex);
+    const auto fits = [&](const Camera& camera) {
+        return wanted == camera.szSerialNumber || wanted == std::to_string(camera.nIndex) ||
+               isPlace(wanted, {camera.bus, camera.address});
     };
     const auto found = std::find_if(m_cameras.begin(), m_cameras.end(), fits);
     if (found == m_cameras.end())
-        throw Failure(kNoCamera, "no camera has the index or serial number " + wanted);
+        throw Failure(kNoCamera, "no camera has the index, serial number or BUS-ADDRESS " + wanted);
     if (std::any_of(found + 1, m_cameras.end(), fits))
-        throw Failure(kUsage, "several cameras have the serial number " + wanted + "; choose by index");
+        throw Failure(kUsage, "several cameras have the serial number " + wanted + "; choose by BUS-ADDRESS");
     return *found;
 }
 
-const DevInfo& Session::chooseToChange(const std::string& wanted) const
+const Camera& Session::chooseToChange() const
 {
-    if (wanted.empty() && m_cameras.size() > 1)
-        throw Failure(kUsage, "several cameras: choose one with -c INDEX or -c SERIAL");
-    return choose(wanted);
+    if (common.camera.empty() && m_cameras.size() > 1)
+        throw Failure(kUsage, "several cameras: choose one with -c, see vqd list");
+    return choose();
 }
 
-// The library calls a refused write a success: what the EEPROM holds afterwards decides.
-void requireStored(int n)
+void Session::loadAlone(const Camera& camera) const
 {
-    unsigned char written[VQD_IMAGE_BYTES];
-    unsigned char stored[VQD_IMAGE_BYTES];
-    if (vqdParameterData_Load(n, written) != 1 || vqdEEPROM_ParameterData_Load(n, stored) != 1 ||
-        !std::equal(written, written + VQD_EEPROM_BYTES, stored))
-        throw Failure(kVerification, "the EEPROM does not hold what was written");
+    unsigned char image[VQD_IMAGE_BYTES];
+    if (m_cameras.size() > 1 && vqdEEPROM_ParameterData_Load(camera.nIndex, image) != 1)
+        failOn(camera, "the camera's parameters could not be loaded");
 }
 
-Stream::Stream(const DevInfo& camera) : m_number(camera.nIndex)
+void requirePresent(const Camera& camera, const std::string& message)
 {
-    if (vqdDeviceOpen(m_number) != VQD_OK)
-        throw Failure(kFailed, std::string("camera ") + camera.szSerialNumber + " can not be opened");
+    const std::vector<Place> places = cameraPlaces();
+    if (std::find(places.begin(), places.end(), Place{camera.bus, camera.address}) == places.end())
+        throw Failure(kCameraLost, message + ": the camera is gone");
+}
+
+void failOn(const Camera& camera, const std::string& message)
+{
+    requirePresent(camera, message);
+    throw Failure(kFailed, message);
+}
+
+void claim(const Camera& camera)
+{
+    if (vqdDeviceOpen(camera.nIndex) != VQD_OK)
+        failOn(camera, std::string("camera ") + camera.szSerialNumber + " can not be opened");
+    detail("camera %d is claimed", camera.nIndex);
+}
+
+Stream::Stream(const Camera& camera) : m_number(camera.nIndex)
+{
+    claim(camera);
     endIfInterrupted();
     if (vqdGrabStart(m_number) != VQD_OK)
-        throw Failure(kFailed, std::string("camera ") + camera.szSerialNumber + " does not start grabbing");
+        failOn(camera, std::string("camera ") + camera.szSerialNumber + " does not start grabbing");
+    detail("camera %d is grabbing", m_number);
 }
 
 Stream::~Stream()

@@ -11,32 +11,55 @@
 
 #include "VQD_API.h"
 
+#include "output.h"
+
+// What the library tells of a camera, and where it is on the bus.
+struct Camera : DevInfo {
+    int bus, address;
+};
+
 // "03a4:871a"
 std::string usbIds(const DevInfo& camera);
 
-// The attached cameras; one session a process. Fails when there is none.
+// "1-7"
+std::string place(const Camera& camera);
+
+// Index, serial number, names, ids and place.
+Json identityJson(const Camera& camera);
+
+// The attached cameras; one session a process. Fails when there is none, or none that may be opened.
 class Session
 {
 public:
     Session();
-    const std::vector<DevInfo>& cameras() const { return m_cameras; }
+    const std::vector<Camera>& cameras() const { return m_cameras; }
 
-    // By index or serial number; the first camera when `wanted` is empty.
-    const DevInfo& choose(const std::string& wanted) const;
+    // The camera that the command line chooses, else the first.
+    const Camera& choose() const;
 
     // The same for what changes the camera: with several attached, one must be named.
-    const DevInfo& chooseToChange(const std::string& wanted) const;
+    const Camera& chooseToChange() const;
+
+    // Maps, rays, tables and switches are one set for the library, those of the camera that was loaded last: makes
+    // them this camera's.
+    void loadAlone(const Camera& camera) const;
 
 private:
     // Also when listing fails the library may hold cameras.
     struct Closer {
         ~Closer();
     } m_closer;
-    std::vector<DevInfo> m_cameras;
+    std::vector<Camera> m_cameras;
 };
 
-// Reads the EEPROM back; fails when its 128 bytes are not those of the host's image.
-void requireStored(int n);
+// Fails when the camera is not on the bus any more.
+void requirePresent(const Camera& camera, const std::string& message);
+
+// Fails with the message, as lost when the camera is not on the bus any more.
+[[noreturn]] void failOn(const Camera& camera, const std::string& message);
+
+// Claims the camera.
+void claim(const Camera& camera);
 
 struct Frame {
     std::array<uint16_t, VQD_PIXELS> amplitude{}, depth{};
@@ -47,7 +70,7 @@ struct Frame {
 class Stream
 {
 public:
-    explicit Stream(const DevInfo& camera);
+    explicit Stream(const Camera& camera);
     ~Stream();
     Stream(const Stream&) = delete;
     Stream& operator=(const Stream&) = delete;

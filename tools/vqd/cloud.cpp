@@ -1,112 +1,99 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// See cloud.h.
-#include "cloud.h"
+// vqd cloud: what a camera sees as one point cloud, the mean of several frames.
+#include <filesystem>
+#include <memory>
 
-#include <algorithm>
-#include <array>
-#include <bit>
-#include <cmath>
-#include <cstring>
-#include <numeric>
+#include <CLI/CLI.hpp>
 
-std::vector<CloudPoint> cloudOf(const Frame& frame)
-{
-    std::vector<Point3f> points(VQD_PIXELS);
-    vqdDepthFrameToCameraSpace(frame.depth.data(), points.data(), VQD_WIDTH, VQD_HEIGHT);
-    std::vector<CloudPoint> cloud;
-    for (size_t i = 0; i < points.size(); ++i)
-        if (frame.depth[i] != 0)
-            cloud.push_back({points[i], frame.amplitude[i], frame.depth[i]});
-    return cloud;
-}
-
-Bytes plyFile(const std::vector<CloudPoint>& cloud)
-{
-    static_assert(std::endian::native == std::endian::little);
-    const std::string header = "ply\nformat binary_little_endian 1.0\n"
-                               "comment metres; X right, Y up, Z forward from the camera\n"
-                               "element vertex " +
-                               std::to_string(cloud.size()) +
-                               "\nproperty float x\nproperty float y\nproperty float z\nproperty float intensity\n"
-                               "end_header\n";
-    Bytes file(header.begin(), header.end());
-    for (const CloudPoint& point : cloud) {
-        const float vertex[4] = {point.position.x, point.position.y, point.position.z,
-                                 static_cast<float>(point.amplitude)};
-        const auto* bytes = reinterpret_cast<const uint8_t*>(vertex);
-        file.insert(file.end(), bytes, bytes + sizeof vertex);
-    }
-    return file;
-}
+#include "commands.h"
+#include "common.h"
+#include "exit_codes.h"
+#include "point_cloud.h"
+#include "settings.h"
 
 namespace
 {
 
-constexpr int kWidth = 640, kHeight = 480;
-constexpr float kFocal = 480;                // pixels
-constexpr float kYaw = 0.42f, kPitch = 0.3f; // radians around the middle of the cloud
-
-struct Projected {
-    int x, y;
-    float distance;
+struct Options {
+    std::string file, format;
+    int frames = 10;
+    std::vector<std::string> settings;
 };
 
-// From the turned viewpoint; the cloud's middle keeps its distance.
-Projected project(const Point3f& p, float middle)
+std::vector<PixelSum> addFrames(Stream& stream, int count)
 {
-    const float z = p.z - middle;
-    const float turned = p.x * std::sin(kYaw) + z * std::cos(kYaw);
-    const float x = p.x * std::cos(kYaw) - z * std::sin(kYaw);
-    const float y = p.y * std::cos(kPitch) + turned * std::sin(kPitch);
-    const float distance = turned * std::cos(kPitch) - p.y * std::sin(kPitch) + 1.25f * middle;
-    if (!(distance > 0.1f))
-        return {-1, -1, 0};
-    const auto pixel = [](float v) { return static_cast<int>(std::clamp(v, -2.0f, 1e4f)); };
-    return {pixel(kWidth / 2.0f + kFocal * x / distance), pixel(kHeight / 2.0f - kFocal * y / distance), distance};
+    std::vector<PixelSum> sums(VQD_PIXELS);
+    const auto frame = std::make_unique<Frame>();
+    Progress progress("frame", count);
+    for (int i = 0; i < count; ++i) {
+        stream.read(*frame);
+        for (size_t p = 0; p < sums.size(); ++p) {
+            if (frame->depth[p] == 0)
+                continue;
+            sums[p].amplitude += frame->amplitude[p];
+            sums[p].depth += frame->depth[p];
+            ++sums[p].valid;
+        }
+        progress.show(i + 1);
+    }
+    return sums;
 }
 
-float middleOf(const std::vector<CloudPoint>& cloud)
+int cloud(const Options& options)
 {
-    std::vector<float> z;
-    for (const CloudPoint& point : cloud)
-        z.push_back(point.position.z);
-    if (z.empty())
-        return 1;
-    std::nth_element(z.begin(), z.begin() + static_cast<std::ptrdiff_t>(z.size() / 2), z.end());
-    return std::max(z[z.size() / 2], 0.01f);
+    const std::vector<Assignment> assignments = parseAssignments(options.settings);
+    const std::string extension = std::filesystem::path(options.file).extension();
+    const CloudFormat& format = cloudFormat(!options.format.empty() ? options.format
+                                            : extension.empty()     ? ""
+                                                                    : extension.substr(1));
+    requireNewFile(options.file);
+    Output output;
+    const Session session;
+    const Camera& camera = session.choose();
+    session.loadAlone(camera);
+    std::vector<CloudPoint> points;
+    {
+        Stream stream(camera);
+        applySettings(camera, assignments);
+        if (!assignments.empty())
+            addFrames(stream, 1); // may be under way with the settings before
+        points = cloudOf(addFrames(stream, options.frames), options.frames);
+    }
+    writeFile(options.file, format.encode(points));
+    Json json = document("cloud");
+    json["camera"] = identityJson(camera);
+    json["frames"] = options.frames;
+    json["points"] = points.size();
+    json["file"] = options.file;
+    if (common.json)
+        output.print(json);
+    else
+        output.print("%s: %zu points, mean of %d frames\n", options.file.c_str(), points.size(), options.frames);
+    output.finish();
+    return kDone;
 }
 
 } // namespace
 
-Bytes cloudPicture(const std::vector<CloudPoint>& cloud)
+void addCloud(CLI::App& app, Run& run)
 {
-    std::vector<uint16_t> depth;
-    std::vector<uint16_t> amplitude;
-    for (const CloudPoint& point : cloud) {
-        depth.push_back(point.depth);
-        amplitude.push_back(point.amplitude);
-    }
-    const Bytes colours = depthColours(depth);
-    const Bytes light = amplitudeGreys(amplitude);
-
-    constexpr int kSplat = 3; // pixels a side, so that near surfaces are closed
-    const float middle = middleOf(cloud);
-    std::vector<float> nearest(size_t{kWidth} * kHeight, INFINITY);
-    Bytes pixels(3 * nearest.size(), 0);
-    for (size_t i = 0; i < cloud.size(); ++i) {
-        const Projected at = project(cloud[i].position, middle);
-        for (int y = std::max(at.y, 0); y < std::min(at.y + kSplat, kHeight); ++y)
-            for (int x = std::max(at.x, 0); x < std::min(at.x + kSplat, kWidth); ++x) {
-                const size_t target = static_cast<size_t>(y) * kWidth + static_cast<size_t>(x);
-                if (at.distance >= nearest[target])
-                    continue;
-                nearest[target] = at.distance;
-                for (size_t c = 0; c < 3; ++c)
-                    pixels[3 * target + c] =
-                        static_cast<uint8_t>(colours[3 * i + c] * (90 + light[i] * 165 / 255) / 255);
-            }
-    }
-    return colourPicture(pixels, kWidth, kHeight);
+    CLI::App* command = app.add_subcommand("cloud", "Writes what the camera sees as one point cloud");
+    const auto options = std::make_shared<Options>();
+    command->add_option("file", options->file, "FILE.ply or FILE.pcd")->type_name("FILE")->required();
+    command->add_option("--format", options->format, "Whatever the file is called")
+        ->check(CLI::IsMember({"ply", "pcd"}));
+    command->add_option("-n,--frames", options->frames, "Frames to take the mean of")
+        ->check(CLI::Range(1, 100'000))
+        ->capture_default_str();
+    command->add_option("-s,--set", options->settings, "Settings for this cloud only; see vqd set")
+        ->type_name("KEY=VALUE")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addCommon(*command, kCamera | kJson | kForce);
+    command->footer(
+        "Metres, X right, Y up, Z forward; true to scale with undistortion on. A point needs a depth in half "
+        "of the frames.\nExample: vqd cloud room.ply -n 30 -s undistortion=2");
+    command->callback([&run, options] { run = [options] { return cloud(*options); }; });
 }

@@ -17,10 +17,16 @@ class App;
 using Run = std::function<int()>;
 
 void addList(CLI::App& app, Run& run);
+void addInfo(CLI::App& app, Run& run);
+void addDumpLoad(CLI::App& app, Run& run);
 void addGrab(CLI::App& app, Run& run);
 void addGetSet(CLI::App& app, Run& run);
+void addCloud(CLI::App& app, Run& run);
+void addEeprom(CLI::App& app, Run& run);
 void addLens(CLI::App& app, Run& run);
 void addTable(CLI::App& app, Run& run);
+void addReset(CLI::App& app, Run& run);
+void addReference(CLI::App& app, Run& run);
 
 // How the tool was called.
 struct Invocation {

@@ -12,8 +12,9 @@ enum ExitCode {
     kFailed = 1,
     kUsage = 2,
     kNoCamera = 3,
-    kCameraLost = 5,
-    kVerification = 6, // what was written reads back differently
+    kNoAccess = 4,     // a camera is there, and this user may not open it
+    kCameraLost = 5,   // or it does not answer any more
+    kVerification = 6, // what was written reads back differently; eeprom diff: there are differences
     kCannotRun = 126,  // sim: the program is there but does not start
     kNoProgram = 127,  // sim: the program is not there
     kInterrupted = 130

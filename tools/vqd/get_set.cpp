@@ -7,11 +7,10 @@
 
 #include <CLI/CLI.hpp>
 
-#include "camera.h"
 #include "commands.h"
+#include "common.h"
+#include "eeprom_change.h"
 #include "exit_codes.h"
-#include "interrupt.h"
-#include "output.h"
 #include "settings.h"
 
 namespace
@@ -19,13 +18,20 @@ namespace
 
 struct Options {
     std::vector<std::string> words;
-    std::string camera;
     bool save = false;
 };
 
-void print(Output& output, int n, const Setting& setting)
+void show(Output& output, const Camera& camera, const char* command, const std::vector<const Setting*>& settings)
 {
-    output.print("%-17s %s\n", setting.name, setting.get(n).c_str());
+    Json json = document(command);
+    json["camera"] = identityJson(camera);
+    for (const Setting* setting : settings)
+        json["settings"][setting->name] = setting->get(camera.nIndex);
+    if (common.json)
+        output.print(json);
+    else
+        printSettings(output, json["settings"]);
+    output.finish();
 }
 
 int get(const Options& options)
@@ -38,55 +44,40 @@ int get(const Options& options)
             wanted.push_back(&setting);
 
     Output output;
-    catchInterrupts();
     const Session session;
-    const DevInfo& camera = session.choose(options.camera);
+    const Camera& camera = session.choose();
+    session.loadAlone(camera);
     if (std::any_of(wanted.begin(), wanted.end(), [](const Setting* s) { return s->needsFrame; })) {
         const auto frame = std::make_unique<Frame>();
         Stream(camera).read(*frame);
     }
-    for (const Setting* setting : wanted)
-        print(output, camera.nIndex, *setting);
-    output.finish();
+    show(output, camera, "get", wanted);
     return kDone;
-}
-
-// Keeps the image's persistent part in the EEPROM. A camera does not start to capture by itself.
-void save(int n)
-{
-    unsigned char image[VQD_IMAGE_BYTES];
-    constexpr int kCapture = 11;
-    if (vqdParameterData_Load(n, image) != 1)
-        throw Failure(kFailed, "the settings could not be read");
-    image[kCapture] = 0;
-    vqdEEPROM_ParameterData_Save(n, image);
-    requireStored(n);
 }
 
 int set(const Options& options)
 {
-    std::vector<Assignment> assignments;
-    for (const std::string& word : options.words)
-        assignments.push_back(parseAssignment(word));
-
-    Output output;
-    catchInterrupts();
-    const Session session;
-    const int n = session.chooseToChange(options.camera).nIndex;
-    if (vqdDeviceOpen(n) != 1)
-        throw Failure(kFailed, "the camera can not be opened");
-    for (const Assignment& assignment : assignments) {
-        endIfInterrupted();
-        apply(n, assignment);
-    }
+    const std::vector<Assignment> assignments = parseAssignments(options.words);
     if (options.save)
-        save(n);
+        requireConfirmable();
+    Output output;
+    const Session session;
+    const Camera& camera = session.chooseToChange();
+    session.loadAlone(camera);
+    claim(camera);
+    if (options.save)
+        changeEeprom(camera, "save these settings?", Unreadable::refuse, [&] {
+            applySettings(camera, assignments);
+            saveImage(camera);
+        });
+    else
+        applySettings(camera, assignments);
+    std::vector<const Setting*> changed;
     for (const Assignment& assignment : assignments)
-        print(output, n, *assignment.setting);
-    output.finish();
+        changed.push_back(assignment.setting);
+    show(output, camera, "set", changed);
     if (!options.save)
-        fputs("vqd: not saved; the next program that lists the camera has its stored settings again (--save keeps)\n",
-              stderr);
+        note("not saved; the next program that lists the camera has its stored settings again (--save keeps)");
     return kDone;
 }
 
@@ -97,11 +88,11 @@ void addGetSet(CLI::App& app, Run& run)
     const auto options = std::make_shared<Options>();
     CLI::App* getter = app.add_subcommand("get", "Shows settings");
     getter->add_option("key", options->words, "Settings; all when none is named")->type_name("KEY");
+    addCommon(*getter, kCamera | kJson);
     CLI::App* setter = app.add_subcommand("set", "Changes settings");
     setter->add_option("assignment", options->words, "What to change")->type_name("KEY=VALUE")->required();
     setter->add_flag("--save", options->save, "Keep the settings in the camera's EEPROM");
-    for (CLI::App* command : {getter, setter})
-        command->add_option("-c,--camera", options->camera, "Index or serial number")->type_name("CAMERA");
+    addCommon(*setter, kCamera | kJson | kYes);
     setter->footer("Example: vqd set depth-range=300,4000 flip-horizontal=1 --save\nSettings:\n" + settingNames());
     getter->footer("Example: vqd get frequency depth-range\nSettings:\n" + settingNames());
     getter->callback([&run, options] { run = [options] { return get(*options); }; });

@@ -1,21 +1,17 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// vqd grab: grabs some frames, tells about the camera and keeps the last frame as pictures.
+// vqd grab: grabs frames and keeps the last one as pictures, or every one in a format for programs.
 #include <algorithm>
 #include <chrono>
 #include <memory>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
-#include "camera.h"
-#include "cloud.h"
 #include "commands.h"
+#include "common.h"
 #include "exit_codes.h"
-#include "interrupt.h"
-#include "output.h"
-#include "pictures.h"
+#include "frame_files.h"
 #include "settings.h"
 
 namespace
@@ -24,46 +20,28 @@ namespace
 struct Options {
     int frames = 1;
     std::string directory = ".";
-    std::string camera;
     std::vector<std::string> settings;
-    bool cloud = false;
+    std::string format, cloud;
 };
 
-// A counter that is seen on a terminal only.
-class Progress
-{
-public:
-    explicit Progress(int total) : m_total(total), m_visible(isatty(STDERR_FILENO)) {}
-    ~Progress()
-    {
-        if (m_visible)
-            fputs("\r\33[K", stderr);
-    }
-    void show(int done) const
-    {
-        if (m_visible)
-            fprintf(stderr, "\rframe %d of %d", done, m_total);
-    }
-
-private:
-    int m_total;
-    bool m_visible;
-};
-
-// Reads all frames; the last one stays. Returns frames per second, 0 for a single frame.
-double readFrames(Stream& stream, int count, Frame& frame)
+// Reads all frames and keeps those of a series; the last one stays. Returns frames per second, 0 for a single frame.
+double readFrames(Stream& stream, const Options& options, Frame& frame, int& kept)
 {
     using Clock = std::chrono::steady_clock;
-    const Progress progress(count);
+    Progress progress("frame", options.frames);
     Clock::time_point first;
-    for (int i = 0; i < count; ++i) {
+    for (int i = 1; i <= options.frames; ++i) {
         stream.read(frame);
-        if (i == 0)
+        if (i == 1)
             first = Clock::now();
-        progress.show(i + 1);
+        if (!options.format.empty()) {
+            writeFiles(options.directory, seriesFiles(options.format, options.cloud, i), frame);
+            kept = i;
+        }
+        progress.show(i);
     }
     const std::chrono::duration<double> passed = Clock::now() - first;
-    return count > 1 ? (count - 1) / passed.count() : 0;
+    return options.frames > 1 ? (options.frames - 1) / passed.count() : 0;
 }
 
 // Median of the valid pixels of 5 x 5 at the centre; 0 when none is valid.
@@ -81,30 +59,21 @@ unsigned centreDepth(const Frame& frame)
     return *middle;
 }
 
-void savePictures(const std::filesystem::path& directory, const Frame& frame)
+Json summaryJson(const Camera& camera, const Options& options, double rate, unsigned depth)
 {
-    writeFile(directory / "depth.png", depthPicture(frame.depth));
-    writeFile(directory / "amplitude.png", amplitudePicture(frame.amplitude));
-    writeFile(directory / "depth16.png", exactPicture(frame.depth));
-    writeFile(directory / "amplitude16.png", exactPicture(frame.amplitude));
+    const int n = camera.nIndex;
+    Json json = document("grab");
+    json["camera"] = identityJson(camera);
+    json["temperature"] = settingByName("temperature").get(n);
+    json["logic-version"] = settingByName("logic-version").get(n);
+    json["frames"] = options.frames;
+    json["frames-per-second"] = rate > 0 ? Json(rate) : Json();
+    json["centre-depth"] = depth > 0 ? Json(depth) : Json();
+    json["directory"] = options.directory;
+    return json;
 }
 
-void saveCloud(const std::filesystem::path& directory, const Frame& frame)
-{
-    const std::vector<CloudPoint> cloud = cloudOf(frame);
-    writeFile(directory / "points.ply", plyFile(cloud));
-    writeFile(directory / "points.png", cloudPicture(cloud));
-}
-
-// Maps, rays, tables and switches are one set for the library: those of the camera that was loaded last.
-void loadAlone(const Session& session, int n)
-{
-    unsigned char image[VQD_IMAGE_BYTES];
-    if (session.cameras().size() > 1 && vqdEEPROM_ParameterData_Load(n, image) != 1)
-        throw Failure(kFailed, "the camera's parameters could not be loaded");
-}
-
-void tell(Output& output, const DevInfo& camera, const Options& options, double rate, unsigned depth)
+void tell(Output& output, const Camera& camera, const Options& options, double rate, unsigned depth)
 {
     const int n = camera.nIndex;
     output.print("camera %d: %s, serial %s, USB %s\n", n, camera.szDeviceName, camera.szSerialNumber,
@@ -118,46 +87,67 @@ void tell(Output& output, const DevInfo& camera, const Options& options, double 
         output.print("\ndepth at the centre %u mm\n", depth);
     else
         output.print("\nno valid depth at the centre\n");
-    output.print("pictures in %s: depth.png, amplitude.png; exact values: depth16.png, amplitude16.png\n",
-                 options.directory.c_str());
-    if (options.cloud)
-        output.print("point cloud: points.ply, seen in points.png\n");
 }
 
-// A frame may be under way with the settings before.
-void applySettings(Stream& stream, int n, const std::vector<Assignment>& assignments, Frame& frame)
+void tellFiles(Output& output, const Options& options)
 {
-    for (const Assignment& assignment : assignments) {
-        endIfInterrupted();
-        apply(n, assignment);
-    }
-    if (!assignments.empty())
-        stream.read(frame);
+    const char* const directory = options.directory.c_str();
+    if (!options.format.empty())
+        output.print("every frame in %s: depth-*.%s, amplitude-*.%s\n", directory, options.format.c_str(),
+                     options.format.c_str());
+    else
+        output.print("pictures in %s: depth.png, amplitude.png; exact values: depth16.png, amplitude16.png\n",
+                     directory);
+    if (!options.cloud.empty())
+        output.print(options.format.empty() ? "point cloud: points.%s, seen in points.png\n"
+                                            : "point clouds: points-*.%s\n",
+                     options.cloud.c_str());
+}
+
+// A series that ends early keeps what it has.
+[[noreturn]] void failSeries(const Failure& failure, const Options& options, int kept)
+{
+    const bool stopped = failure.code == kInterrupted;
+    throw Failure(stopped ? kFailed : failure.code, (stopped ? "interrupted" : failure.what()) + std::string("; ") +
+                                                        std::to_string(kept) + " of " + std::to_string(options.frames) +
+                                                        " frames are complete in " + options.directory);
 }
 
 int grab(const Options& options)
 {
-    std::vector<Assignment> assignments;
-    for (const std::string& word : options.settings)
-        assignments.push_back(parseAssignment(word));
+    const std::vector<Assignment> assignments = parseAssignments(options.settings);
+    const std::vector<FrameFile> pictures =
+        options.format.empty() ? pictureFiles(options.cloud) : std::vector<FrameFile>();
     Output output;
-    catchInterrupts();
     const Session session;
-    endIfInterrupted();
-    const DevInfo& camera = session.choose(options.camera);
+    const Camera& camera = session.choose();
     requireWritableDirectory(options.directory);
-    loadAlone(session, camera.nIndex);
+    requireNewFiles(options.directory, pictures);
+    if (!options.format.empty())
+        requireNewFiles(options.directory, seriesFiles(options.format, options.cloud, 1));
+    session.loadAlone(camera);
     const auto frame = std::make_unique<Frame>();
     double rate = 0;
-    {
+    int kept = 0;
+    try {
         Stream stream(camera);
-        applySettings(stream, camera.nIndex, assignments, *frame);
-        rate = readFrames(stream, options.frames, *frame);
+        applySettings(camera, assignments);
+        if (!assignments.empty())
+            stream.read(*frame); // may be under way with the settings before
+        rate = readFrames(stream, options, *frame, kept);
+    } catch (const Failure& failure) {
+        if (kept == 0)
+            throw;
+        failSeries(failure, options, kept);
     }
-    savePictures(options.directory, *frame);
-    if (options.cloud)
-        saveCloud(options.directory, *frame);
-    tell(output, camera, options, rate, centreDepth(*frame));
+    writeFiles(options.directory, pictures, *frame);
+    const unsigned depth = centreDepth(*frame);
+    if (common.json) {
+        output.print(summaryJson(camera, options, rate, depth));
+    } else {
+        tell(output, camera, options, rate, depth);
+        tellFiles(output, options);
+    }
     output.finish();
     return kDone;
 }
@@ -166,20 +156,33 @@ int grab(const Options& options)
 
 void addGrab(CLI::App& app, Run& run)
 {
-    CLI::App* command = app.add_subcommand("grab", "Grabs frames and keeps the last one as PNG pictures");
+    CLI::App* command = app.add_subcommand("grab", "Grabs frames; keeps the last one as PNG pictures, or all of them");
     const auto options = std::make_shared<Options>();
     command->add_option("-n,--frames", options->frames, "Number of frames")
         ->check(CLI::Range(1, 100'000'000))
         ->capture_default_str();
-    command->add_option("-o,--output", options->directory, "Directory for the pictures; made if need be")
+    command->add_option("-o,--output", options->directory, "Directory for the files; made if need be")
         ->type_name("DIR")
         ->capture_default_str();
-    command->add_option("-c,--camera", options->camera, "Index or serial number; without it the first camera")
-        ->type_name("CAMERA");
+    command
+        ->add_option("--format", options->format,
+                     "Keep every frame, exact values: depth-000001.FORMAT, amplitude-000001.FORMAT, ...")
+        ->check(CLI::IsMember(seriesFormats()));
+    command
+        ->add_option("--cloud", options->cloud,
+                     "Also point clouds (ply where the format is left out), metres, X right, Y up; true to scale with "
+                     "undistortion on")
+        ->check(CLI::IsMember({"ply", "pcd"}))
+        ->expected(0, 1)
+        ->default_str("ply");
     command->add_option("-s,--set", options->settings, "Settings for this grab only; see vqd set")
-        ->type_name("KEY=VALUE");
-    command->add_flag("--cloud", options->cloud,
-                      "Also points.ply, metres, X right, Y up; true to scale with undistortion on");
-    command->footer("Example: vqd grab -n 30 -o pictures");
+        ->type_name("KEY=VALUE")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addCommon(*command, kCamera | kJson | kForce);
+    command->footer("raw: 320 x 240 values of 16 bits, low byte first, rows from the top. npy: NumPy 1.0.\n"
+                    "Depth is in mm, 0 invalid.\n"
+                    "Example: vqd grab -n 30 -o pictures\n"
+                    "Example: vqd grab -n 100 --format npy --cloud pcd -o series -s undistortion=2");
     command->callback([&run, options] { run = [options] { return grab(*options); }; });
 }

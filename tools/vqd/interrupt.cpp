@@ -28,6 +28,11 @@ void catchInterrupts()
     sigaction(SIGTERM, &action, nullptr);
 }
 
+bool interrupted()
+{
+    return g_interrupted != 0;
+}
+
 void endIfInterrupted()
 {
     if (g_interrupted)

@@ -6,5 +6,7 @@
 
 void catchInterrupts();
 
+bool interrupted();
+
 // Ends the work under way, by a Failure, when a signal has come. To be called between steps.
 void endIfInterrupted();

@@ -2,187 +2,44 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // vqd lens: the camera's three calibration sets as JSON, out and in.
-#include <cmath>
-#include <fstream>
-#include <iostream>
 #include <memory>
 #include <optional>
 
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
 
-#include "camera.h"
 #include "commands.h"
+#include "common.h"
+#include "eeprom_change.h"
 #include "exit_codes.h"
-#include "interrupt.h"
-#include "output.h"
+#include "lens_json.h"
 
-namespace
-{
-
-using Json = nlohmann::ordered_json;
-
-struct Options {
-    std::string file;
-    std::string camera;
-};
-
-constexpr const char* kIntrinsicNames[] = {"fx", "fy", "cx", "cy"};
-constexpr const char* kDistortionNames[] = {"k1", "k2", "k3", "p1", "p2", "skew"};
-constexpr const char* kSets[] = {"depth", "colour", "extrinsic"};
-
-struct LensSet {
-    LensIntrinsic k;
-    LensDistortion d;
-};
-
-struct Calibration {
-    std::optional<LensSet> depth, colour;
-    std::optional<ExtrinsicParam> extrinsic;
-};
-
-// The camera stores steps of 0.0001 at the finest; more digits would be those of the float.
-double rounded(float value)
-{
-    return std::round(static_cast<double>(value) * 1e4) / 1e4;
-}
-
-Json lensJson(int n, int (*get)(int, float*, float*))
-{
-    float intrinsic[4], distortion[6];
-    if (get(n, intrinsic, distortion) != 1)
-        throw Failure(kFailed, "the lens can not be read");
-    Json json;
-    for (size_t i = 0; i < 4; ++i)
-        json[kIntrinsicNames[i]] = rounded(intrinsic[i]);
-    for (size_t i = 0; i < 6; ++i)
-        json[kDistortionNames[i]] = rounded(distortion[i]);
-    return json;
-}
-
-Json calibrationJson(int n)
-{
-    float e[12];
-    if (vqdGetExtrinsicParameter(n, e) != 1)
-        throw Failure(kFailed, "the extrinsic parameters can not be read");
-    Json json;
-    json["schema"] = 1;
-    json["depth"] = lensJson(n, vqdGetLensParameter);
-    json["colour"] = lensJson(n, vqdGetRGBLensParameter);
-    for (size_t row = 0; row < 3; ++row)
-        json["extrinsic"]["rotation"].push_back(
-            {rounded(e[3 * row]), rounded(e[3 * row + 1]), rounded(e[3 * row + 2])});
-    json["extrinsic"]["translation"] = {rounded(e[9]), rounded(e[10]), rounded(e[11])};
-    return json;
-}
-
-float numberIn(const Json& json, const std::string& where)
-{
-    if (!json.is_number() || !std::isfinite(json.get<float>()))
-        throw Failure(kUsage, where + " is not a number");
-    return json.get<float>();
-}
-
-float memberIn(const Json& set, const char* set_name, const char* name)
-{
-    const std::string where = std::string(set_name) + "." + name;
-    if (!set.is_object() || !set.contains(name))
-        throw Failure(kUsage, where + " is missing");
-    return numberIn(set[name], where);
-}
-
-LensSet lensFrom(const Json& set, const char* name)
-{
-    float k[4], d[6];
-    for (size_t i = 0; i < 4; ++i)
-        k[i] = memberIn(set, name, kIntrinsicNames[i]);
-    for (size_t i = 0; i < 6; ++i)
-        d[i] = memberIn(set, name, kDistortionNames[i]);
-    return {{k[0], k[1], k[2], k[3]}, {d[0], d[1], d[2], d[3], d[4], d[5]}};
-}
-
-ExtrinsicParam extrinsicFrom(const Json& set)
-{
-    float e[12];
-    for (size_t i = 0; i < 12; ++i) {
-        const bool rotation = i < 9;
-        const char* name = rotation ? "rotation" : "translation";
-        const Json::json_pointer at(rotation ? "/rotation/" + std::to_string(i / 3) + "/" + std::to_string(i % 3)
-                                             : "/translation/" + std::to_string(i - 9));
-        if (!set.contains(at))
-            throw Failure(kUsage, std::string("extrinsic.") + name + " is incomplete");
-        e[i] = numberIn(set.at(at), std::string("extrinsic.") + name);
-    }
-    return {e[0], e[1], e[2], e[3], e[4], e[5], e[6], e[7], e[8], e[9], e[10], e[11]};
-}
-
-Calibration readCalibration(const std::string& file)
-{
-    std::ifstream stream(file);
-    if (file != "-" && !stream)
-        throw Failure(kFailed, file + ": can not be read");
-    Json json;
-    try {
-        json = Json::parse(file == "-" ? std::cin : stream);
-    } catch (const Json::exception& error) {
-        throw Failure(kUsage, file + ": " + error.what());
-    }
-    if (!json.is_object())
-        throw Failure(kUsage, file + ": not an object");
-    for (const auto& [key, unused] : json.items())
-        if (key != "schema" && std::find(std::begin(kSets), std::end(kSets), key) == std::end(kSets))
-            throw Failure(kUsage, file + ": there is no set '" + key + "'");
-    Calibration calibration;
-    if (json.contains("depth"))
-        calibration.depth = lensFrom(json["depth"], "depth");
-    if (json.contains("colour"))
-        calibration.colour = lensFrom(json["colour"], "colour");
-    if (json.contains("extrinsic"))
-        calibration.extrinsic = extrinsicFrom(json["extrinsic"]);
-    if (!calibration.depth && !calibration.colour && !calibration.extrinsic)
-        throw Failure(kUsage, file + ": holds no calibration set");
-    return calibration;
-}
-
-void store(int n, const Calibration& c)
-{
-    if (c.depth)
-        vqdSetLensParameter(n, c.depth->k, c.depth->d);
-    if (c.colour)
-        vqdSetRGBLensParameter(n, c.colour->k, c.colour->d);
-    if (c.extrinsic)
-        vqdSetExtrinsicParameter(n, *c.extrinsic);
-    requireStored(n);
-}
-
-int lens(const Options& options)
+static int lens(const std::string& file)
 {
     std::optional<Calibration> wanted;
-    if (!options.file.empty())
-        wanted = readCalibration(options.file);
+    if (!file.empty()) {
+        wanted = calibrationFrom(readDocument(file, "lens"), file);
+        requireConfirmable();
+    }
     Output output;
-    catchInterrupts();
     const Session session;
-    const int n = (wanted ? session.chooseToChange(options.camera) : session.choose(options.camera)).nIndex;
+    const Camera& camera = wanted ? session.chooseToChange() : session.choose();
     if (wanted)
-        store(n, *wanted);
-    output.print("%s\n", calibrationJson(n).dump(2).c_str());
+        changeEeprom(camera, "replace its lens?", Unreadable::refuse, [&] { store(camera.nIndex, *wanted); });
+    Json json = document("lens");
+    json.update(calibrationJson(camera));
+    output.print(json);
     output.finish();
     return kDone;
 }
 
-} // namespace
-
 void addLens(CLI::App& app, Run& run)
 {
-    const auto options = std::make_shared<Options>();
+    const auto file = std::make_shared<std::string>();
     CLI::App* command = app.add_subcommand("lens", "Shows the calibration of both lenses and the transform, as JSON");
-    command
-        ->add_option("--set", options->file,
-                     "Write the sets of this JSON file to the camera's EEPROM; - for standard input")
+    command->add_option("--set", *file, "Write the sets of this JSON file to the camera's EEPROM; - for standard input")
         ->type_name("FILE");
-    command->add_option("-c,--camera", options->camera, "Index or serial number")->type_name("CAMERA");
+    addCommon(*command, kCamera | kJson | kYes);
     command->footer("Example: vqd lens >lens.json; vqd lens --set lens.json\n"
                     "Of the transform only the first four numbers fit into the EEPROM.");
-    command->callback([&run, options] { run = [options] { return lens(*options); }; });
+    command->callback([&run, file] { run = [file] { return lens(*file); }; });
 }

@@ -36,14 +36,21 @@ int main(int argc, char** argv)
     CLI::App app("USB time-of-flight depth cameras from the command line.", "vqd");
     app.require_subcommand(1);
     app.set_version_flag("--version", "vqd " VQD_VERSION);
-    app.footer("Exit codes: 0 done, 1 failed, 2 wrong usage, 3 no camera, 5 camera lost, 6 verification failed, 130 "
-               "interrupted.");
+    app.footer("Exit codes: 0 done, 1 failed, 2 wrong usage, 3 no camera, 4 access denied, 5 camera lost,\n"
+               "6 verification failed, 130 interrupted with nothing saved.\n"
+               "Example: vqd list; vqd grab -n 30 -o pictures; vqd set depth-range=300,4000 --save");
     Run run;
     addList(app, run);
-    addGrab(app, run);
+    addInfo(app, run);
     addGetSet(app, run);
+    addDumpLoad(app, run);
+    addGrab(app, run);
+    addCloud(app, run);
+    addEeprom(app, run);
     addLens(app, run);
     addTable(app, run);
+    addReset(app, run);
+    addReference(app, run);
     addSim(app, run, invocation);
     try {
         std::reverse(arguments.begin(), arguments.end()); // as the parser takes them

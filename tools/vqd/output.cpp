@@ -8,11 +8,16 @@
 #include <csignal>
 #include <cstdarg>
 #include <cstring>
+#include <exception>
 #include <fcntl.h>
+#include <fstream>
+#include <iostream>
 #include <string>
+#include <sys/mman.h>
 #include <system_error>
 #include <unistd.h>
 
+#include "common.h"
 #include "exit_codes.h"
 
 namespace
@@ -21,6 +26,13 @@ namespace
 [[noreturn]] void fail(const std::filesystem::path& path, int error)
 {
     throw Failure(kFailed, path.string() + ": " + strerror(error));
+}
+
+[[noreturn]] void failUnforced(const std::filesystem::path& path, int error)
+{
+    if (error == EEXIST)
+        throw Failure(kFailed, path.string() + " exists; --force replaces it");
+    fail(path, error);
 }
 
 // A file that vanishes unless it is renamed to the name that it was made for.
@@ -56,7 +68,14 @@ public:
 
     void keep()
     {
-        if (fsync(m_fd) != 0 || rename(m_name.c_str(), m_path.c_str()) != 0)
+        if (fsync(m_fd) != 0)
+            fail(m_path, errno);
+        if (!common.force && renameat2(AT_FDCWD, m_name.c_str(), AT_FDCWD, m_path.c_str(), RENAME_NOREPLACE) == 0)
+            return;
+        if (!common.force && errno != EINVAL) // the file system knows no such rename
+            failUnforced(m_path, errno);
+        requireNewFile(m_path);
+        if (rename(m_name.c_str(), m_path.c_str()) != 0)
             fail(m_path, errno);
     }
 
@@ -66,6 +85,21 @@ private:
     int m_fd;
 };
 
+// What a camera calls itself may be anything.
+std::string textOf(const Json& json)
+{
+    return json.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
+}
+
+// What a file in memory holds.
+void copyToError(int file)
+{
+    char bytes[4096];
+    lseek(file, 0, SEEK_SET);
+    for (ssize_t length; (length = read(file, bytes, sizeof bytes)) > 0;)
+        fwrite(bytes, 1, static_cast<size_t>(length), stderr);
+}
+
 } // namespace
 
 Output::Output()
@@ -73,7 +107,8 @@ Output::Output()
     signal(SIGPIPE, SIG_IGN); // a reader that has gone is a write that fails, and no reason to leave a camera grabbing
     const int data = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     m_data = data < 0 ? nullptr : fdopen(data, "w");
-    if (m_data == nullptr || dup2(STDERR_FILENO, STDOUT_FILENO) < 0)
+    m_library = common.quiet ? memfd_create("library", MFD_CLOEXEC) : dup(STDERR_FILENO);
+    if (m_data == nullptr || m_library < 0 || dup2(m_library, STDOUT_FILENO) < 0)
         throw Failure(kFailed, std::string("standard output or error: ") + strerror(errno));
     setvbuf(stdout, nullptr, _IOLBF, 0); // in step with our own messages
 }
@@ -83,6 +118,9 @@ Output::~Output()
     fflush(stdout);
     dup2(fileno(m_data), STDOUT_FILENO);
     fclose(m_data);
+    if (common.quiet && std::uncaught_exceptions() > 0)
+        copyToError(m_library);
+    close(m_library);
 }
 
 void Output::print(const char* format, ...)
@@ -93,10 +131,36 @@ void Output::print(const char* format, ...)
     va_end(arguments);
 }
 
+void Output::print(const Json& json)
+{
+    print("%s", textOf(json).c_str());
+}
+
 void Output::finish()
 {
     if (fflush(m_data) != 0 || ferror(m_data))
         throw Failure(kFailed, std::string("standard output: ") + strerror(errno));
+}
+
+Json document(const std::string& command)
+{
+    return Json::object({{"schema", "vqd." + command + "/1"}});
+}
+
+Json readDocument(const std::string& file, const std::string& command)
+{
+    std::ifstream stream(file);
+    if (file != "-" && !stream)
+        throw Failure(kFailed, file + ": can not be read");
+    Json json;
+    try {
+        json = Json::parse(file == "-" ? std::cin : stream);
+    } catch (const Json::exception& error) {
+        throw Failure(kUsage, file + ": " + error.what());
+    }
+    if (!json.is_object() || !json.contains("schema") || json["schema"] != document(command)["schema"])
+        throw Failure(kUsage, file + ": \"schema\" is not \"vqd." + command + "/1\"");
+    return json;
 }
 
 void requireWritableDirectory(const std::filesystem::path& directory)
@@ -108,9 +172,35 @@ void requireWritableDirectory(const std::filesystem::path& directory)
     const Draft probe(directory / "."); // never kept
 }
 
+void requireNewFile(const std::filesystem::path& path)
+{
+    std::error_code unreachable;
+    if (!common.force && std::filesystem::exists(path, unreachable))
+        failUnforced(path, EEXIST);
+}
+
 void writeFile(const std::filesystem::path& path, std::span<const uint8_t> bytes)
 {
     Draft draft(path);
     draft.write(bytes);
     draft.keep();
+}
+
+void writeJson(const std::filesystem::path& path, const Json& json)
+{
+    const std::string text = textOf(json);
+    writeFile(path, std::span(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
+}
+
+std::vector<uint8_t> readFile(const std::filesystem::path& path, size_t size)
+{
+    std::ifstream stream(path, std::ios::binary);
+    std::vector<uint8_t> bytes(size + 1); // one more shows a longer file
+    stream.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    if (!stream.is_open() || stream.bad())
+        throw Failure(kFailed, path.string() + ": can not be read");
+    if (static_cast<size_t>(stream.gcount()) != size)
+        throw Failure(kUsage, path.string() + " has not the " + std::to_string(size) + " bytes that it needs");
+    bytes.resize(size);
+    return bytes;
 }

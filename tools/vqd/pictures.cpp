@@ -10,6 +10,7 @@
 #include <cmath>
 #include <csetjmp>
 #include <new>
+#include <string>
 
 #include <png.h>
 
@@ -152,4 +153,38 @@ Bytes amplitudePicture(Plane amplitude)
 Bytes exactPicture(Plane plane)
 {
     return encoded(reinterpret_cast<const uint8_t*>(plane.data()), {PNG_COLOR_TYPE_GRAY, 16});
+}
+
+static_assert(std::endian::native == std::endian::little);
+
+Bytes rawFile(Plane plane)
+{
+    const auto* bytes = reinterpret_cast<const uint8_t*>(plane.data());
+    return Bytes(bytes, bytes + plane.size_bytes());
+}
+
+Bytes pgmFile(Plane plane)
+{
+    const std::string header = "P5\n" + std::to_string(VQD_WIDTH) + " " + std::to_string(VQD_HEIGHT) + "\n65535\n";
+    Bytes file(header.begin(), header.end());
+    for (const uint16_t value : plane) {
+        file.push_back(static_cast<uint8_t>(value >> 8));
+        file.push_back(static_cast<uint8_t>(value & 0xFF));
+    }
+    return file;
+}
+
+Bytes npyFile(Plane plane)
+{
+    // Magic, version, length of what follows; the header ends in a newline at a multiple of 64.
+    constexpr size_t kPrefix = 10, kHeader = 128;
+    std::string header = {'\x93', 'N', 'U', 'M', 'P', 'Y', 1, 0, static_cast<char>(kHeader - kPrefix), 0};
+    header += "{'descr': '<u2', 'fortran_order': False, 'shape': (" + std::to_string(VQD_HEIGHT) + ", " +
+              std::to_string(VQD_WIDTH) + "), }";
+    header.resize(kHeader - 1, ' ');
+    header += '\n';
+    Bytes file(header.begin(), header.end());
+    const Bytes values = rawFile(plane);
+    file.insert(file.end(), values.begin(), values.end());
+    return file;
 }

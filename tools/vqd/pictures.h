@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// A frame's planes of 320 x 240 as PNG files in memory.
+// A frame's planes of 320 x 240 as files in memory.
 #pragma once
 
 #include <cstdint>
@@ -30,5 +30,8 @@ Bytes depthPicture(Plane depth);
 // A plane in the greys of amplitudeGreys().
 Bytes amplitudePicture(Plane amplitude);
 
-// For programs: 16-bit grey, every value as it is.
-Bytes exactPicture(Plane plane);
+// For programs: every value as it is, rows from the top.
+Bytes exactPicture(Plane plane); // PNG, 16-bit grey
+Bytes pgmFile(Plane plane);      // 16-bit, high byte first, as that format has it
+Bytes npyFile(Plane plane);      // NumPy 1.0: array of (240, 320), uint16
+Bytes rawFile(Plane plane);      // 76800 values of two bytes, the low byte first

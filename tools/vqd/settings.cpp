@@ -7,106 +7,188 @@
 #include <algorithm>
 #include <charconv>
 
-#include "VQD_API.h"
+#include "common.h"
+#include "config/param_image.h"
 #include "exit_codes.h"
+#include "interrupt.h"
 
 namespace
 {
 
-std::string number(int value)
+// Changes bytes of the image where the library's setters refuse values that cameras come with.
+struct Byte {
+    int offset, value;
+};
+int sendBytes(int n, std::initializer_list<Byte> bytes)
 {
-    return std::to_string(value);
+    unsigned char image[VQD_IMAGE_BYTES];
+    if (vqdParameterData_Load(n, image) != 1)
+        return 0;
+    for (const Byte& byte : bytes)
+        image[byte.offset] = static_cast<uint8_t>(byte.value);
+    return vqdWriteToDevice(n, image);
 }
 
-std::string pair(int first, int second, char between = ',')
-{
-    return number(first) + between + number(second);
-}
-
-// Bytes of the parameter image that the library has no getter for.
-enum ImageByte { kIllumination = 11, kMultiCamMode = 40, kSlaveCount = 41, kSlaveId = 42 };
-
-int imageByte(int n, ImageByte offset)
+// For what the library has no getter for.
+int imageByte(int n, ParamOffset offset)
 {
     return stCamParam[n].image[offset];
 }
 
-std::string depthRange(int n)
+Json depthRange(int n)
 {
     int least = 0;
     int most = 0;
     vqdGetDepthRange(n, &least, &most);
-    return pair(least, most);
+    return {least, most};
 }
 
-std::string motionBlur(int n)
+// As at 20 MHz from the factory: 0 to 15000. On the host a range counts once it has been read back.
+int setDepthRange(int n, const int* v)
+{
+    const int sent = sendBytes(
+        n,
+        {{kMinDepth, v[0] >> 8}, {kMinDepth + 1, v[0] & 0xFF}, {kMaxDepth, v[1] >> 8}, {kMaxDepth + 1, v[1] & 0xFF}});
+    return sent == 1 ? vqdGetDepthRange(n, nullptr, nullptr) : 0;
+}
+
+Json motionBlur(int n)
 {
     unsigned level = 0;
     const int on = vqdGetRemoveMotionBlur(n, &level);
-    return pair(on, static_cast<int>(level));
+    return {on, level};
 }
 
-std::string temperature(int n)
+// The setter drops the level when it switches off.
+int setMotionBlur(int n, const int* v)
 {
-    char text[32];
-    snprintf(text, sizeof text, "%.4f", vqdGetTemperature(n));
-    return text;
+    const int on = vqdSetRemoveMotionBlur(n, v[0], v[1]);
+    return on == 1 && v[0] == 0 ? sendBytes(n, {{kMotionBlurLevel, v[1]}, {kMotionBlurLevelCopy, v[1]}}) : on;
 }
 
-std::string logicVersion(int n)
+Json multiCam(int n)
+{
+    return {imageByte(n, kMultiSync), imageByte(n, kSlaveCount), imageByte(n, kSlaveId)};
+}
+
+// Without slaves, as from the factory, too.
+int setMultiCam(int n, const int* v)
+{
+    return sendBytes(n, {{kMultiSync, v[0]}, {kSlaveCount, v[1]}, {kSlaveId, v[2]}});
+}
+
+Json logicVersion(int n)
 {
     int first = 0;
     int second = 0;
     vqdGetLogincVersion(n, &first, &second);
-    return pair(first, second, '.');
-}
-
-// On the host a range counts once it has been read back.
-int setDepthRange(int n, const int* v)
-{
-    return vqdSetDepthRange(n, v[0], v[1]) == 1 ? vqdGetDepthRange(n, nullptr, nullptr) : 0;
+    return std::to_string(first) + '.' + std::to_string(second);
 }
 
 using V = const int*;
+constexpr Range kSwitch{0, 1};
+constexpr Range kByte{0, 255};
+constexpr Range kDepth{0, 15000};
 
 constexpr Setting kSettings[] = {
-    {"frequency", "MHz: 20 or 30 (HT110, HT120), 10 (RS models)", 1, false,
-     [](int n) { return number(vqdGetModuleFrequency(n)); }, [](int n, V v) { return vqdSetModuleFrequency(n, v[0]); }},
-    {"integration-time", nullptr, 0, false, [](int n) { return number(vqdGetIntegrationTime(n)); }, nullptr},
-    {"offset", "-255 to 255", 1, false, [](int n) { return number(vqdGetOffset(n)); },
+    // First: what the model does not have is refused before anything else is changed.
+    {"frequency",
+     "MHz: 20 or 30 (HT110, HT120), 10 (RS models)",
+     {{1, 255}},
+     1,
+     false,
+     [](int n) -> Json { return vqdGetModuleFrequency(n); },
+     [](int n, V v) { return vqdSetModuleFrequency(n, v[0]); }},
+    {"integration-time", nullptr, {}, 1, false, [](int n) -> Json { return vqdGetIntegrationTime(n); }, nullptr},
+    {"offset",
+     "-255 to 255",
+     {{-255, 255}},
+     1,
+     false,
+     [](int n) -> Json { return vqdGetOffset(n); },
      [](int n, V v) { return vqdSetOffset(n, v[0]); }},
-    {"scatter-threshold", "0 to 255", 1, false, [](int n) { return number(vqdGetScatterThreshold(n)); },
+    {"scatter-threshold",
+     "0 to 255",
+     {kByte},
+     1,
+     false,
+     [](int n) -> Json { return vqdGetScatterThreshold(n); },
      [](int n, V v) { return vqdSetScatterThreshold(n, v[0]); }},
-    {"check-threshold", "0 to 255", 1, false, [](int n) { return number(vqdGetCheckThreshold(n)); },
+    {"check-threshold",
+     "0 to 255",
+     {kByte},
+     1,
+     false,
+     [](int n) -> Json { return vqdGetCheckThreshold(n); },
      [](int n, V v) { return vqdSetCheckThreshold(n, v[0]); }},
-    {"depth-range", "MIN,MAX in mm", 2, false, depthRange, setDepthRange},
-    {"flip-horizontal", "1 or 0", 1, false, [](int n) { return number(vqdGetFlipHorizontal(n)); },
+    {"depth-range", "MIN,MAX in mm: 0 to 15000", {kDepth, kDepth}, 2, false, depthRange, setDepthRange, true},
+    {"flip-horizontal",
+     "1 or 0",
+     {kSwitch},
+     1,
+     false,
+     [](int n) -> Json { return vqdGetFlipHorizontal(n); },
      [](int n, V v) { return vqdSetFlipHorizontal(n, v[0]); }},
-    {"flip-vertical", "1 or 0", 1, false, [](int n) { return number(vqdGetFlipVertical(n)); },
+    {"flip-vertical",
+     "1 or 0",
+     {kSwitch},
+     1,
+     false,
+     [](int n) -> Json { return vqdGetFlipVertical(n); },
      [](int n, V v) { return vqdSetFlipVertical(n, v[0]); }},
-    {"fps-delay", "0 to 100", 1, false, [](int n) { return number(vqdGetFPSDelay(n)); },
+    {"fps-delay",
+     "0 to 100",
+     {{0, 100}},
+     1,
+     false,
+     [](int n) -> Json { return vqdGetFPSDelay(n); },
      [](int n, V v) { return vqdSetFPSDelay(n, v[0]); }},
-    {"multi-cam", "MODE,SLAVES,ID: 1 or 0, 1 to 9, 0 to 9", 3, false,
-     [](int n) {
-         return pair(imageByte(n, kMultiCamMode), imageByte(n, kSlaveCount)) + ',' + number(imageByte(n, kSlaveId));
-     },
-     [](int n, V v) { return vqdSetMultiCamMode(n, v[0], v[1], v[2]); }},
-    {"multi-sync", "1 or 0", 1, false, [](int n) { return number(vqdGetMultiSyncMode(n)); },
+    {"multi-cam", "MODE,SLAVES,ID: 1 or 0, 0 to 9, 0 to 9", {kSwitch, {0, 9}, {0, 9}}, 3, false, multiCam, setMultiCam},
+    {"multi-sync",
+     "1 or 0",
+     {kSwitch},
+     1,
+     false,
+     [](int n) -> Json { return vqdGetMultiSyncMode(n); },
      [](int n, V v) { return vqdSetMultiSyncMode(n, v[0]); }},
-    {"illumination", "1 or 0", 1, false, [](int n) { return number(imageByte(n, kIllumination)); },
+    {"illumination",
+     "1 or 0",
+     {kSwitch},
+     1,
+     false,
+     [](int n) -> Json { return imageByte(n, kGrab); },
      [](int n, V v) { return vqdIlluminationOnOff(n, v[0]); }},
-    {"remove-edge", "1 or 0", 1, false, [](int n) { return number(vqdGetRemoveEdge(n)); },
+    {"remove-edge",
+     "1 or 0",
+     {kSwitch},
+     1,
+     false,
+     [](int n) -> Json { return vqdGetRemoveEdge(n); },
      [](int n, V v) { return vqdSetRemoveEdge(n, v[0]); }},
-    {"motion-blur", "ON,LEVEL: 1 or 0, 0 to 255", 2, false, motionBlur,
-     [](int n, V v) { return vqdSetRemoveMotionBlur(n, v[0], v[1]); }},
-    {"undistortion", "0 none, 1 gated, 2 bilinear, 3 nearest", 1, false,
-     [](int n) { return number(vqdGetUndistortion(n)); }, [](int n, V v) { return vqdSetUndistortion(n, v[0]); }},
-    {"fppn", "1 or 0", 1, false, [](int n) { return number(vqdGetFPPN(n)); },
+    {"motion-blur", "ON,LEVEL: 1 or 0, 0 to 255", {kSwitch, kByte}, 2, false, motionBlur, setMotionBlur},
+    {"undistortion",
+     "0 none, 1 gated, 2 bilinear, 3 nearest",
+     {{0, 3}},
+     1,
+     false,
+     [](int n) -> Json { return vqdGetUndistortion(n); },
+     [](int n, V v) { return vqdSetUndistortion(n, v[0]); }},
+    {"fppn",
+     "1 or 0",
+     {kSwitch},
+     1,
+     false,
+     [](int n) -> Json { return vqdGetFPPN(n); },
      [](int n, V v) { return vqdSetFPPN(n, v[0]); }},
-    {"orthogonal", "1 or 0", 1, false, [](int n) { return number(vqdGetOrthogonal(n)); },
+    {"orthogonal",
+     "1 or 0",
+     {kSwitch},
+     1,
+     false,
+     [](int n) -> Json { return vqdGetOrthogonal(n); },
      [](int n, V v) { return vqdSetOrthogonal(n, v[0]); }},
-    {"temperature", nullptr, 0, true, temperature, nullptr},
-    {"logic-version", nullptr, 0, true, logicVersion, nullptr},
+    {"temperature", nullptr, {}, 1, true, [](int n) -> Json { return vqdGetTemperature(n); }, nullptr},
+    {"logic-version", nullptr, {}, 1, true, logicVersion, nullptr},
 };
 
 std::vector<int> parseNumbers(const std::string& text)
@@ -150,23 +232,69 @@ const Setting& settingByName(const std::string& name)
     return *row;
 }
 
+Assignment assignmentOf(const Setting& setting, std::vector<int> values)
+{
+    if (setting.set == nullptr)
+        throw Failure(kUsage, std::string(setting.name) + " can only be read");
+    bool fits = values.size() == static_cast<size_t>(setting.arguments);
+    for (size_t i = 0; fits && i < values.size(); ++i)
+        fits = values[i] >= setting.ranges[i].least && values[i] <= setting.ranges[i].most;
+    if (!fits || (setting.ascending && !std::is_sorted(values.begin(), values.end())))
+        throw Failure(kUsage, std::string(setting.name) + " takes " + setting.values);
+    return {&setting, std::move(values)};
+}
+
 Assignment parseAssignment(const std::string& text)
 {
     const size_t equals = text.find('=');
     if (equals == std::string::npos)
         throw Failure(kUsage, "'" + text + "' is not of the form KEY=VALUE");
-    const Setting& setting = settingByName(text.substr(0, equals));
-    if (setting.set == nullptr)
-        throw Failure(kUsage, std::string(setting.name) + " can only be read");
-    Assignment assignment{&setting, parseNumbers(text.substr(equals + 1))};
-    if (assignment.values.size() != static_cast<size_t>(setting.arguments))
-        throw Failure(kUsage, std::string(setting.name) + " takes " + setting.values);
-    return assignment;
+    return assignmentOf(settingByName(text.substr(0, equals)), parseNumbers(text.substr(equals + 1)));
 }
 
-void apply(int n, const Assignment& assignment)
+std::vector<Assignment> parseAssignments(const std::vector<std::string>& texts)
 {
-    if (assignment.setting->set(n, assignment.values.data()) != 1)
-        throw Failure(kFailed, std::string("the camera did not take ") + assignment.setting->name + " (" +
-                                   assignment.setting->values + ")");
+    std::vector<Assignment> assignments;
+    for (const std::string& text : texts)
+        assignments.push_back(parseAssignment(text));
+    return assignments;
+}
+
+void applySettings(const Camera& camera, std::span<const Assignment> assignments)
+{
+    for (const Assignment& assignment : assignments) {
+        endIfInterrupted();
+        detail("setting %s", assignment.setting->name);
+        if (assignment.setting->set(camera.nIndex, assignment.values.data()) != 1)
+            failOn(camera, std::string("the camera did not take ") + assignment.setting->name + " (" +
+                               assignment.setting->values + ")");
+    }
+}
+
+Json settingsJson(int n, bool frameRead)
+{
+    Json json;
+    for (const Setting& setting : kSettings)
+        if (frameRead || !setting.needsFrame)
+            json[setting.name] = setting.get(n);
+    return json;
+}
+
+std::string settingText(const Json& value)
+{
+    if (value.is_string())
+        return value.get<std::string>();
+    if (!value.is_array())
+        return value.dump();
+    std::string text;
+    for (const Json& element : value)
+        text += element.dump() + ',';
+    text.resize(text.size() - !text.empty()); // the last comma
+    return text;
+}
+
+void printSettings(Output& output, const Json& settings)
+{
+    for (const auto& [name, value] : settings.items())
+        output.print("%-17s %s\n", name.c_str(), settingText(value).c_str());
 }

@@ -1,20 +1,29 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The camera's settings by name, for get, set and grab.
+// The camera's settings by name: what they take, and how they are read and set.
 #pragma once
 
 #include <span>
 #include <string>
 #include <vector>
 
+#include "camera.h"
+#include "output.h"
+
+struct Range {
+    int least, most;
+};
+
 struct Setting {
     const char* name;
     const char* values; // what set takes; null: read only
-    int arguments;      // numbers that set takes, comma-separated
+    Range ranges[3];    // of each number that set takes
+    int arguments;      // how many those are, comma-separated
     bool needsFrame;    // known only once a frame has been read
-    std::string (*get)(int n);
+    Json (*get)(int n);
     int (*set)(int n, const int* values); // 1 when the camera took it
+    bool ascending = false;               // the numbers must not fall
 };
 
 std::span<const Setting> allSettings();
@@ -22,15 +31,25 @@ std::span<const Setting> allSettings();
 // Fails with a usage error for a name that is not known.
 const Setting& settingByName(const std::string& name);
 
-// One "name=value" of a command line, checked for form.
+// What a setting shall be. Both fail with a usage error for numbers that it does not take.
 struct Assignment {
     const Setting* setting;
     std::vector<int> values;
 };
-Assignment parseAssignment(const std::string& text);
+Assignment assignmentOf(const Setting& setting, std::vector<int> values);
+std::vector<Assignment> parseAssignments(const std::vector<std::string>& texts); // "name=value,value"
 
-// Sends it; fails when the camera or the library refuses.
-void apply(int n, const Assignment& assignment);
+// Sends them to a claimed camera; fails when it or the library refuses.
+void applySettings(const Camera& camera, std::span<const Assignment> assignments);
+
+// All settings; those that need a frame only after one has been read.
+Json settingsJson(int n, bool frameRead);
+
+// "300,4000"
+std::string settingText(const Json& value);
+
+// A line a setting.
+void printSettings(Output& output, const Json& settings);
 
 // "offset=..., ..." for the help.
 std::string settingNames();

@@ -3,15 +3,14 @@
 //
 // vqd table: calibration tables between a camera and a file, as the raw bytes that travel, or as values to look at.
 #include <algorithm>
-#include <fstream>
-#include <functional>
 #include <memory>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
 #include "camera.h"
 #include "commands.h"
+#include "common.h"
+#include "eeprom_change.h"
 #include "exit_codes.h"
 #include "interrupt.h"
 #include "output.h"
@@ -21,7 +20,7 @@ namespace
 {
 
 struct Options {
-    std::string table, file, camera;
+    std::string table, file;
     bool csv = false;
 };
 
@@ -159,12 +158,13 @@ int load(const Options& options)
     if (table.read == nullptr)
         throw Failure(kUsage, std::string("the camera does not give '") + table.name + "' back");
     Output output;
-    catchInterrupts();
+    requireNewFile(options.file);
     const Session session;
-    const int n = session.choose(options.camera).nIndex;
+    const Camera& camera = session.choose();
+    const int n = camera.nIndex;
     Values values;
     if (!table.read(n, values))
-        throw Failure(kFailed, std::string("the camera refused to read '") + table.name + "'");
+        failOn(camera, std::string("the camera refused to read '") + table.name + "'");
     if (isUnread(table, values))
         throw Failure(kFailed, std::string("'") + table.name +
                                    "' reads as zeros: it is empty, or this libusb refuses control transfers above 4096 "
@@ -172,32 +172,27 @@ int load(const Options& options)
     endIfInterrupted();
     const Bytes file = options.csv ? csvFile(table, values) : table.encode(values);
     writeFile(options.file, file);
-    output.print("%s: %zu values of '%s'\n", options.file.c_str(), values.size(), table.name);
+    Json json = document("table");
+    json["camera"] = identityJson(camera);
+    json["table"] = table.name;
+    json["values"] = values.size();
+    json["file"] = options.file;
+    if (common.json)
+        output.print(json);
+    else
+        output.print("%s: %zu values of '%s'\n", options.file.c_str(), values.size(), table.name);
     output.finish();
     return kDone;
 }
 
-Bytes readFile(const std::string& name, size_t size)
-{
-    std::ifstream stream(name, std::ios::binary);
-    Bytes bytes(size + 1); // one more shows a longer file
-    stream.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    if (!stream && stream.gcount() == 0)
-        throw Failure(kFailed, name + ": can not be read, or empty");
-    if (static_cast<size_t>(stream.gcount()) != size)
-        throw Failure(kFailed, name + ": the table has " + std::to_string(size) + " bytes, the file has not");
-    bytes.resize(size);
-    return bytes;
-}
-
 // What there is to say of the table in the camera after writing it.
-std::string verify(int n, const Table& table, const Bytes& bytes)
+std::string verify(const Camera& camera, const Table& table, const Bytes& bytes)
 {
     if (table.read == nullptr || !table.readsWhatIsWritten)
         return "not verified: the camera does not give it back";
     Values values;
-    if (!table.read(n, values))
-        throw Failure(kFailed, std::string("'") + table.name + "' could not be read back");
+    if (!table.read(camera.nIndex, values))
+        failOn(camera, std::string("'") + table.name + "' could not be read back");
     const Bytes stored = table.encode(values);
     if (stored == bytes)
         return "verified";
@@ -210,19 +205,31 @@ std::string verify(int n, const Table& table, const Bytes& bytes)
                                      " different bytes");
 }
 
+void backUpTable(const Camera& camera, const Table& table)
+{
+    Values values;
+    if (table.read == nullptr || !table.readsWhatIsWritten || !table.read(camera.nIndex, values) ||
+        isUnread(table, values))
+        note("'%s' is not backed up: the camera or this libusb does not give it back", table.name);
+    else
+        backUp(camera, table.name, table.encode(values));
+}
+
 int save(const Options& options)
 {
     const Table& table = tableByName(options.table);
     const Bytes bytes = readFile(options.file, table.bytes);
     Output output;
-    catchInterrupts();
+    requireConfirmable();
     const Session session;
-    const int n = session.chooseToChange(options.camera).nIndex;
-    endIfInterrupted();
-    fprintf(stderr, "sending %zu bytes, %.0f ms at least\n", table.bytes, table.waitMs);
+    const Camera& camera = session.chooseToChange();
+    const int n = camera.nIndex;
+    backUpTable(camera, table);
+    confirm(std::string("replace '") + table.name + "' of camera " + camera.szSerialNumber + "?");
+    note("sending %zu bytes, %.0f ms at least", table.bytes, table.waitMs);
     if (table.write(n, bytes.data()) != 1)
-        throw Failure(kFailed, std::string("'") + table.name + "' was not sent");
-    output.print("'%s' from %s: %s\n", table.name, options.file.c_str(), verify(n, table, bytes).c_str());
+        failOn(camera, std::string("'") + table.name + "' was not sent");
+    output.print("'%s' from %s: %s\n", table.name, options.file.c_str(), verify(camera, table, bytes).c_str());
     output.finish();
     return kDone;
 }
@@ -239,8 +246,9 @@ void addTable(CLI::App& app, Run& run)
     for (CLI::App* way : {loader, saver}) {
         way->add_option("table", options->table, "Name of the table")->type_name("TABLE")->required();
         way->add_option("file", options->file, "Raw bytes as they travel")->type_name("FILE")->required();
-        way->add_option("-c,--camera", options->camera, "Index or serial number")->type_name("CAMERA");
     }
+    addCommon(*loader, kCamera | kJson | kForce);
+    addCommon(*saver, kCamera | kYes);
     loader->add_flag("--csv", options->csv, "Values to look at, comma-separated");
     command->footer("Tables:\n" + tableNames() + "Example: vqd table load orthogonal factors.bin");
     loader->callback([&run, options] { run = [options] { return load(*options); }; });

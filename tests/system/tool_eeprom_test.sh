@@ -1,0 +1,69 @@
+#!/usr/bin/env bash
+# SPDX-FileCopyrightText: VQD_API contributors
+# SPDX-License-Identifier: Apache-2.0
+#
+# What the tool writes to a camera's memory: dump and load, reset, EEPROM; backups, questions, and which camera.
+#   tool_eeprom_test.sh VQD_BINARY
+source "$(dirname "$0")/tool_lib.sh"
+
+# A dump holds everything that can be set: after a reset it brings every setting back, and only then differs nothing.
+all='offset=-9 scatter-threshold=7 check-threshold=3 depth-range=300,4000 flip-horizontal=1 flip-vertical=1 fps-delay=2
+    multi-cam=1,2,3 motion-blur=1,7 remove-edge=1 undistortion=2 fppn=1 orthogonal=1'
+for model in VQD-HT120 VQD-RS110; do
+    [[ $model == VQD-HT120 ]] || all=${all/edge=1/edge=0} # each is the other's factory setting
+    # shellcheck disable=SC2016
+    ends 0 "$vqd" sim $model -- bash -ec 'vqd=$0; rm -f factory.json set.json ./*.bin
+        $vqd dump -o factory.json -q
+        $vqd set $1 --save -y -q >set.txt
+        $vqd dump -o set.json -q
+        $vqd eeprom backup set.bin -q
+        $vqd reset -y >reset.txt
+        [[ $($vqd get offset multi-cam -q | tr -s " \n" " ") == "offset 0 multi-cam 0,0,0 " ]]
+        $vqd eeprom diff set.bin --json >diff.json || [[ $? -eq 6 ]]
+        $vqd load set.json --save -y
+        $vqd dump | cmp - set.json
+        $vqd load factory.json --save -y -q
+        $vqd dump | cmp - factory.json
+        $vqd eeprom restore set.bin -y
+        $vqd eeprom diff set.bin' "$vqd" "$all"
+    for assignment in $all; do
+        grep -Eq "^${assignment%=*} +${assignment#*=}\$" set.txt || fail "not set on $model: $assignment"
+        values="[${assignment#*=}]"
+        json set.json ".settings.\"${assignment%=*}\" | (if type == \"array\" then . else [.] end) == $values"
+    done
+    json diff.json '.schema == "vqd.eeprom-diff/1" and (.equal | not)
+        and any(.differences[]; .field == "depth-range maximum" and .before == "4000" and .after == "15000" and .unit == "mm")'
+done
+[[ $(ls "$XDG_STATE_HOME"/vqd/eeprom-24061100000001-*.bin | wc -l) -ge 10 ]] || fail "no backups"
+
+# What changes the memory asks where somebody is, and refuses where nobody is. A no, no place for the backup, and an
+# EEPROM of another camera leave it as it is.
+head -c 4096 /dev/zero >t.bin
+echo '{"schema": "vqd.lens/1", "extrinsic": {"rotation": [[1, 0, 0], [0, 1, 0], [0, 0, 1]], "translation": [0, 0, 0]}}' >lens.json
+while read -r words; do
+    # shellcheck disable=SC2086
+    ends 2 "$vqd" $words
+    mentions err "give --yes"
+done <<'END'
+set offset=1 --save
+lens --set lens.json
+load set.json --save
+load set.json --lens
+eeprom restore set.bin
+table save orthogonal t.bin
+reset
+END
+# shellcheck disable=SC2016
+ends 0 "$vqd" sim VQD-HT120 VQD-HT110 -- bash -c 'vqd=$0; vqd() { "$vqd" "$@"; }
+    vqd eeprom backup one.bin -c 1-2; vqd eeprom backup two.bin -c 001-003
+    echo n | script -qec "$vqd reset -c 1-2" /dev/null; [[ $? -eq 1 ]] || exit 11
+    vqd eeprom restore two.bin -c 1-2 -y; [[ $? -eq 1 ]] || exit 12
+    XDG_STATE_HOME=/proc/nowhere vqd set offset=3 --save -y -c 1-2; [[ $? -eq 1 ]] || exit 13
+    vqd eeprom diff one.bin -c 1-2 || exit 14
+    echo y | script -qec "$vqd set offset=3 --save -c 1-2" /dev/null || exit 15
+    vqd eeprom diff one.bin -c 1-2; [[ $? -eq 6 ]] || exit 16
+    vqd set offset=1; [[ $? -eq 2 ]] || exit 17
+    vqd eeprom restore two.bin -c 1-2 -y --force || exit 18
+    vqd get -c 24061100000002; [[ $? -eq 2 ]] || exit 19' "$vqd"
+
+finish

@@ -1,0 +1,93 @@
+#!/usr/bin/env bash
+# SPDX-FileCopyrightText: VQD_API contributors
+# SPDX-License-Identifier: Apache-2.0
+#
+# Files that the tool writes: pictures, series, point clouds, tables; and where it can not.
+#   tool_files_test.sh VQD_BINARY
+source "$(dirname "$0")/tool_lib.sh"
+
+# A camera that does not correct on the host passes an even scene through. Old pictures are replaced.
+mkdir -p pictures/new
+echo old >pictures/new/depth.png
+ends 0 "$vqd" sim --scene plane --fps 100 VQD-HT120 VQD-HT110 -- \
+    "$vqd" grab -n 3 -o pictures/new -c 24061100000002 --force
+shows out 'camera [01]: VQD-HT110, serial 24061100000002, USB 03a4:8718' \
+    'sensor temperature [234][0-9]\.[0-9], logic version 2\.5' '3 frames, [0-9]+\.[0-9] frames per second' \
+    'depth at the centre (149|150)[0-9] mm' 'pictures in pictures/new: .*'
+png pictures/new/depth.png 08 02
+png pictures/new/amplitude.png 08 00
+png pictures/new/depth16.png 10 00
+png pictures/new/amplitude16.png 10 00
+[[ $(ls -A pictures/new | wc -l) -eq 4 ]] || fail "more than four pictures: $(ls -A pictures/new)"
+
+# Point cloud: as many points as the header says, 16 bytes each
+ends 0 "$vqd" sim -- "$vqd" grab -o cloud --cloud -s undistortion=2
+points=$(sed -n 's/^element vertex //p;/^end_header/q' cloud/points.ply)
+header=$(sed '/^end_header/q' cloud/points.ply | wc -c)
+[[ $(stat -c %s cloud/points.ply) -eq $((header + 16 * points)) && $points -gt 50000 ]] || fail "points.ply: $points points"
+head -c 26 cloud/points.png | od -An -tx1 | tr -d ' \n' | grep -q 494844520000028000 || fail "points.png"
+
+# Series: every frame in every format; nothing is replaced without --force.
+ends 0 "$vqd" sim --fps 0 -- bash -ec 'for format in png pgm npy raw; do
+        "$0" grab -n 2 --format $format --cloud pcd -o series-$format
+    done; "$0" cloud mean.pcd -n 3; "$0" cloud mean --format ply -n 1' "$vqd"
+for plane in depth amplitude; do
+    [[ $(head -c 16 series-pgm/$plane-000002.pgm) == $'P5\n320 240\n65535' ]] || fail "head of a pgm file"
+    [[ $(head -c 10 series-npy/$plane-000002.npy | od -An -tx1) == ' 93 4e 55 4d 50 59 01 00 76 00' ]] || fail "head of an npy file"
+    [[ $(head -c 128 series-npy/$plane-000002.npy | tail -c +11) == "{'descr': '<u2', 'fortran_order': False, 'shape': (240, 320), }"*' ' ]] ||
+        fail "header of an npy file"
+    [[ $(stat -c %s series-npy/$plane-000002.npy) -eq $((128 + 153600)) ]] || fail "size of an npy file"
+    [[ $(stat -c %s series-pgm/$plane-000002.pgm) -eq $((17 + 153600)) ]] || fail "size of a pgm file"
+    [[ $(stat -c %s series-raw/$plane-000002.raw) -eq 153600 ]] || fail "size of a raw file"
+    png series-png/$plane-000002.png 10 00
+done
+for file in series-raw/points-000001.pcd mean.pcd; do
+    points=$(sed -n 's/^POINTS //p;/^DATA/q' $file)
+    header=$(sed '/^DATA binary/q' $file | wc -c)
+    [[ $(stat -c %s $file) -eq $((header + 16 * points)) && $points -gt 50000 ]] || fail "$file: $points points"
+done
+mentions mean 'element vertex'
+for words in 'grab -o cloud' 'grab --format raw -o series-raw' 'cloud mean.pcd' 'dump -o mean' 'table load orthogonal mean' \
+    'eeprom backup mean'; do
+    # shellcheck disable=SC2086
+    ends 1 "$vqd" sim -- "$vqd" $words
+    mentions err '--force replaces it'
+done
+ends 2 "$vqd" cloud mean.obj
+
+# Tables: out, changed and in again; sizes are looked at before anything is sent.
+ends 0 "$vqd" sim -- sh -c '"$0" table load orthogonal o.bin && printf "\001\002" | dd of=o.bin conv=notrunc status=none &&
+    "$0" table save orthogonal o.bin -y && "$0" table load orthogonal o2.bin && cmp o.bin o2.bin &&
+    "$0" table load orthogonal o.csv --csv' "$vqd"
+mentions out "o.bin: verified"
+[[ $(cat "$XDG_STATE_HOME"/vqd/orthogonal-*.bin | wc -c) -eq 4096 ]] || fail "the table before is not backed up"
+[[ $(stat -c %s o2.bin) -eq 4096 && $(head -c 7 o.csv) == 0.0258, ]] || fail "the orthogonal table"
+head -c 9600 /dev/urandom >f.bin
+ends 0 "$vqd" sim -- "$vqd" table save fppn-4x4 f.bin -y
+mentions out "not verified: this libusb refuses control transfers above 4096 bytes"
+ends 1 "$vqd" sim -- "$vqd" table load fppn-4x4 zeros.bin
+[[ ! -e zeros.bin ]] || fail "a table that was not read"
+ends 2 "$vqd" table save wiggling o.bin
+mentions err "3840 bytes"
+ends 1 "$vqd" table save wiggling no-such-file
+for words in 'table' 'table load' 'table load nothing x' 'table load fppn x' 'table save orthogonal'; do
+    # shellcheck disable=SC2086
+    ends 2 "$vqd" $words
+done
+
+# Nowhere to write: said before grabbing, which would print two lines more. No room: no half file.
+ends 1 "$vqd" sim -- "$vqd" grab -o err/below
+mentions err "err/below: Not a directory"
+[[ $(grep -vc '^vqd:' err) -eq 2 ]] || fail "grabbed before looking at the directory"
+ends 1 "$vqd" sim -- sh -c 'trap "" XFSZ; ulimit -f 8; exec "$0" grab -o full' "$vqd"
+mentions err "depth.png: File too large"
+[[ -d full && -z $(ls -A full) ]] || fail "left in the full directory: $(ls -A full)"
+ends 1 "$vqd" sim -- "$vqd" cloud /proc/nowhere.ply
+mentions err "/proc/nowhere.ply: "
+# shellcheck disable=SC2016
+ends 1 "$vqd" sim -- bash -c '"$0" get | true; exit ${PIPESTATUS[0]}' "$vqd"
+mentions err "standard output: Broken pipe"
+ends 1 sh -c '"$0" sim -- "$0" list >/dev/full' "$vqd"
+mentions err "standard output: No space left"
+
+finish

@@ -1,0 +1,150 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// vqd dump and vqd load: all settings and the lens of a camera as a JSON file, out and in.
+#include <cmath>
+#include <memory>
+#include <optional>
+
+#include <CLI/CLI.hpp>
+
+#include "commands.h"
+#include "common.h"
+#include "eeprom_change.h"
+#include "exit_codes.h"
+#include "lens_json.h"
+#include "settings.h"
+
+namespace
+{
+
+struct Options {
+    std::string file;
+    bool save = false, lens = false;
+};
+
+int dump(const Options& options)
+{
+    if (!options.file.empty())
+        requireNewFile(options.file);
+    Output output;
+    const Session session;
+    const Camera& camera = session.choose();
+    session.loadAlone(camera);
+    Json json = document("dump");
+    json["camera"] = identityJson(camera);
+    json["settings"] = settingsJson(camera.nIndex, false);
+    json["lens"] = calibrationJson(camera);
+    if (options.file.empty())
+        output.print(json);
+    else
+        writeJson(options.file, json);
+    output.finish();
+    return kDone;
+}
+
+// A number or several; none where there is anything else.
+std::vector<int> numbersIn(const Json& json)
+{
+    constexpr double kMost = 1e6; // far beyond what any setting takes
+    std::vector<int> numbers;
+    for (const Json& element : json.is_array() ? json : Json::array({json})) {
+        if (!element.is_number_integer() || std::abs(element.get<double>()) > kMost)
+            return {};
+        numbers.push_back(element.get<int>());
+    }
+    return numbers;
+}
+
+// Settings that can only be read are left out.
+std::vector<Assignment> assignmentsFrom(const Json& json, const std::string& file)
+{
+    if (!json.contains("settings") || !json["settings"].is_object())
+        throw Failure(kUsage, file + ": \"settings\" is missing or no object");
+    std::vector<Assignment> assignments;
+    for (const Setting& setting : allSettings()) // in their order, whatever that of the file
+        if (setting.set != nullptr && json["settings"].contains(setting.name))
+            assignments.push_back(assignmentOf(setting, numbersIn(json["settings"][setting.name])));
+    for (const auto& [name, unused] : json["settings"].items())
+        settingByName(name);
+    return assignments;
+}
+
+Json valueOf(const Assignment& assignment)
+{
+    return assignment.values.size() == 1 ? Json(assignment.values[0]) : Json(assignment.values);
+}
+
+// Also spares the camera's factory values, which not every model takes back.
+std::vector<Assignment> different(int n, const std::vector<Assignment>& assignments)
+{
+    std::vector<Assignment> rest;
+    for (const Assignment& assignment : assignments)
+        if (assignment.setting->get(n) != valueOf(assignment))
+            rest.push_back(assignment);
+    return rest;
+}
+
+void applyAndCompare(const Camera& camera, const std::vector<Assignment>& assignments)
+{
+    applySettings(camera, assignments);
+    for (const Assignment& assignment : different(camera.nIndex, assignments))
+        throw Failure(kVerification, std::string(assignment.setting->name) + " is " +
+                                         settingText(assignment.setting->get(camera.nIndex)) + " instead of " +
+                                         settingText(valueOf(assignment)));
+}
+
+int load(const Options& options)
+{
+    const Json json = readDocument(options.file, "dump");
+    const std::vector<Assignment> assignments = assignmentsFrom(json, options.file);
+    std::optional<Calibration> lens;
+    if (options.lens)
+        lens = calibrationFrom(json.value("lens", Json::object()), options.file);
+    const bool save = options.save || lens;
+    if (save)
+        requireConfirmable();
+    Output output;
+    const Session session;
+    const Camera& camera = session.chooseToChange();
+    session.loadAlone(camera);
+    claim(camera);
+    const auto load_all = [&] { applyAndCompare(camera, different(camera.nIndex, assignments)); };
+    if (save)
+        changeEeprom(camera, lens ? "save these settings and this lens?" : "save these settings?", Unreadable::refuse,
+                     [&] {
+                         load_all();
+                         if (lens)
+                             store(camera.nIndex, *lens);
+                         saveImage(camera);
+                     });
+    else
+        load_all();
+    printSettings(output, settingsJson(camera.nIndex, false));
+    output.finish();
+    if (!save)
+        note("not saved; the next program that lists the camera has its stored settings again (--save keeps)");
+    return kDone;
+}
+
+} // namespace
+
+void addDumpLoad(CLI::App& app, Run& run)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App* dumper = app.add_subcommand("dump", "Writes all settings, switches and the lens as JSON");
+    dumper->add_option("-o,--output", options->file, "File; without it standard output")->type_name("FILE");
+    addCommon(*dumper, kCamera | kJson | kForce);
+    dumper->footer("Example: vqd dump -o camera.json");
+    CLI::App* loader = app.add_subcommand("load", "Applies the settings of a dump");
+    loader->add_option("file", options->file, "What vqd dump wrote; - for standard input")
+        ->type_name("FILE")
+        ->required();
+    loader->add_flag("--save", options->save, "Keep the settings in the camera's EEPROM");
+    loader->add_flag("--lens", options->lens, "Also the lens, which belongs to one camera; implies --save");
+    addCommon(*loader, kCamera | kYes);
+    loader->footer("The file is checked as a whole before the camera is touched.\n"
+                   "Example: vqd load camera.json --save");
+    dumper->callback([&run, options] { run = [options] { return dump(*options); }; });
+    loader->callback([&run, options] { run = [options] { return load(*options); }; });
+}

@@ -1,0 +1,132 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// vqd eeprom: the camera's 128 persistent bytes, into a file, from a file, and compared.
+#include <algorithm>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "commands.h"
+#include "common.h"
+#include "config/param_image.h"
+#include "eeprom_fields.h"
+#include "exit_codes.h"
+
+namespace
+{
+
+struct Options {
+    std::string file, other;
+};
+
+Eeprom eepromFile(const std::string& file)
+{
+    const std::vector<uint8_t> bytes = readFile(file, VQD_EEPROM_BYTES);
+    if (bytes[kSignature] != kSignatureValue)
+        throw Failure(kUsage, file + ": byte 4 is not 0x81, so this is not what a camera's EEPROM holds");
+    Eeprom eeprom;
+    std::copy(bytes.begin(), bytes.end(), eeprom.begin());
+    return eeprom;
+}
+
+std::string serialOf(const Eeprom& eeprom)
+{
+    char serial[2 * kSerialBytes + 1];
+    RenderSerial(eeprom.data(), serial);
+    return serial;
+}
+
+Eeprom storedEeprom(const Camera& camera)
+{
+    const Eeprom eeprom = readEeprom(camera);
+    if (isFactory(eeprom))
+        throw Failure(kFailed, "the EEPROM is empty or can not be read");
+    return eeprom;
+}
+
+int backup(const Options& options)
+{
+    requireNewFile(options.file);
+    Output output;
+    const Session session;
+    const Camera& camera = session.choose();
+    writeFile(options.file, storedEeprom(camera));
+    Json json = document("eeprom-backup");
+    json["camera"] = identityJson(camera);
+    json["file"] = options.file;
+    if (common.json)
+        output.print(json);
+    else
+        output.print("%s: the EEPROM of camera %s\n", options.file.c_str(), camera.szSerialNumber);
+    output.finish();
+    return kDone;
+}
+
+int restore(const Options& options)
+{
+    const Eeprom eeprom = eepromFile(options.file);
+    requireConfirmable();
+    Output output;
+    const Session session;
+    const Camera& camera = session.chooseToChange();
+    const Eeprom before = readEeprom(camera);
+    if (!common.force && !isFactory(before) && serialOf(eeprom) != camera.szSerialNumber)
+        throw Failure(kFailed, options.file + " belongs to camera " + serialOf(eeprom) +
+                                   "; --force writes it all the "
+                                   "same");
+    changeEeprom(camera, "replace its whole EEPROM?", Unreadable::replace, [&] {
+        if (vqdEEPROM_ParameterData_Save(camera.nIndex, eeprom.data()) != 1)
+            failOn(camera, "the EEPROM was not written");
+    });
+    printDifferences(output, differences(before, eeprom));
+    output.finish();
+    return kDone;
+}
+
+int diff(const Options& options)
+{
+    const Eeprom before = eepromFile(options.file);
+    Output output;
+    const Eeprom after = options.other.empty() ? storedEeprom(Session().choose()) : eepromFile(options.other);
+    const std::vector<EepromDifference> found = differences(before, after);
+    Json json = document("eeprom-diff");
+    json["equal"] = found.empty();
+    json["differences"] = differencesJson(found);
+    if (common.json)
+        output.print(json);
+    else
+        printDifferences(output, found);
+    output.finish();
+    return found.empty() ? kDone : kVerification;
+}
+
+} // namespace
+
+void addEeprom(CLI::App& app, Run& run)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App* command = app.add_subcommand("eeprom", "The camera's 128 persistent bytes: settings, serial, lens");
+    command->require_subcommand(1);
+    const struct {
+        const char* name;
+        const char* description;
+        int common;
+        int (*work)(const Options&);
+    } kWays[] = {
+        {"backup", "From the camera into a file", kCamera | kJson | kForce, backup},
+        {"restore", "From a file into the camera", kCamera | kYes, restore},
+        {"diff", "Compares two files, or a file with the camera; ends with 6 when they differ", kCamera | kJson, diff},
+    };
+    for (const auto& way : kWays) {
+        CLI::App* sub = command->add_subcommand(way.name, way.description);
+        sub->add_option("file", options->file, "128 bytes")->type_name("FILE")->required();
+        addCommon(*sub, way.common);
+        sub->callback([&run, options, work = way.work] { run = [options, work] { return work(*options); }; });
+    }
+    command->get_subcommand("restore")->add_flag("--force", common.force, "Also the EEPROM of another camera");
+    command->get_subcommand("diff")
+        ->add_option("other", options->other, "A second file; without it the camera")
+        ->type_name("FILE");
+    command->footer("Example: vqd eeprom backup before.bin; vqd eeprom diff before.bin");
+}
