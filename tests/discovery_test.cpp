@@ -3,6 +3,8 @@
 //
 // Enumeration and the public list.
 #include <cstring>
+#include <fstream>
+#include <regex>
 
 #include "support/library_test.h"
 
@@ -66,6 +68,31 @@ TEST_F(Discovery, AcceptsExactlyTheKnownProductIds)
     stranger.vendorId = 0x03A5;
     usb.plug(stranger);
     EXPECT_EQ(list(), -2);
+}
+
+// A camera without its udev rule could be opened by root only.
+TEST_F(Discovery, EveryKnownCameraHasItsUdevRule)
+{
+    const std::regex pattern(R"re(ATTR\{idVendor\}=="(\w{4})", ATTR\{idProduct\} == "(\w{4})", MODE = "0660",
+                             GROUP = "plugdev", TAG\+= "uaccess") ");
+        std::vector<unsigned>
+            ruled;
+    std::ifstream file(VQD_UDEV_RULES);
+    for (std::string line; std::getline(file, line);) {
+        std::smatch ids;
+        if (!std::regex_match(line, ids, pattern))
+            continue;
+        EXPECT_EQ(ids[1], "03a4");
+        ruled.push_back(static_cast<unsigned>(std::stoul(ids[2], nullptr, 16)));
+    }
+    std::vector<unsigned> known;
+    for (unsigned id = 0x8700; id < 0x8800; ++id) {
+        const size_t port = usb.plug(product("x", static_cast<uint16_t>(id)));
+        if (list() == 1)
+            known.push_back(id);
+        usb.unplug(port);
+    }
+    EXPECT_EQ(ruled, known);
 }
 
 TEST_F(Discovery, ModelFlagFollowsTheDesignator)
