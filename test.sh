@@ -5,6 +5,8 @@
 # Builds and runs every test; installs the Debian packages that they need.
 #   ./test.sh          the tests
 #   ./test.sh --asan   the same under the address and undefined-behaviour sanitizers
+#   ./test.sh --packages   the Debian packages in a fresh Debian, from install to purge
+#   ./test.sh --arm64      the unit tests, built for 64-bit Arm, under qemu-user
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 source tools/setup.sh
@@ -13,6 +15,8 @@ preset=dev
 case "${1:-}" in
 '') ;;
 --asan) preset=asan ;;
+--packages) exec tests/packages.sh ;;
+--arm64) exec tests/arm64.sh ;;
 *)
     sed -n 's/^#   //p' "$0" >&2
     exit 2
@@ -20,7 +24,7 @@ case "${1:-}" in
 esac
 
 install_packages g++ cmake make pkg-config libusb-1.0-0-dev libgtest-dev umockdev libumockdev-dev libcli11-dev \
-    libpng-dev nlohmann-json3-dev usbutils
+    libpng-dev nlohmann-json3-dev usbutils abigail-tools doxygen
 cmake --preset "$preset"
 cmake --build --preset "$preset" -j "$(nproc)"
 ctest --preset "$preset" -j "$(nproc)"
