@@ -18,7 +18,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 source tools/setup.sh
 
 build_packages=(g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev libgtest-dev umockdev libumockdev-dev
-    libcli11-dev libpng-dev nlohmann-json3-dev usbutils jq)
+    libcli11-dev libpng-dev nlohmann-json3-dev usbutils jq abigail-tools doxygen)
 
 # build PRESET: configures and builds everything.
 build() {

@@ -128,25 +128,45 @@ typedef struct StreamTimer {
     int64_t latest; /**< when its latest frame came, milliseconds since 1970; 0 before */
 } StreamTimer;
 
-/** Three floats: a depth-space point (column, row, depth in mm) or a camera-space point (X right, Y up, Z forward, in
- * m). */
+/** A depth-space point or a camera-space point. */
 typedef struct Point3f {
-    float x, y, z;
+    float x; /**< column; or metres to the right */
+    float y; /**< row; or metres up */
+    float z; /**< depth in mm; or metres ahead */
 } Point3f;
 
-/** A lens: focal lengths and principal point in pixels of the 320 x 240 image. */
+/** A lens, in pixels of the 320 x 240 image. */
 typedef struct LensIntrinsic {
-    float fx, fy, cx, cy;
+    float fx; /**< focal length in columns */
+    float fy; /**< focal length in rows */
+    float cx; /**< column of the principal point */
+    float cy; /**< row of the principal point */
 } LensIntrinsic;
 
-/** A lens's distortion: radial k1, k2, k3 (of r^2, r^4, r^6), tangential p1, p2, and skew (Brown-Conrady model). */
+/** A lens's distortion (Brown-Conrady model). */
 typedef struct LensDistortion {
-    float k1, k2, k3, p1, p2, skew;
+    float k1;   /**< radial, of r^2 */
+    float k2;   /**< radial, of r^4 */
+    float k3;   /**< radial, of r^6 */
+    float p1;   /**< tangential */
+    float p2;   /**< tangential */
+    float skew; /**< skew of the axes */
 } LensDistortion;
 
 /** A rigid transform, applied as R p + t: the matrix row by row, then the translation. */
 typedef struct ExtrinsicParam {
-    float r11, r12, r13, r21, r22, r23, r31, r32, r33, tx, ty, tz;
+    float r11; /**< R, row 1, column 1 */
+    float r12; /**< R, row 1, column 2 */
+    float r13; /**< R, row 1, column 3 */
+    float r21; /**< R, row 2, column 1 */
+    float r22; /**< R, row 2, column 2 */
+    float r23; /**< R, row 2, column 3 */
+    float r31; /**< R, row 3, column 1 */
+    float r32; /**< R, row 3, column 2 */
+    float r33; /**< R, row 3, column 3 */
+    float tx;  /**< t, x */
+    float ty;  /**< t, y */
+    float tz;  /**< t, z */
 } ExtrinsicParam;
 
 /* ------------------------------------------------------------------------------------------------------------------------
@@ -210,6 +230,7 @@ VQD_API int vqdReadFromDevice(int n, uint16_t** images, FrameInfo* info);
 
 /**
  * Counts and stamps a frame of the colour camera that the application reads itself.
+ * @param n     device number
  * @param image the application's image, only tested for null
  * @param info  receives the colour stream's information
  * @return ::VQD_OK; 0 after "RGB error": a null pointer, or the application has not set m_nRGBCamOpen[n]
@@ -222,6 +243,7 @@ VQD_API int vqdReadFromDevice_RGB888(int n, void* image, FrameInfo* info);
 
 /**
  * Copies the host's parameter image.
+ * @param n   device number
  * @param out receives 512 bytes
  * @return ::VQD_OK; 0 when the camera is not open or @p out is null
  */
@@ -229,6 +251,7 @@ VQD_API int vqdParameterData_Load(int n, unsigned char* out);
 
 /**
  * Reads the camera's EEPROM anew, derives every setting from it (see LoadParameter()) and copies the parameter image.
+ * @param n   device number
  * @param out receives 512 bytes
  * @return ::VQD_OK; 0 when the camera is not open or @p out is null
  */
@@ -237,6 +260,7 @@ VQD_API int vqdEEPROM_ParameterData_Load(int n, unsigned char* out);
 /**
  * Replaces image bytes 0 to 127 and writes them to the camera's EEPROM. The camera's present settings and the decoded
  * values stay as they are until the next load.
+ * @param n    device number
  * @param data 128 bytes
  * @return ::VQD_OK, also when the camera refuses the write ("EEPROM Parameter Save Success." is missing then); -1 or -2
  * of the device check; 0 when @p data is null
@@ -245,6 +269,7 @@ VQD_API int vqdEEPROM_ParameterData_Save(int n, const unsigned char* data);
 
 /**
  * Sends a whole parameter image to the camera and, once it is sent, keeps it as the host's copy. Takes 300 ms.
+ * @param n     device number
  * @param image 512 bytes; it may be the host's own copy, stCamParam[n].image
  * @return ::VQD_OK or 0; after a failure the host's copy is as the caller left it
  */
@@ -264,6 +289,7 @@ VQD_API int vqdGetIntegrationTime(int n);
 
 /**
  * Sets the modulation frequency, which bounds the depth that can be told apart: 15 m at 10 MHz, 7.5 m at 20, 5 m at 30.
+ * @param n   device number
  * @param mhz RS models: 10; HT110 and HT120: 20 or 30; other models take any value and keep their frequency
  * @return ::VQD_OK; 0 also, without a message, for a frequency that the model does not have
  */
@@ -288,6 +314,7 @@ VQD_API int vqdGetCheckThreshold(int n);
 /**
  * Sets the depth range in millimetres; the low 16 bits of both limits count. Host-corrected models clip with it once
  * vqdGetDepthRange() has read it back.
+ * @param n       device number
  * @param minimum at most the present maximum
  * @param maximum from the present minimum to what the modulation frequency can tell apart
  */
@@ -312,6 +339,7 @@ VQD_API int vqdGetFPSDelay(int n);
 
 /**
  * Makes the camera one of several that light in turn.
+ * @param n    device number
  * @param mode 1 on, else off
  * @param slaveCount 1 to 9
  * @param slaveID 0 to 9
@@ -339,8 +367,11 @@ VQD_API int vqdSetRemoveEdge(int n, int on);
 VQD_API int vqdGetRemoveEdge(int n);
 /** Removes motion blur in the camera (on 1) with a level of 0 to 255; the low byte of @p level counts. */
 VQD_API int vqdSetRemoveMotionBlur(int n, int on, int level);
-/** Whether motion blur is removed: 1 or 0, or the present flag when the image holds no known code. @param level
- * receives it */
+/**
+ * Whether motion blur is removed: 1 or 0, or the present flag when the image holds no known code.
+ * @param n     device number
+ * @param level receives the level, 0 to 255
+ */
 VQD_API int vqdGetRemoveMotionBlur(int n, unsigned int* level);
 
 /* --------------------------------------------------------------------------------------------------------------------
@@ -367,20 +398,34 @@ VQD_API void vqdMinMaxCheckFilter(uint16_t* image, unsigned int minimum, unsigne
  * @return ::VQD_OK, also when the camera refuses the write; 0 when it is not open
  */
 VQD_API int vqdSetLensParameter(int n, LensIntrinsic intrinsic, LensDistortion distortion);
-/** Depth lens from the image. @param intrinsic receives fx, fy, cx, cy @param distortion receives k1, k2, k3, p1, p2,
- * skew */
+/**
+ * Depth lens from the image.
+ * @param n          device number
+ * @param intrinsic  receives fx, fy, cx, cy
+ * @param distortion receives k1, k2, k3, p1, p2, skew
+ */
 VQD_API int vqdGetLensParameter(int n, float* intrinsic, float* distortion);
 /** Sets the colour lens and saves it to the EEPROM; like vqdSetLensParameter() but with p1 and p2 in steps of 0.001. */
 VQD_API int vqdSetRGBLensParameter(int n, LensIntrinsic intrinsic, LensDistortion distortion);
-/** Colour lens from the image. @param intrinsic receives 4 values @param distortion receives 6 */
+/**
+ * Colour lens from the image.
+ * @param n          device number
+ * @param intrinsic  receives fx, fy, cx, cy
+ * @param distortion receives k1, k2, k3, p1, p2, skew
+ */
 VQD_API int vqdGetRGBLensParameter(int n, float* intrinsic, float* distortion);
 /** Sets the transform between the cameras, in steps of 0.0001 up to 3.2767; only r11 to r21 reach the EEPROM. */
 VQD_API int vqdSetExtrinsicParameter(int n, ExtrinsicParam extrinsic);
-/** Transform between the cameras from the image. @param extrinsic receives 12 values */
+/**
+ * Transform between the cameras from the image.
+ * @param n         device number
+ * @param extrinsic receives the matrix row by row, then the translation: 12 values
+ */
 VQD_API int vqdGetExtrinsicParameter(int n, float* extrinsic);
 
 /**
  * Sets how frames are undistorted, for all cameras, with the lens of camera @p n.
+ * @param n    device number
  * @param mode 1 bilinear but invalid across depth jumps above ::m_nDepthGab, 2 bilinear, 3 nearest sample, else not at
  * all
  * @return ::VQD_OK; 0 when the camera is not open (the mode is set all the same) or the image was not sent
@@ -406,6 +451,8 @@ VQD_API void vqdDepthPointToCameraSpace(Point3f* out, Point3f p, LensIntrinsic k
  * Camera-space points in m of a depth image, through the rays of ::pPointCloud.
  * @param depth  width x height pixels in mm
  * @param points receives as many points; 76800 at the most, those beyond are left as they are
+ * @param width  columns of the image
+ * @param height its rows
  */
 VQD_API void vqdDepthFrameToCameraSpace(const uint16_t* depth, Point3f* points, int width, int height);
 
@@ -433,6 +480,7 @@ VQD_API int vqdSaveOrthogonalData(int n, const unsigned char* data);
 
 /**
  * Reads the wiggling table (one transfer above 4096 bytes: zeros with libusb on Linux).
+ * @param n      device number
  * @param values receives 4096 values
  * @param first  refused when negative; else without effect
  * @param size   refused above 8192; else without effect

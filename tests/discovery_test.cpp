@@ -3,6 +3,7 @@
 //
 // Enumeration and the public list.
 #include <cstring>
+#include <fstream>
 
 #include "support/library_test.h"
 
@@ -66,6 +67,30 @@ TEST_F(Discovery, AcceptsExactlyTheKnownProductIds)
     stranger.vendorId = 0x03A5;
     usb.plug(stranger);
     EXPECT_EQ(list(), -2);
+}
+
+// A camera without its udev rule could be opened by root only.
+TEST_F(Discovery, EveryKnownCameraHasItsUdevRule)
+{
+    std::vector<unsigned> ruled;
+    std::ifstream file(VQD_UDEV_RULES);
+    for (std::string line; std::getline(file, line);) {
+        unsigned id = 0;
+        int end = 0;
+        sscanf(line.c_str(),
+               R"(ATTR{idVendor}=="03a4", ATTR{idProduct}=="%4x", MODE="0660", GROUP="plugdev", TAG+="uaccess"%n)", &id,
+               &end);
+        if (end > 0)
+            ruled.push_back(id);
+    }
+    std::vector<unsigned> known;
+    for (unsigned id = 0x8700; id < 0x8800; ++id) {
+        const size_t port = usb.plug(product("x", static_cast<uint16_t>(id)));
+        if (list() == 1)
+            known.push_back(id);
+        usb.unplug(port);
+    }
+    EXPECT_EQ(ruled, known);
 }
 
 TEST_F(Discovery, ModelFlagFollowsTheDesignator)

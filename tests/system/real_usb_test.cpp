@@ -179,6 +179,21 @@ TEST_P(RealUsb, TwoCamerasKeepTheirNumbersWhenOneIsReplaced)
     }
 }
 
+TEST_P(RealUsb, TheUnplugExampleSurvivesAnUnplug)
+{
+    plug(2000);
+    bus.withCamera(0, [](sim::Camera& camera) {
+        camera.addFault(
+            {.kind = sim::Fault::Kind::unplug, .channel = sim::Channel::bulkIn, .nth = 10, .backAfter = 300'000});
+    });
+    FILE* const example = popen("LD_PRELOAD=libumockdev-preload.so.0 " VQD_UNPLUG_EXAMPLE, "r");
+    ASSERT_NE(example, nullptr);
+    std::string output(4096, '\0');
+    output.resize(fread(output.data(), 1, output.size(), example));
+    EXPECT_EQ(pclose(example), 0) << output;
+    EXPECT_NE(output.find("the camera is back after frame"), std::string::npos) << output;
+}
+
 // As a USB 3 host controller announces, and without scatter-gather, where libusb splits a frame into 16 KiB pieces.
 INSTANTIATE_TEST_SUITE_P(Capabilities, RealUsb, testing::Values(0x1f, 0x13));
 

@@ -1,0 +1,68 @@
+# SPDX-FileCopyrightText: VQD_API contributors
+# SPDX-License-Identifier: Apache-2.0
+
+# Debian packages, one a component. Configure with CMAKE_INSTALL_PREFIX=/usr, as the preset "packages" does.
+set(VQD_DEB_REVISION 1 CACHE STRING "Revision of the Debian packages")
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_CONTACT "VQD_API contributors <vqd-api@example.org>" CACHE STRING "Maintainer of the packages")
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
+set(CPACK_COMPONENTS_ALL runtime development tools)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE ${VQD_DEB_REVISION})
+set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # the first line of each component's description
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
+set(version ${PROJECT_VERSION}-${VQD_DEB_REVISION})
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libvqd-api2)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
+  ${CMAKE_CURRENT_SOURCE_DIR}/debian/postinst ${CMAKE_CURRENT_SOURCE_DIR}/debian/postrm
+  ${CMAKE_CURRENT_SOURCE_DIR}/debian/triggers)
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "USB time-of-flight depth cameras, library
+libVQD_API lists the cameras, configures them and delivers amplitude and
+depth images of 320 x 240 pixels, undistorted and corrected.
+.
+This package holds the library and the udev rules that let the user who is
+logged in, and members of the group plugdev, open the cameras.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvqd-api-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libvqd-api2 (= ${version})")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "USB time-of-flight depth cameras, development files
+libVQD_API lists the cameras, configures them and delivers amplitude and
+depth images of 320 x 240 pixels, undistorted and corrected.
+.
+This package holds the header, the CMake and pkg-config packages, the manual
+page of the interface and example programs.")
+
+# The virtual camera works through umockdev's preload library.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vqd-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libvqd-api2 (= ${version}), umockdev")
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION "USB time-of-flight depth cameras, command-line tool
+vqd lists the cameras, grabs pictures and point clouds, changes settings,
+saves and restores calibration, and runs any libusb program with virtual
+cameras plugged in.")
+
+include(CPack)
+
+# Every Debian package says who made it, under which licence, and what changed. Only packages get these files.
+find_program(GZIP gzip)
+if(GZIP)
+  execute_process(COMMAND ${GZIP} -9nc ${CMAKE_CURRENT_SOURCE_DIR}/debian/changelog
+    OUTPUT_FILE ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz COMMAND_ERROR_IS_FATAL ANY)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS debian/changelog)
+  foreach(component IN LISTS CPACK_COMPONENTS_ALL)
+    string(TOUPPER ${component} upper)
+    install(FILES debian/copyright ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz
+      DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME} COMPONENT ${component} EXCLUDE_FROM_ALL)
+  endforeach()
+endif()

@@ -1,0 +1,112 @@
+#!/usr/bin/env bash
+# SPDX-FileCopyrightText: VQD_API contributors
+# SPDX-License-Identifier: Apache-2.0
+#
+# Builds the Debian packages and takes them through their life in a fresh Debian: install, use, build against, upgrade,
+# remove, purge. Nothing may be left behind. Run by ./test.sh --packages.
+set -euo pipefail
+script=$(readlink -f "$0")
+
+if [[ ${1:-} == --in-namespace ]]; then
+    # What is mounted here is gone with this process, however it ends.
+    root=$2
+    mount -t proc proc "$root/proc"
+    mount --rbind /sys "$root/sys"
+    mount --rbind /dev "$root/dev"
+    exec env -i PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin DEBIAN_FRONTEND=noninteractive HOME=/root \
+        chroot "$root" bash /tmp/life.sh
+fi
+
+if [[ ${1:-} != --debian ]]; then
+    cd "$(dirname "$script")/.."
+    source tools/setup.sh
+    install_packages g++ cmake make pkg-config libusb-1.0-0-dev umockdev libumockdev-dev libcli11-dev libpng-dev \
+        nlohmann-json3-dev dpkg-dev file doxygen help2man lintian mmdebstrap
+    for revision in 2 1; do # the newer one for the upgrade
+        cmake --preset packages -DVQD_DEB_REVISION=$revision
+        cmake --build --preset packages -j "$(nproc)" --target all docs
+        (cd build/packages && rm -rf packages-$revision && cpack -B packages-$revision)
+    done
+    # The address is an example, and there was no bug report that asked for packages.
+    lintian --allow-root --fail-on error --suppress-tags bogus-mail-host,initial-upload-closes-no-bugs build/packages/packages-1/*.deb
+    as_root=()
+    [[ $EUID -eq 0 ]] || as_root=(sudo)
+    exec "${as_root[@]}" "$script" --debian build/packages/packages-1 build/packages/packages-2
+fi
+shift
+
+work=$(mktemp -d)
+trap 'rm -rf --one-file-system "$work"' EXIT
+root=$work/root
+
+# Debian as this machine gets it: its own archive and apt's settings for it.
+apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' 'Origin: Debian' |
+    sort -u >"$work/sources.list"
+apt-config dump Acquire >"$work/apt.conf"
+mmdebstrap --quiet --variant=minbase --include=g++,cmake,make,pkg-config,udev --aptopt="$work/apt.conf" \
+    "$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)" "$root" "$work/sources.list"
+mkdir "$root/tmp/old" "$root/tmp/new"
+cp "$1"/*.deb "$root/tmp/old"
+cp "$2"/*.deb "$root/tmp/new"
+
+cat >"$root/tmp/life.sh" <<'END'
+set -euo pipefail
+step() { echo "== $*"; }
+get() { apt-get -qq -y --no-install-recommends "$@" >/tmp/apt.log 2>&1 || { cat /tmp/apt.log; return 1; }; }
+listing() {
+    find / -xdev \( -path /proc -o -path /sys -o -path /dev -o -path /tmp -o -path /run -o -path /var/cache -o -path /var/log \
+        -o -path /var/lib/apt -o -path /var/lib/dpkg \) -prune -o -print | sort
+    dpkg --get-selections
+}
+said() { grep -qx -- "$1" /tmp/udevadm.log && : >/tmp/udevadm.log; }
+must_fail() { if "$@"; then return 1; fi; }
+as_user() { setpriv --reuid=nobody --regid=nogroup --clear-groups "$@"; }
+
+# udev does not run here: notes what it would be told.
+dpkg-divert --quiet --local --rename --add /usr/bin/udevadm
+printf '#!/bin/sh\necho "$@" >>/tmp/udevadm.log\n' >/usr/bin/udevadm
+chmod +x /usr/bin/udevadm
+mkdir -p /run/udev
+perl -MIO::Socket::UNIX -e 'IO::Socket::UNIX->new(Listen => 1, Local => "/run/udev/control") or die'
+get update
+listing >/tmp/before
+
+step "install"
+get install /tmp/old/*.deb
+grep -qx 'trigger --action=change --subsystem-match=usb --attr-match=idVendor=03a4' /tmp/udevadm.log
+said 'control --reload-rules'
+/usr/bin/udevadm.distrib test /sys/devices/virtual/mem/null >/tmp/rules 2>&1
+grep -q 'Reading rules file: /usr/lib/udev/rules.d/60-vqd-camera.rules' /tmp/rules
+must_fail grep 'vqd-camera.rules:' /tmp/rules
+
+step "use, as an ordinary user"
+cd /tmp
+as_user vqd sim --scene plane -- vqd grab -o /tmp/pictures --cloud | grep 'depth at the centre 1[0-9]* mm'
+[[ -s /tmp/pictures/depth.png ]]
+
+step "build against"
+examples=/usr/share/doc/libvqd-api-dev/examples
+cmake -S $examples -B /tmp/cmake >/tmp/cmake.log
+cmake --build /tmp/cmake -j "$(nproc)" >/tmp/cmake.log
+as_user vqd sim --scene plane -- /tmp/cmake/3_point_cloud | grep ' points in '
+gcc -Wall -Wextra -Werror $examples/1_first_frame.c -o /tmp/first_frame $(pkg-config --cflags --libs vqd_api)
+as_user vqd sim --scene plane -- /tmp/first_frame | grep ' mm ahead'
+
+step "upgrade"
+get install /tmp/new/*.deb
+said 'control --reload-rules'
+[[ $(dpkg-query -W -f '${Version} ' libvqd-api2 libvqd-api-dev vqd-tools) == "$(dpkg-deb -f /tmp/new/vqd-tools*.deb Version | sed 's/.*/& & & /')" ]]
+as_user vqd sim --scene plane -- /tmp/first_frame | grep ' mm ahead'
+
+step "remove and purge"
+get remove libvqd-api2
+said 'control --reload-rules'
+must_fail command -v vqd
+[[ ! -e /usr/lib/udev/rules.d/60-vqd-camera.rules ]]
+dpkg --purge libvqd-api2 libvqd-api-dev vqd-tools
+get autoremove --purge
+listing >/tmp/after
+diff /tmp/before /tmp/after
+step "nothing is left behind"
+END
+unshare --mount --pid --fork --kill-child "$script" --in-namespace "$root"
