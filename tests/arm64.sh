@@ -17,7 +17,7 @@ if [[ ! -d $sysroot ]]; then
         sort -u >"$work/sources.list"
     apt-config dump Acquire >"$work/apt.conf"
     mkdir -p build
-    mmdebstrap --quiet --variant=extract --architectures=arm64 --include=libusb-1.0-0-dev,libgtest-dev,libstdc++6 \
+    mmdebstrap --quiet --variant=extract --architectures=arm64 --include=libusb-1.0-0-dev,libhwy-dev,libgtest-dev,libstdc++6 \
         --aptopt="$work/apt.conf" "$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)" "$work/sysroot" "$work/sources.list"
     mv "$work/sysroot" "$sysroot" # only a complete one
 fi
