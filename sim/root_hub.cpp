@@ -34,12 +34,12 @@ std::vector<uint8_t> hubConfigDescriptor()
 
 Outcome hubControl(const Setup& setup, std::span<uint8_t> data)
 {
+    if (setup.requestType != 0x80)
+        return {.status = Status::stall};
     std::vector<uint8_t> answer;
     const uint16_t descriptor = setup.request == 6 ? setup.value : 0;
-    if (setup.requestType == 0x80 && setup.request == 0) // GET_STATUS: self powered
+    if (setup.request == 0) // GET_STATUS: self powered
         answer = {1, 0};
-    else if (setup.requestType != 0x80)
-        return {.status = Status::stall};
     else if (descriptor == 0x0100)
         answer = hubDeviceDescriptor();
     else if (descriptor == 0x0200)

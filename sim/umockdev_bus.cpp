@@ -196,10 +196,10 @@ static void onClientGone(gpointer data, GObject* client)
 
 static void onClient(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer data)
 {
-    auto& attachment = *static_cast<Attachment*>(data);
+    auto* const attachment = static_cast<Attachment*>(data);
     {
-        const std::lock_guard lock(attachment.bus->mutex);
-        ++attachment.clients;
+        const std::lock_guard lock(attachment->bus->mutex);
+        ++attachment->clients;
     }
     g_object_weak_ref(G_OBJECT(client), onClientGone, data);
 }
@@ -308,9 +308,9 @@ void Bus::State::run()
             task();
         }
         const TimeUs next = serve(lock);
-        const Clock::time_point retire = retireUnused();
+        const Clock::time_point unusedUntil = retireUnused();
         if (tasks.empty() && !stopping)
-            wake.wait_until(lock, std::min(when(next), retire));
+            wake.wait_until(lock, std::min(when(next), unusedUntil));
     }
 }
 

@@ -22,7 +22,7 @@ static void readName(ReadName* read, libusb_device_handle* handle, char (&field)
     read(handle, name, kNameBytes);
     name[kNameBytes - 1] = '\0';
     memset(field, 0, sizeof field);
-    strcpy(field, name);
+    memcpy(field, name, strlen(name));
 }
 
 // Ids and names as the camera tells them; the reserved fields are never written.

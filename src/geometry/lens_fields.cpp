@@ -39,5 +39,5 @@ float DecodeLensField(const uint8_t* image, const LensField& field)
     if (field.encoding == LensEncoding::kUnsigned)
         return static_cast<float>(stored) / field.scale;
     const float magnitude = static_cast<float>(stored & ~kSignBit);
-    return magnitude / (stored & kSignBit ? -field.scale : field.scale);
+    return magnitude / ((stored & kSignBit) ? -field.scale : field.scale);
 }

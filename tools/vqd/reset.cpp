@@ -16,11 +16,11 @@ static Eeprom withFactorySettings(const Eeprom& eeprom)
 {
     Eeprom factory{};
     FillFactoryImage(factory.data());
-    Eeprom reset = eeprom;
+    Eeprom changed = eeprom;
     for (const EepromField& field : eepromFields(eeprom))
         if (field.isSetting)
-            std::copy_n(factory.begin() + field.offset, field.bytes, reset.begin() + field.offset);
-    return reset;
+            std::copy_n(factory.begin() + field.offset, field.bytes, changed.begin() + field.offset);
+    return changed;
 }
 
 static int reset()
