@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# SPDX-FileCopyrightText: VQD_API contributors
+# SPDX-License-Identifier: Apache-2.0
+#
+# Makes docs/pictures/*.png anew from virtual cameras. Needs what demo.sh needs, and pngquant.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+build=build/release
+cmake --preset release
+cmake --build --preset release -j "$(nproc)"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+g++ -std=c++20 -O2 -Wall -Wextra -Iinclude -I. -Isim docs/make-pictures.cpp tools/vqd/pictures.cpp \
+    -o "$work/make-pictures" "$build/sim/libvqd_sim_camera.a" "$build/libVQD_API.so" -Wl,-rpath,"$PWD/$build" -lpng
+
+root=$PWD
+for scene in room wall; do
+    (cd "$work" && "$root/$build/vqd" sim VQD-HT120 --scene "$scene" --fps 0 -- ./make-pictures "$scene" >/dev/null)
+done
+"$build/vqd" sim VQD-HT120 --fps 0 -- "$build/vqd" grab -q -n 30 -o "$work/demo" --cloud \
+    -s undistortion=1 -s orthogonal=1 -s remove-edge=1
+for picture in depth amplitude points; do
+    mv "$work/demo/$picture.png" "$work/demo-$picture.png"
+done
+
+# Fewer colours: noise is what makes these files large.
+pngquant --force --nofs --strip --ext .png 48 "$work"/*.png
+mv "$work"/*.png docs/pictures/
+ls -l docs/pictures
