@@ -29,6 +29,7 @@ void addReset(CLI::App& app, Run& run);
 void addReference(CLI::App& app, Run& run);
 void addStats(CLI::App& app, Run& run);
 void addView(CLI::App& app, Run& run);
+void addSelftest(CLI::App& app, Run& run);
 
 // How the tool was called.
 struct Invocation {

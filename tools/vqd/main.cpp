@@ -53,6 +53,7 @@ int main(int argc, char** argv)
     addReference(app, run);
     addStats(app, run);
     addView(app, run);
+    addSelftest(app, run);
     addSim(app, run, invocation);
     try {
         std::reverse(arguments.begin(), arguments.end()); // as the parser takes them

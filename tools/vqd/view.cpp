@@ -174,7 +174,8 @@ void showAll(Stream& stream, Frame& frame, Output& output, const Camera& camera,
         output.finish();
         drawn = size;
         const double now = 1 / std::chrono::duration<double>(Clock::now() - start).count();
-        rate = rate == 0 ? now : rate + (now - rate) / 8; // else it can not be read
+        if (i > 0)                                         // the first frame has waited
+            rate = i == 1 ? now : rate + (now - rate) / 8; // else it can not be read
     }
 }
 
