@@ -83,7 +83,7 @@ struct Bench {
     {
         std::vector<std::string> values;
         for (const Setting& setting : allSettings())
-            values.push_back(setting.needsFrame ? "" : setting.get(n));
+            values.push_back(setting.needsFrame ? "" : settingText(setting.get(n)));
         return values;
     }
 
@@ -188,14 +188,13 @@ Verdict settings(Bench& bench)
             untried = "; this model has one frequency";
             continue;
         }
-        const std::string present = setting.get(bench.n);
+        const std::string present = settingText(setting.get(bench.n));
         const int* values = joined(trial.first, setting.arguments) != present ? trial.first : trial.second;
         const std::string wanted = joined(values, setting.arguments);
         if (setting.set(bench.n, values) != 1)
             return verdict(Result::fail, "%s=%s was refused", setting.name, wanted.c_str());
-        if (setting.get(bench.n) != wanted)
-            return verdict(Result::fail, "%s reads %s after %s", setting.name, setting.get(bench.n).c_str(),
-                           wanted.c_str());
+        if (const std::string got = settingText(setting.get(bench.n)); got != wanted)
+            return verdict(Result::fail, "%s reads %s after %s", setting.name, got.c_str(), wanted.c_str());
         ++changed;
     }
     return verdict(Result::pass, "%d changed and read back%s", changed, untried.c_str());
@@ -297,7 +296,7 @@ Verdict flip(Bench& bench, const char* name, bool columns)
 {
     constexpr double kClear = 0.8;
     const Setting& setting = settingByName(name);
-    const int other = setting.get(bench.n) == "1" ? 0 : 1;
+    const int other = settingText(setting.get(bench.n)) == "1" ? 0 : 1;
     const Plane straight = bench.frame.amplitude;
     if (setting.set(bench.n, &other) != 1)
         return verdict(Result::fail, "refused");
