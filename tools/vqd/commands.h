@@ -30,6 +30,7 @@ void addReference(CLI::App& app, Run& run);
 void addStats(CLI::App& app, Run& run);
 void addView(CLI::App& app, Run& run);
 void addSelftest(CLI::App& app, Run& run);
+void addDoctor(CLI::App& app, Run& run);
 
 // How the tool was called.
 struct Invocation {

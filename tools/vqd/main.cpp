@@ -54,6 +54,7 @@ int main(int argc, char** argv)
     addStats(app, run);
     addView(app, run);
     addSelftest(app, run);
+    addDoctor(app, run);
     addSim(app, run, invocation);
     try {
         std::reverse(arguments.begin(), arguments.end()); // as the parser takes them
