@@ -269,9 +269,8 @@ void Doctor::memory()
     const int wanted = static_cast<int>(m_cameras.size());
     if (megabytes == 0 || megabytes > wanted)
         return find(Level::ok, "usbfs memory",
-                    megabytes == 0 ? "no limit" : formatted("%d MB for %d cameras", megabytes, wanted));
-    find(Level::warning, "usbfs memory",
-         formatted("%d MB for %d cameras and all other programs is little", megabytes, wanted),
+                    megabytes == 0 ? "no limit" : formatted("%d MB, cameras: %d", megabytes, wanted));
+    find(Level::warning, "usbfs memory", formatted("%d MB is little, cameras: %d", megabytes, wanted),
          std::string("echo 64 | sudo tee ") + kLimit);
 }
 
