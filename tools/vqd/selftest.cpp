@@ -214,8 +214,9 @@ Verdict settingsBack(Bench& bench)
 
 Verdict starts(Bench& bench)
 {
-    bench.changed = bench.grabbing = true;
-    return judge(vqdGrabStart(bench.n) == VQD_OK, "grabbing");
+    bench.changed = true;
+    bench.grabbing = vqdGrabStart(bench.n) == VQD_OK;
+    return judge(bench.grabbing, bench.grabbing ? "grabbing" : "refused");
 }
 
 Verdict frames(Bench& bench)
