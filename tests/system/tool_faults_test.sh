@@ -23,11 +23,11 @@ ends 5 "$vqd" sim --fault "unplug after frame 10" -- "$vqd" grab -n 20 -o gone
 
 # Counted by stats: failed transfers, a wrong start code, and the two re-opens that follow. The end is a signal's.
 ends 0 "$vqd" sim --fps 100 --fault "unplug after frame 20, back after 100 ms; bad start code after frame 40" -- sh -c '
-    "$0" stats --json & until grep -q "\"wrong_start_codes\":1" "$PWD/out"; do sleep 0.2; done; kill -INT $!; wait $!' "$vqd"
+    "$0" stats --json & until grep -q "\"wrong-start-codes\":1" "$PWD/out"; do sleep 0.2; done; kill -INT $!; wait $!' "$vqd"
 jq -s . out >all || fail "not an object a line"
-json all 'all(.schema == "vqd.stats/1" and .duration_s > 0) and (.[:-1] | all(.type == "second"))'
-json all '.[-1] | .type == "summary" and .transfer_errors == 3 and .wrong_start_codes == 1 and .reopens == 2 and .frames >= 40'
-json all '(map(select(.type == "second") | .frames) | add) <= .[-1].frames and .[0].interval_ms.jitter >= 0'
+json all 'all(.schema == "vqd.stats/1" and .duration > 0) and (.[:-1] | all(.type == "second"))'
+json all '.[-1] | .type == "summary" and ."transfer-errors" == 3 and ."wrong-start-codes" == 1 and .reopens == 2 and .frames >= 40'
+json all '(map(select(.type == "second") | .frames) | add) <= .[-1].frames and .[0]."interval-ms".jitter >= 0'
 ends 0 "$vqd" sim -- "$vqd" stats -n 2
 grep -Eq '^ +[12]s +[0-9.]+ +[0-9.]+ms' out || fail "no line a second"
 grep -Eq '^failed transfers 0, wrong start codes 0, re-opens 0$' out || fail "no summary"

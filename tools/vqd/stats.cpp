@@ -129,14 +129,14 @@ private:
         Json json = document("stats");
         json["type"] = type;
         json["camera"] = m_camera.szSerialNumber;
-        json["time_s"] = seconds();
-        json["duration_s"] = passed;
+        json["time"] = seconds();
+        json["duration"] = passed;
         json["frames"] = tally.frames;
-        json["frames_per_second"] = tally.frames / passed;
-        json["interval_ms"] = {
+        json["frames-per-second"] = tally.frames / passed;
+        json["interval-ms"] = {
             {"mean", tally.mean()}, {"jitter", tally.jitter()}, {"min", tally.least}, {"max", tally.most}};
-        json["transfer_errors"] = tally.errors;
-        json["wrong_start_codes"] = tally.wrongStartCodes;
+        json["transfer-errors"] = tally.errors;
+        json["wrong-start-codes"] = tally.wrongStartCodes;
         json["reopens"] = tally.reopens;
         json["temperature"] = m_dTemperature[m_camera.nIndex];
         output.print("%s\n", json.dump(-1, ' ', false, Json::error_handler_t::replace).c_str());
