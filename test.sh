@@ -19,8 +19,8 @@ case "${1:-}" in
     ;;
 esac
 
-install_packages g++ cmake make pkg-config libusb-1.0-0-dev libgtest-dev umockdev libumockdev-dev libcli11-dev libarchive-dev \
-    libpng-dev nlohmann-json3-dev usbutils jq
+install_packages g++ cmake make pkg-config libusb-1.0-0-dev libgtest-dev umockdev libumockdev-dev libcli11-dev \
+    libarchive-dev libpng-dev nlohmann-json3-dev usbutils jq
 cmake --preset "$preset"
 cmake --build --preset "$preset" -j "$(nproc)"
 ctest --preset "$preset" -j "$(nproc)"

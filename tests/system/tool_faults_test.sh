@@ -5,6 +5,7 @@
 # Cameras that misbehave by a fault plan, and what grab, stats and view make of it.
 #   tool_faults_test.sh VQD_BINARY
 # shellcheck source=tests/system/tool_lib.sh
+# shellcheck disable=SC2016 # variables of the inner shell
 source "$(dirname "$0")/tool_lib.sh" "$1"
 
 ends 2 "$vqd" sim VQD-HT120 --fault "2: frame stalls" -- true

@@ -33,9 +33,13 @@ struct Verdict {
 
 template <typename... Values> Verdict verdict(Result result, const char* format, Values... values)
 {
-    char text[256];
-    snprintf(text, sizeof text, format, values...);
-    return {result, text};
+    if constexpr (sizeof...(values) == 0) {
+        return {result, format};
+    } else {
+        char text[256];
+        snprintf(text, sizeof text, format, values...);
+        return {result, text};
+    }
 }
 
 template <typename... Values> Verdict judge(bool good, const char* format, Values... values)
