@@ -8,7 +8,8 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 source tools/setup.sh
 
-install_packages g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev umockdev libumockdev-dev libcli11-dev libpng-dev nlohmann-json3-dev
+install_packages g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev umockdev libumockdev-dev libcli11-dev \
+    libarchive-dev libpng-dev nlohmann-json3-dev
 
 build=build/release
 mkdir -p "$build"

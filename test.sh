@@ -18,7 +18,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 source tools/setup.sh
 
 build_packages=(g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev libgtest-dev umockdev libumockdev-dev
-    libcli11-dev libpng-dev nlohmann-json3-dev usbutils jq abigail-tools doxygen)
+    libcli11-dev libarchive-dev libpng-dev nlohmann-json3-dev usbutils jq abigail-tools doxygen)
 
 # build PRESET: configures and builds everything.
 build() {
@@ -60,6 +60,7 @@ case "${1:-}" in
     ;;
 --packages) exec tests/packages.sh ;;
 --arm64) exec tests/arm64.sh ;;
+--help) sed -n 's/^#   //p' "$0" ;;
 *)
     sed -n 's/^#   //p' "$0" >&2
     exit 2

@@ -35,12 +35,14 @@ Outcome Camera::control(const Setup& setup, std::span<uint8_t> data, TimeUs now)
         return {Status::noDevice};
     if (!m_poweredAt)
         m_poweredAt = now;
+    if (now < m_silentUntil)
+        return {Status::timeout, 0, false};
     data = data.first(std::min<size_t>(data.size(), setup.length));
     const bool vendor = (setup.requestType & 0x60) == 0x40;
     if (!vendor)
         return answerStandard(setup, data);
 
-    const auto fault = m_plan.meet(Channel::control, setup.request);
+    const auto fault = m_plan.meet(m_framesSent, Channel::control, setup.request);
     if (!fault)
         return answer(setup, data, now);
     if (const auto spoilt = spoil(*fault, now))
@@ -56,7 +58,9 @@ Outcome Camera::bulkOut(uint8_t endpoint, std::span<const uint8_t> data, TimeUs 
         return {Status::noDevice};
     if (endpoint != kBulkOut)
         return {Status::stall};
-    if (const auto fault = m_plan.meet(Channel::bulkOut)) {
+    if (now < m_silentUntil)
+        return {Status::timeout, 0, false};
+    if (const auto fault = m_plan.meet(m_framesSent, Channel::bulkOut)) {
         if (const auto spoilt = spoil(*fault, now))
             return *spoilt;
         // The line went quiet in the middle of the image: the host sees a short success, the camera has no
@@ -121,6 +125,7 @@ void Camera::plug(TimeUs now)
     m_plugged = true;
     m_returnsAt = kNever;
     m_poweredAt = now;
+    m_silentUntil = INT64_MIN;
     m_clock = {};
     registers = {};
 }

@@ -49,7 +49,7 @@ struct FrameSource {
 
 enum class Status { ok, stall, timeout, overflow, ioError, noDevice };
 
-enum class Channel { control, bulkOut, bulkIn };
+enum class Channel { control, bulkOut, bulkIn, any };
 
 // One line of a fault plan: the nth transfer that matches, and the `times` - 1 after it, go wrong.
 struct Fault {
@@ -60,7 +60,8 @@ struct Fault {
         ioError,      // the line is broken for this transfer
         shortened,    // succeeds, but moves only `bytes` bytes
         badStartCode, // the frame's first byte is wrong; only on bulkIn
-        unplug        // the camera vanishes; back after `backAfter` on a new address
+        unplug,       // the camera vanishes; back after `backAfter` on a new address
+        silence       // the camera answers nothing for `backAfter`; a frame comes late, all else times out
     };
     Kind kind = Kind::stall;
     Channel channel = Channel::control;
@@ -68,7 +69,8 @@ struct Fault {
     unsigned nth = 1;          // 1 is the first matching transfer after the line joined the plan
     unsigned times = 1;        // how many in a row; 0 for ever
     size_t bytes = 0;          // shortened: how many bytes arrive
-    TimeUs backAfter = kNever; // unplug: kNever stays away
+    TimeUs backAfter = kNever; // unplug, silence: kNever stays away
+    uint64_t afterFrames = 0;  // transfers match only once the camera has sent so many frames
 };
 
 // Counts transfers against its lines. Every line counts each transfer that matches it, also one that another line
@@ -79,7 +81,7 @@ public:
     void add(const Fault& fault);
 
     // A transfer starts: the fault that it meets, if any. `request` is only looked at on the control channel.
-    std::optional<Fault> meet(Channel channel, int request = -1);
+    std::optional<Fault> meet(uint64_t framesSent, Channel channel, int request = -1);
 
 private:
     struct Line {
@@ -197,6 +199,7 @@ private:
     FaultPlan m_plan;
     bool m_plugged = true;
     TimeUs m_returnsAt = kNever;
+    TimeUs m_silentUntil = INT64_MIN;
     std::optional<TimeUs> m_poweredAt; // the first time that the camera hears of
     bool m_armed = false;              // after 0xB1: the next bulk OUT is an image
     Run m_run;

@@ -44,10 +44,17 @@ void Camera::resetFifo(TimeUs now)
         m_clock.stop(now);
 }
 
-void Camera::beginBulkIn(TimeUs)
+void Camera::beginBulkIn(TimeUs now)
 {
     m_transferMoved = 0;
-    m_transferFault = m_plugged ? m_plan.meet(Channel::bulkIn) : std::nullopt;
+    m_transferFault.reset();
+    if (!m_plugged || now < m_silentUntil)
+        return;
+    m_transferFault = m_plan.meet(m_framesSent, Channel::bulkIn);
+    if (m_transferFault && m_transferFault->kind == Fault::Kind::silence) {
+        spoil(*m_transferFault, now);
+        m_transferFault.reset(); // the transfer goes on when the silence is over
+    }
 }
 
 Outcome Camera::bulkIn(uint8_t endpoint, std::span<uint8_t> data, TimeUs now)
@@ -56,6 +63,8 @@ Outcome Camera::bulkIn(uint8_t endpoint, std::span<uint8_t> data, TimeUs now)
         return {Status::noDevice};
     if (endpoint != kBulkIn)
         return {Status::stall};
+    if (now < m_silentUntil)
+        return {Status::ok, 0, false};
     if (m_transferFault) {
         if (const auto spoilt = spoil(*m_transferFault, now)) {
             if (spoilt->complete)
@@ -109,6 +118,8 @@ TimeUs Camera::nextBulkIn(TimeUs now) const
 {
     if (!m_plugged)
         return now;
+    if (now < m_silentUntil)
+        return m_silentUntil;
     if (m_transferFault && m_transferFault->kind == Fault::Kind::timeout)
         return kNever;
     const bool letsThrough = !m_transferFault || m_transferFault->kind == Fault::Kind::shortened ||

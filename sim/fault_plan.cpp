@@ -14,14 +14,14 @@ void FaultPlan::add(const Fault& fault)
     m_lines.push_back({fault});
 }
 
-std::optional<Fault> FaultPlan::meet(Channel channel, int request)
+std::optional<Fault> FaultPlan::meet(uint64_t framesSent, Channel channel, int request)
 {
     std::optional<Fault> met;
     for (Line& line : m_lines) {
         const Fault& fault = line.fault;
-        if (fault.channel != channel)
+        if (framesSent < fault.afterFrames || (fault.channel != channel && fault.channel != Channel::any))
             continue;
-        if (channel == Channel::control && fault.request >= 0 && fault.request != request)
+        if (fault.channel == Channel::control && fault.request >= 0 && fault.request != request)
             continue;
         const uint64_t first = std::max(fault.nth, 1u);
         line.seen++;
@@ -48,6 +48,9 @@ std::optional<Outcome> Camera::spoil(Fault fault, TimeUs now)
     case Fault::Kind::unplug:
         unplug(now, fault.backAfter);
         return Outcome{Status::noDevice};
+    case Fault::Kind::silence:
+        m_silentUntil = addTime(now, std::max<TimeUs>(fault.backAfter, 0));
+        return Outcome{Status::timeout, 0, false};
     case Fault::Kind::shortened:
     case Fault::Kind::badStartCode:
         break;

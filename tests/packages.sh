@@ -20,7 +20,7 @@ fi
 if [[ ${1:-} != --debian ]]; then
     cd "$(dirname "$script")/.."
     source tools/setup.sh
-    install_packages g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev umockdev libumockdev-dev libcli11-dev libpng-dev \
+    install_packages g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev umockdev libumockdev-dev libcli11-dev libarchive-dev libpng-dev \
         nlohmann-json3-dev dpkg-dev file doxygen help2man lintian mmdebstrap
     for revision in 2 1; do # the newer one for the upgrade
         cmake --preset packages -DVQD_DEB_REVISION=$revision

@@ -464,6 +464,25 @@ TEST(SimFaults, ACutTransferCountsItsBytesAcrossBlocks)
     EXPECT_EQ(rest[0], 0x44);
 }
 
+TEST(SimFaults, ASilentCameraIsLateWithItsFrameAndAnswersNothingElse)
+{
+    Config config = slowConfig();
+    config.faults = {
+        {.kind = Fault::Kind::silence, .channel = Channel::any, .backAfter = 2'000 * kMs, .afterFrames = 1}};
+    Host host(config);
+    host.grab();
+    host.now = host.camera.nextBulkIn(host.now);
+    EXPECT_EQ(host.read().bytes, kFrameBytes);
+    const TimeUs start = host.now;
+    expectOutcome(host.read(), Status::ok, 0, false, "frame");
+    EXPECT_EQ(host.command(0xB2).status, Status::timeout);
+    EXPECT_EQ(host.grab().status, Status::timeout);
+    EXPECT_EQ(host.camera.nextBulkIn(host.now), start + 2'000 * kMs);
+    host.now = start + 2'000 * kMs;
+    EXPECT_EQ(host.camera.bulkIn(0x86, host.data, host.now).bytes, kFrameBytes);
+    EXPECT_EQ(host.command(0xB2).status, Status::ok);
+}
+
 TEST(SimFaults, StandardRequestsAndOtherRequestsDoNotCount)
 {
     Host host;
@@ -623,8 +642,8 @@ TEST(SimCamera, SurvivesAnyCallsInAnyOrder)
                 host.grab(random() % 4 != 0);
             const Outcome in = host.read(pick({0, 511, 512, 1000, 2048, 400000}));
             EXPECT_LE(in.bytes, host.data.size());
-            host.camera.addFault({.kind = static_cast<Fault::Kind>(random() % 7),
-                                  .channel = static_cast<Channel>(random() % 3),
+            host.camera.addFault({.kind = static_cast<Fault::Kind>(random() % 8),
+                                  .channel = static_cast<Channel>(random() % 4),
                                   .nth = static_cast<unsigned>(random() % 40),
                                   .times = static_cast<unsigned>(random() % 3),
                                   .bytes = random() % 1000,

@@ -27,6 +27,10 @@ void addLens(CLI::App& app, Run& run);
 void addTable(CLI::App& app, Run& run);
 void addReset(CLI::App& app, Run& run);
 void addReference(CLI::App& app, Run& run);
+void addStats(CLI::App& app, Run& run);
+void addView(CLI::App& app, Run& run);
+void addSelftest(CLI::App& app, Run& run);
+void addDoctor(CLI::App& app, Run& run);
 
 // How the tool was called.
 struct Invocation {

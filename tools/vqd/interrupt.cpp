@@ -11,11 +11,21 @@
 
 static volatile std::sig_atomic_t g_interrupted = 0;
 
+static void (*volatile g_last)() = nullptr;
+
 static void onSignal(int)
 {
-    if (g_interrupted)
+    if (g_interrupted) {
+        if (g_last != nullptr)
+            g_last();
         _exit(kInterrupted);
+    }
     g_interrupted = 1;
+}
+
+void onForcedEnd(void (*last)())
+{
+    g_last = last;
 }
 
 void catchInterrupts()

@@ -8,5 +8,9 @@ void catchInterrupts();
 
 bool interrupted();
 
+// What a second signal, which ends the process at once, still does first; null: nothing. Only what a signal handler
+// may.
+void onForcedEnd(void (*last)());
+
 // Ends the work under way, by a Failure, when a signal has come. To be called between steps.
 void endIfInterrupted();

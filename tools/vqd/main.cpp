@@ -51,6 +51,10 @@ int main(int argc, char** argv)
     addTable(app, run);
     addReset(app, run);
     addReference(app, run);
+    addStats(app, run);
+    addView(app, run);
+    addSelftest(app, run);
+    addDoctor(app, run);
     addSim(app, run, invocation);
     try {
         std::reverse(arguments.begin(), arguments.end()); // as the parser takes them

@@ -16,6 +16,7 @@
 
 #include "commands.h"
 #include "exit_codes.h"
+#include "sim/fault_language.h"
 #include "sim/scene.h"
 #include "sim/umockdev_bus.h"
 
@@ -39,6 +40,8 @@ struct Options {
     std::string scene = "room";
     uint64_t seed = 1;
     double framesPerSecond = 30;
+    std::string plan;
+    std::vector<sim::PlannedFault> faults;
     Invocation invocation;
 };
 
@@ -90,6 +93,9 @@ void plugCameras(sim::Bus& bus, const Options& options)
         config.productId = model->productId;
         config.serial.back() = static_cast<uint8_t>(i + 1);
         config.framesPerSecond = options.framesPerSecond;
+        for (const sim::PlannedFault& planned : options.faults)
+            if (planned.camera == 0 || planned.camera == i + 1)
+                config.faults.push_back(planned.fault);
         config.source = sim::makeScene({.kind = *sim::sceneByName(options.scene), .seed = options.seed + i});
         bus.add(std::move(config));
     }
@@ -151,6 +157,7 @@ int simulate(const Options& options)
     const Signals signals; // before the bus, whose threads shall not take them
     sim::Bus bus;
     plugCameras(bus, options);
+    setenv("VQD_SIM_PID", std::to_string(getpid()).c_str(), 1); // tells vqd doctor whose the device nodes are
     return signals.wait(signals.start(options.invocation.program));
 }
 
@@ -173,14 +180,24 @@ void addSim(CLI::App& app, Run& run, const Invocation& invocation)
     command->add_option("--fps", options->framesPerSecond, "Frames per second; 0: a frame is always ready")
         ->check(CLI::Range(0.0, 1000.0))
         ->capture_default_str();
+    command
+        ->add_option("--fault", options->plan, "What goes wrong, such as \"unplug after frame 40, back after 350 ms\"")
+        ->type_name("PLAN");
     command->footer("vqd sim [OPTIONS] [MODEL...] -- PROGRAM [ARGUMENTS...]\n"
                     "Ends with the program's exit code, 128 + signal when it was killed.\n"
-                    "Example: vqd sim VQD-HT120 VQD-RS110 --scene wall -- vqd list");
+                    "Examples: vqd sim VQD-HT120 VQD-RS110 --scene wall -- vqd list\n"
+                    "          vqd sim --fault \"third bulk IN stalls; every EEPROM write refused\" -- PROGRAM\n"
+                    "docs/virtual-camera.md has the language of fault plans.");
     command->callback([&run, options] {
         if (options->invocation.program.empty())
             throw CLI::RequiredError("-- PROGRAM");
         if (options->models.size() > kMostCameras)
             throw CLI::ValidationError("MODEL", "at most " + std::to_string(kMostCameras) + " cameras");
+        try {
+            options->faults = sim::parseFaultPlan(options->plan, options->models.size());
+        } catch (const sim::FaultPlanError& error) {
+            throw Failure(kUsage, std::string("fault plan: ") + error.what());
+        }
         run = [options] { return simulate(*options); };
     });
 }

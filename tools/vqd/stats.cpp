@@ -1,0 +1,191 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// vqd stats: how well frames come, a line a second.
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <memory>
+#include <optional>
+
+#include <CLI/CLI.hpp>
+
+#include "camera.h"
+#include "commands.h"
+#include "common.h"
+#include "exit_codes.h"
+#include "interrupt.h"
+#include "library_lines.h"
+#include "output.h"
+
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+using Seconds = std::chrono::duration<double>;
+
+// What happened over some time. Intervals are those between frames that came one after the other without a re-open.
+struct Tally {
+    int frames = 0, errors = 0, wrongStartCodes = 0, reopens = 0;
+    int intervals = 0;
+    double least = 0, most = 0, sum = 0, squares = 0; // of the intervals, in ms
+
+    void addInterval(double ms)
+    {
+        least = intervals == 0 ? ms : std::min(least, ms);
+        most = std::max(most, ms);
+        sum += ms;
+        squares += ms * ms;
+        ++intervals;
+    }
+    double mean() const { return intervals > 0 ? sum / intervals : 0; }
+    // Standard deviation.
+    double jitter() const
+    {
+        return intervals > 0 ? std::sqrt(std::max(squares / intervals - mean() * mean(), 0.0)) : 0;
+    }
+};
+
+class Statistics
+{
+public:
+    explicit Statistics(const Camera& camera) : m_camera(camera), m_start(Clock::now()), m_second(m_start) {}
+
+    double seconds() const { return Seconds(Clock::now() - m_start).count(); }
+    const Tally& all() const { return m_all; }
+
+    // Reads a frame and takes note of how.
+    void read(Stream& stream, Frame& frame, LibraryLines& lines)
+    {
+        m_nDeviceOpen[m_camera.nIndex] = 0; // a re-open sets it
+        std::optional<Failure> failure;
+        try {
+            stream.read(frame);
+        } catch (const Failure& caught) {
+            failure = caught;
+        }
+        const Clock::time_point now = Clock::now();
+        const std::vector<std::string> printed = lines.take();
+        const bool reopened = m_nDeviceOpen[m_camera.nIndex] == 1;
+        for (Tally* tally : {&m_all, &m_now}) {
+            tally->errors += countStarting(printed, kTransferFailed);
+            tally->wrongStartCodes += countStarting(printed, kWrongStartCode);
+            tally->reopens += reopened;
+            tally->frames += !failure && !reopened; // a read that re-opened brought no new frame
+            if (!failure && !reopened && m_previous)
+                tally->addInterval(Seconds(now - *m_previous).count() * 1000);
+        }
+        m_previous = reopened ? std::nullopt : std::optional(now);
+        if (failure)
+            throw *failure;
+    }
+
+    // Prints a line when a second is over.
+    void tick(Output& output)
+    {
+        const double passed = Seconds(Clock::now() - m_second).count();
+        if (passed < 1)
+            return;
+        if (common.json)
+            printJson(output, "second", m_now, passed);
+        else
+            printLine(output, m_now, passed);
+        output.finish();
+        m_now = {};
+        // In step with the start, unless a read took longer.
+        m_second = passed < 2 ? m_second + std::chrono::seconds(1) : Clock::now();
+    }
+
+    void summary(Output& output) const
+    {
+        const double passed = seconds();
+        if (common.json) {
+            printJson(output, "summary", m_all, passed);
+            return;
+        }
+        output.print("%d frames in %.1f s: %.2f a second\n", m_all.frames, passed, m_all.frames / passed);
+        output.print("interval %.1f ms, jitter %.1f ms, from %.1f to %.1f ms\n", m_all.mean(), m_all.jitter(),
+                     m_all.least, m_all.most);
+        output.print("failed transfers %d, wrong start codes %d, re-opens %d\n", m_all.errors, m_all.wrongStartCodes,
+                     m_all.reopens);
+    }
+
+    static void header(Output& output)
+    {
+        if (!common.json)
+            output.print("  time   fps  interval  jitter     max  errors  start-codes  re-opens  temperature\n");
+    }
+
+private:
+    void printLine(Output& output, const Tally& tally, double passed) const
+    {
+        output.print("%5.0fs %5.1f %7.1fms %5.1fms %5.1fms %7d %12d %9d %12.1f\n", seconds(), tally.frames / passed,
+                     tally.mean(), tally.jitter(), tally.most, tally.errors, tally.wrongStartCodes, tally.reopens,
+                     vqdGetTemperature(m_camera.nIndex));
+    }
+
+    void printJson(Output& output, const char* type, const Tally& tally, double passed) const
+    {
+        Json json = document("stats");
+        json["type"] = type;
+        json["camera"] = m_camera.szSerialNumber;
+        json["time"] = seconds();
+        json["duration"] = passed;
+        json["frames"] = tally.frames;
+        json["frames-per-second"] = tally.frames / passed;
+        json["interval-ms"] = {
+            {"mean", tally.mean()}, {"jitter", tally.jitter()}, {"min", tally.least}, {"max", tally.most}};
+        json["transfer-errors"] = tally.errors;
+        json["wrong-start-codes"] = tally.wrongStartCodes;
+        json["reopens"] = tally.reopens;
+        json["temperature"] = m_dTemperature[m_camera.nIndex];
+        output.print("%s\n", json.dump(-1, ' ', false, Json::error_handler_t::replace).c_str());
+    }
+
+    const Camera& m_camera;
+    Clock::time_point m_start, m_second;
+    std::optional<Clock::time_point> m_previous; // frame
+    Tally m_all, m_now;
+};
+
+int stats(int seconds)
+{
+    Output output;
+    LibraryLines lines;
+    const Session session;
+    const Camera& camera = session.choose();
+    session.loadAlone(camera);
+    const auto frame = std::make_unique<Frame>();
+    Stream stream(camera);
+    Statistics statistics(camera);
+    Statistics::header(output);
+    output.finish();
+    try {
+        while (!interrupted() && (seconds == 0 || statistics.seconds() < seconds)) {
+            statistics.read(stream, *frame, lines);
+            statistics.tick(output);
+        }
+    } catch (const Failure& failure) {
+        if (failure.code != kInterrupted) { // a signal is the usual end
+            statistics.summary(output);
+            output.finish();
+            throw;
+        }
+    }
+    statistics.summary(output);
+    output.finish();
+    return kDone;
+}
+
+} // namespace
+
+void addStats(CLI::App& app, Run& run)
+{
+    CLI::App* command = app.add_subcommand("stats", "Shows how frames come, a line a second, until Ctrl-C");
+    const auto seconds = std::make_shared<int>(0);
+    command->add_option("-n,--seconds", *seconds, "Ends after so many seconds")->check(CLI::Range(1, 100'000'000));
+    addCommon(*command, kCamera | kJson);
+    command->footer("Intervals are between frames as they arrive; jitter is their standard deviation. With --json an "
+                    "object a line.\nExample: vqd stats -n 60");
+    command->callback([&run, seconds] { run = [seconds] { return stats(*seconds); }; });
+}
