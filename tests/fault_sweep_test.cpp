@@ -90,13 +90,16 @@ const Operation kOperations[] = {
     {"LoadFppn5x5", From::opened, [] { return vqdLoadFPPNData_5x5(0, b.table.data()); }, kDone},
     {"LoadWiggling", From::opened,
      [] { return vqdLoadWigglingData(0, reinterpret_cast<uint16_t*>(b.table.data()), 0, 8192); }, kDone},
-    {"LoadOrthogonal", From::opened,
-     [] { return vqdLoadOrthogonalData(0, reinterpret_cast<double*>(b.table.data())); }, kDoneOrNot},
+    {"LoadOrthogonal", From::opened, [] { return vqdLoadOrthogonalData(0, reinterpret_cast<double*>(b.table.data())); },
+     kDoneOrNot},
     {"MultiCamMode", From::opened, [] { return vqdSetMultiCamMode(0, 1, 2, 1); }, kDoneOrNot, Kind::setter},
     {"DepthRange", From::opened, [] { return vqdSetDepthRange(0, 200, 4000); }, kDoneOrNot, Kind::setter},
     {"MotionBlur", From::opened, [] { return vqdSetRemoveMotionBlur(0, 1, 5); }, kDoneOrNot, Kind::setter},
     {"Write", From::opened, [] { return vqdWriteToDevice(0, b.bytes.data()); }, kDoneOrNot, Kind::setter},
-#define SETTER(name, value) {#name, From::opened, [] { return name(0, value); }, kDoneOrNot, Kind::setter}
+#define SETTER(name, value)                                                                                            \
+    {                                                                                                                  \
+#name, From::opened, [] { return name(0, value); }, kDoneOrNot, Kind::setter                                   \
+    }
     SETTER(vqdSetModuleFrequency, 20),
     SETTER(vqdSetOffset, -30),
     SETTER(vqdSetScatterThreshold, 9),
@@ -123,7 +126,8 @@ const struct {
     {"driver", "kernel driver active. Exitting"},
     {"config", "Could not get Config descriptor "},
     {"claim", "Error in claiming interface"},
-    {"B1", "ol transfer"}, // "vqdWriteToDevice Contol transfer Error.", or "Error in b1 Control transfer" of five in a row
+    {"B1",
+     "ol transfer"}, // "vqdWriteToDevice Contol transfer Error.", or "Error in b1 Control transfer" of five in a row
     {"B2", "rror in b2 Control transfer"},
     {"B3", "Error in b3 Control transfer"},
     {"B4", "Error in b4 Control transfer"},
