@@ -6,10 +6,21 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <span>
 #include <string>
 #include <vector>
+
+// Ends the program after a line when a fact does not hold.
+inline void require(bool holds, const char* fact)
+{
+    if (holds)
+        return;
+    fprintf(stderr, "Does not hold: %s\n", fact);
+    abort();
+}
 
 class Input
 {

@@ -1,15 +1,19 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Runs a fuzz target over every file of a folder, with any compiler.
+// Runs a fuzz target over every file of a folder, and over random inputs from a fixed seed, with any compiler.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+
+static constexpr int kRandomInputs = 60;
+static constexpr size_t kMostRandomBytes = 4096;
 
 int main(int argc, char** argv)
 {
@@ -28,5 +32,13 @@ int main(int argc, char** argv)
         ++inputs;
     }
     fprintf(stderr, "%d inputs\n", inputs);
+    std::mt19937 random(1);
+    for (int i = 0; i < kRandomInputs; ++i) {
+        std::vector<uint8_t> bytes(random() % kMostRandomBytes);
+        for (uint8_t& byte : bytes)
+            byte = static_cast<uint8_t>(random());
+        fprintf(stderr, "random input %d\n", i);
+        LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+    }
     return inputs > 0 ? 0 : 1;
 }

@@ -51,14 +51,6 @@ void restoreGlobals()
 
 } // namespace
 
-void require(bool holds, const char* fact)
-{
-    if (holds)
-        return;
-    fprintf(stderr, "Does not hold: %s\n", fact);
-    abort();
-}
-
 int requireOneOf(int result, std::initializer_list<int> allowed, const char* call)
 {
     for (const int each : allowed)

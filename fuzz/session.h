@@ -10,10 +10,10 @@
 #include <string>
 
 #include "VQD_API.h"
+#include "input.h"
 #include "support/virtual_usb.h"
 
-// Ends the program after a line when a fact does not hold.
-void require(bool holds, const char* fact);
+// Ends the program after a line when a result is none of those.
 int requireOneOf(int result, std::initializer_list<int> allowed, const char* call);
 
 // Images of exactly the size that a frame read fills, so that a sanitizer sees each pixel too many.

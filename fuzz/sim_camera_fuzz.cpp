@@ -3,8 +3,6 @@
 //
 // The virtual camera: any requests and transfers in any order, of any length, at any time, under any fault plan.
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 
 #include "camera.h"
 #include "input.h"
@@ -14,14 +12,6 @@ using namespace sim;
 
 namespace
 {
-
-void require(bool holds, const char* fact)
-{
-    if (holds)
-        return;
-    fprintf(stderr, "Does not hold: %s\n", fact);
-    abort();
-}
 
 Config configuration(Input& input)
 {
@@ -43,13 +33,14 @@ Config configuration(Input& input)
 Fault fault(Input& input)
 {
     Fault fault;
-    fault.kind = static_cast<Fault::Kind>(input.below(7));
-    fault.channel = static_cast<Channel>(input.below(3));
+    fault.kind = static_cast<Fault::Kind>(input.below(8));
+    fault.channel = static_cast<Channel>(input.below(4));
     fault.request = input.below(2) ? 0xB0 + input.below(16) : -1;
     fault.nth = input.take();
     fault.times = input.take();
     fault.bytes = input.take<uint32_t>();
     fault.backAfter = input.below(2) ? kNever : input.take<int64_t>();
+    fault.afterFrames = input.below(4);
     return fault;
 }
 

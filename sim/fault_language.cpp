@@ -289,9 +289,8 @@ private:
         take(",");
         if (take("after frame"))
             fault.afterFrames = count<uint64_t>("the number of a frame", 0);
-        else if (fault.kind == Fault::Kind::unplug && take("back after"))
-            fault.backAfter = duration();
-        else if (fault.kind == Fault::Kind::silence && take("for"))
+        else if ((fault.kind == Fault::Kind::unplug && take("back after")) ||
+                 (fault.kind == Fault::Kind::silence && take("for")))
             fault.backAfter = duration();
         else if (word(1).text == "times") {
             fault.times = count<unsigned>("how often", 1);

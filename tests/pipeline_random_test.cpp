@@ -1,13 +1,16 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The depth pipeline against a plain model of it, bit for bit, over random frames, maps, tables and switches.
+// The depth pipeline of the shipped library against its reference kernels, bit for bit, over random frames, maps,
+// tables and switches.
 #include <algorithm>
 #include <climits>
 #include <cmath>
 #include <limits>
 #include <memory>
 
+#include "frame/depth_correct.h"
+#include "frame/resample.h"
 #include "support/raw_frame_test.h"
 
 namespace
@@ -15,116 +18,28 @@ namespace
 
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
-// What a correct camera library makes of a raw frame under the exported switches, maps and tables.
+// What the reference kernels, one after the other, make of a raw frame under the exported switches, maps and tables.
 struct Model {
     Plane amplitude{}, depth{};
-    float lastAmplitude = fChgAxis_Amp, lastDepth = fChgAxis_Dep1;
+    LastPixel last{fChgAxis_Amp, fChgAxis_Dep1};
 
     Model(const Plane& rawAmplitude, const Plane& rawDepth, const std::string& product, int minimum, int maximum)
+        : amplitude(rawAmplitude), depth(rawDepth)
     {
-        for (int y = 0; y < 240; ++y)
-            for (int x = 0; x < 320; ++x)
-                resample(rawAmplitude, rawDepth, 320 * y + x);
+        const Planes raw{rawAmplitude.data(), rawDepth.data()};
+        const Images out{amplitude.data(), depth.data()};
+        const int mode = m_nUndistortionMode;
+        if (mode == 1 || mode == 2)
+            last = scalar::ResampleBilinear(raw, {m_fXp2, m_fYp2, fDist_x2, fDist_y2},
+                                            mode == 1 ? m_nDepthGab : INT_MAX, out);
+        else if (mode == 3)
+            scalar::ResampleNearest(raw, fDist_x2, fDist_y2, out);
         if (product.find("VQD-HT120") == std::string::npos && product.find("VQD-HT950X") == std::string::npos)
             return;
-        for (int y = 0; y < 240; ++y)
-            for (int x = 0; x < 320; ++x)
-                correct(x, y, minimum, maximum);
+        scalar::CorrectDepth(depth.data(), {m_bFPPN == 1 ? m_nEEPROMFPPNBuf : nullptr,
+                                            m_bOrthogonal == 1 ? m_dOrthogonalData : nullptr, minimum, maximum});
         if (m_bRemoveEdge == 1)
-            removeEdges();
-    }
-
-private:
-    static uint16_t stored(double value) // every float is a double
-    {
-        if (!(std::fabs(value) < 2147483648.0))
-            return 0;
-        return static_cast<uint16_t>(static_cast<int64_t>(value) & 0xFFFF);
-    }
-
-    static int sample(const Plane& plane, int x, int y)
-    {
-        return plane.at(static_cast<size_t>(320 * std::min(y, 239) + std::min(x, 319)));
-    }
-
-    static float bilinear(const int (&p)[4], float fx, float fy)
-    {
-        const float left = 1.0f - fx, top = 1.0f - fy;
-        const float p0 = static_cast<float>(p[0]), p1 = static_cast<float>(p[1]);
-        const float p2 = static_cast<float>(p[2]), p3 = static_cast<float>(p[3]);
-        const float first = p0 * left + p1 * fx;
-        const float second = p2 * left + p3 * fx;
-        return top * first + fy * second;
-    }
-
-    void resample(const Plane& a, const Plane& d, int i)
-    {
-        const auto pixel = static_cast<size_t>(i);
-        const int mode = m_nUndistortionMode;
-        amplitude[pixel] = depth[pixel] = 0;
-        if (mode < 1 || mode > 3) {
-            amplitude[pixel] = a[pixel];
-            depth[pixel] = d[pixel];
-            return;
-        }
-        const float x = mode == 3 ? fDist_x2[i] + 0.5f : m_fXp2[i];
-        const float y = mode == 3 ? fDist_y2[i] + 0.5f : m_fYp2[i];
-        const bool onSensor = x > -1 && x < 320 && y > -1 && y < 240;
-        if (mode == 3 && onSensor) {
-            amplitude[pixel] = static_cast<uint16_t>(sample(a, static_cast<int>(x), static_cast<int>(y)));
-            depth[pixel] = static_cast<uint16_t>(sample(d, static_cast<int>(x), static_cast<int>(y)));
-        }
-        if (mode == 3)
-            return;
-        lastAmplitude = lastDepth = 0;
-        if (!onSensor)
-            return;
-        const int x0 = static_cast<int>(x), x1 = static_cast<int>(x + 1.0f);
-        const int y0 = static_cast<int>(y), y1 = static_cast<int>(y + 1.0f);
-        const int fromA[] = {sample(a, x0, y0), sample(a, x1, y0), sample(a, x0, y1), sample(a, x1, y1)};
-        const int fromD[] = {sample(d, x0, y0), sample(d, x1, y0), sample(d, x0, y1), sample(d, x1, y1)};
-        lastAmplitude = bilinear(fromA, fDist_x2[i], fDist_y2[i]);
-        if (mode == 2 || spread(fromD) <= m_nDepthGab)
-            lastDepth = bilinear(fromD, fDist_x2[i], fDist_y2[i]);
-        amplitude[pixel] = stored(double{lastAmplitude});
-        depth[pixel] = stored(double{lastDepth});
-    }
-
-    static int spread(const int (&p)[4])
-    {
-        int sorted[] = {p[0], p[1], p[2], p[3]};
-        std::sort(std::begin(sorted), std::end(sorted));
-        return sorted[3] - sorted[0];
-    }
-
-    void correct(int x, int y, int minimum, int maximum)
-    {
-        uint16_t& d = depth[static_cast<size_t>(320 * y + x)];
-        if (d == 0)
-            return;
-        const int offset = m_nEEPROMFPPNBuf[80 * (y / 4) + x / 4];
-        const double product = d * m_dOrthogonalData[320 * y + x];
-        if (m_bFPPN == 1 && m_bOrthogonal == 1)
-            d = stored(product + offset);
-        else if (m_bFPPN == 1)
-            d = static_cast<uint16_t>((int64_t{d} + offset) & 0xFFFF);
-        else if (m_bOrthogonal == 1)
-            d = stored(product);
-        if (d < minimum || d > maximum)
-            d = 0;
-    }
-
-    void removeEdges()
-    {
-        const Plane before = depth;
-        for (int y = 0; y < 239; ++y)
-            for (int x = 0; x < 319; ++x) {
-                const int square[] = {sample(before, x, y), sample(before, x + 1, y), sample(before, x, y + 1),
-                                      sample(before, x + 1, y + 1)};
-                const auto pixel = static_cast<size_t>(320 * y + x);
-                if (amplitude[pixel] >= m_nEdgeThres && square[0] != 0 && spread(square) > m_nEdgeDepth)
-                    depth[pixel] = 0;
-            }
+            scalar::RemoveEdges(amplitude.data(), depth.data(), m_nEdgeThres, m_nEdgeDepth);
     }
 };
 
@@ -227,8 +142,8 @@ TEST_F(PipelineRandom, AgreesWithThePlainModel)
         ASSERT_TRUE(depth == expected->depth) << "seed " << seed << ", mode " << m_nUndistortionMode << ", pixel "
                                               << where << ": " << depth[where] << ", not " << expected->depth[where];
         ASSERT_TRUE(amplitude == expected->amplitude) << "seed " << seed << ", mode " << m_nUndistortionMode;
-        ASSERT_TRUE(sameFloat(fChgAxis_Amp, expected->lastAmplitude)) << seed;
-        ASSERT_TRUE(sameFloat(fChgAxis_Dep1, expected->lastDepth)) << seed;
+        ASSERT_TRUE(sameFloat(fChgAxis_Amp, expected->last.amplitude)) << seed;
+        ASSERT_TRUE(sameFloat(fChgAxis_Dep1, expected->last.depth)) << seed;
         ASSERT_EQ(memcmp(buffers + 154112, rawDepth.data(), sizeof rawDepth), 0); // the raw frame stays
     }
 }

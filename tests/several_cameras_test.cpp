@@ -8,21 +8,10 @@
 #include <random>
 
 #include "support/library_test.h"
+#include "support/marked_source.h"
 
 namespace
 {
-
-// Planes that say whose they are.
-struct Marked : sim::FrameSource {
-    explicit Marked(uint16_t mark) : mark(mark) {}
-    void render(const sim::FrameRequest&, std::span<uint16_t, sim::kPixels> amplitude,
-                std::span<uint16_t, sim::kPixels> depth) override
-    {
-        std::fill(amplitude.begin(), amplitude.end(), mark);
-        std::fill(depth.begin(), depth.end(), 1000);
-    }
-    uint16_t mark;
-};
 
 enum class Phase { listed, opened, streaming, inTransfer, whenFoundAgain, kCount };
 
@@ -38,7 +27,7 @@ protected:
             config.product = "VQD-HT110";
             config.framesPerSecond = 0;
             config.serial = {1, 1, 1, 1, 1, 1, static_cast<uint8_t>(n + 1)};
-            config.source = std::make_shared<Marked>(static_cast<uint16_t>(1000 + n));
+            config.source = std::make_shared<Marked>(markOf(n));
             m_ports = usb.plug(config) + 1;
         }
         m_frames.assign(static_cast<size_t>(cameras), 0);
@@ -46,6 +35,7 @@ protected:
         m_nUndistortionMode = 0;
     }
 
+    static uint16_t markOf(int n) { return static_cast<uint16_t>(1000 + 100 * n); }
     size_t port(int n) const { return m_first + static_cast<size_t>(n); }
 
     int read(int n)
@@ -59,9 +49,8 @@ protected:
     void expectNextFrame(int n)
     {
         ASSERT_EQ(read(n), 1) << n;
-        EXPECT_EQ(amplitude[100], 1000 + n);
-        uint64_t frame = 0;
-        memcpy(&frame, buffers + 16, sizeof frame);
+        const uint64_t frame = frameInBuffer();
+        EXPECT_EQ(Marked(markOf(n)).wrongPixels(frame, amplitude.data(), depth.data()), 0u) << n;
         EXPECT_EQ(frame, m_frames[static_cast<size_t>(n)]++) << n;
     }
 
@@ -99,9 +88,7 @@ protected:
             m_nReopenTime = 600;
         ASSERT_LT(tries, 4) << n;
         ASSERT_EQ(read(n), 1);
-        uint64_t frame = 0;
-        memcpy(&frame, buffers + 16, sizeof frame);
-        m_frames[static_cast<size_t>(n)] = frame + 1;
+        m_frames[static_cast<size_t>(n)] = frameInBuffer() + 1;
     }
 
     void round(int cameras, Phase phase)

@@ -34,12 +34,6 @@ libusb_device** m_pDevList;                   // libusb's device list; held from
 int m_nDevListCount;                          // entries in it, or libusb's negative error
 int m_nContextUses;                           // libusb_init calls that libusb_exit has not yet balanced
 
-const UsbId m_stUsbIdTable[kUsbIds] = {
-    {kVendorId, 0x871A}, {kVendorId, 0x8718}, {kVendorId, 0x871C}, {kVendorId, 0x8720},
-    {kVendorId, 0x8722}, {kVendorId, 0x8724}, {kVendorId, 0x8726}, {kVendorId, 0x8728},
-    {kVendorId, 0x872A}, {kVendorId, 0x8730}, {kVendorId, 0x8732},
-};
-
 int SlotsWithHandle()
 {
     int count = 0;

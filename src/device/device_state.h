@@ -10,6 +10,7 @@
 #include <libusb.h>
 
 #include "VQD_API.h"
+#include "device/usb_ids.h"
 
 // The USB side of one device number. Usable when bOpened is not 0 and pHandle not null.
 struct UsbDeviceSlot {
@@ -34,20 +35,11 @@ struct CameraIdentity {
     char serial[15]; // as in DevInfo; empty before the parameters are loaded
 };
 
-struct UsbId {
-    uint16_t vendor;
-    uint16_t product;
-};
-
-inline constexpr uint16_t kVendorId = 0x03A4;
-inline constexpr int kUsbIds = 11;
-
 extern UsbDeviceSlot m_stUsbSlot[VQD_MAX_DEVICES];
 extern CameraIdentity m_stIdentity[VQD_MAX_DEVICES];
 extern libusb_device** m_pDevList;
 extern int m_nDevListCount;
 extern int m_nContextUses;
-extern const UsbId m_stUsbIdTable[kUsbIds];
 
 inline bool IsDeviceNumber(int n)
 {

@@ -22,15 +22,24 @@ static const struct {
     {"VQD-WN120", kFlagged},
 };
 
-// The table of identities is the application's to write too: the search stays inside the field.
-static bool has(int n, unsigned trait)
+static bool nameHas(const char* name, size_t length, unsigned trait)
 {
-    const char* name = m_stDevInfo[n].szDeviceName;
-    const size_t length = strnlen(name, sizeof m_stDevInfo[n].szDeviceName);
     for (const auto& model : kModels)
         if ((model.traits & trait) && memmem(name, length, model.designator, strlen(model.designator)))
             return true;
     return false;
+}
+
+// The table of identities is the application's to write too: the search stays inside the field.
+static bool has(int n, unsigned trait)
+{
+    const char* name = m_stDevInfo[n].szDeviceName;
+    return nameHas(name, strnlen(name, sizeof m_stDevInfo[n].szDeviceName), trait);
+}
+
+bool IsHostCorrectedProduct(const char* product)
+{
+    return nameHas(product, strlen(product), kHostCorrected);
 }
 
 bool IsHostCorrected(int n)

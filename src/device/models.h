@@ -7,6 +7,7 @@
 // The host applies the FPPN and orthogonal corrections, the range clip and the edge removal; other models do so
 // themselves.
 bool IsHostCorrected(int n);
+bool IsHostCorrectedProduct(const char* product); // of a camera that has no number
 
 // Models that take 10 MHz only.
 bool IsRsFamily(int n);

@@ -40,6 +40,8 @@ constexpr Longs kLongs;
 constexpr Pixels kPixels;
 
 constexpr int kLanes = hn::MaxLanes(kFloats);
+constexpr float kWidth = VQD_WIDTH;
+constexpr float kHeight = VQD_HEIGHT;
 constexpr int kBlock = 128; // pixels
 constexpr int kBlocks = VQD_PIXELS / kBlock;
 static_assert(VQD_PIXELS % kBlock == 0 && kBlock % kLanes == 0 && kLanes % 4 == 0);
@@ -111,7 +113,7 @@ HWY_INLINE void locate(Bilinear& job, int block, int k)
     const Float nextY = hn::Add(y, one);
     const Float column = hn::Trunc(nextX);
     const Float row = hn::Trunc(nextY);
-    const auto inside = hn::And(within(nextX, 0.0f, VQD_WIDTH + 1.0f), within(nextY, 0.0f, VQD_HEIGHT + 1.0f));
+    const auto inside = hn::And(within(nextX, 0.0f, kWidth + 1.0f), within(nextY, 0.0f, kHeight + 1.0f));
     storeIndexes(column, row, inside, job.indexes[block & 1] + kLanes * k);
 
     // Below zero where either difference is.

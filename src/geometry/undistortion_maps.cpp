@@ -11,8 +11,9 @@ LastMapPixel scalar::FillUndistortionMaps(const Lens& lens, bool fractions, cons
     const auto [fx, fy, cx, cy] = lens.k;
     LastMapPixel last{};
     for (int i = 0; i < VQD_PIXELS; ++i) {
-        last.x = (static_cast<float>(i % VQD_WIDTH) - cx) / fx;
-        last.y = (static_cast<float>(i / VQD_WIDTH) - cy) / fy;
+        const int column = i % VQD_WIDTH, row = i / VQD_WIDTH;
+        last.x = (static_cast<float>(column) - cx) / fx;
+        last.y = (static_cast<float>(row) - cy) / fy;
         last.distorted = Distort(lens.d, last.x, last.y);
         const float xs = last.distorted.x * fx + cx;
         const float ys = last.distorted.y * fy + cy;

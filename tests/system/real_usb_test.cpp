@@ -11,31 +11,10 @@
 #include "VQD_API.h"
 #include "sim/umockdev_bus.h"
 #include "support/geometry_measures.h"
+#include "support/marked_source.h"
 
 namespace
 {
-
-// Planes that tell frame, camera and place, all within what a camera passes unchanged.
-struct Marked : sim::FrameSource {
-    explicit Marked(uint16_t mark) : mark(mark) {}
-
-    static uint16_t amplitudeAt(uint64_t frame, size_t i)
-    {
-        return static_cast<uint16_t>(1000 + (i * 31 + frame) % 997);
-    }
-    uint16_t depthAt(uint64_t frame, size_t i) const { return static_cast<uint16_t>(mark + (i + frame) % 50); }
-
-    void render(const sim::FrameRequest& request, std::span<uint16_t, sim::kPixels> amplitude,
-                std::span<uint16_t, sim::kPixels> depth) override
-    {
-        for (size_t i = 0; i < sim::kPixels; ++i) {
-            amplitude[i] = amplitudeAt(request.index, i);
-            depth[i] = depthAt(request.index, i);
-        }
-    }
-
-    uint16_t mark;
-};
 
 class RealUsb : public testing::TestWithParam<uint32_t>
 {
@@ -66,13 +45,9 @@ protected:
     {
         const auto mark = static_cast<uint16_t>(serialDigit(n) * 1000);
         ASSERT_EQ(vqdReadFromDevice(n, images.data(), &info), 1);
-        uint64_t frame = 0;
-        memcpy(&frame, buffers + 16, sizeof frame); // the virtual camera numbers its frames in the header
-        const Marked source(mark);
-        size_t wrong = 0;
-        for (size_t i = 0; i < sim::kPixels; ++i)
-            wrong += amplitude[i] != Marked::amplitudeAt(frame, i) || depth[i] != source.depthAt(frame, i);
-        EXPECT_EQ(wrong, 0u) << "camera " << n << ", frame " << frame;
+        const uint64_t frame = frameInBuffer();
+        EXPECT_EQ(Marked(mark).wrongPixels(frame, amplitude.data(), depth.data()), 0u)
+            << "camera " << n << ", frame " << frame;
     }
 
     void TearDown() override
@@ -109,8 +84,7 @@ TEST_P(RealUsb, AFlipMirrorsWhatTheCameraSends)
     ASSERT_EQ(vqdSetFlipHorizontal(0, 1), 1);
     ASSERT_EQ(vqdReadFromDevice(0, images.data(), &info), 1); // may have been exposed before
     ASSERT_EQ(vqdReadFromDevice(0, images.data(), &info), 1);
-    uint64_t frame = 0;
-    memcpy(&frame, buffers + 16, sizeof frame);
+    const uint64_t frame = frameInBuffer();
     for (const size_t column : {0, 1, 150, 319})
         EXPECT_EQ(amplitude[320 * 7 + column], Marked::amplitudeAt(frame, 320 * 7 + 319 - column)) << column;
 }

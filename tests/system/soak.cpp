@@ -20,6 +20,7 @@
 
 #include "VQD_API.h"
 #include "sim/umockdev_bus.h"
+#include "support/marked_source.h"
 
 namespace
 {
@@ -28,17 +29,6 @@ constexpr int kCameras = 2;
 constexpr int kTimeScale = 50;        // the library's sleeps and the cameras' clocks run this much faster
 constexpr int kMostReads = 60;        // after a disconnect, until the camera delivers again
 constexpr long kGrowthAllowed = 3072; // KiB of resident memory, from a quarter of the run to its end
-
-struct Marked : sim::FrameSource {
-    explicit Marked(uint16_t mark) : mark(mark) {}
-    void render(const sim::FrameRequest&, std::span<uint16_t, sim::kPixels> amplitude,
-                std::span<uint16_t, sim::kPixels> depth) override
-    {
-        std::fill(amplitude.begin(), amplitude.end(), mark);
-        std::fill(depth.begin(), depth.end(), 1000);
-    }
-    uint16_t mark;
-};
 
 struct Usage {
     long residentKib = 0;
@@ -66,7 +56,7 @@ public:
             sim::Config config;
             config.product = "VQD-HT110";
             config.serial[6] = static_cast<uint8_t>(i + 1);
-            config.source = std::make_shared<Marked>(static_cast<uint16_t>(1000 + i));
+            config.source = std::make_shared<Marked>(markOf(static_cast<size_t>(i)));
             m_bus.add(config);
         }
         std::array<DevInfo, VQD_MAX_DEVICES> devices{};
@@ -99,7 +89,7 @@ public:
             const int result = read(n);
             if (result != 1)
                 m_nReopenTime = 600;
-            own += result == 1 && m_amplitude[100] == 1000 + m_port[n];
+            own += result == 1 && isOwn(n);
             if (own == 3)
                 return true;
         }
@@ -115,6 +105,13 @@ public:
     unsigned long frames() const { return m_frames; }
 
 private:
+    static uint16_t markOf(size_t port) { return static_cast<uint16_t>(1000 + 100 * port); }
+
+    bool isOwn(int n) const
+    {
+        return Marked(markOf(m_port[n])).wrongPixels(frameInBuffer(), m_amplitude.data(), m_depth.data()) == 0;
+    }
+
     int read(int n)
     {
         uint16_t* images[2] = {m_amplitude.data(), m_depth.data()};

@@ -17,6 +17,7 @@
 #include "common.h"
 #include "exit_codes.h"
 #include "interrupt.h"
+#include "usb_devices.h"
 
 namespace
 {
@@ -44,17 +45,10 @@ std::vector<Place> cameraPlaces()
     return places;
 }
 
-std::string deviceNode(const Place& place)
-{
-    char path[32];
-    snprintf(path, sizeof path, "/dev/bus/usb/%03d/%03d", place.bus, place.address);
-    return path;
-}
-
 // 0, or the errno that this user gets. Asking for the permission alone would miss what a container forbids.
-int openingError(const Place& place)
+int openingError(const std::string& path)
 {
-    const int node = open(deviceNode(place).c_str(), O_RDWR | O_CLOEXEC);
+    const int node = open(path.c_str(), O_RDWR | O_CLOEXEC);
     if (node < 0)
         return errno;
     close(node);
@@ -68,10 +62,11 @@ int openingError(const Place& place)
         throw Failure(kFailed, std::to_string(m_nDeviceCount) + " cameras are attached; " +
                                    std::to_string(VQD_MAX_DEVICES) + " is the most that can be used");
     const std::vector<Place> places = cameraPlaces();
-    for (const Place& place : places)
-        if (const int error = openingError(place); error != 0)
-            throw Failure(kNoAccess,
-                          "a camera is attached but " + deviceNode(place) + " can not be opened: " + strerror(error));
+    for (const auto& [bus, address] : places) {
+        const std::string node = deviceNode(bus, address);
+        if (const int error = openingError(node); error != 0)
+            throw Failure(kNoAccess, "a camera is attached but " + node + " can not be opened: " + strerror(error));
+    }
     if (!places.empty())
         throw Failure(kFailed, "a camera is attached but can not be opened");
     throw Failure(kNoCamera, "no camera found");

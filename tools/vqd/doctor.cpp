@@ -22,9 +22,11 @@
 #include "commands.h"
 #include "common.h"
 #include "config/param_image.h"
+#include "device/models.h"
 #include "exit_codes.h"
 #include "geometry/lens_fields.h"
 #include "interrupt.h"
+#include "lens_json.h"
 #include "library_lines.h"
 #include "output.h"
 #include "tar_gz.h"
@@ -327,14 +329,12 @@ void Doctor::judgeEeprom(const UsbCamera& camera, libusb_device_handle* handle)
         lens[i] = DecodeLensField(eeprom.data(), kDepthLensBlock.intrinsic[i]);
     const auto [fx, fy, cx, cy] = lens;
     const std::string numbers = formatted("focal length %.1f, %.1f, centre %.1f, %.1f", fx, fy, cx, cy);
-    if (cx < 140 || cx > 180 || cy < 80 || cy > 160 || fx < 50 || fy < 50)
+    if (!isPlausible({fx, fy, cx, cy}))
         find(Level::warning, camera.port, "its depth lens is not plausible: " + numbers,
              "If there is a backup: vqd eeprom restore FILE. Else set the lens with vqd lens --set.");
     else
         find(Level::ok, camera.port, "EEPROM signed, depth lens " + numbers);
-    const bool fppn =
-        camera.product.find("VQD-HT120") != std::string::npos || camera.product.find("VQD-HT950X") != std::string::npos;
-    controlLimit(camera, handle, fppn && (eeprom[kCorrectionCode] & kFppnBit) != 0);
+    controlLimit(camera, handle, IsHostCorrectedProduct(camera.product.c_str()) && (eeprom[kCorrectionCode] & kFppnBit) != 0);
 }
 
 // Libusb on Linux has a limit of its own; the FPPN table of 4 x 4 blocks is larger.

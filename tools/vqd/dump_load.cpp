@@ -109,21 +109,15 @@ int load(const Options& options)
     const Camera& camera = session.chooseToChange();
     session.loadAlone(camera);
     claim(camera);
-    const auto load_all = [&] { applyAndCompare(camera, different(camera.nIndex, assignments)); };
-    if (save)
-        changeEeprom(camera, lens ? "save these settings and this lens?" : "save these settings?", Unreadable::refuse,
-                     [&] {
-                         load_all();
-                         if (lens)
-                             store(camera.nIndex, *lens);
-                         saveImage(camera);
-                     });
-    else
-        load_all();
+    changeSettings(camera, save, lens ? "save these settings and this lens?" : "save these settings?", [&] {
+        applyAndCompare(camera, different(camera.nIndex, assignments));
+        if (lens)
+            store(camera.nIndex, *lens);
+    });
     printSettings(output, settingsJson(camera.nIndex, false));
     output.finish();
     if (!save)
-        note("not saved; the next program that lists the camera has its stored settings again (--save keeps)");
+        note(kNotSaved);
     return kDone;
 }
 

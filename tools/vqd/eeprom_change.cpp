@@ -100,3 +100,13 @@ void saveImage(const Camera& camera)
     if (vqdEEPROM_ParameterData_Save(camera.nIndex, image) != 1)
         failOn(camera, "the EEPROM was not written");
 }
+
+void changeSettings(const Camera& camera, bool save, const std::string& question, const std::function<void()>& change)
+{
+    if (!save)
+        return change();
+    changeEeprom(camera, question, Unreadable::refuse, [&] {
+        change();
+        saveImage(camera);
+    });
+}

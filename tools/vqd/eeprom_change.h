@@ -29,5 +29,11 @@ enum class Unreadable {
 void changeEeprom(const Camera& camera, const std::string& question, Unreadable unreadable,
                   const std::function<void()>& write);
 
+// Runs `change` on the settings of a claimed camera; with `save` as changeEeprom() does, and keeps them.
+void changeSettings(const Camera& camera, bool save, const std::string& question, const std::function<void()>& change);
+
+inline constexpr char kNotSaved[] =
+    "not saved; the next program that lists the camera has its stored settings again (--save keeps)";
+
 // Saves the host's image. A camera does not start to capture by itself.
 void saveImage(const Camera& camera);

@@ -65,19 +65,13 @@ int set(const Options& options)
     const Camera& camera = session.chooseToChange();
     session.loadAlone(camera);
     claim(camera);
-    if (options.save)
-        changeEeprom(camera, "save these settings?", Unreadable::refuse, [&] {
-            applySettings(camera, assignments);
-            saveImage(camera);
-        });
-    else
-        applySettings(camera, assignments);
+    changeSettings(camera, options.save, "save these settings?", [&] { applySettings(camera, assignments); });
     std::vector<const Setting*> changed;
     for (const Assignment& assignment : assignments)
         changed.push_back(assignment.setting);
     show(output, camera, "set", changed);
     if (!options.save)
-        note("not saved; the next program that lists the camera has its stored settings again (--save keeps)");
+        note(kNotSaved);
     return kDone;
 }
 

@@ -50,7 +50,7 @@ unsigned centreDepth(const Frame& frame)
     std::vector<uint16_t> valid;
     for (int y = VQD_HEIGHT / 2 - 2; y <= VQD_HEIGHT / 2 + 2; ++y)
         for (int x = VQD_WIDTH / 2 - 2; x <= VQD_WIDTH / 2 + 2; ++x)
-            if (const uint16_t depth = frame.depth[static_cast<size_t>(VQD_WIDTH * y + x)]; depth != 0)
+            if (const uint16_t depth = frame.depth[VQD_WIDTH * y + x]; depth != 0)
                 valid.push_back(depth);
     if (valid.empty())
         return 0;

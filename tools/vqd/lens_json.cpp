@@ -75,6 +75,11 @@ ExtrinsicParam extrinsicFrom(const Json& set)
 
 } // namespace
 
+bool isPlausible(const LensIntrinsic& k)
+{
+    return k.cx >= 140 && k.cx <= 180 && k.cy >= 80 && k.cy <= 160 && k.fx >= 50 && k.fy >= 50;
+}
+
 Json calibrationJson(const Camera& camera)
 {
     const int n = camera.nIndex;

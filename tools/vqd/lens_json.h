@@ -22,6 +22,9 @@ struct Calibration {
     std::optional<ExtrinsicParam> extrinsic;
 };
 
+// Whether it can be a depth lens of these cameras. The library replaces one whose cx is not between 140 and 180.
+bool isPlausible(const LensIntrinsic& k);
+
 // The members "depth", "colour" and "extrinsic", as the camera stores them.
 Json calibrationJson(const Camera& camera);
 

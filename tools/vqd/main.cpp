@@ -27,9 +27,7 @@ std::vector<std::string> takeProgram(std::vector<std::string>& arguments)
     return program;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int runCommandLine(int argc, char** argv)
 {
     std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
     const Invocation invocation{argv, takeProgram(arguments)};
@@ -59,9 +57,18 @@ int main(int argc, char** argv)
     try {
         std::reverse(arguments.begin(), arguments.end()); // as the parser takes them
         app.parse(arguments);
-        return run();
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kDone : kUsage;
+    }
+    return run();
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return runCommandLine(argc, argv);
     } catch (const Failure& failure) {
         fprintf(stderr, "vqd: %s\n", failure.what());
         return failure.code;

@@ -15,8 +15,10 @@
 #include "commands.h"
 #include "common.h"
 #include "config/param_image.h"
+#include "device/models.h"
 #include "exit_codes.h"
 #include "interrupt.h"
+#include "lens_json.h"
 #include "library_lines.h"
 #include "output.h"
 #include "settings.h"
@@ -134,7 +136,7 @@ Verdict lens(Bench& bench)
 {
     float k[4] = {}, distortion[6] = {};
     vqdGetLensParameter(bench.n, k, distortion);
-    return judge(k[2] >= 140 && k[2] <= 180 && k[3] > 80 && k[3] < 160 && k[0] > 50 && k[1] > 50,
+    return judge(isPlausible({k[0], k[1], k[2], k[3]}),
                  "focal length %.1f, %.1f, centre %.1f, %.1f", k[0], k[1], k[2], k[3]);
 }
 
@@ -167,11 +169,6 @@ constexpr struct {
     {"orthogonal", {1}, {0}},
 };
 
-bool hasOneFrequency(const Camera& camera)
-{
-    return strstr(camera.szDeviceName, "VQD-HT110") == nullptr && strstr(camera.szDeviceName, "VQD-HT120") == nullptr;
-}
-
 std::string joined(const int* values, int count)
 {
     std::string text;
@@ -188,7 +185,7 @@ Verdict settings(Bench& bench)
     for (const auto& trial : kTrials) {
         endIfInterrupted();
         const Setting& setting = settingByName(trial.name);
-        if (setting.name == std::string("frequency") && hasOneFrequency(bench.camera)) {
+        if (setting.name == std::string("frequency") && !IsHtFamily(bench.n)) {
             untried = "; this model has one frequency";
             continue;
         }
@@ -290,8 +287,7 @@ double difference(const Plane& a, const Plane& b, bool columns, bool rows)
     for (int y = 0; y < VQD_HEIGHT; ++y)
         for (int x = 0; x < VQD_WIDTH; ++x) {
             const int column = columns ? VQD_WIDTH - 1 - x : x, row = rows ? VQD_HEIGHT - 1 - y : y;
-            sum +=
-                std::abs(a[static_cast<size_t>(VQD_WIDTH * y + x)] - b[static_cast<size_t>(VQD_WIDTH * row + column)]);
+            sum += std::abs(a[VQD_WIDTH * y + x] - b[VQD_WIDTH * row + column]);
         }
     return sum / int{VQD_PIXELS};
 }

@@ -77,7 +77,7 @@ public:
         }
         m_previous = reopened ? std::nullopt : std::optional(now);
         if (failure)
-            throw *failure;
+            throw Failure(*failure);
     }
 
     // Prints a line when a second is over.

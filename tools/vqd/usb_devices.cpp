@@ -14,13 +14,12 @@
 #include <memory>
 #include <unistd.h>
 
+#include "device/usb_ids.h"
+
 namespace
 {
 
 constexpr char kDevices[] = "/sys/bus/usb/devices/";
-constexpr char kVendor[] = "03a4";
-constexpr const char* kProducts[] = {"871a", "8718", "871c", "8720", "8722", "8724",
-                                     "8726", "8728", "872a", "8730", "8732"};
 
 std::vector<std::string> namesIn(const std::string& folder)
 {
@@ -45,6 +44,14 @@ std::string lowerCase(std::string text)
     for (char& c : text)
         c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
     return text;
+}
+
+bool isOfInterest(const std::string& vendor, const std::string& product)
+{
+    const auto number = [](const std::string& digits) { return strtoul(digits.c_str(), nullptr, 16); };
+    return std::any_of(std::begin(m_stUsbIdTable), std::end(m_stUsbIdTable), [&](const UsbId& id) {
+        return id.vendor == number(vendor) && id.product == number(product);
+    });
 }
 
 pid_t numberIn(const char* variable)
@@ -78,13 +85,20 @@ std::string usbAttribute(const std::string& port, const char* name)
     return firstLine(kDevices + port + "/" + name);
 }
 
+std::string deviceNode(int bus, int address)
+{
+    char path[48];
+    snprintf(path, sizeof path, "/dev/bus/usb/%03d/%03d", bus, address);
+    return path;
+}
+
 std::vector<UsbCamera> attachedCameras()
 {
     std::vector<UsbCamera> cameras;
     for (const std::string& port : namesIn(kDevices)) {
         const std::string vendor = lowerCase(usbAttribute(port, "idVendor"));
         const std::string product = lowerCase(usbAttribute(port, "idProduct"));
-        if (vendor != kVendor || std::find(std::begin(kProducts), std::end(kProducts), product) == std::end(kProducts))
+        if (!isOfInterest(vendor, product))
             continue;
         UsbCamera camera;
         camera.port = port;
@@ -93,9 +107,7 @@ std::vector<UsbCamera> attachedCameras()
         camera.bus = atoi(usbAttribute(port, "busnum").c_str());
         camera.address = atoi(usbAttribute(port, "devnum").c_str());
         camera.megabits = atof(usbAttribute(port, "speed").c_str());
-        char node[48];
-        snprintf(node, sizeof node, "/dev/bus/usb/%03d/%03d", camera.bus, camera.address);
-        camera.node = node;
+        camera.node = deviceNode(camera.bus, camera.address);
         // Folders of interfaces are "PORT:CONFIGURATION.INTERFACE".
         const std::string driver = linkTarget(kDevices + port + "/" + port + ":1.0/driver");
         camera.driver = driver.substr(driver.rfind('/') + 1);

@@ -22,6 +22,9 @@ bool hasUsb();
 
 std::vector<UsbCamera> attachedCameras();
 
+// Where libusb opens a device.
+std::string deviceNode(int bus, int address);
+
 // A text of a device's folder in sysfs, without what a terminal would act on; empty when there is none.
 std::string usbAttribute(const std::string& port, const char* name);
 

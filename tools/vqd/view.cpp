@@ -74,9 +74,7 @@ std::vector<uint16_t> shrink(const Frame& frame, const Fit& fit)
         for (int x = 0; x < fit.width; ++x) {
             const int left = x * VQD_WIDTH / fit.width, right = (x + 1) * VQD_WIDTH / fit.width;
             const int top = y * VQD_HEIGHT / fit.height, bottom = (y + 1) * VQD_HEIGHT / fit.height;
-            const auto depth = [&](int column, int row) {
-                return frame.depth[static_cast<size_t>(VQD_WIDTH * row + column)];
-            };
+            const auto depth = [&](int column, int row) { return frame.depth[VQD_WIDTH * row + column]; };
             uint16_t value = depth((left + right) / 2, (top + bottom) / 2);
             if (value == 0)
                 for (int row = top; row < bottom; ++row)
