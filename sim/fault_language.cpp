@@ -197,11 +197,11 @@ private:
         if (word(1).text != ":")
             return 0;
         const Word& at = word();
-        const auto number = count<size_t>("the number of a camera", 1);
-        if (number > m_cameras)
+        const auto chosen = count<size_t>("the number of a camera", 1);
+        if (chosen > m_cameras)
             fail("there is no camera " + at.text + " (" + std::to_string(m_cameras) + " plugged in)", at);
         take(":");
-        return number;
+        return chosen;
     }
 
     // Which of the matching transfers; true when the line says so.
