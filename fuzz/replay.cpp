@@ -12,8 +12,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-static constexpr int kRandomInputs = 60;
-static constexpr size_t kMostRandomBytes = 4096;
+static constexpr int kRandomInputs = 100;
+static constexpr size_t kMostRandomBytes = 2048;
 
 int main(int argc, char** argv)
 {

@@ -36,8 +36,8 @@ Fault fault(Input& input)
     fault.kind = static_cast<Fault::Kind>(input.below(8));
     fault.channel = static_cast<Channel>(input.below(4));
     fault.request = input.below(2) ? 0xB0 + input.below(16) : -1;
-    fault.nth = input.take();
-    fault.times = input.take();
+    fault.nth = static_cast<unsigned>(input.below(16)); // soon, so that it is met
+    fault.times = static_cast<unsigned>(input.below(4));
     fault.bytes = input.take<uint32_t>();
     fault.backAfter = input.below(2) ? kNever : input.take<int64_t>();
     fault.afterFrames = input.below(4);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <random>
 
 #include "camera.h"
 
@@ -612,6 +613,47 @@ TEST(SimRegisters, WithoutLightSomeModelsSendDarkFramesUntilTheFifoIsReset)
         host.command(ending);
         host.read(2048);
         EXPECT_EQ(host.camera.nextBulkIn(host.now), kNever);
+    }
+}
+
+TEST(SimCamera, SurvivesAnyCallsInAnyOrder)
+{
+    std::mt19937 random(1);
+    const auto pick = [&](std::initializer_list<unsigned> values) {
+        return *(values.begin() + random() % values.size());
+    };
+    for (int round = 0; round < 40; round++) {
+        Config config;
+        config.framesPerSecond = std::array{0.0, 30.0, 1e-300, 1e9, -1.0}[random() % 5];
+        config.darkFrames = random() % 2 == 0;
+        Host host(config);
+        host.now = std::array<TimeUs, 4>{0, 1000, INT64_MAX - 1000, INT64_MIN}[random() % 4];
+        for (int step = 0; step < 60; step++) {
+            Bytes data(pick({0, 1, 64, 127, 128, 256, 512, 2048, 8192}));
+            const auto request = static_cast<uint8_t>(pick({0, 6, 9, 0xB1, 0xB2, 0xB4, 0xB7, 0xB8, 0xBA, 0xBB}));
+            const auto length = static_cast<uint16_t>(pick({0, 64, 128, 256, 8192, 65535}));
+            const auto value = static_cast<uint16_t>(pick({0, 0x0300, 0x1200, 0x4000, 0x7000, 0xFFFF}));
+            const auto type = static_cast<uint8_t>(pick({0x00, 0x80, 0x40, 0xC0, 0xFF}));
+            const Outcome control = host.camera.control({type, request, value, 0, length}, data, host.now);
+            EXPECT_LE(control.bytes, data.size());
+            for (uint8_t& byte : host.image)
+                byte = static_cast<uint8_t>(random());
+            if (random() % 2 == 0)
+                host.grab(random() % 4 != 0);
+            const Outcome in = host.read(pick({0, 511, 512, 1000, 2048, 400000}));
+            EXPECT_LE(in.bytes, host.data.size());
+            host.camera.addFault({.kind = static_cast<Fault::Kind>(random() % 8),
+                                  .channel = static_cast<Channel>(random() % 4),
+                                  .nth = static_cast<unsigned>(random() % 40),
+                                  .times = static_cast<unsigned>(random() % 3),
+                                  .bytes = random() % 1000,
+                                  .backAfter = std::array<TimeUs, 3>{-5, 100, kNever}[random() % 3]});
+            if (!host.camera.plugged() && random() % 2 == 0)
+                host.camera.plug(host.now);
+            if (host.now < INT64_MAX - 300'000)
+                host.now += static_cast<TimeUs>(random() % 300'000);
+            EXPECT_GE(host.camera.nextBulkIn(host.now), TimeUs{INT64_MIN});
+        }
     }
 }
 
