@@ -5,21 +5,12 @@
 #include <cstring>
 
 #include "support/library_test.h"
+#include "support/marked_source.h"
 
 namespace
 {
 
-// Pixels that tell their plane, frame and place.
-struct Numbered : sim::FrameSource {
-    void render(const sim::FrameRequest& request, std::span<uint16_t, sim::kPixels> amplitude,
-                std::span<uint16_t, sim::kPixels> depth) override
-    {
-        for (size_t i = 0; i < sim::kPixels; ++i) {
-            amplitude[i] = static_cast<uint16_t>(i % 4099 + request.index);
-            depth[i] = static_cast<uint16_t>(i % 7001 + 5 + request.index);
-        }
-    }
-};
+constexpr uint16_t kMark = 2000;
 
 class Frame : public LibraryTest
 {
@@ -28,7 +19,7 @@ protected:
     {
         sim::Config config;
         config.product = product;
-        config.source = std::make_shared<Numbered>();
+        config.source = std::make_shared<Marked>(kMark);
         sim::Camera& camera = openCamera(config);
         EXPECT_EQ(vqdGrabStart(0), 1);
         usb.conversation();
@@ -45,8 +36,7 @@ TEST_F(Frame, CopiesBothPlanesAndCounts)
     EXPECT_EQ(usb.conversation(), "in 307712");
     EXPECT_EQ(memcmp(amplitude.data(), buffers + 512, 153600), 0);
     EXPECT_EQ(memcmp(depth.data(), buffers + 154112, 153600), 0);
-    EXPECT_EQ(amplitude[76799] - amplitude[0], 76799 % 4099);
-    EXPECT_EQ(depth[0] - amplitude[0], 5);
+    EXPECT_EQ(Marked(kMark).wrongPixels(frameInBuffer(), amplitude.data(), depth.data()), 0u);
     EXPECT_EQ(info.nWidth, 320u);
     EXPECT_EQ(info.nHeight, 240u);
     EXPECT_EQ(info.nFrameCount, 1u);

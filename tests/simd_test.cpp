@@ -60,10 +60,11 @@ private:
     T* m_first = nullptr;
 };
 
-const float kPositions[] = {NAN,        INFINITY,      -INFINITY,  -1.0f,  -0.99999994f, -0.5f,      -0.0f,
-                            1e-40f,     -1e-40f,       -1e-9f,     239.0f, 239.99998f,   240.0f,     319.0f,
-                            319.99997f, 320.0f,        319.5f,     239.5f, 319.49997f,   239.49998f, 0.99999994f,
-                            127.99999f, 2147483648.0f, 63.999996f, 1e30f,  -3e9f};
+const float kPositions[] = {NAN,        INFINITY,   -INFINITY,   -1.0f,      -0.99999994f,  -0.5f,
+                            -0.0f,      1e-40f,     -1e-40f,     -1e-9f,     239.0f,        239.99998f,
+                            240.0f,     319.0f,     319.99997f,  320.0f,     319.5f,        239.5f,
+                            319.49997f, 239.49998f, 0.99999994f, 127.99999f, 2147483648.0f, 63.999996f,
+                            1e30f,      -3e9f,      255.99998f,  -1e30f,     319.9999f};
 const float kPayload = std::bit_cast<float>(0x7FC01234); // a NaN that is not all zeros below
 const float kWeights[] = {NAN,    kPayload, INFINITY, -INFINITY, 0.0f, -0.0f, 1.0f,  -1.0f,
                           1e-40f, 2.5f,     77.7f,    -77.7f,    1e5f, -1e5f, 3e38f, -3e38f};
@@ -160,8 +161,8 @@ TEST_F(Simd, NearestResampling)
 
 TEST_F(Simd, DepthCorrectionAndClip)
 {
-    const double hostileFactors[] = {NAN,  INFINITY, -INFINITY,    0.0,          -1.0,      1e300, 5e-324,
-                                     32e3, -32e3,    4294967296.0, 32769.000008, -32769.25, 0.5};
+    const double hostileFactors[] = {NAN,          INFINITY,     -INFINITY, 0.0, -1.0,     1e300,  5e-324, 32e3, -32e3,
+                                     4294967296.0, 32769.000008, -32769.25, 0.5, 32767.99, -1e300, 1e5,    -1e5};
     const int hostileOffsets[] = {INT_MIN, INT_MAX, -150, 65536, -65536, 40000, -40000};
     const int limits[] = {INT_MIN, -1, 0, 1, 500, 3000, 65534, 65535, 65536, INT_MAX};
     Guarded<double> factors{VQD_PIXELS};
