@@ -334,7 +334,8 @@ void Doctor::judgeEeprom(const UsbCamera& camera, libusb_device_handle* handle)
              "If there is a backup: vqd eeprom restore FILE. Else set the lens with vqd lens --set.");
     else
         find(Level::ok, camera.port, "EEPROM signed, depth lens " + numbers);
-    controlLimit(camera, handle, IsHostCorrectedProduct(camera.product.c_str()) && (eeprom[kCorrectionCode] & kFppnBit) != 0);
+    controlLimit(camera, handle,
+                 IsHostCorrectedProduct(camera.product.c_str()) && (eeprom[kCorrectionCode] & kFppnBit) != 0);
 }
 
 // Libusb on Linux has a limit of its own; the FPPN table of 4 x 4 blocks is larger.

@@ -136,8 +136,8 @@ Verdict lens(Bench& bench)
 {
     float k[4] = {}, distortion[6] = {};
     vqdGetLensParameter(bench.n, k, distortion);
-    return judge(isPlausible({k[0], k[1], k[2], k[3]}),
-                 "focal length %.1f, %.1f, centre %.1f, %.1f", k[0], k[1], k[2], k[3]);
+    return judge(isPlausible({k[0], k[1], k[2], k[3]}), "focal length %.1f, %.1f, centre %.1f, %.1f", k[0], k[1], k[2],
+                 k[3]);
 }
 
 Verdict opens(Bench& bench)

@@ -49,9 +49,8 @@ std::string lowerCase(std::string text)
 bool isOfInterest(const std::string& vendor, const std::string& product)
 {
     const auto number = [](const std::string& digits) { return strtoul(digits.c_str(), nullptr, 16); };
-    return std::any_of(std::begin(m_stUsbIdTable), std::end(m_stUsbIdTable), [&](const UsbId& id) {
-        return id.vendor == number(vendor) && id.product == number(product);
-    });
+    return std::any_of(std::begin(m_stUsbIdTable), std::end(m_stUsbIdTable),
+                       [&](const UsbId& id) { return id.vendor == number(vendor) && id.product == number(product); });
 }
 
 pid_t numberIn(const char* variable)
