@@ -92,17 +92,26 @@ protected:
     float fraction() { return static_cast<float>(below(1 << 24)) / (1 << 24); }
     template <typename T, size_t N> T of(const T (&list)[N]) { return list[below(N)]; }
 
-    // Positions that wander about the identity, the very identity, or anything, with hostile ones among them.
-    void fillMaps(bool hostile)
+    // Positions as a turned and shifted lens makes them, or any; those of one row lie about an edge of the sensor.
+    // Hostile are none or one in so many.
+    void fillMaps(int hostile)
     {
-        const float wander = of({0.0f, 2.0f, 400.0f});
+        const float wander = of({0.0f, 0.0f, 0.0f, 2.0f, 400.0f});
+        const float scale = of({1.0f, 0.97f, 0.8f, 1.1f}), turn = of({0.0f, 0.02f, -0.15f, 0.2f});
+        const float shiftX = of({0.0f, 0.5f, 30.0f}), shiftY = of({0.0f, -7.3f, 60.0f});
+        const int edgeRow = static_cast<int>(below(VQD_HEIGHT));
+        const float edge = of({-1.0f, -0.5f, 239.5f, 240.0f, 240.5f});
         for (int i = 0; i < VQD_PIXELS; ++i) {
-            x.data()[i] = static_cast<float>(i % VQD_WIDTH) + wander * (fraction() - 0.5f);
-            y.data()[i] = static_cast<float>(i / VQD_WIDTH) + wander * (fraction() - 0.5f);
+            const auto column = static_cast<float>(i % VQD_WIDTH), row = static_cast<float>(i / VQD_WIDTH);
+            x.data()[i] = scale * column - turn * row + shiftX + wander * (fraction() - 0.5f);
+            y.data()[i] =
+                i / VQD_WIDTH == edgeRow ? edge : scale * row + turn * column + shiftY + wander * (fraction() - 0.5f);
             fx.data()[i] = x.data()[i] - truncf(x.data()[i]);
             fy.data()[i] = y.data()[i] - truncf(y.data()[i]);
-            if (hostile && below(16) == 0)
-                (below(2) ? x : y).data()[i] = of(kPositions);
+            if (hostile && below(static_cast<unsigned>(hostile)) == 0) {
+                float& position = (below(2) ? x : y).data()[i];
+                position = below(2) ? of(kPositions) : nextafterf(position, -1.0f);
+            }
             if (hostile && below(64) == 0)
                 (below(2) ? fx : fy).data()[i] = of(kWeights);
         }
@@ -131,11 +140,11 @@ protected:
 
 TEST_F(Simd, BilinearResampling)
 {
-    onEveryTarget(24, [&](int round) {
+    onEveryTarget(60, [&](int) {
         fillPlanes();
-        fillMaps(round % 2);
+        fillMaps(of({0, 16, 1000}));
         pairs.fill([&] { return random(); });
-        const int gate = of({0, 100, 300, 65535, kNoGate});
+        const int gate = of({-1, 0, 100, 300, 65534, 65535, kNoGate});
         const Planes raw{amplitude.data(), depth.data()};
         const ResampleMaps maps{x.data(), y.data(), fx.data(), fy.data()};
         const auto expected =
@@ -148,9 +157,9 @@ TEST_F(Simd, BilinearResampling)
 
 TEST_F(Simd, NearestResampling)
 {
-    onEveryTarget(12, [&](int round) {
+    onEveryTarget(12, [&](int) {
         fillPlanes();
-        fillMaps(round % 2);
+        fillMaps(of({0, 16, 1000}));
         pairs.fill([&] { return random(); });
         const Planes raw{amplitude.data(), depth.data()};
         scalar::ResampleNearest(raw, x.data(), y.data(), {amplitudeExpected.data(), depthExpected.data()});

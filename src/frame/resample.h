@@ -38,9 +38,11 @@ inline constexpr int kNoGate = INT_MAX;
 
 // Workspace of the vector kernels: both planes in one, amplitude in the lower half of each entry. A border repeats the
 // outermost pixels, so that every pixel has a neighbour on each side; two rows of zeros stand for what lies outside.
-inline constexpr int kPairsStride = VQD_WIDTH + 2;
-inline constexpr int kPairsOutside = kPairsStride * (VQD_HEIGHT + 2); // the first zero
-inline constexpr int kPairs = kPairsOutside + 2 * kPairsStride;
+// The first pixel of each row is at a multiple of 64 bytes.
+inline constexpr int kPairsStride = VQD_WIDTH + 16;
+inline constexpr int kPairsFirst = 15;                                // the upper left corner of the border
+inline constexpr int kPairsOutside = kPairsStride * (VQD_HEIGHT + 2); // from there to the first zero
+inline constexpr int kPairs = kPairsFirst + kPairsOutside + 2 * kPairsStride;
 
 namespace scalar
 {
