@@ -4,11 +4,16 @@
 // Times the library against what its users would write with OpenCV, in one process on one thread.
 #include <cstring>
 #include <random>
+#include <string>
 
 #include <benchmark/benchmark.h>
 #include <opencv2/calib3d.hpp>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
+
+#ifdef VQD_SIMD
+#include <hwy/highway.h>
+#endif
 
 #include "VQD_API.h"
 #include "bench_usb.h"
@@ -87,6 +92,20 @@ void ourPipeline()
     benchmark::ClobberMemory();
 }
 
+// What processors with narrower vectors do. `body` runs on each target that this machine supports.
+template <typename Body> void onEachTarget([[maybe_unused]] Body body)
+{
+#ifdef VQD_SIMD
+    for (const int64_t target : hwy::SupportedAndGeneratedTargets()) {
+        hwy::SetSupportedTargetsForTest(target);
+        hwy::GetChosenTarget().DeInit();
+        body(hwy::TargetName(target));
+    }
+    hwy::SetSupportedTargetsForTest(0);
+    hwy::GetChosenTarget().DeInit();
+#endif
+}
+
 void compareResampling()
 {
     cv::Mat amplitudeOut, depthOut;
@@ -111,6 +130,9 @@ void compareResampling()
     buildMaps(1);
     compare("gated bilinear / remap linear", 0.25, ourPipeline, linear);
     compare("gated bilinear / reading maps and planes once", 4, ourPipeline, stream);
+    onEachTarget([&](const char* target) {
+        compare((std::string("gated bilinear with ") + target + " / the same").c_str(), kNoGoal, ourPipeline, stream);
+    });
     buildMaps(2);
     compare("bilinear / remap linear", 0.25, ourPipeline, linear);
     compare("bilinear / reading maps and planes once", 4, ourPipeline, stream);

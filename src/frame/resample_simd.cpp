@@ -56,11 +56,11 @@ constexpr uint32_t kIntegerBits = 0x4B000000;
 
 void mergeRow(const uint16_t* amplitude, const uint16_t* depth, uint32_t* row)
 {
-    for (int x = 0; x < VQD_WIDTH; x += kLanes) {
-        const Word low = hn::PromoteTo(kWords, hn::LoadU(kPixels, amplitude + x));
-        const Word high = hn::PromoteTo(kWords, hn::LoadU(kPixels, depth + x));
-        hn::StoreU(hn::Or(low, hn::ShiftLeft<16>(high)), kWords, row + 1 + x);
-    }
+    constexpr hn::CappedTag<uint16_t, 32> d;
+    static_assert(VQD_WIDTH % hn::MaxLanes(d) == 0);
+    for (int x = 0; x < VQD_WIDTH; x += hn::MaxLanes(d))
+        hn::StoreInterleaved2(hn::LoadU(d, amplitude + x), hn::LoadU(d, depth + x), d,
+                              reinterpret_cast<uint16_t*>(row + 1 + x));
     // Not copied from the row: its stores are still on their way.
     const auto pair = [&](int x) { return amplitude[x] | uint32_t{depth[x]} << 16; };
     row[0] = pair(0);
