@@ -29,6 +29,7 @@ uint16_t amplitude[VQD_PIXELS], depth[VQD_PIXELS], amplitudeCopy[VQD_PIXELS], de
 Point3f points[VQD_PIXELS], pointsCopy[VQD_PIXELS];
 
 const Lens kLens{{204, 204, 160, 120}, {-0.346f, 0.12f, 0, 0, 0, 0}};
+const Lens kPincushion{{204, 204, 160, 120}, {0.1f, 0, 0, 0, 0, 0}};
 
 uint16_t* rawAmplitude()
 {
@@ -50,10 +51,10 @@ cv::Mat map(float* positions)
     return {VQD_HEIGHT, VQD_WIDTH, CV_32FC1, positions};
 }
 
-void buildMaps(int mode)
+void buildMaps(int mode, const Lens& lens = kLens)
 {
     m_nUndistortionMode = mode;
-    kernels::FillUndistortionMaps(kLens, mode != 3, {m_fXp2, m_fYp2, fDist_x2, fDist_y2});
+    kernels::FillUndistortionMaps(lens, mode != 3, {m_fXp2, m_fYp2, fDist_x2, fDist_y2});
 }
 
 // Reads the maps and the planes once, several streams at a time, as fast as plain code does.
@@ -133,6 +134,8 @@ void compareResampling()
     onEachTarget([&](const char* target) {
         compare((std::string("gated bilinear with ") + target + " / the same").c_str(), kNoGoal, ourPipeline, stream);
     });
+    buildMaps(1, kPincushion);
+    compare("gated bilinear, lens with k1 = 0.1 / the same", kNoGoal, ourPipeline, stream);
     buildMaps(2);
     compare("bilinear / remap linear", 0.25, ourPipeline, linear);
     compare("bilinear / reading maps and planes once", 4, ourPipeline, stream);
