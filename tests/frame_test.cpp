@@ -179,6 +179,10 @@ TEST_F(Frame, ASpentBudgetPausesASecondInEveryPath)
     EXPECT_EQ(usb.conversation(), "sleep 1");
     EXPECT_EQ(m_nDeviceOpen[0], 1);
     EXPECT_EQ(info.nFrameCount, 1u);
+
+    usb.interruptedWaits = 1; // by a signal: the rest of the second follows
+    printed([&] { EXPECT_EQ(read(), -3); });
+    EXPECT_EQ(usb.conversation().rfind("sleep 1, wait 9", 0), 0u);
 }
 
 TEST_F(Frame, AShortFrameIsNotNoticed)

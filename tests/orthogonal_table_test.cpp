@@ -181,6 +181,8 @@ TEST_F(OrthogonalTable, WhatTheFileHoldsIsStoredFromTheStart)
         {"centre far above", full, 160, -1e30f, kComplete, 0, 320, 0, 0},
         {"centre far below", full, 160, 6553.5f, "", 0, 320, 0, 0},
         {"centre far right", full, 6553.5f, 120, kReadFail, 0, 320, 0, 0},
+        {"centre beyond any below", full, 160, 1e30f, "", 0, 320, 0, 0},
+        {"centre beyond any to the right", full, 1e30f, 120, kReadFail, 0, 320, 0, 0},
         {"not a number", full, nan, nan, kComplete, 0, 320, 0, 0},
     };
     for (const auto& c : cases) {

@@ -130,6 +130,12 @@ protected:
         ASSERT_EQ(list(), 3);
     }
 
+    void setSerial(size_t port, uint8_t last)
+    {
+        memset(&usb.camera(port).eeprom[57], 0, 7);
+        usb.camera(port).eeprom[63] = last;
+    }
+
     // The last serial byte of the camera that number n talks to.
     static int serialBehind(int n)
     {
@@ -175,10 +181,8 @@ TEST_F(SeveralCameras, ComeBackToTheirNumbersInAnyOrder)
 
 TEST_F(SeveralCameras, WithoutSerialNumbersTheLostNumbersAreServedInOrder)
 {
-    for (size_t port = 0; port < 3; ++port) {
-        memset(&usb.camera(port).eeprom[57], 0, 7);
-        usb.camera(port).eeprom[63] = 0;
-    }
+    for (size_t port = 0; port < 3; ++port)
+        setSerial(port, 0);
     ASSERT_EQ(list(), 3);
     usb.unplug(0);
     usb.unplug(1);
@@ -191,6 +195,59 @@ TEST_F(SeveralCameras, WithoutSerialNumbersTheLostNumbersAreServedInOrder)
     });
     const std::string conversation = usb.conversation();
     EXPECT_LT(conversation.rfind("open 6, reset"), conversation.rfind("open 5, reset")) << conversation;
+}
+
+TEST_F(SeveralCameras, OneWithoutASerialNumberIsFoundBesideOthers)
+{
+    setSerial(1, 0);
+    ASSERT_EQ(list(), 3);
+    printed([] { vqdDeviceClose(0); }); // by intent; its camera stays plugged in
+    usb.unplug(1);
+    usb.replug(1);
+    printed([] { EXPECT_EQ(vqdDeviceReOpen(1), 1); });
+    EXPECT_EQ(serialBehind(1), 0);
+
+    printed([] { EXPECT_EQ(vqdDeviceReOpen(0), 1); });
+    for (const size_t first : {size_t{0}, size_t{1}}) { // number 0's camera is known by its serial number
+        usb.unplug(0);
+        usb.unplug(1);
+        usb.replug(first);
+        usb.replug(1 - first);
+        printed([] {
+            EXPECT_EQ(vqdDeviceReOpen(1), 1);
+            EXPECT_EQ(vqdDeviceReOpen(0), 1);
+        });
+        EXPECT_EQ(serialBehind(1), 0);
+        EXPECT_EQ(serialBehind(0), 1);
+    }
+}
+
+TEST_F(SeveralCameras, ASerialNumberCountsFromWhenItIsReadOrWritten)
+{
+    setSerial(0, 0);
+    setSerial(1, 0);
+    ASSERT_EQ(list(), 3);
+    std::array<unsigned char, 512> image{};
+    printed([&] {
+        vqdParameterData_Load(0, image.data());
+        image[63] = 1;
+        EXPECT_EQ(vqdEEPROM_ParameterData_Save(0, image.data()), 1);
+    });
+    setSerial(1, 2);
+    EXPECT_EQ(serialBehind(1), 2);
+    usb.unplug(0);
+    usb.unplug(1);
+    usb.replug(1);
+    printed([] {
+        m_nReopenTime = 501;
+        EXPECT_EQ(vqdDeviceReOpen(0), -3);
+        m_nReopenTime = 501;
+        EXPECT_EQ(vqdDeviceReOpen(1), 1);
+    });
+    usb.replug(0);
+    printed([] { EXPECT_EQ(vqdDeviceReOpen(0), 1); });
+    EXPECT_EQ(serialBehind(0), 1);
+    EXPECT_EQ(serialBehind(1), 2);
 }
 
 TEST_F(SeveralCameras, AnotherNumbersAddressIsNotTaken)

@@ -38,10 +38,12 @@ static void expandRadialTable(const double* radial, float cx, float cy)
     }
 }
 
-// Not a number, or too large for any file: no row of a file is there.
+// Far beyond any file where no int holds it; not a number counts as far above and to the left.
 static int64_t truncateCoordinate(float c)
 {
-    return c > -1e9f && c < 1e9f ? static_cast<int64_t>(c) : INT64_MIN / 2;
+    if (c >= 2147483648.0f)
+        return INT64_MAX / 2;
+    return c >= -2147483648.0f ? static_cast<int64_t>(c) : INT64_MIN / 2;
 }
 
 static Region regionAround(float cx, float cy)
@@ -84,13 +86,17 @@ static const char* readRows(FILE* file, const Region& region, locale_t c)
     return "Orthogonal table data load complete.";
 }
 
-// A pipe or a device in the file's place could make us wait for ever.
+// Reading a pipe or a device in the file's place could wait for ever; opening one for writing too does not.
 static FILE* openTable()
 {
-    struct stat status;
-    if (stat("./Orthogonal_Table.dat", &status) != 0 || !S_ISREG(status.st_mode))
+    FILE* file = fopen("./Orthogonal_Table.dat", "r+");
+    if (file == nullptr)
         return nullptr;
-    return fopen("./Orthogonal_Table.dat", "r+");
+    struct stat status;
+    if (fstat(fileno(file), &status) == 0 && S_ISREG(status.st_mode))
+        return file;
+    fclose(file);
+    return nullptr;
 }
 
 static void loadFile(const Region& region)

@@ -26,8 +26,10 @@ int SaveParameter(int n)
     uint8_t block[VQD_EEPROM_BYTES];
     memcpy(block, stCamParam[n].image, sizeof block);
     if (usb_control_transfer(HandleOf(n), kVendorOut, kRequestWriteEeprom, kEepromRegion, 0, block, sizeof block,
-                             kRequestTimeoutMs) >= 0)
+                             kRequestTimeoutMs) >= 0) {
+        RenderSerial(block, m_stIdentity[n].serial);
         PrintLine("EEPROM Parameter Save Success.");
+    }
     return 1;
 }
 

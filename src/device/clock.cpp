@@ -38,7 +38,10 @@ void SleepUs(unsigned microseconds)
 
 void SleepOneSecond()
 {
-    unsigned left = 1;
-    while (left > 0)
-        left = sleep(left);
+    tms unused;
+    const clock_t start = times(&unused);
+    errno = 0;
+    // It returns whole seconds: 0 also when a signal came after a tenth of one.
+    if (sleep(1) != 0 || errno == EINTR)
+        SleepUs(static_cast<unsigned>(std::clamp<int64_t>(1'000'000 - passedSince(start), 0, 999'999)));
 }

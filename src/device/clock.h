@@ -12,5 +12,5 @@ int64_t NowMs();
 // Waits in full, also when signals interrupt it. Below one second.
 void SleepUs(unsigned microseconds);
 
-// One second: the pause of a read whose re-open is refused.
+// One second, in full as well: the pause of a read whose re-open is refused.
 void SleepOneSecond();

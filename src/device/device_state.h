@@ -32,7 +32,7 @@ struct CameraIdentity {
     uint8_t address;
     uint16_t vendorId;
     uint16_t productId;
-    char serial[15]; // as in DevInfo; empty before the parameters are loaded
+    char serial[15]; // as in DevInfo, of the last EEPROM image that was read or written; empty before
 };
 
 extern UsbDeviceSlot m_stUsbSlot[VQD_MAX_DEVICES];

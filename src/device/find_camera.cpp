@@ -25,12 +25,12 @@ static bool isAtPlaceOf(int n, libusb_device* device, const libusb_device_descri
            known.productId == descriptor.idProduct;
 }
 
-// The camera of number n is not on the bus any more, or its handle was given up. A handle alone proves nothing: it
-// stays until a read finds out.
+// The camera of number n is not where it was. A handle proves nothing: it stays until a read finds out, and is missing
+// also after a close by intent.
 static bool isLost(int n)
 {
-    if (!m_stIdentity[n].known || HandleOf(n) == nullptr)
-        return m_stIdentity[n].known;
+    if (!m_stIdentity[n].known)
+        return false;
     for (int i = 0; i < m_nDevListCount; ++i) {
         libusb_device_descriptor descriptor{};
         libusb_get_device_descriptor(m_pDevList[i], &descriptor);
@@ -78,23 +78,25 @@ static bool hasSerial(int n, const char* serial)
     return strcmp(serial, kNoSerial) != 0 && strcmp(serial, m_stIdentity[n].serial) == 0;
 }
 
-static bool belongsToOtherLost(int n, const char* serial)
+// The lost number other than n whose camera has this serial number, or -1.
+static int otherLostWith(const char* serial, int n)
 {
     for (int other = 0; other < VQD_MAX_DEVICES; ++other)
         if (other != n && isLost(other) && hasSerial(other, serial))
-            return true;
-    return false;
+            return other;
+    return -1;
 }
 
-// Takes the candidate with the serial number of slot n. Candidates without a known serial go to the lost numbers in
-// order.
+// Takes the candidate with the serial number of slot n. Candidates without a known serial go in order to the lost
+// numbers whose cameras are not among the others.
 static int takeBySerial(int n, libusb_device** candidates, int count)
 {
     int before = 0;
     for (int other = 0; other < n; ++other)
         before += isLost(other);
 
-    libusb_device* stranger = nullptr;
+    libusb_device* strangers[kMaxCandidates];
+    int strangerCount = 0;
     for (int i = 0; i < count; ++i) {
         libusb_device_handle* handle = nullptr;
         if (libusb_open(candidates[i], &handle) != 0) {
@@ -110,12 +112,15 @@ static int takeBySerial(int n, libusb_device** candidates, int count)
             return VQD_OK;
         }
         libusb_close(handle);
-        if (!belongsToOtherLost(n, serial) && before-- == 0)
-            stranger = candidates[i];
+        const int owner = otherLostWith(serial, n);
+        if (owner < 0)
+            strangers[strangerCount++] = candidates[i];
+        else if (owner < n)
+            --before;
     }
-    if (stranger == nullptr)
+    if (before < 0 || before >= strangerCount)
         return VQD_NO_HANDLE;
-    return OpenIntoSlot(n, stranger) ? VQD_OK : VQD_NOT_OPEN;
+    return OpenIntoSlot(n, strangers[before]) ? VQD_OK : VQD_NOT_OPEN;
 }
 
 // A number that never had a camera takes the one at its own position, as a listing would give it.

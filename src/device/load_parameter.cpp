@@ -17,6 +17,7 @@ static void loadImage(int n)
     uint8_t block[VQD_EEPROM_BYTES];
     if (ReadEeprom(HandleOf(n), block)) {
         memcpy(image, block, sizeof block);
+        RenderSerial(block, m_stIdentity[n].serial);
         return;
     }
     FillFactoryImage(image);

@@ -535,19 +535,24 @@ int LIBUSB_CALL libusb_bulk_transfer(libusb_device_handle* handle, unsigned char
     return LibusbCalls::bulk(handle, endpoint, data, length, moved, timeout);
 }
 
-int usleep(useconds_t us)
+// Whether a signal cuts this wait short.
+static bool isCut()
 {
     unsigned& interrupted = VirtualUsb::get().interruptedWaits;
-    const bool cut = interrupted > 0;
-    interrupted -= cut;
+    errno = interrupted > 0 ? EINTR : errno;
+    return interrupted > 0 && interrupted-- > 0;
+}
+int usleep(useconds_t us)
+{
+    const bool cut = isCut();
     LibusbCalls::wait("wait ", cut ? 0 : us, us);
-    errno = EINTR;
     return cut ? -1 : 0;
 }
 unsigned sleep(unsigned seconds)
 {
-    LibusbCalls::wait("sleep ", seconds * sim::TimeUs{1'000'000}, seconds);
-    return 0;
+    const bool cut = isCut();
+    LibusbCalls::wait("sleep ", cut ? 0 : seconds * sim::TimeUs{1'000'000}, seconds);
+    return cut ? seconds - 1 : 0; // whole ones of those that are left
 }
 int gettimeofday(timeval* time, void*) noexcept
 {
