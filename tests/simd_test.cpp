@@ -97,7 +97,7 @@ protected:
     void fillMaps(int hostile)
     {
         const float wander = of({0.0f, 0.0f, 0.0f, 2.0f, 400.0f});
-        const float scale = of({1.0f, 0.97f, 0.8f, 1.1f}), turn = of({0.0f, 0.02f, -0.15f, 0.2f});
+        const float scale = of({1.0f, 0.97f, 0.8f, 1.1f}), turn = of({0.0f, 0.02f, -0.15f, 0.2f, 0.3f});
         const float shiftX = of({0.0f, 0.5f, 30.0f}), shiftY = of({0.0f, -7.3f, 60.0f});
         const int edgeRow = static_cast<int>(below(VQD_HEIGHT));
         const float edge = of({-1.0f, -0.5f, 239.5f, 240.0f, 240.5f});

@@ -184,7 +184,8 @@ bool anySkips(const float* x, const float* y)
     return false;
 }
 
-// A window is as wide as a vector and four rows high; lower neighbours may lie in a fifth.
+// A window is as wide as a vector and four rows high; lower neighbours may lie in a fifth. It may extend beyond the
+// border; no sample is picked there.
 constexpr int kWindowRows = 4;
 
 // The windows of a row of pixels, one for each vector of them.
@@ -195,48 +196,49 @@ struct Windows {
     alignas(64) uint32_t indexes[VQD_WIDTH];
 };
 
-// Where a window begins that should begin at `origin`: from 1 to `last`.
-constexpr uint32_t windowOrigin(uint32_t origin, uint32_t last)
-{
-    return std::min(origin - 1, last - 1) + 1; // 0 and negative numbers become `last`
-}
-
-// Returns false if some sample lies outside its window, or is not the neighbour.
-// Columns and rows count from the border: they are truncated x + 1 and y + 1.
+// Returns false if some sample lies outside its window or the sensor, or is not the neighbour.
 HWY_INLINE bool findWindows(const float* x, const float* y, const uint32_t* pairs, Windows& windows)
 {
     alignas(64) uint32_t columns[VQD_WIDTH], rows[VQD_WIDTH];
-    const Float one = hn::Set(kFloats, 1.0f);
-    auto largest = hn::Zero(kHalves);
+    auto ends = hn::Zero(kHalves);
+    Word largestX = hn::Zero(kWords), largestY = hn::Zero(kWords);
     for (int i = 0; i < VQD_WIDTH; i += kLanes) {
         const Float vx = hn::LoadU(kFloats, x + i);
         const Float vy = hn::LoadU(kFloats, y + i);
-        hn::Store(truncated(hn::Add(vx, one)), kWords, columns + i);
-        hn::Store(truncated(hn::Add(vy, one)), kWords, rows + i);
-        largest = hn::Max(largest, hn::Max(hn::BitCast(kHalves, vx), hn::BitCast(kHalves, vy)));
+        hn::Store(truncated(vx), kWords, columns + i);
+        hn::Store(truncated(vy), kWords, rows + i);
+        ends = hn::Max(ends, hn::Max(hn::BitCast(kHalves, vx), hn::BitCast(kHalves, vy)));
+        largestX = hn::Max(largestX, hn::BitCast(kWords, vx));
+        largestY = hn::Max(largestY, hn::BitCast(kWords, vy));
     }
+    // The bits of what is negative or not a number are larger than those of every number.
+    const auto inside = hn::And(hn::Lt(largestX, hn::Set(kWords, std::bit_cast<uint32_t>(kWidth))),
+                                hn::Lt(largestY, hn::Set(kWords, std::bit_cast<uint32_t>(kHeight))));
+    if (!hn::AllTrue(kWords, inside))
+        return false;
+    const float lowest = std::bit_cast<float>(hn::GetLane(hn::MaxOfLanes(kWords, largestY)));
+    windows.end = std::min<int>(static_cast<int>(lowest) + 2, VQD_HEIGHT);
 
-    uint32_t lowest = 0;
-    Word stray = hn::Zero(kWords);
+    Word anyAcross = hn::Zero(kWords), anyDown = hn::Zero(kWords);
     for (int k = 0; k < kVectors; ++k) {
         const int i = kLanes * k;
-        const uint32_t left = windowOrigin(columns[i], VQD_WIDTH + 1 - kLanes);
-        const uint32_t top = windowOrigin(std::min(rows[i], rows[i + kLanes - 1]), VQD_HEIGHT + 1 - kWindowRows);
-        windows.upperLeft[k] = pairs + kPairsStride * top + left;
-        lowest = std::max(lowest, top);
+        const uint32_t left = columns[i];
+        const uint32_t top = std::min(rows[i], rows[i + kLanes - 1]);
+        windows.upperLeft[k] = pairs + kPairsStride * (top + 1) + left + 1; // within the border
 
         const Word across = hn::Sub(hn::Load(kWords, columns + i), hn::Set(kWords, left));
         const Word down = hn::Sub(hn::Load(kWords, rows + i), hn::Set(kWords, top));
-        stray = hn::OrAnd(stray, across, hn::Set(kWords, ~uint32_t{kLanes - 1}));
-        stray = hn::OrAnd(stray, down, hn::Set(kWords, ~uint32_t{kWindowRows - 1}));
+        anyAcross = hn::Or(anyAcross, across);
+        anyDown = hn::Or(anyDown, down);
         constexpr int kColumnBits = std::countr_zero(uint32_t{kLanes});
         hn::Store(hn::Or(across, hn::ShiftLeft<kColumnBits>(down)), kWords, windows.indexes + i);
     }
-    windows.end = std::min<int>(lowest + kWindowRows, VQD_HEIGHT);
+    const auto held = hn::And(hn::Lt(anyAcross, hn::Set(kWords, uint32_t{kLanes})),
+                              hn::Lt(anyDown, hn::Set(kWords, uint32_t{kWindowRows})));
 
-    // What skips ends in 23 ones. Sixteen are seen here, which is seldom more than that.
-    const auto ones = hn::Eq(largest, hn::Set(kHalves, UINT16_MAX));
-    return hn::AllTrue(kWords, hn::Eq(stray, hn::Zero(kWords))) && (hn::AllFalse(kHalves, ones) || !anySkips(x, y));
+    // A position that skips ends in 23 ones. Sixteen are seen here; few others end in these.
+    const auto ones = hn::Eq(ends, hn::Set(kHalves, UINT16_MAX));
+    return hn::AllTrue(kWords, held) && (hn::AllFalse(kHalves, ones) || !anySkips(x, y));
 }
 
 // Lane i of the result is lane index[i] % kLanes of `a` or, where the next higher bit of the index is set, of `b`.
