@@ -8,17 +8,19 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <string>
 
 #include <VQD_API.h>
 
 struct Backup {
-    std::array<char, 15> serial{};
     std::array<unsigned char, VQD_EEPROM_BYTES> parameters{};
     std::array<unsigned char, 4096> orthogonal{}; // 2048 factors in steps of 0.0001, high byte first
 
+    // Bytes 57 to 63.
+    std::string serial() const { return {parameters.begin() + 57, parameters.begin() + 64}; }
     bool operator==(const Backup& other) const
     {
-        return serial == other.serial && parameters == other.parameters && orthogonal == other.orthogonal;
+        return parameters == other.parameters && orthogonal == other.orthogonal;
     }
 };
 
@@ -28,21 +30,21 @@ static bool fromCamera(int n, Backup& backup)
     static double factors[2048];
     if (vqdEEPROM_ParameterData_Load(n, image) != VQD_OK || vqdLoadOrthogonalData(n, factors) != VQD_OK)
         return false;
-    std::memcpy(backup.serial.data(), m_stDevInfo[n].szSerialNumber, backup.serial.size() - 1);
     std::memcpy(backup.parameters.data(), image, backup.parameters.size());
     for (size_t i = 0; i < 2048; ++i) {
         const long value = std::lround(factors[i] * 10000);
         backup.orthogonal[2 * i] = static_cast<unsigned char>(value >> 8);
         backup.orthogonal[2 * i + 1] = static_cast<unsigned char>(value & 0xFF);
     }
-    return true;
+    // Factory settings stand in for parameters that could not be read: they have no serial number.
+    return backup.serial() != std::string(7, '\0');
 }
 
 // A save says VQD_OK even if the camera refuses it: only reading back tells.
 static bool intoCamera(int n, const Backup& backup)
 {
     Backup stored;
-    return fromCamera(n, stored) && stored.serial == backup.serial &&
+    return fromCamera(n, stored) && stored.serial() == backup.serial() &&
            vqdEEPROM_ParameterData_Save(n, backup.parameters.data()) == VQD_OK &&
            vqdSaveOrthogonalData(n, backup.orthogonal.data()) == VQD_OK && fromCamera(n, stored) && stored == backup;
 }

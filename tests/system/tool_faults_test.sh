@@ -22,6 +22,13 @@ png back/depth16.png 10 00
 ends 5 "$vqd" sim --fault "unplug after frame 10" -- "$vqd" grab -n 20 -o gone
 [[ -z $(ls -A gone) ]] || fail "pictures of a camera that is gone"
 
+# A read that had to re-open the camera brings no frame.
+ends 0 "$vqd" sim --fps 0 --fault "5th frame has a bad start code" -- "$vqd" grab -n 8 --format raw -o series
+[[ $(md5sum series/depth-* | cut -d " " -f 1 | sort -u | wc -l) -eq 8 ]] || fail "a frame came twice"
+ends 5 "$vqd" sim --fault "every frame has a bad start code" -- "$vqd" grab -o gone
+mentions err "sends no frames"
+[[ -z $(ls -A gone) ]] || fail "pictures of no frame"
+
 # Counted by stats: failed transfers, a wrong start code, and the two re-opens that follow. The end is a signal's.
 ends 0 "$vqd" sim --fps 100 --fault "unplug after frame 20, back after 100 ms; bad start code after frame 40" -- sh -c '
     "$0" stats --json & until grep -q "\"wrong-start-codes\":1" "$PWD/out"; do sleep 0.2; done; kill -INT $!; wait $!' "$vqd"

@@ -198,11 +198,22 @@ Stream::~Stream()
     vqdGrabStop(m_number);
 }
 
-void Stream::read(Frame& frame)
+bool Stream::tryRead(Frame& frame)
 {
     uint16_t* images[2] = {frame.amplitude.data(), frame.depth.data()};
+    m_nDeviceOpen[m_number] = 0; // a re-open sets it
     const int result = vqdReadFromDevice(m_number, images, &frame.info);
     endIfInterrupted();
     if (result <= 0)
         throw Failure(kCameraLost, "the camera is lost (frame read " + std::to_string(result) + ")");
+    return m_nDeviceOpen[m_number] == 0;
+}
+
+void Stream::read(Frame& frame)
+{
+    constexpr int kReopens = 3;
+    for (int i = 0; i < kReopens; ++i)
+        if (tryRead(frame))
+            return;
+    throw Failure(kCameraLost, "the camera sends no frames, not even after " + std::to_string(kReopens) + " re-opens");
 }

@@ -75,8 +75,11 @@ public:
     Stream(const Stream&) = delete;
     Stream& operator=(const Stream&) = delete;
 
-    // Waits for the next frame. Fails when the camera is lost.
+    // Waits for the next frame. Fails when the camera is lost, or sends none after re-opens.
     void read(Frame& frame);
+
+    // One read of the library. False when it had to re-open the camera: what it gives then is no new frame.
+    bool tryRead(Frame& frame);
 
 private:
     int m_number;

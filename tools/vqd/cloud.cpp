@@ -48,10 +48,10 @@ int cloud(const Options& options)
     const CloudFormat& format = cloudFormat(!options.format.empty() ? options.format
                                             : extension.empty()     ? ""
                                                                     : extension.substr(1));
-    requireNewFile(options.file);
+    requireWritableFile(options.file);
     Output output;
     const Session session;
-    const Camera& camera = session.choose();
+    const Camera& camera = assignments.empty() ? session.choose() : session.chooseToChange();
     session.loadAlone(camera);
     std::vector<CloudPoint> points;
     {

@@ -463,7 +463,7 @@ std::vector<PackedFile> Doctor::report() const
 int doctor(const std::string& reportFile)
 {
     if (!reportFile.empty())
-        requireNewFile(reportFile);
+        requireWritableFile(reportFile);
     Output output;
     catchInterrupts();
     Doctor doctor(output);

@@ -120,7 +120,7 @@ int grab(const Options& options)
         options.format.empty() ? pictureFiles(options.cloud) : std::vector<FrameFile>();
     Output output;
     const Session session;
-    const Camera& camera = session.choose();
+    const Camera& camera = assignments.empty() ? session.choose() : session.chooseToChange();
     requireWritableDirectory(options.directory);
     requireNewFiles(options.directory, pictures);
     if (!options.format.empty())

@@ -8,6 +8,7 @@
 #include <cmath>
 
 #include "exit_codes.h"
+#include "geometry/lens_fields.h"
 
 namespace
 {
@@ -40,21 +41,32 @@ float numberIn(const Json& json, const std::string& where)
     return json.get<float>();
 }
 
-float memberIn(const Json& set, const char* set_name, const char* name)
+float memberIn(const Json& set, const std::string& setName, const char* name)
 {
-    const std::string where = std::string(set_name) + "." + name;
+    const std::string where = setName + "." + name;
     if (!set.is_object() || !set.contains(name))
         throw Failure(kUsage, where + " is missing");
     return numberIn(set[name], where);
 }
 
-LensSet lensFrom(const Json& set, const char* name)
+// The camera would store the nearest that the field holds.
+float heldIn(const LensField& field, float value, const std::string& where)
+{
+    uint8_t image[VQD_IMAGE_BYTES] = {};
+    EncodeLensField(image, field, value);
+    const float held = DecodeLensField(image, field);
+    if (std::abs(held - value) > 1.01f / field.scale) // truncation loses a step at most
+        throw Failure(kUsage, where + " is out of range, the nearest is " + Json(rounded(held)).dump());
+    return value;
+}
+
+LensSet lensFrom(const Json& set, const LensBlock& block, const std::string& name)
 {
     float k[4], d[6];
     for (size_t i = 0; i < 4; ++i)
-        k[i] = memberIn(set, name, kIntrinsicNames[i]);
+        k[i] = heldIn(block.intrinsic[i], memberIn(set, name, kIntrinsicNames[i]), name + "." + kIntrinsicNames[i]);
     for (size_t i = 0; i < 6; ++i)
-        d[i] = memberIn(set, name, kDistortionNames[i]);
+        d[i] = heldIn(block.distortion[i], memberIn(set, name, kDistortionNames[i]), name + "." + kDistortionNames[i]);
     return {{k[0], k[1], k[2], k[3]}, {d[0], d[1], d[2], d[3], d[4], d[5]}};
 }
 
@@ -63,12 +75,12 @@ ExtrinsicParam extrinsicFrom(const Json& set)
     float e[12];
     for (size_t i = 0; i < 12; ++i) {
         const bool rotation = i < 9;
-        const char* name = rotation ? "rotation" : "translation";
+        const std::string name = rotation ? "extrinsic.rotation" : "extrinsic.translation";
         const Json::json_pointer at(rotation ? "/rotation/" + std::to_string(i / 3) + "/" + std::to_string(i % 3)
                                              : "/translation/" + std::to_string(i - 9));
         if (!set.contains(at))
-            throw Failure(kUsage, std::string("extrinsic.") + name + " is incomplete");
-        e[i] = numberIn(set.at(at), std::string("extrinsic.") + name);
+            throw Failure(kUsage, name + " is incomplete");
+        e[i] = heldIn(ExtrinsicField(static_cast<int>(i)), numberIn(set.at(at), name), name);
     }
     return {e[0], e[1], e[2], e[3], e[4], e[5], e[6], e[7], e[8], e[9], e[10], e[11]};
 }
@@ -103,9 +115,9 @@ Calibration calibrationFrom(const Json& json, const std::string& file)
             throw Failure(kUsage, file + ": there is no set '" + key + "'");
     Calibration calibration;
     if (json.contains("depth"))
-        calibration.depth = lensFrom(json["depth"], "depth");
+        calibration.depth = lensFrom(json["depth"], kDepthLensBlock, "depth");
     if (json.contains("colour"))
-        calibration.colour = lensFrom(json["colour"], "colour");
+        calibration.colour = lensFrom(json["colour"], kColourLensBlock, "colour");
     if (json.contains("extrinsic"))
         calibration.extrinsic = extrinsicFrom(json["extrinsic"]);
     if (!calibration.depth && !calibration.colour && !calibration.extrinsic)

@@ -39,8 +39,10 @@ namespace
 class Draft
 {
 public:
+    // A link stays one: what it names is replaced.
     explicit Draft(const std::filesystem::path& path)
-        : m_path(path), m_name(path.string() + "." + std::to_string(getpid()) + ".part")
+        : m_path(std::filesystem::is_symlink(path) ? std::filesystem::weakly_canonical(path) : path),
+          m_name(m_path.string() + "." + std::to_string(getpid()) + ".part")
     {
         unlink(m_name.c_str()); // of a process that had our number and was killed
         m_fd = open(m_name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
@@ -157,6 +159,8 @@ Json readDocument(const std::string& file, const std::string& command)
         json = Json::parse(file == "-" ? std::cin : stream);
     } catch (const Json::exception& error) {
         throw Failure(kUsage, file + ": " + error.what());
+    } catch (const std::ios_base::failure&) { // a directory
+        throw Failure(kFailed, file + ": can not be read");
     }
     if (!json.is_object() || !json.contains("schema") || json["schema"] != document(command)["schema"])
         throw Failure(kUsage, file + ": \"schema\" is not \"vqd." + command + "/1\"");
@@ -175,12 +179,24 @@ void requireWritableDirectory(const std::filesystem::path& directory)
 void requireNewFile(const std::filesystem::path& path)
 {
     std::error_code unreachable;
-    if (!common.force && std::filesystem::exists(path, unreachable))
+    const std::filesystem::file_status status = std::filesystem::status(path, unreachable);
+    if (!std::filesystem::exists(status))
+        return;
+    if (!std::filesystem::is_regular_file(status))
+        throw Failure(kFailed, path.string() + " exists and is no file");
+    if (!common.force)
         failUnforced(path, EEXIST);
+}
+
+void requireWritableFile(const std::filesystem::path& path)
+{
+    requireNewFile(path);
+    const Draft probe(path); // never kept
 }
 
 void writeFile(const std::filesystem::path& path, std::span<const uint8_t> bytes)
 {
+    requireNewFile(path);
     Draft draft(path);
     draft.write(bytes);
     draft.keep();

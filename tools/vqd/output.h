@@ -44,8 +44,12 @@ Json readDocument(const std::string& file, const std::string& command);
 // Makes the directory if need be; fails when no file can be written there.
 void requireWritableDirectory(const std::filesystem::path& directory);
 
-// Fails when the file exists, unless --force. For a look before long work: writeFile() looks again.
+// Fails when the file exists, unless --force; also then when it is a directory or a device. For a look before long
+// work: writeFile() looks again.
 void requireNewFile(const std::filesystem::path& path);
+
+// The same, and fails when nothing can be written there.
+void requireWritableFile(const std::filesystem::path& path);
 
 // Writes beside the name and renames when all is on the disk. After a failure there is no new file. Replaces an
 // existing one only with --force.

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <functional>
 
 #include "common.h"
 #include "config/param_image.h"
@@ -257,6 +258,7 @@ std::vector<Assignment> parseAssignments(const std::vector<std::string>& texts)
     std::vector<Assignment> assignments;
     for (const std::string& text : texts)
         assignments.push_back(parseAssignment(text));
+    std::ranges::stable_sort(assignments, std::less(), &Assignment::setting); // as the table orders them
     return assignments;
 }
 

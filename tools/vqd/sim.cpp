@@ -171,7 +171,7 @@ void addSim(CLI::App& app, Run& run, const Invocation& invocation)
     command->add_option("MODEL", options->models, "Cameras to plug in: " + knownModels())
         ->check(CLI::Validator(checkModel, ""))
         ->expected(0, -1)
-        ->type_name("")
+        ->type_name("MODEL")
         ->default_str(kModels[0].name);
     command->add_option("--scene", options->scene, "What the cameras see")
         ->check(CLI::IsMember({"room", "wall", "ramp", "plane"}))

@@ -57,21 +57,20 @@ public:
     // Reads a frame and takes note of how.
     void read(Stream& stream, Frame& frame, LibraryLines& lines)
     {
-        m_nDeviceOpen[m_camera.nIndex] = 0; // a re-open sets it
         std::optional<Failure> failure;
+        bool reopened = false;
         try {
-            stream.read(frame);
+            reopened = !stream.tryRead(frame);
         } catch (const Failure& caught) {
             failure = caught;
         }
         const Clock::time_point now = Clock::now();
         const std::vector<std::string> printed = lines.take();
-        const bool reopened = m_nDeviceOpen[m_camera.nIndex] == 1;
         for (Tally* tally : {&m_all, &m_now}) {
             tally->errors += countStarting(printed, kTransferFailed);
             tally->wrongStartCodes += countStarting(printed, kWrongStartCode);
             tally->reopens += reopened;
-            tally->frames += !failure && !reopened; // a read that re-opened brought no new frame
+            tally->frames += !failure && !reopened;
             if (!failure && !reopened && m_previous)
                 tally->addInterval(Seconds(now - *m_previous).count() * 1000);
         }

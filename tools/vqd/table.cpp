@@ -158,7 +158,7 @@ int load(const Options& options)
     if (table.read == nullptr)
         throw Failure(kUsage, std::string("the camera does not give '") + table.name + "' back");
     Output output;
-    requireNewFile(options.file);
+    requireWritableFile(options.file);
     const Session session;
     const Camera& camera = session.choose();
     const int n = camera.nIndex;
