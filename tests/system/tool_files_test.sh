@@ -84,6 +84,19 @@ mentions err "depth.png: File too large"
 [[ -d full && -z $(ls -A full) ]] || fail "left in the full directory: $(ls -A full)"
 ends 1 "$vqd" sim -- "$vqd" cloud /proc/nowhere.ply
 mentions err "/proc/nowhere.ply: "
+[[ $(grep -vc '^vqd:' err) -eq 0 ]] || fail "listed cameras before looking at the file"
+
+# --force replaces files alone; a link goes on naming its file.
+mkfifo pipe
+ends 1 "$vqd" sim -- "$vqd" dump -o pipe --force
+mentions err "pipe exists and is no file"
+[[ -p pipe ]] || fail "the pipe is gone"
+echo old >named
+ln -s named link
+ends 0 "$vqd" sim -- "$vqd" dump -o link --force
+[[ -L link ]] && grep -q vqd.dump named || fail "the link is replaced"
+ends 2 "$vqd" sim VQD-HT120 VQD-HT110 -- "$vqd" grab -o either -s offset=5
+mentions err "choose one with -c"
 # shellcheck disable=SC2016
 ends 1 "$vqd" sim -- bash -c '"$0" get | true; exit ${PIPESTATUS[0]}' "$vqd"
 mentions err "standard output: Broken pipe"

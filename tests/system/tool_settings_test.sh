@@ -31,6 +31,11 @@ for text in '' '"depth": {"fx": 1}' '"lens": {}' '"extrinsic": {"rotation": [[1,
     ends 2 sh -c 'echo "{\"schema\": \"vqd.lens/1\", $1}" | "$0" lens --set - -y' "$vqd" "$text"
 done
 ends 1 "$vqd" lens --set no-such-file
+ends 1 "$vqd" lens --set .
+for value in depth.fx=-5 colour.k1=32.8 extrinsic.rotation[1][1]=3.3; do
+    ends 2 "$vqd" sim -- sh -c '"$0" lens | jq ".$1" | "$0" lens --set - -y' "$vqd" "${value/=/ = }"
+    mentions err "out of range, the nearest is"
+done
 
 # A dump is looked at as a whole before a camera is: there is none here. A model that keeps its frequency is found out.
 for text in '"schema": "vqd.dump/2", "settings": {}' '"settings": {}' '"schema": "vqd.dump/1"' \
