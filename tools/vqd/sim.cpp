@@ -4,6 +4,7 @@
 // vqd sim: runs a program that finds virtual cameras in its own, unmodified libusb.
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -191,6 +192,8 @@ void addSim(CLI::App& app, Run& run, const Invocation& invocation)
     command->callback([&run, options] {
         if (options->invocation.program.empty())
             throw CLI::RequiredError("-- PROGRAM");
+        if (std::isnan(options->framesPerSecond)) // within every range, CLI11 says
+            throw CLI::ValidationError("--fps", "not a number");
         if (options->models.size() > kMostCameras)
             throw CLI::ValidationError("MODEL", "at most " + std::to_string(kMostCameras) + " cameras");
         try {
