@@ -35,14 +35,21 @@ namespace
     fail(path, error);
 }
 
+// A link stays one: what it names is replaced.
+std::filesystem::path linked(const std::filesystem::path& path)
+{
+    std::error_code unreachable;
+    const bool link = std::filesystem::is_symlink(path, unreachable);
+    const std::filesystem::path target = link ? std::filesystem::weakly_canonical(path, unreachable) : path;
+    return unreachable ? path : target;
+}
+
 // A file that vanishes unless it is renamed to the name that it was made for.
 class Draft
 {
 public:
-    // A link stays one: what it names is replaced.
     explicit Draft(const std::filesystem::path& path)
-        : m_path(std::filesystem::is_symlink(path) ? std::filesystem::weakly_canonical(path) : path),
-          m_name(m_path.string() + "." + std::to_string(getpid()) + ".part")
+        : m_path(linked(path)), m_name(m_path.string() + "." + std::to_string(getpid()) + ".part")
     {
         unlink(m_name.c_str()); // of a process that had our number and was killed
         m_fd = open(m_name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
