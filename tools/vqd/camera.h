@@ -78,7 +78,8 @@ public:
     // Waits for the next frame. Fails when the camera is lost, or sends none after re-opens.
     void read(Frame& frame);
 
-    // One read of the library. False when it had to re-open the camera: what it gives then is no new frame.
+    // One read of the library. False when it had to re-open the camera: what it gives then is no new frame. Leaves
+    // m_nDeviceOpen at 1 if it did, else at 0.
     bool tryRead(Frame& frame);
 
 private:

@@ -58,14 +58,14 @@ public:
     void read(Stream& stream, Frame& frame, LibraryLines& lines)
     {
         std::optional<Failure> failure;
-        bool reopened = false;
         try {
-            reopened = !stream.tryRead(frame);
+            stream.tryRead(frame);
         } catch (const Failure& caught) {
             failure = caught;
         }
         const Clock::time_point now = Clock::now();
         const std::vector<std::string> printed = lines.take();
+        const bool reopened = m_nDeviceOpen[m_camera.nIndex] == 1; // also where the read failed or was interrupted
         for (Tally* tally : {&m_all, &m_now}) {
             tally->errors += countStarting(printed, kTransferFailed);
             tally->wrongStartCodes += countStarting(printed, kWrongStartCode);
