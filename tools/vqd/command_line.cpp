@@ -93,7 +93,7 @@ public:
         std::string text, examples;
         for (const std::string& line : CLI::detail::split(app->get_footer(), '\n'))
             if (line.starts_with(kExample))
-                examples += "  " + line.substr(sizeof kExample - 1) + '\n';
+                examples += "  $ " + line.substr(sizeof kExample - 1) + '\n';
             else
                 text += line + '\n';
         return text + (examples.empty() ? "" : "\nExamples:\n" + examples);
