@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <sstream>
 
 #include "exit_codes.h"
 
@@ -91,12 +92,14 @@ public:
     {
         constexpr char kExample[] = "Example: ";
         std::string text, examples;
-        for (const std::string& line : CLI::detail::split(app->get_footer(), '\n'))
+        std::istringstream lines(app->get_footer());
+        for (std::string line; std::getline(lines, line);)
             if (line.starts_with(kExample))
                 examples += "  $ " + line.substr(sizeof kExample - 1) + '\n';
             else
                 text += line + '\n';
-        return text + (examples.empty() ? "" : "\nExamples:\n" + examples);
+        return text + (text.empty() || examples.empty() ? "" : "\n") +
+               (examples.empty() ? "" : "Examples:\n" + examples);
     }
 };
 

@@ -65,6 +65,39 @@ void bringToDisk(const std::filesystem::path& directory)
 
 } // namespace
 
+// A file of whole lines, also when the disk is full.
+class Series::Table
+{
+public:
+    explicit Table(const std::filesystem::path& path)
+        : m_path(path), m_file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666))
+    {
+        if (m_file < 0)
+            fail(m_path);
+    }
+    ~Table() { close(m_file); }
+    Table(const Table&) = delete;
+    Table& operator=(const Table&) = delete;
+
+    void append(const std::string& line)
+    {
+        const ssize_t written = ::write(m_file, line.data(), line.size());
+        if (written == static_cast<ssize_t>(line.size())) {
+            m_size += written;
+            return;
+        }
+        const int error = written < 0 ? errno : ENOSPC;
+        [[maybe_unused]] const int cut = ftruncate(m_file, m_size);
+        errno = error;
+        fail(m_path);
+    }
+
+private:
+    const std::filesystem::path m_path;
+    const int m_file;
+    off_t m_size = 0;
+};
+
 void requireNoSeries(const std::filesystem::path& directory)
 {
     for (const std::string& name : seriesIn(directory))
@@ -148,19 +181,16 @@ void Series::write(const Job& job, int number)
 {
     const std::vector<FrameFile> files = seriesFiles(m_format, number);
     writeFiles(m_directory, files, job.frame, OnDisk::later);
-    const std::filesystem::path table = m_directory / kTable;
     if (number == 1) {
         removeOlder(files);
-        m_table.reset(fopen(table.c_str(), "wxe"));
-        if (!m_table)
-            fail(table);
-        fputs("file,frame,host_time,stamp_ms,reopened,lost_estimate\n", m_table.get());
+        m_table = std::make_unique<Table>(m_directory / kTable);
+        m_table->append("file,frame,host_time,stamp_ms,reopened,lost_estimate\n");
     }
-    const double seconds = std::chrono::duration<double>(job.arrival.time.time_since_epoch()).count();
-    fprintf(m_table.get(), "%s,%d,%.6f,%lld,%d,%d\n", files.front().name.c_str(), number, seconds,
-            static_cast<long long>(job.frame.info.nTimeStamp), job.arrival.reopened, job.arrival.lost);
-    if (fflush(m_table.get()) != 0)
-        fail(table);
+    char line[128];
+    snprintf(line, sizeof line, "%s,%d,%.6f,%lld,%d,%d\n", files.front().name.c_str(), number,
+             std::chrono::duration<double>(job.arrival.time.time_since_epoch()).count(),
+             static_cast<long long>(job.frame.info.nTimeStamp), job.arrival.reopened, job.arrival.lost);
+    m_table->append(line);
 }
 
 void Series::removeOlder(const std::vector<FrameFile>& but)

@@ -5,7 +5,6 @@
 #pragma once
 
 #include <condition_variable>
-#include <cstdio>
 #include <deque>
 #include <exception>
 #include <filesystem>
@@ -39,6 +38,7 @@ public:
     bool heldUp() const { return m_heldUp; } // add() had to wait
 
 private:
+    class Table;
     struct Job {
         Frame frame;
         Arrival arrival;
@@ -52,7 +52,7 @@ private:
     const std::filesystem::path m_directory;
     const SeriesFormat m_format;
     std::vector<std::string> m_older; // names in the directory
-    std::unique_ptr<FILE, int (*)(FILE*)> m_table{nullptr, fclose};
+    std::unique_ptr<Table> m_table;
     int m_kept = 0;
     bool m_heldUp = false;
 
