@@ -130,7 +130,7 @@ void Series::end(bool drop)
 
 void Series::add(const Frame& frame, const Arrival& arrival)
 {
-    auto job = std::make_unique<Job>(frame, arrival);
+    auto job = std::unique_ptr<Job>(new Job{frame, arrival});
     std::unique_lock lock(m_mutex);
     m_heldUp = m_heldUp || m_jobs.size() >= kMostWaiting;
     m_changed.wait(lock, [&] { return m_jobs.size() < kMostWaiting || m_error; });
