@@ -124,20 +124,19 @@ void addAxes(CLI::App& command, Axes& axes)
 
 std::vector<Assignment> cloudSettings(const Camera& camera, const std::vector<std::string>& chosen)
 {
-    std::vector<std::string> texts, added;
+    std::vector<std::string> texts;
     const auto add = [&](const std::string& key) {
         if (std::ranges::none_of(chosen, [&](const std::string& text) { return text.starts_with(key + "="); }))
-            added.push_back(key + "=1");
+            texts.push_back(key + "=1");
     };
     add("undistortion");
     if (IsHostCorrected(camera.nIndex))
         add("orthogonal");
     std::string told;
-    for (const std::string& text : added)
+    for (const std::string& text : texts)
         told += " " + text;
     if (!told.empty())
         note("so that points are true to scale, with%s; -s overrides", told.c_str());
-    texts = added;
     texts.insert(texts.end(), chosen.begin(), chosen.end());
     return parseAssignments(texts);
 }

@@ -28,9 +28,9 @@ bool eventsReach(const std::string& table, const std::set<uint64_t>& own)
             fields >> skipped;
         if (!(fields >> inode) || protocol != kUevents) // the heading, too
             continue;
-        const bool ours = own.contains(inode);
-        udevd = udevd || (!ours && (groups & kFromKernel) != 0);
-        hearsKernel = hearsKernel || (ours && (groups & kFromKernel) != 0);
+        const bool ours = own.contains(inode), kernel = (groups & kFromKernel) != 0;
+        udevd = udevd || kernel;
+        hearsKernel = hearsKernel || (ours && kernel);
         hearsUdevd = hearsUdevd || (ours && (groups & kFromUdevd) != 0);
     }
     return hearsKernel || (hearsUdevd && udevd);
