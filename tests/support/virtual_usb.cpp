@@ -97,6 +97,8 @@ int VirtualUsb::spoilNow(const std::string& call, const std::string& detail)
         return LIBUSB_ERROR_NO_DEVICE;
     case Spoil::overflow:
         return LIBUSB_ERROR_OVERFLOW;
+    case Spoil::noMemory:
+        return LIBUSB_ERROR_NO_MEM;
     case Spoil::shortByOne:
     case Spoil::zeroBytes:
         m_cut = m_spoil == Spoil::zeroBytes ? Cut::all : Cut::lastByte;
@@ -177,6 +179,8 @@ static int resultOf(const sim::Outcome& outcome)
         return LIBUSB_ERROR_OVERFLOW;
     case sim::Status::ioError:
         return LIBUSB_ERROR_IO;
+    case sim::Status::noMemory:
+        return LIBUSB_ERROR_NO_MEM;
     case sim::Status::noDevice:
         break;
     }

@@ -42,7 +42,7 @@ public:
 
     // The nth call from now on that can fail meets this; `spoiled` then says which one that was: "claim", "B1",
     // "in 2048". The camera that vanishes is the one at port 0. A call that moves no bytes can not be cut short.
-    enum class Spoil { stall, timeout, noDevice, overflow, shortByOne, zeroBytes, gone, goneForAWhile };
+    enum class Spoil { stall, timeout, noDevice, overflow, noMemory, shortByOne, zeroBytes, gone, goneForAWhile };
     void spoil(unsigned nth, Spoil how);
     void disarm() { m_untilSpoil = 0; }
     std::string spoiled;
