@@ -50,20 +50,67 @@ lens --set lens.json
 load set.json --save
 load set.json --lens
 eeprom restore set.bin
-table save orthogonal t.bin
+table restore orthogonal t.bin
 reset
 END
 # shellcheck disable=SC2016
 ends 0 "$vqd" sim VQD-HT120 VQD-HT110 -- bash -c 'vqd=$0; vqd() { "$vqd" "$@"; }
-    vqd eeprom backup one.bin -c 1-2; vqd eeprom backup two.bin -c 001-003
-    echo n | script -qec "$vqd reset -c 1-2" /dev/null; [[ $? -eq 1 ]] || exit 11
-    vqd eeprom restore two.bin -c 1-2 -y; [[ $? -eq 1 ]] || exit 12
-    XDG_STATE_HOME=/proc/nowhere vqd set offset=3 --save -y -c 1-2; [[ $? -eq 1 ]] || exit 13
-    vqd eeprom diff one.bin -c 1-2 || exit 14
-    echo y | script -qec "$vqd set offset=3 --save -c 1-2" /dev/null || exit 15
-    vqd eeprom diff one.bin -c 1-2; [[ $? -eq 6 ]] || exit 16
+    vqd eeprom backup one.bin -c 1-1; vqd eeprom backup two.bin -c 1-2; vqd dump -o two.json -c 1-2
+    state=$XDG_STATE_HOME; export XDG_STATE_HOME=$PWD/asked
+    echo n | script -qec "$vqd reset -c 1-1" /dev/null; [[ $? -eq 1 ]] || exit 11
+    [[ ! -e asked ]] || exit 10 # no backup before the answer
+    export XDG_STATE_HOME=$state
+    vqd eeprom restore two.bin -c 1-1 -y; [[ $? -eq 1 ]] || exit 12
+    XDG_STATE_HOME=/proc/nowhere vqd set offset=3 --save -y -c 1-1; [[ $? -eq 1 ]] || exit 13
+    vqd load two.json --lens -y -c 1-1; [[ $? -eq 1 ]] || exit 20 # the lens of another camera
+    env -u XDG_STATE_HOME -u HOME "$vqd" set offset=3 --save -y -c 1-1 2>nowhere; [[ $? -eq 1 ]] || exit 21
+    vqd eeprom diff one.bin -c 1-1 || exit 14
+    vqd load two.json -c 1-1 || exit 22
+    echo y | script -qec "$vqd set offset=3 --save -c 1-1" /dev/null || exit 15
+    vqd eeprom diff one.bin -c 1-1; [[ $? -eq 6 ]] || exit 16
     vqd set offset=1; [[ $? -eq 2 ]] || exit 17
-    vqd eeprom restore two.bin -c 1-2 -y --force || exit 18
+    vqd eeprom restore two.bin -c 1-1 -y --force || exit 18
     vqd get -c 24061100000002; [[ $? -eq 2 ]] || exit 19' "$vqd"
+mentions err "two.json comes from camera 24061100000002; the serial number here is 24061100000001"
+mentions nowhere "XDG_STATE_HOME names another place"
+
+# What a camera cannot work with is not restored, and the doctor says so of what was forced. Byte, 128 bytes with those changed
+change() {
+    cp one.bin odd.bin
+    # shellcheck disable=SC2059
+    printf "$2" | dd of=odd.bin bs=1 seek="$1" conv=notrunc status=none
+}
+while read -r at bytes mentioned; do
+    change "$at" "$bytes"
+    ends 2 "$vqd" sim -- "$vqd" eeprom restore odd.bin -y
+    mentions err "odd.bin: $mentioned"
+    # shellcheck disable=SC2016
+    ends 0 "$vqd" sim -- sh -c '"$0" eeprom restore odd.bin -y --force && "$0" list && "$0" doctor' "$vqd"
+    mentions out "^warning .*its EEPROM: $mentioned"
+    mentions err "warning: the EEPROM of camera 0 at 1-1: $mentioned"
+done <<'END'
+5 \377 the modulation frequency has no known code (255)
+20 \377\377\377\377 the depth range is not plausible: 65535 to 65535 mm
+20 \072\230\0\0 the depth range is not plausible: 15000 to 0 mm
+80 \0\0\0\0 the depth lens is not plausible: focal length 0.0, 0.0
+END
+
+# A read-back that fails leaves open what was stored; a write that is refused does not.
+ends 1 "$vqd" sim --fault "4th EEPROM read stalls" -- "$vqd" set offset=1 --save -y
+mentions err "could not be read back, so it is not known"
+ends 6 "$vqd" sim --fault "every EEPROM write refused" -- "$vqd" set offset=1 --save -y
+mentions err "does not hold what was written"
+
+# Of a camera's backups the first and the newest 19 stay; what is named otherwise is not touched.
+backups=$XDG_STATE_HOME/vqd
+rm "$backups"/*
+for second in {10..40}; do
+    touch -d "2024-01-01 00:00:$second" "$backups/eeprom-24061100000001-20240101-0000$second.bin"
+done
+touch -d 2024-01-02 "$backups/eeprom-24061100000001-mine.bin" "$backups/eeprom-24061100000002-20240102-000000.bin"
+ends 0 "$vqd" sim -- "$vqd" set offset=1 --save -y
+# shellcheck disable=SC2012
+ls "$backups" | sed 's/.*-000//' | head -n 20 | tr '\n' ' ' >kept
+[[ $(ls "$backups" | wc -l) -eq 22 && $(cat kept) == "010.bin 023.bin 024.bin "*"040.bin "* ]] || fail "kept: $(cat kept)"
 
 finish

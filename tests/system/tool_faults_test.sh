@@ -16,7 +16,8 @@ shows caret '    2: frame stalls' '    \^'
 # Unplugged in mid-grab: it goes on after the re-open, or ends when the camera never comes back. The other camera's
 # plan is not this one's.
 ends 0 "$vqd" sim VQD-HT120 VQD-RS110 --fault "1: unplug after frame 10, back after 350 ms; 2: every frame stalls" -- \
-    sh -c '"$0" grab -n 20 -o back -c 24061100000001 --format raw --json' "$vqd"
+    sh -c '"$0" grab -n 20 -o back -c 24061100000001 -v --format raw --json' "$vqd"
+mentions err 'Device Reset2, -4'
 for words in 'is lost, searching' 'is back after'; do
     mentions err "camera 24061100000001 $words"
 done

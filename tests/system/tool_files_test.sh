@@ -68,7 +68,7 @@ for file in series-raw/points-000001.pcd mean.pcd; do
     grep -aqx 'WIDTH 320' $file && grep -aqx 'HEIGHT 240' $file || fail "$file is not organised"
 done
 mentions mean 'element vertex'
-for words in 'grab -o cloud' 'grab --format raw -o series-raw' 'cloud mean.pcd' 'dump -o mean' 'table load orthogonal mean' \
+for words in 'grab -o cloud' 'grab --format raw -o series-raw' 'cloud mean.pcd' 'dump -o mean' 'table backup orthogonal mean' \
     'eeprom backup mean'; do
     # shellcheck disable=SC2086
     ends 1 "$vqd" sim -- "$vqd" $words
@@ -93,21 +93,23 @@ for words in 'grab -o' 'cloud' 'doctor --report'; do
 done
 
 # Tables: out, changed and in again; sizes are looked at before anything is sent.
-ends 0 "$vqd" sim -- sh -c '"$0" table load orthogonal o.bin && printf "\001\002" | dd of=o.bin conv=notrunc status=none &&
-    "$0" table save orthogonal o.bin -y && "$0" table load orthogonal o2.bin && cmp o.bin o2.bin &&
-    "$0" table load orthogonal o.csv --csv' "$vqd"
+ends 0 "$vqd" sim -- sh -c '"$0" table backup orthogonal o.bin && printf "\001\002" | dd of=o.bin conv=notrunc status=none &&
+    "$0" table restore orthogonal o.bin -y && "$0" table backup orthogonal o2.bin && cmp o.bin o2.bin &&
+    "$0" table backup orthogonal o.csv --csv' "$vqd"
 mentions out "o.bin: verified"
 [[ $(cat "$XDG_STATE_HOME"/vqd/orthogonal-*.bin | wc -c) -eq 4096 ]] || fail "the table before is not backed up"
 [[ $(stat -c %s o2.bin) -eq 4096 && $(head -c 7 o.csv) == 0.0258, ]] || fail "the orthogonal table"
 head -c 9600 /dev/urandom >f.bin
-ends 0 "$vqd" sim -- "$vqd" table save fppn-4x4 f.bin -y
+ends 0 "$vqd" sim -- "$vqd" table restore fppn-4x4 f.bin -y
 mentions out "not verified: this libusb refuses control transfers above 4096 bytes"
-ends 1 "$vqd" sim -- "$vqd" table load fppn-4x4 zeros.bin
+ends 1 "$vqd" sim -- "$vqd" table backup fppn-4x4 zeros.bin
 [[ ! -e zeros.bin ]] || fail "a table that was not read"
-ends 2 "$vqd" table save wiggling o.bin
+ends 2 "$vqd" table restore wiggling o.bin
 mentions err "3840 bytes"
-ends 1 "$vqd" table save wiggling no-such-file
-for words in 'table' 'table load' 'table load nothing x' 'table load fppn x' 'table save orthogonal'; do
+ends 1 "$vqd" table restore wiggling no-such-file
+ends 1 "$vqd" sim --fault "2nd table read answers 4000" -- "$vqd" table backup orthogonal short.bin
+[[ ! -e short.bin ]] || fail "a table that was cut short"
+for words in 'table' 'table backup' 'table backup nothing x' 'table backup fppn x' 'table restore orthogonal'; do
     # shellcheck disable=SC2086
     ends 2 "$vqd" $words
 done

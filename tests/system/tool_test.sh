@@ -7,12 +7,14 @@
 source "$(dirname "$0")/tool_lib.sh"
 manual=$tests/../../docs/vqd.md
 
-# Data on standard output and nothing else there; the library's lines on standard error.
+# Data on standard output and nothing else there; the library's lines on standard error with -v or after a failure.
 ends 0 "$vqd" --version
 shows out 'vqd 2\.4\.0'
 ends 0 "$vqd" sim VQD-HT120 VQD-RS110 -- "$vqd" list
+[[ ! -s err ]] || fail "lines of the library"
+shows out '0  VQD-HT120   24061100000001  03a4:871a  1-[0-9]*    001:[0-9]*' '1  VQD-RS110   24061100000002  03a4:8720  1-[0-9]*    001:[0-9]*'
+ends 0 "$vqd" sim -- "$vqd" list -v
 mentions err VQD_Library_Ver
-shows out '0  VQD-HT120   24061100000001  03a4:871a  1-2' '1  VQD-RS110   24061100000002  03a4:8720  1-3'
 
 # What a virtual camera is given: the number, the EEPROM, a table of one camera or of each
 ends 0 "$vqd" sim VQD-HT120 VQD-HT110 --serial 2:2406110000abcd -- sh -c '"$0" list && "$0" eeprom backup given.bin -c 1 -q >&2' "$vqd"
@@ -36,6 +38,7 @@ no.camera.2 sim --serial 2:24061100000001 -- true
 4096.bytes  sim --table orthogonal=/dev/null -- true
 TABLE=FILE  sim --table nothing=/dev/null -- true
 no.frame    grab -s illumination=0
+not.expected:.--camera.0 list --camera 0
 --frames    grab -n 0
 --frames    grab -n some
 PROGRAM     sim VQD-HT120
@@ -45,9 +48,21 @@ VQD-WN120   sim VQD-X1 -- true
 at.most.11  sim VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 VQD-HT120 -- true
 END
 
+for words in get info dump lens grab stats selftest 'eeprom backup x' 'set offset=1' 'table backup orthogonal x' reset; do
+    # shellcheck disable=SC2086
+    ends 2 "$vqd" $words -c ""
+    mentions err "camera: it is empty"
+done
+
+# Which camera: by port and by address, which a dash and a colon tell apart; the port 1-2 is not the address 2.
+ends 0 "$vqd" sim VQD-HT120 VQD-RS110 -- sh -c 'for camera in 1-2 1:3 001:003 24061100000002; do
+    "$0" dump -c $camera | jq -r .camera.port; done' "$vqd"
+shows out 1-2 1-2 1-2 1-2
+
 # No camera, no such camera, one too many
-ends 3 env ASAN_OPTIONS=verify_asan_link_order=0 umockdev-run -- "$vqd" list
+ends 3 env ASAN_OPTIONS=verify_asan_link_order=0 umockdev-run -- "$vqd" list --json
 mentions err "no camera found"
+json out '.cameras == []'
 ends 3 "$vqd" sim -- "$vqd" grab -o none -c 7
 [[ ! -e none ]] || fail "a directory for no pictures"
 # shellcheck disable=SC2046
@@ -60,7 +75,21 @@ user=()
 # shellcheck disable=SC2016
 ends 4 "$vqd" sim -- bash -c 'chmod -R a+rwX "$UMOCKDEV_DIR"; chmod 000 "$UMOCKDEV_DIR"/dev/bus/usb/001/002; exec "${@:1}"' \
     sh "${user[@]}" "$vqd" list
-mentions err "/dev/bus/usb/001/002 can not be opened: Permission denied"
+mentions err "/dev/bus/usb/001/002 cannot be opened: Permission denied"
+
+# Commands that read send no image and nothing before one: here it would unplug the camera. Beside a stream they cost no
+# frame, no open fails, and who has the camera open is named.
+reads='"$0" list && "$0" get && "$0" lens && "$0" dump && "$0" eeprom backup b.bin --force && "$0" eeprom diff b.bin &&
+    "$0" table backup orthogonal t.bin --force'
+ends 0 "$vqd" sim --fault "request 0xB1 unplugs; image unplugs" -- sh -c "$reads && \"\$0\" list" "$vqd"
+ends 0 "$vqd" sim VQD-HT120 VQD-RS110 --fps 5 -- bash -c '"$0" stats --json -c 1-1 >stream & until [[ -s stream ]]; do sleep 0.1; done
+    (for fd in {3..30}; do eval "exec $fd</dev/null"; done # programs of the same descriptors share a socket of the bus
+    for _ in {1..50}; do "$0" list || exit; done; '"$reads"') >/dev/null & lists=$!
+    for _ in {1..5}; do "$0" grab -c 1-2 -o beside --force || exit 11; done
+    "$0" grab -c 1-1 2>held && exit 12; wait $lists || exit 13; kill -INT %1; wait %1' "$vqd"
+mentions held "camera [01] at 1-1 cannot be opened; vqd (process [0-9]*) has it open"
+tail -n 1 stream >all
+json all '.type == "summary" and ."transfer-errors" + ."wrong-start-codes" + .reopens == 0'
 
 # The program's own end
 ends 7 "$vqd" sim -- sh -c 'exit 7'

@@ -11,39 +11,18 @@
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
-
-#include <libusb.h>
+#include <utility>
 
 #include "common.h"
 #include "exit_codes.h"
 #include "interrupt.h"
+#include "plausibility.h"
 #include "usb_devices.h"
 
 namespace
 {
 
-struct Place {
-    int bus, address;
-    bool operator==(const Place&) const = default;
-};
-
-// Where cameras are, also those that can not be opened, in the library's order.
-std::vector<Place> cameraPlaces()
-{
-    std::vector<Place> places;
-    libusb_context* context = nullptr;
-    libusb_device** devices = nullptr;
-    if (libusb_init(&context) != 0)
-        return places;
-    const ssize_t count = libusb_get_device_list(context, &devices);
-    for (ssize_t i = 0; i < count; ++i)
-        if (device_is_of_interest(devices[i]))
-            places.push_back({libusb_get_bus_number(devices[i]), libusb_get_device_address(devices[i])});
-    if (count >= 0)
-        libusb_free_device_list(devices, 1);
-    libusb_exit(context);
-    return places;
-}
+bool g_claimed[VQD_MAX_DEVICES]; // by number
 
 // 0, or the errno that this user gets. Asking for the permission alone would miss what a container forbids.
 int openingError(const std::string& path)
@@ -62,26 +41,58 @@ int openingError(const std::string& path)
         throw Failure(kFailed, std::to_string(m_nDeviceCount) + " cameras are attached; " +
                                    std::to_string(VQD_MAX_DEVICES) + " is the most that can be used");
     const std::vector<Place> places = cameraPlaces();
-    for (const auto& [bus, address] : places) {
-        const std::string node = deviceNode(bus, address);
+    for (const Place& place : places) {
+        const std::string node = deviceNode(place.bus, place.address);
         if (const int error = openingError(node); error != 0)
-            throw Failure(kNoAccess, "a camera is attached but " + node + " can not be opened: " + strerror(error));
+            throw Failure(kNoAccess, "a camera is attached but " + node + " cannot be opened: " + strerror(error));
     }
     if (!places.empty())
-        throw Failure(kFailed, "a camera is attached but can not be opened");
+        throw Failure(kFailed, "a camera is attached but cannot be opened");
     throw Failure(kNoCamera, "no camera found");
 }
 
-// "1-7" and "001-007" alike.
-bool isPlace(const std::string& text, const Place& place)
+// "1:7" and "001:007" alike. A dash stands in port paths alone, so that neither is taken for the other.
+bool isBusAddress(const std::string& text, const Place& place)
 {
     Place named{};
     const char* const end = text.data() + text.size();
     const auto bus = std::from_chars(text.data(), end, named.bus);
-    if (bus.ec != std::errc{} || bus.ptr == end || *bus.ptr != '-')
+    if (bus.ec != std::errc{} || bus.ptr == end || *bus.ptr != ':')
         return false;
     const auto address = std::from_chars(bus.ptr + 1, end, named.address);
     return address.ec == std::errc{} && address.ptr == end && named == place;
+}
+
+// What the library made of the EEPROM is compared with what it holds.
+Camera cameraFrom(const DevInfo& info, const Place& place)
+{
+    Camera camera{info, place, Known::notRead, {}};
+    unsigned char image[VQD_IMAGE_BYTES];
+    const EepromRead read = readEeprom(place);
+    camera.eeprom = read.bytes;
+    if (read.whole() && !read.isSigned())
+        camera.known = Known::notSigned;
+    else if (read.whole() && vqdParameterData_Load(info.nIndex, image) == 1 &&
+             std::equal(read.bytes.begin(), read.bytes.end(), image))
+        camera.known = Known::read;
+    if (camera.known != Known::read)
+        strcpy(camera.szSerialNumber, "unknown");
+    return camera;
+}
+
+// Why the library's stand-in is used, as the end of a sentence that starts with the EEPROM.
+const char* troubleOf(const Camera& camera)
+{
+    return camera.known == Known::notSigned ? "has no signature" : "cannot be read";
+}
+
+// "; grab (process 123) has it open", for those of other programs that this user may see.
+std::string holdersText(const Camera& camera)
+{
+    std::string text;
+    for (const Holder& holder : holdersOf(deviceNode(camera.place.bus, camera.place.address)))
+        text += "; " + holder.name + " (process " + std::to_string(holder.process) + ") has it open";
+    return text;
 }
 
 } // namespace
@@ -93,16 +104,44 @@ std::string usbIds(const DevInfo& camera)
     return text;
 }
 
-std::string place(const Camera& camera)
+std::string busAddress(const Camera& camera)
 {
-    return std::to_string(camera.bus) + "-" + std::to_string(camera.address);
+    char text[32];
+    snprintf(text, sizeof text, "%03d:%03d", camera.place.bus, camera.place.address);
+    return text;
+}
+
+std::string nameOf(const Camera& camera)
+{
+    return "camera " + std::to_string(camera.nIndex) + " at " +
+           (camera.place.port.empty() ? busAddress(camera) : camera.place.port);
 }
 
 Json identityJson(const Camera& camera)
 {
-    return {{"index", camera.nIndex},        {"serial", camera.szSerialNumber}, {"product", camera.szDeviceName},
-            {"vendor", camera.szVendorName}, {"usb", usbIds(camera)},           {"bus", camera.bus},
-            {"address", camera.address}};
+    const Json serial = camera.known == Known::read ? Json(camera.szSerialNumber) : Json();
+    const Json port = camera.place.port.empty() ? Json() : Json(camera.place.port);
+    return {{"index", camera.nIndex},         {"serial", serial},
+            {"product", camera.szDeviceName}, {"vendor", camera.szVendorName},
+            {"usb", usbIds(camera)},          {"port", port},
+            {"bus", camera.place.bus},        {"address", camera.place.address}};
+}
+
+void requireEeprom(const Camera& camera)
+{
+    if (camera.known != Known::read)
+        failOn(camera, "the EEPROM of " + nameOf(camera) + ' ' + troubleOf(camera));
+}
+
+void warnOfEeprom(const Camera& camera)
+{
+    const std::string name = nameOf(camera);
+    if (camera.known != Known::read)
+        warn("the EEPROM of %s %s: the library uses factory settings and a standard lens", name.c_str(),
+             troubleOf(camera));
+    else
+        for (const Implausible& one : implausibleIn(camera.eeprom))
+            warn("the EEPROM of %s: %s", name.c_str(), one.text.c_str());
 }
 
 Session::Session()
@@ -120,9 +159,8 @@ Session::Session()
         throw Failure(places.size() < static_cast<size_t>(count) ? kCameraLost : kFailed,
                       "cameras came or went while they were listed");
     for (size_t i = 0; i < places.size(); ++i) {
-        m_cameras.push_back({list[i], places[i].bus, places[i].address});
-        detail("camera %zu: %s, serial %s, at %s", i, list[i].szDeviceName, list[i].szSerialNumber,
-               place(m_cameras.back()).c_str());
+        const Camera& camera = m_cameras.emplace_back(cameraFrom(list[i], places[i]));
+        detail("%s: %s, serial %s", nameOf(camera).c_str(), camera.szDeviceName, camera.szSerialNumber);
     }
     endIfInterrupted();
 }
@@ -130,23 +168,23 @@ Session::Session()
 Session::Closer::~Closer()
 {
     for (int n = 0; n < VQD_MAX_DEVICES; ++n)
-        vqdDeviceClose(n); // an empty number is no error
+        if (std::exchange(g_claimed[n], false))
+            vqdDeviceClose(n);
 }
 
 const Camera& Session::choose() const
 {
     const std::string& wanted = common.camera;
-    if (wanted.empty())
-        return m_cameras.front();
     const auto fits = [&](const Camera& camera) {
-        return wanted == camera.szSerialNumber || wanted == std::to_string(camera.nIndex) ||
-               isPlace(wanted, {camera.bus, camera.address});
+        return wanted.empty() || wanted == std::to_string(camera.nIndex) || wanted == camera.place.port ||
+               isBusAddress(wanted, camera.place) || (camera.known == Known::read && wanted == camera.szSerialNumber);
     };
     const auto found = std::find_if(m_cameras.begin(), m_cameras.end(), fits);
     if (found == m_cameras.end())
-        throw Failure(kNoCamera, "no camera has the index, serial number or BUS-ADDRESS " + wanted);
-    if (std::any_of(found + 1, m_cameras.end(), fits))
-        throw Failure(kUsage, "several cameras have the serial number " + wanted + "; choose by BUS-ADDRESS");
+        throw Failure(kNoCamera, "no camera has the index, serial number, port or BUS:ADDRESS " + wanted);
+    if (!wanted.empty() && std::any_of(found + 1, m_cameras.end(), fits))
+        throw Failure(kUsage, "several cameras have the serial number " + wanted + "; choose by port");
+    warnOfEeprom(*found);
     return *found;
 }
 
@@ -160,14 +198,18 @@ const Camera& Session::chooseToChange() const
 void Session::loadAlone(const Camera& camera) const
 {
     unsigned char image[VQD_IMAGE_BYTES];
-    if (m_cameras.size() > 1 && vqdEEPROM_ParameterData_Load(camera.nIndex, image) != 1)
+    if (m_cameras.size() == 1)
+        return;
+    if (vqdEEPROM_ParameterData_Load(camera.nIndex, image) != 1)
         failOn(camera, "the camera's parameters could not be loaded");
+    if (camera.known == Known::read && !std::equal(camera.eeprom.begin(), camera.eeprom.end(), image))
+        failOn(camera, "the EEPROM of " + nameOf(camera) + " reads differently the second time");
 }
 
 void requirePresent(const Camera& camera, const std::string& message)
 {
     const std::vector<Place> places = cameraPlaces();
-    if (std::find(places.begin(), places.end(), Place{camera.bus, camera.address}) == places.end())
+    if (std::find(places.begin(), places.end(), camera.place) == places.end())
         throw Failure(kCameraLost, message + ": the camera is gone");
 }
 
@@ -177,10 +219,16 @@ void failOn(const Camera& camera, const std::string& message)
     throw Failure(kFailed, message);
 }
 
+bool tryClaim(const Camera& camera)
+{
+    g_claimed[camera.nIndex] = vqdDeviceOpen(camera.nIndex) == VQD_OK;
+    return g_claimed[camera.nIndex];
+}
+
 void claim(const Camera& camera)
 {
-    if (vqdDeviceOpen(camera.nIndex) != VQD_OK)
-        failOn(camera, std::string("camera ") + camera.szSerialNumber + " can not be opened");
+    if (!tryClaim(camera))
+        failOn(camera, nameOf(camera) + " cannot be opened" + holdersText(camera));
     detail("camera %d is claimed", camera.nIndex);
 }
 
@@ -189,7 +237,7 @@ Stream::Stream(const Camera& camera) : m_number(camera.nIndex), m_notes(camera.n
     claim(camera);
     endIfInterrupted();
     if (vqdGrabStart(m_number) != VQD_OK)
-        failOn(camera, std::string("camera ") + camera.szSerialNumber + " does not start grabbing");
+        failOn(camera, nameOf(camera) + " does not start grabbing");
     detail("camera %d is grabbing", m_number);
 }
 

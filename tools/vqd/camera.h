@@ -11,24 +11,40 @@
 
 #include "VQD_API.h"
 
+#include "bus_view.h"
 #include "exit_codes.h"
 #include "library_lines.h"
 #include "output.h"
 #include "search_notes.h"
 
-// What the library tells of a camera, and where it is on the bus.
+// What is known of a camera's EEPROM. In the last two cases the library stands in factory settings, or in zeros.
+enum class Known { read, notSigned, notRead };
+
+// What the library tells of a camera, where it is on the bus, and what its EEPROM holds. The serial number is
+// "unknown" unless the EEPROM was read.
 struct Camera : DevInfo {
-    int bus, address;
+    Place place;
+    Known known;
+    Eeprom eeprom;
 };
 
 // "03a4:871a"
 std::string usbIds(const DevInfo& camera);
 
-// "1-7"
-std::string place(const Camera& camera);
+// "001:007", as lsusb -s takes it
+std::string busAddress(const Camera& camera);
 
-// Index, serial number, names, ids and place.
+// "camera 0 at 1-2.3"
+std::string nameOf(const Camera& camera);
+
+// Index, serial number, names, ids and place; null is what is not known.
 Json identityJson(const Camera& camera);
+
+// Fails unless the EEPROM was read: for what would show, or go by, the library's stand-in.
+void requireEeprom(const Camera& camera);
+
+// Warns when the library stands in for the EEPROM, or when what that holds is not plausible.
+void warnOfEeprom(const Camera& camera);
 
 // The attached cameras; one session a process. Fails when there is none, or none that may be opened.
 class Session
@@ -37,7 +53,7 @@ public:
     Session();
     const std::vector<Camera>& cameras() const { return m_cameras; }
 
-    // The camera that the command line chooses, else the first.
+    // The camera that the command line chooses, else the first. Warns of its EEPROM.
     const Camera& choose() const;
 
     // The same for what changes the camera: with several attached, one must be named.
@@ -48,7 +64,8 @@ public:
     void loadAlone(const Camera& camera) const;
 
 private:
-    // Also when listing fails the library may hold cameras.
+    // Closes what was claimed, and nothing else: the library sends a grab stop to each camera that it closes, also to
+    // one that another program streams from. The end of the process lets go of those that were only listed.
     struct Closer {
         ~Closer();
     } m_closer;
@@ -61,8 +78,9 @@ void requirePresent(const Camera& camera, const std::string& message);
 // Fails with the message, as lost when the camera is not on the bus any more.
 [[noreturn]] void failOn(const Camera& camera, const std::string& message);
 
-// Claims the camera.
+// Claims the camera; the end of the session closes it.
 void claim(const Camera& camera);
+bool tryClaim(const Camera& camera);
 
 struct Frame {
     std::array<uint16_t, VQD_PIXELS> amplitude{}, depth{};

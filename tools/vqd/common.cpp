@@ -19,16 +19,35 @@ Common common;
 void addCommon(CLI::App& command, int options)
 {
     if (options & kCamera)
-        command.add_option("-c,--camera", common.camera, "Index, serial number or BUS-ADDRESS, as vqd list shows them")
-            ->type_name("CAMERA");
+        command
+            .add_option("-c,--camera", common.camera,
+                        "Index, serial number, port or BUS:ADDRESS, as vqd list shows them")
+            ->type_name("CAMERA")
+            ->each([](const std::string& name) {
+                if (name.empty()) // a variable of a script that is not set is no choice
+                    throw CLI::ValidationError("--camera", "it is empty");
+            });
     if (options & kJson)
         command.add_flag("--json", common.json, "One JSON object on standard output");
     if (options & kForce)
         command.add_flag("--force", common.force, "Replace existing files");
     if (options & kYes)
         command.add_flag("-y,--yes", common.yes, "Do not ask before writing to the camera's memory");
-    CLI::Option* quiet = command.add_flag("-q,--quiet", common.quiet, "Nothing on standard error but failures");
+    CLI::Option* quiet =
+        command.add_flag("-q,--quiet", common.quiet, "Nothing on standard error but warnings and failures");
     command.add_flag("-v,--verbose", common.verbose, "More about each step on standard error")->excludes(quiet);
+}
+
+// CLI11 names the words that it does not expect from the last to the first.
+std::string usageMessage(const CLI::App* app, const CLI::Error& error)
+{
+    std::string text = error.what();
+    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError)) {
+        text = "not expected:";
+        for (const std::string& word : app->remaining(true))
+            text += ' ' + word;
+    }
+    return text + "\nRun with --help for more information.\n";
 }
 
 static bool g_progressShown = false; // on the terminal's present line
@@ -40,12 +59,20 @@ void clearProgress()
     g_progressShown = false;
 }
 
-static void say(const char* format, va_list arguments)
+static void say(const char* what, const char* format, va_list arguments)
 {
     clearProgress();
-    fputs("vqd: ", stderr);
+    fprintf(stderr, "vqd: %s", what);
     vfprintf(stderr, format, arguments);
     fputc('\n', stderr);
+}
+
+void warn(const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    say("warning: ", format, arguments);
+    va_end(arguments);
 }
 
 void note(const char* format, ...)
@@ -53,7 +80,7 @@ void note(const char* format, ...)
     va_list arguments;
     va_start(arguments, format);
     if (!common.quiet)
-        say(format, arguments);
+        say("", format, arguments);
     va_end(arguments);
 }
 
@@ -62,7 +89,7 @@ void detail(const char* format, ...)
     va_list arguments;
     va_start(arguments, format);
     if (common.verbose)
-        say(format, arguments);
+        say("", format, arguments);
     va_end(arguments);
 }
 

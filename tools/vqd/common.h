@@ -10,14 +10,15 @@
 namespace CLI
 {
 class App;
-}
+class Error;
+} // namespace CLI
 
 struct Common {
-    std::string camera;   // index, serial number or BUS-ADDRESS; empty: not chosen
+    std::string camera;   // index, serial number, port or BUS:ADDRESS; empty: not chosen
     bool json = false;    // one JSON object instead of lines
     bool force = false;   // replace files
     bool yes = false;     // do not ask
-    bool quiet = false;   // nothing but failures
+    bool quiet = false;   // nothing but warnings and failures
     bool verbose = false; // steps, too
 };
 
@@ -28,7 +29,11 @@ extern Common common;
 enum CommonOption { kCamera = 1, kJson = 2, kForce = 4, kYes = 8 };
 void addCommon(CLI::App& command, int options);
 
-// A line on standard error: not with -q; only with -v.
+// What the parser says of a command line that it refuses.
+std::string usageMessage(const CLI::App* app, const CLI::Error& error);
+
+// A line on standard error: always; not with -q; only with -v.
+void warn(const char* format, ...) __attribute__((format(printf, 1, 2)));
 void note(const char* format, ...) __attribute__((format(printf, 1, 2)));
 void detail(const char* format, ...) __attribute__((format(printf, 1, 2)));
 

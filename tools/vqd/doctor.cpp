@@ -26,11 +26,10 @@
 #include "config/param_image.h"
 #include "device/models.h"
 #include "exit_codes.h"
-#include "geometry/lens_fields.h"
 #include "interrupt.h"
-#include "lens_json.h"
 #include "library_lines.h"
 #include "output.h"
+#include "plausibility.h"
 #include "tar_gz.h"
 #include "udev_events.h"
 #include "usb/vendor_channel.h"
@@ -317,9 +316,7 @@ void Doctor::readEeprom(const UsbCamera& camera)
 
 void Doctor::judgeEeprom(const UsbCamera& camera, libusb_device_handle* handle)
 {
-    std::array<uint8_t, VQD_EEPROM_BYTES> eeprom{};
-    const int moved = libusb_control_transfer(handle, kVendorIn, kRequestReadEeprom, kEepromRegion, 0, eeprom.data(),
-                                              VQD_EEPROM_BYTES, kRequestTimeoutMs);
+    const auto [moved, eeprom] = ::readEeprom(handle);
     if (moved != VQD_EEPROM_BYTES)
         return find(Level::problem, camera.port,
                     "its EEPROM can not be read: " +
@@ -334,21 +331,11 @@ void Doctor::judgeEeprom(const UsbCamera& camera, libusb_device_handle* handle)
                               "used instead",
                               eeprom[kSignature], kSignatureValue),
                     "If there is a backup: vqd eeprom restore FILE. Else the camera must be calibrated again.");
-    const Frequency* const frequency = DecodeFrequency(eeprom[kFrequencyCode]);
-    if (frequency == nullptr)
-        find(Level::warning, camera.port,
-             formatted("its modulation frequency has no known code (%u)", unsigned{eeprom[kFrequencyCode]}),
-             "vqd set frequency=... --save");
-    float lens[kIntrinsicFields];
-    for (int i = 0; i < kIntrinsicFields; ++i)
-        lens[i] = DecodeLensField(eeprom.data(), kDepthLensBlock.intrinsic[i]);
-    const auto [fx, fy, cx, cy] = lens;
-    const std::string numbers = formatted("focal length %.1f, %.1f, centre %.1f, %.1f", fx, fy, cx, cy);
-    if (!isPlausible({fx, fy, cx, cy}))
-        find(Level::warning, camera.port, "its depth lens is not plausible: " + numbers,
-             "If there is a backup: vqd eeprom restore FILE. Else set the lens with vqd lens --set.");
-    else
-        find(Level::ok, camera.port, "EEPROM signed, depth lens " + numbers);
+    const std::vector<Implausible> implausible = implausibleIn(eeprom);
+    for (const Implausible& one : implausible)
+        find(Level::warning, camera.port, "its EEPROM: " + one.text, one.remedy);
+    if (implausible.empty())
+        find(Level::ok, camera.port, "EEPROM signed, depth lens " + depthLensText(eeprom));
     controlLimit(camera, handle,
                  IsHostCorrectedProduct(camera.product.c_str()) && (eeprom[kCorrectionCode] & kFppnBit) != 0);
 }
@@ -486,6 +473,8 @@ int doctor(const std::string& reportFile)
     catchInterrupts();
     Doctor doctor(output);
     doctor.examine();
+    if (!doctor.healthy())
+        output.showLibraryLines();
     if (common.json)
         output.print(doctor.json());
     else

@@ -30,6 +30,7 @@ int dump(const Options& options)
     Output output;
     const Session session;
     const Camera& camera = session.choose();
+    requireEeprom(camera);
     session.loadAlone(camera);
     Json json = document("dump");
     json["camera"] = identityJson(camera);
@@ -70,28 +71,34 @@ std::vector<Assignment> assignmentsFrom(const Json& json, const std::string& fil
     return assignments;
 }
 
-Json valueOf(const Assignment& assignment)
+// A lens belongs to one camera. Settings may go to others.
+void compareCameras(const Camera& camera, const Json& json, const Options& options)
 {
-    return assignment.values.size() == 1 ? Json(assignment.values[0]) : Json(assignment.values);
+    const Json from = json.value("camera", Json::object());
+    const Json serial = from.is_object() && from.contains("serial") ? from["serial"] : Json();
+    if (camera.known == Known::read && serial == camera.szSerialNumber)
+        return;
+    const std::string text = options.file + " comes from " +
+                             (serial.is_string() ? "camera " + serial.get<std::string>() : "an unknown camera") +
+                             "; the serial number here is " + camera.szSerialNumber;
+    if (options.lens && !common.force)
+        throw Failure(kFailed, text + "; --force writes its lens all the same");
+    note("%s", text.c_str());
 }
 
-// Also spares the camera's factory values, which not every model takes back.
-std::vector<Assignment> different(int n, const std::vector<Assignment>& assignments)
+void show(const Camera& camera, const Options& options, bool saved, Output& output)
 {
-    std::vector<Assignment> rest;
-    for (const Assignment& assignment : assignments)
-        if (assignment.setting->get(n) != valueOf(assignment))
-            rest.push_back(assignment);
-    return rest;
-}
-
-void applyAndCompare(const Camera& camera, const std::vector<Assignment>& assignments)
-{
-    applySettings(camera, assignments);
-    for (const Assignment& assignment : different(camera.nIndex, assignments))
-        throw Failure(kVerification, std::string(assignment.setting->name) + " is " +
-                                         settingText(assignment.setting->get(camera.nIndex)) + " instead of " +
-                                         settingText(valueOf(assignment)));
+    Json json = document("load");
+    json["camera"] = identityJson(camera);
+    json["settings"] = settingsJson(camera.nIndex, false);
+    if (options.lens)
+        json["lens"] = calibrationJson(camera);
+    json["saved"] = saved;
+    if (common.json)
+        output.print(json);
+    else
+        printSettings(output, json["settings"]);
+    output.finish();
 }
 
 int load(const Options& options)
@@ -107,15 +114,17 @@ int load(const Options& options)
     Output output;
     const Session session;
     const Camera& camera = session.chooseToChange();
+    compareCameras(camera, json, options);
     session.loadAlone(camera);
     claim(camera);
     changeSettings(camera, save, lens ? "save these settings and this lens?" : "save these settings?", [&] {
-        applyAndCompare(camera, different(camera.nIndex, assignments));
+        applySettings(camera,
+                      differing(camera, assignments)); // spares factory values, which not every model takes back
+        requireTaken(camera, assignments);
         if (lens)
             store(camera.nIndex, *lens);
     });
-    printSettings(output, settingsJson(camera.nIndex, false));
-    output.finish();
+    show(camera, options, save, output);
     if (!save)
         note(kNotSaved);
     return kDone;
@@ -136,7 +145,8 @@ void addDumpLoad(CLI::App& app, Run& run)
         ->required();
     loader->add_flag("--save", options->save, "Keep the settings in the camera's EEPROM");
     loader->add_flag("--lens", options->lens, "Also the lens, which belongs to one camera; implies --save");
-    addCommon(*loader, kCamera | kYes);
+    loader->add_flag("--force", common.force, "Also the lens of another camera, or one that is not plausible");
+    addCommon(*loader, kCamera | kJson | kYes);
     loader->footer("The file is checked as a whole before the camera is touched.\n"
                    "Example: vqd load camera.json --save");
     dumper->callback([&run, options] { run = [options] { return dump(*options); }; });

@@ -12,6 +12,7 @@
 #include "config/param_image.h"
 #include "eeprom_fields.h"
 #include "exit_codes.h"
+#include "plausibility.h"
 
 namespace
 {
@@ -37,12 +38,12 @@ std::string serialOf(const Eeprom& eeprom)
     return serial;
 }
 
-Eeprom storedEeprom(const Camera& camera)
+Eeprom storedEeprom()
 {
-    const Eeprom eeprom = readEeprom(camera);
-    if (isFactory(eeprom))
-        throw Failure(kFailed, "the EEPROM is empty or can not be read");
-    return eeprom;
+    const Session session;
+    const Camera& camera = session.choose();
+    requireEeprom(camera);
+    return camera.eeprom;
 }
 
 int backup(const Options& options)
@@ -51,7 +52,8 @@ int backup(const Options& options)
     Output output;
     const Session session;
     const Camera& camera = session.choose();
-    writeFile(options.file, storedEeprom(camera));
+    requireEeprom(camera);
+    writeFile(options.file, camera.eeprom);
     Json json = document("eeprom-backup");
     json["camera"] = identityJson(camera);
     json["file"] = options.file;
@@ -66,21 +68,19 @@ int backup(const Options& options)
 int restore(const Options& options)
 {
     const Eeprom eeprom = eepromFile(options.file);
+    refuseImplausible(options.file, implausibleIn(eeprom));
     requireConfirmable();
     Output output;
     const Session session;
     const Camera& camera = session.chooseToChange();
-    const Eeprom before = readEeprom(camera);
-    if (!common.force && !isFactory(before) && serialOf(eeprom) != camera.szSerialNumber)
-        throw Failure(kFailed, options.file + " belongs to camera " + serialOf(eeprom) +
-                                   "; --force writes it all the "
-                                   "same");
+    if (!common.force && camera.known == Known::read && serialOf(eeprom) != camera.szSerialNumber)
+        throw Failure(kFailed,
+                      options.file + " belongs to camera " + serialOf(eeprom) + "; --force writes it all the same");
     changeEeprom(camera, "replace its whole EEPROM?", Unreadable::replace, [&] {
         if (vqdEEPROM_ParameterData_Save(camera.nIndex, eeprom.data()) != 1)
             failOn(camera, "the EEPROM was not written");
     });
-    printDifferences(output, differences(before, eeprom));
-    output.finish();
+    showChange(output, "eeprom-restore", camera, eeprom);
     return kDone;
 }
 
@@ -88,7 +88,7 @@ int diff(const Options& options)
 {
     const Eeprom before = eepromFile(options.file);
     Output output;
-    const Eeprom after = options.other.empty() ? storedEeprom(Session().choose()) : eepromFile(options.other);
+    const Eeprom after = options.other.empty() ? storedEeprom() : eepromFile(options.other);
     const std::vector<EepromDifference> found = differences(before, after);
     Json json = document("eeprom-diff");
     json["equal"] = found.empty();
@@ -115,7 +115,7 @@ void addEeprom(CLI::App& app, Run& run)
         int (*work)(const Options&);
     } kWays[] = {
         {"backup", "From the camera into a file", kCamera | kJson | kForce, backup},
-        {"restore", "From a file into the camera", kCamera | kYes, restore},
+        {"restore", "From a file into the camera", kCamera | kJson | kYes, restore},
         {"diff", "Compares two files, or a file with the camera; ends with 6 when they differ", kCamera | kJson, diff},
     };
     for (const auto& way : kWays) {
@@ -124,7 +124,8 @@ void addEeprom(CLI::App& app, Run& run)
         addCommon(*sub, way.common);
         sub->callback([&run, options, work = way.work] { run = [options, work] { return work(*options); }; });
     }
-    command->get_subcommand("restore")->add_flag("--force", common.force, "Also the EEPROM of another camera");
+    command->get_subcommand("restore")->add_flag("--force", common.force,
+                                                 "Also the EEPROM of another camera, or what is not plausible");
     command->get_subcommand("diff")
         ->add_option("other", options->other, "A second file; without it the camera")
         ->type_name("FILE");

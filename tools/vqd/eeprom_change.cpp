@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
+#include <vector>
 
 #include "common.h"
 #include "exit_codes.h"
@@ -23,7 +24,36 @@ std::filesystem::path backupDirectory()
     if (state != nullptr && *state == '/')
         return std::filesystem::path(state) / "vqd";
     const char* const home = getenv("HOME");
-    return home != nullptr && *home == '/' ? std::filesystem::path(home) / ".local/state/vqd" : ".";
+    if (home == nullptr || *home != '/')
+        throw Failure(kFailed, "there is no home folder for a backup; XDG_STATE_HOME names another place");
+    return std::filesystem::path(home) / ".local/state/vqd";
+}
+
+void requireBackupDirectory(const std::filesystem::path& directory)
+{
+    try {
+        requireWritableDirectory(directory);
+    } catch (const Failure& failure) {
+        throw Failure(failure.code, std::string("no backup, so nothing is written: ") + failure.what() +
+                                        " (XDG_STATE_HOME names another place)");
+    }
+}
+
+// Files of other names are somebody's own. The first backup of a camera stays for ever: it may be the only one from
+// before all changes.
+void prune(const std::filesystem::path& directory, const std::string& start)
+{
+    constexpr size_t kMost = 20;
+    std::vector<std::pair<std::filesystem::file_time_type, std::filesystem::path>> files;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(directory, error)) {
+        const std::string name = entry.path().filename();
+        if (name.starts_with(start) && name.find_first_not_of("0123456789-", start.size()) == name.size() - 4)
+            files.emplace_back(entry.last_write_time(error), entry.path());
+    }
+    std::sort(files.begin(), files.end());
+    for (size_t i = 1; i + kMost <= files.size(); ++i)
+        std::filesystem::remove(files[i].second, error);
 }
 
 // The library calls a refused write a success: what the EEPROM holds afterwards decides.
@@ -32,8 +62,10 @@ void requireStored(const Camera& camera)
     unsigned char image[VQD_IMAGE_BYTES];
     if (vqdParameterData_Load(camera.nIndex, image) != 1)
         failOn(camera, "the written settings are lost");
-    const Eeprom stored = readEeprom(camera);
-    if (!std::equal(stored.begin(), stored.end(), image))
+    const EepromRead stored = readEeprom(camera.place);
+    if (!stored.whole())
+        failOn(camera, "the EEPROM could not be read back, so it is not known what it holds now");
+    if (!std::equal(stored.bytes.begin(), stored.bytes.end(), image))
         throw Failure(kVerification, "the EEPROM does not hold what was written");
     detail("the EEPROM holds what was written");
 }
@@ -43,49 +75,33 @@ void requireStored(const Camera& camera)
 void backUp(const Camera& camera, const std::string& what, std::span<const uint8_t> bytes)
 {
     const std::filesystem::path directory = backupDirectory();
-    requireWritableDirectory(directory);
+    requireBackupDirectory(directory);
     const time_t now = time(nullptr);
     char when[32];
     strftime(when, sizeof when, "%Y%m%d-%H%M%S", gmtime(&now));
-    const std::string name = what + "-" + camera.szSerialNumber + "-" + when;
+    const std::string start = what + "-" + camera.szSerialNumber + "-", name = start + when;
     std::filesystem::path path = directory / (name + ".bin");
     for (int i = 2; std::filesystem::exists(path); ++i)
         path = directory / (name + "-" + std::to_string(i) + ".bin");
     writeFile(path, bytes);
     note("%s as it was is in %s", what.c_str(), path.c_str());
-}
-
-Eeprom readEeprom(const Camera& camera)
-{
-    unsigned char image[VQD_IMAGE_BYTES];
-    if (vqdEEPROM_ParameterData_Load(camera.nIndex, image) != 1)
-        failOn(camera, "the EEPROM could not be read");
-    Eeprom eeprom;
-    std::copy_n(image, eeprom.size(), eeprom.begin());
-    if (isFactory(eeprom))
-        requirePresent(camera, "the EEPROM could not be read");
-    return eeprom;
-}
-
-bool isFactory(const Eeprom& eeprom)
-{
-    Eeprom factory{};
-    FillFactoryImage(factory.data());
-    return eeprom == factory;
+    prune(directory, start);
 }
 
 void changeEeprom(const Camera& camera, const std::string& question, Unreadable unreadable,
                   const std::function<void()>& write)
 {
-    const Eeprom before = readEeprom(camera);
-    if (!isFactory(before))
-        backUp(camera, "eeprom", before);
+    if (unreadable == Unreadable::refuse && camera.known != Known::read)
+        failOn(camera, "the EEPROM is empty or could not be read; writing would lose its serial number and lens (vqd "
+                       "eeprom restore writes a backup)");
+    confirm(nameOf(camera) + ", serial " + camera.szSerialNumber + ": " + question);
+    const EepromRead before = readEeprom(camera.place);
+    if (before.whole())
+        backUp(camera, "eeprom", before.bytes);
     else if (unreadable == Unreadable::refuse)
-        throw Failure(kFailed, "the EEPROM is empty or could not be read; writing would lose its serial number and "
-                               "lens (vqd eeprom restore writes a backup)");
+        failOn(camera, "the EEPROM could not be read for a backup, so nothing is written");
     else
-        note("the EEPROM is empty or can not be read: there is nothing to back up");
-    confirm("camera " + std::to_string(camera.nIndex) + ", serial " + camera.szSerialNumber + ": " + question);
+        note("the EEPROM cannot be read: there is nothing to back up");
     endIfInterrupted();
     write();
     requireStored(camera);

@@ -4,27 +4,21 @@
 // Writing to a camera's EEPROM with a way back: what was there is in a file before, and is compared after.
 #pragma once
 
-#include <array>
 #include <functional>
 #include <span>
 
 #include "camera.h"
 
-using Eeprom = std::array<uint8_t, VQD_EEPROM_BYTES>;
-
-// What the camera holds now. Where it can not be read, the library stands in factory settings: see isFactory().
-Eeprom readEeprom(const Camera& camera);
-bool isFactory(const Eeprom& eeprom);
-
-// Keeps what the camera held in a file of its own, below $XDG_STATE_HOME or ~/.local/state, and says where.
+// Keeps what the camera held in a file of its own, below $XDG_STATE_HOME or ~/.local/state, and says where. Of each
+// camera the first file and the newest 19 stay.
 void backUp(const Camera& camera, const std::string& what, std::span<const uint8_t> bytes);
 
 enum class Unreadable {
-    refuse, // an EEPROM that can not be read would lose its serial number and lens
+    refuse, // an EEPROM that was not read would lose its serial number and lens
     replace
 };
 
-// Backs the EEPROM up, asks, runs `write`, which ends with the host's image saved, and reads back.
+// Asks, backs the EEPROM up, runs `write`, which ends with the host's image saved, and reads back.
 // Call requireConfirmable() before the cameras are touched.
 void changeEeprom(const Camera& camera, const std::string& question, Unreadable unreadable,
                   const std::function<void()>& write);

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "common.h"
 #include "geometry/lens_fields.h"
 #include "lens_json.h"
 
@@ -172,4 +173,17 @@ Json differencesJson(const std::vector<EepromDifference>& differences)
                         {"after", after.value},
                         {"unit", before.unit}});
     return json;
+}
+
+void showChange(Output& output, const char* command, const Camera& camera, const Eeprom& after)
+{
+    const std::vector<EepromDifference> changes = differences(camera.eeprom, after);
+    Json json = document(command);
+    json["camera"] = identityJson(camera);
+    json["differences"] = differencesJson(changes);
+    if (common.json)
+        output.print(json);
+    else
+        printDifferences(output, changes);
+    output.finish();
 }

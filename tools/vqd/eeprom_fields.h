@@ -28,3 +28,6 @@ std::vector<EepromDifference> differences(const Eeprom& before, const Eeprom& af
 // A line each, or the member "differences".
 void printDifferences(Output& output, const std::vector<EepromDifference>& differences);
 Json differencesJson(const std::vector<EepromDifference>& differences);
+
+// What a command has made of the camera's EEPROM.
+void showChange(Output& output, const char* command, const Camera& camera, const Eeprom& after);

@@ -46,6 +46,7 @@ int get(const Options& options)
     Output output;
     const Session session;
     const Camera& camera = session.choose();
+    requireEeprom(camera);
     session.loadAlone(camera);
     if (std::any_of(wanted.begin(), wanted.end(), [](const Setting* s) { return s->needsFrame; })) {
         const auto frame = std::make_unique<Frame>();

@@ -28,6 +28,7 @@ static int info()
     Output output;
     const Session session;
     const Camera& camera = session.choose();
+    requireEeprom(camera);
     session.loadAlone(camera);
     const auto frame = std::make_unique<Frame>();
     Stream(camera).read(*frame); // tells temperature and logic version

@@ -23,7 +23,9 @@ static int lens(const std::string& file)
     Output output;
     const Session session;
     const Camera& camera = wanted ? session.chooseToChange() : session.choose();
-    if (wanted)
+    if (!wanted)
+        requireEeprom(camera);
+    else
         changeEeprom(camera, "replace its lens?", Unreadable::refuse, [&] { store(camera.nIndex, *wanted); });
     Json json = document("lens");
     json.update(calibrationJson(camera));
@@ -38,8 +40,10 @@ void addLens(CLI::App& app, Run& run)
     CLI::App* command = app.add_subcommand("lens", "Shows the calibration of both lenses and the transform, as JSON");
     command->add_option("--set", *file, "Write the sets of this JSON file to the camera's EEPROM; - for standard input")
         ->type_name("FILE");
+    command->add_flag("--force", common.force, "Also a lens that is not plausible");
     addCommon(*command, kCamera | kJson | kYes);
     command->footer("Example: vqd lens >lens.json; vqd lens --set lens.json\n"
-                    "Of the transform only the first four numbers fit into the EEPROM.");
+                    "Values are rounded to what the EEPROM can hold, and shown as it holds them. Of the transform "
+                    "only the first four numbers fit into it.");
     command->callback([&run, file] { run = [file] { return lens(*file); }; });
 }

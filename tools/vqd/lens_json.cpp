@@ -21,11 +21,17 @@ double rounded(float value)
     return std::round(static_cast<double>(value) * 1e4) / 1e4;
 }
 
+// The other numbers of the transform lie behind the EEPROM, in the image alone.
+bool isStored(size_t extrinsic)
+{
+    return ExtrinsicField(static_cast<int>(extrinsic)).offset < VQD_EEPROM_BYTES;
+}
+
 Json lensJson(int n, int (*get)(int, float*, float*))
 {
     float intrinsic[4], distortion[6];
     if (get(n, intrinsic, distortion) != 1)
-        throw Failure(kFailed, "the lens can not be read");
+        throw Failure(kFailed, "the lens cannot be read");
     Json json;
     for (size_t i = 0; i < 4; ++i)
         json[kIntrinsicNames[i]] = rounded(intrinsic[i]);
@@ -34,14 +40,14 @@ Json lensJson(int n, int (*get)(int, float*, float*))
     return json;
 }
 
-float numberIn(const Json& json, const std::string& where)
+double numberIn(const Json& json, const std::string& where)
 {
     if (!json.is_number() || !std::isfinite(json.get<float>()))
         throw Failure(kUsage, where + " is not a number");
-    return json.get<float>();
+    return json.get<double>();
 }
 
-float memberIn(const Json& set, const std::string& setName, const char* name)
+double memberIn(const Json& set, const std::string& setName, const char* name)
 {
     const std::string where = setName + "." + name;
     if (!set.is_object() || !set.contains(name))
@@ -49,62 +55,64 @@ float memberIn(const Json& set, const std::string& setName, const char* name)
     return numberIn(set[name], where);
 }
 
-// The camera would store the nearest that the field holds.
-float heldIn(const LensField& field, float value, const std::string& where)
+// The nearest that the field holds, as a number that the library, which cuts, stores as that.
+float nearestHeld(const LensField& field, double value, const std::string& where)
 {
+    const double scale = static_cast<double>(field.scale);
+    const auto nearest = static_cast<float>(std::round(value * scale) / scale);
     uint8_t image[VQD_IMAGE_BYTES] = {};
-    EncodeLensField(image, field, value);
+    EncodeLensField(image, field, nearest + std::copysign(0.25F / field.scale, nearest));
     const float held = DecodeLensField(image, field);
-    if (std::abs(held - value) > 1.01f / field.scale) // truncation loses a step at most
+    if (std::abs(static_cast<double>(held) - value) > 0.51 / scale)
         throw Failure(kUsage, where + " is out of range, the nearest is " + Json(rounded(held)).dump());
-    return value;
+    EncodeLensField(image, field, held);
+    return DecodeLensField(image, field) == held ? held : std::nextafter(held, std::copysign(HUGE_VALF, held));
 }
 
 LensSet lensFrom(const Json& set, const LensBlock& block, const std::string& name)
 {
     float k[4], d[6];
     for (size_t i = 0; i < 4; ++i)
-        k[i] = heldIn(block.intrinsic[i], memberIn(set, name, kIntrinsicNames[i]), name + "." + kIntrinsicNames[i]);
+        k[i] =
+            nearestHeld(block.intrinsic[i], memberIn(set, name, kIntrinsicNames[i]), name + "." + kIntrinsicNames[i]);
     for (size_t i = 0; i < 6; ++i)
-        d[i] = heldIn(block.distortion[i], memberIn(set, name, kDistortionNames[i]), name + "." + kDistortionNames[i]);
+        d[i] = nearestHeld(block.distortion[i], memberIn(set, name, kDistortionNames[i]),
+                           name + "." + kDistortionNames[i]);
     return {{k[0], k[1], k[2], k[3]}, {d[0], d[1], d[2], d[3], d[4], d[5]}};
 }
 
 ExtrinsicParam extrinsicFrom(const Json& set)
 {
-    float e[12];
-    for (size_t i = 0; i < 12; ++i) {
+    float e[kExtrinsicFields] = {};
+    for (size_t i = 0; i < kExtrinsicFields; ++i) {
         const bool rotation = i < 9;
         const std::string name = rotation ? "extrinsic.rotation" : "extrinsic.translation";
         const Json::json_pointer at(rotation ? "/rotation/" + std::to_string(i / 3) + "/" + std::to_string(i % 3)
                                              : "/translation/" + std::to_string(i - 9));
         if (!set.contains(at))
             throw Failure(kUsage, name + " is incomplete");
-        e[i] = heldIn(ExtrinsicField(static_cast<int>(i)), numberIn(set.at(at), name), name);
+        if (!isStored(i) && set.at(at).is_null())
+            continue;
+        e[i] = nearestHeld(ExtrinsicField(static_cast<int>(i)), numberIn(set.at(at), name), name);
     }
     return {e[0], e[1], e[2], e[3], e[4], e[5], e[6], e[7], e[8], e[9], e[10], e[11]};
 }
 
 } // namespace
 
-bool isPlausible(const LensIntrinsic& k)
-{
-    return k.cx >= 140 && k.cx <= 180 && k.cy >= 80 && k.cy <= 160 && k.fx >= 50 && k.fy >= 50;
-}
-
 Json calibrationJson(const Camera& camera)
 {
     const int n = camera.nIndex;
-    float e[12];
+    float e[kExtrinsicFields];
     if (vqdGetExtrinsicParameter(n, e) != 1)
-        failOn(camera, "the extrinsic parameters can not be read");
+        failOn(camera, "the extrinsic parameters cannot be read");
     Json json;
     json["depth"] = lensJson(n, vqdGetLensParameter);
     json["colour"] = lensJson(n, vqdGetRGBLensParameter);
+    const auto stored = [&](size_t i) { return isStored(i) ? Json(rounded(e[i])) : Json(); };
     for (size_t row = 0; row < 3; ++row)
-        json["extrinsic"]["rotation"].push_back(
-            {rounded(e[3 * row]), rounded(e[3 * row + 1]), rounded(e[3 * row + 2])});
-    json["extrinsic"]["translation"] = {rounded(e[9]), rounded(e[10]), rounded(e[11])};
+        json["extrinsic"]["rotation"].push_back({stored(3 * row), stored(3 * row + 1), stored(3 * row + 2)});
+    json["extrinsic"]["translation"] = {stored(9), stored(10), stored(11)};
     return json;
 }
 
@@ -122,6 +130,12 @@ Calibration calibrationFrom(const Json& json, const std::string& file)
         calibration.extrinsic = extrinsicFrom(json["extrinsic"]);
     if (!calibration.depth && !calibration.colour && !calibration.extrinsic)
         throw Failure(kUsage, file + ": holds no calibration set");
+    std::vector<Implausible> found;
+    if (calibration.depth)
+        judgeDepthLens(found, calibration.depth->k);
+    if (calibration.colour)
+        judgeColourLens(found, calibration.colour->k);
+    refuseImplausible(file, found);
     return calibration;
 }
 

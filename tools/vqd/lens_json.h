@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "camera.h"
+#include "plausibility.h"
 
 inline constexpr const char* kIntrinsicNames[] = {"fx", "fy", "cx", "cy"};
 inline constexpr const char* kDistortionNames[] = {"k1", "k2", "k3", "p1", "p2", "skew"};
@@ -22,13 +23,11 @@ struct Calibration {
     std::optional<ExtrinsicParam> extrinsic;
 };
 
-// Whether it can be a depth lens of these cameras. The library replaces one whose cx is not between 140 and 180.
-bool isPlausible(const LensIntrinsic& k);
-
-// The members "depth", "colour" and "extrinsic", as the camera stores them.
+// The members "depth", "colour" and "extrinsic", as the camera stores them; null is what it does not store.
 Json calibrationJson(const Camera& camera);
 
-// Fails with a usage error that names what is wrong; `file` is for that message.
+// The values as the camera can store them. Fails with a usage error that names what is wrong, also for what is not
+// plausible, unless --force; `file` is for that message.
 Calibration calibrationFrom(const Json& json, const std::string& file);
 
 // Into the host's image and the EEPROM.

@@ -13,14 +13,22 @@
 static int list()
 {
     Output output;
-    const Session session;
     Json json = document("list");
     json["cameras"] = Json::array();
-    for (const Camera& camera : session.cameras()) {
-        json["cameras"].push_back(identityJson(camera));
-        if (!common.json)
-            output.print("%d  %-10s  %s  %s  %s\n", camera.nIndex, camera.szDeviceName, camera.szSerialNumber,
-                         usbIds(camera).c_str(), place(camera).c_str());
+    try {
+        const Session session;
+        for (const Camera& camera : session.cameras()) {
+            warnOfEeprom(camera);
+            json["cameras"].push_back(identityJson(camera));
+            if (!common.json)
+                output.print("%d  %-10s  %-14s  %s  %-5s  %s\n", camera.nIndex, camera.szDeviceName,
+                             camera.szSerialNumber, usbIds(camera).c_str(), camera.place.port.c_str(),
+                             busAddress(camera).c_str());
+        }
+    } catch (const Failure& failure) {
+        if (common.json && failure.code == kNoCamera)
+            output.print(json); // a script can count them
+        throw;
     }
     if (common.json)
         output.print(json);
@@ -31,7 +39,7 @@ static int list()
 void addList(CLI::App& app, Run& run)
 {
     CLI::App* command =
-        app.add_subcommand("list", "Lists the cameras: index, product, serial number, USB ids, BUS-ADDRESS");
+        app.add_subcommand("list", "Lists the cameras: index, product, serial number, USB ids, port, BUS:ADDRESS");
     addCommon(*command, kJson);
     command->footer("Example: vqd list --json | jq -r '.cameras[].serial'");
     command->callback([&run] { run = list; });

@@ -10,6 +10,7 @@
 
 #include "command_line.h"
 #include "commands.h"
+#include "common.h"
 #include "exit_codes.h"
 
 namespace
@@ -35,6 +36,7 @@ int runCommandLine(int argc, char** argv)
     CLI::App app("USB time-of-flight depth cameras from the command line.", "vqd");
     app.formatter(helpFormatter());
     app.require_subcommand(1);
+    app.failure_message(usageMessage);
     app.set_version_flag("--version", "vqd " VQD_VERSION);
     app.footer("Exit codes: 0 done, 1 failed, 2 wrong usage, 3 no camera, 4 access denied, 5 camera lost,\n"
                "6 verification failed, 130 interrupted with nothing saved.\n"

@@ -100,13 +100,13 @@ std::string textOf(const Json& json)
     return json.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
 }
 
-// What a file in memory holds.
-void copyToError(int file)
+// What is nested deeper would overflow the stack when it is destroyed or printed: both recurse.
+bool refuseDeepJson(int depth, Json::parse_event_t, const Json&)
 {
-    char bytes[4096];
-    lseek(file, 0, SEEK_SET);
-    for (ssize_t length; (length = read(file, bytes, sizeof bytes)) > 0;)
-        fwrite(bytes, 1, static_cast<size_t>(length), stderr);
+    constexpr int kMost = 16; // the tool's own files have four levels
+    if (depth > kMost)
+        throw Failure(kUsage, "nested more than " + std::to_string(kMost) + " levels deep");
+    return true;
 }
 
 } // namespace
@@ -116,7 +116,7 @@ Output::Output()
     signal(SIGPIPE, SIG_IGN); // a reader that has gone is a write that fails, and no reason to leave a camera grabbing
     const int data = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     m_data = data < 0 ? nullptr : fdopen(data, "w");
-    m_library = common.quiet ? memfd_create("library", MFD_CLOEXEC) : dup(STDERR_FILENO);
+    m_library = common.verbose ? dup(STDERR_FILENO) : memfd_create("library", MFD_CLOEXEC);
     if (m_data == nullptr || m_library < 0 || dup2(m_library, STDOUT_FILENO) < 0)
         throw Failure(kFailed, std::string("standard output or error: ") + strerror(errno));
     setvbuf(stdout, nullptr, _IOLBF, 0); // in step with our own messages
@@ -127,9 +127,20 @@ Output::~Output()
     fflush(stdout);
     dup2(fileno(m_data), STDOUT_FILENO);
     fclose(m_data);
-    if (common.quiet && std::uncaught_exceptions() > 0)
-        copyToError(m_library);
+    if (std::uncaught_exceptions() > 0)
+        showLibraryLines();
     close(m_library);
+}
+
+void Output::showLibraryLines()
+{
+    if (common.verbose)
+        return; // they are there
+    fflush(stdout);
+    char bytes[4096];
+    lseek(m_library, 0, SEEK_SET);
+    for (ssize_t length; (length = read(m_library, bytes, sizeof bytes)) > 0;)
+        fwrite(bytes, 1, static_cast<size_t>(length), stderr);
 }
 
 void Output::print(const char* format, ...)
@@ -160,14 +171,16 @@ Json readDocument(const std::string& file, const std::string& command)
 {
     std::ifstream stream(file);
     if (file != "-" && !stream)
-        throw Failure(kFailed, file + ": can not be read");
+        throw Failure(kFailed, file + ": cannot be read");
     Json json;
     try {
-        json = Json::parse(file == "-" ? std::cin : stream);
+        json = Json::parse(file == "-" ? std::cin : stream, refuseDeepJson);
+    } catch (const Failure& deep) {
+        throw Failure(deep.code, file + ": " + deep.what());
     } catch (const Json::exception& error) {
         throw Failure(kUsage, file + ": " + error.what());
     } catch (const std::ios_base::failure&) { // a directory
-        throw Failure(kFailed, file + ": can not be read");
+        throw Failure(kFailed, file + ": cannot be read");
     }
     if (!json.is_object() || !json.contains("schema") || json["schema"] != document(command)["schema"])
         throw Failure(kUsage, file + ": \"schema\" is not \"vqd." + command + "/1\"");
@@ -221,7 +234,7 @@ std::vector<uint8_t> readFile(const std::filesystem::path& path, size_t size)
     std::vector<uint8_t> bytes(size + 1); // one more shows a longer file
     stream.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     if (!stream.is_open() || stream.bad())
-        throw Failure(kFailed, path.string() + ": can not be read");
+        throw Failure(kFailed, path.string() + ": cannot be read");
     if (static_cast<size_t>(stream.gcount()) != size)
         throw Failure(kUsage, path.string() + " has not the " + std::to_string(size) + " bytes that it needs");
     bytes.resize(size);

@@ -14,9 +14,8 @@
 
 using Json = nlohmann::ordered_json;
 
-// Standard output for the tool's data alone. While one lives, descriptor 1 leads to standard error, so the lines that
-// the library prints land there: make it before the first call of the library. With -q they are kept back until
-// something fails.
+// Standard output for the tool's data alone: make it before the first call of the library. While one lives, the lines
+// that the library prints are kept back, and land on standard error when something fails; with -v they do at once.
 class Output
 {
 public:
@@ -30,6 +29,9 @@ public:
 
     // Fails when not all that was printed could be written.
     void finish();
+
+    // For a failure that is no exception.
+    void showLibraryLines();
 
 private:
     FILE* m_data;
@@ -57,5 +59,5 @@ enum class OnDisk { now, later };
 void writeFile(const std::filesystem::path& path, std::span<const uint8_t> bytes, OnDisk when = OnDisk::now);
 void writeJson(const std::filesystem::path& path, const Json& json);
 
-// Fails when the file can not be read or has another size.
+// Fails when the file cannot be read or has another size.
 std::vector<uint8_t> readFile(const std::filesystem::path& path, size_t size);

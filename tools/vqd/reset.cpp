@@ -29,8 +29,7 @@ static int reset()
     Output output;
     const Session session;
     const Camera& camera = session.chooseToChange();
-    const Eeprom before = readEeprom(camera);
-    const Eeprom after = withFactorySettings(before);
+    const Eeprom after = withFactorySettings(camera.eeprom);
     claim(camera);
     changeEeprom(camera, "put all settings back to the factory's?", Unreadable::refuse, [&] {
         if (vqdEEPROM_ParameterData_Save(camera.nIndex, after.data()) != 1)
@@ -39,15 +38,14 @@ static int reset()
     // The camera works with the image that it was sent last.
     if (vqdWriteToDevice(camera.nIndex, stCamParam[camera.nIndex].image) != 1)
         failOn(camera, "the settings are saved but were not sent to the camera");
-    printDifferences(output, differences(before, after));
-    output.finish();
+    showChange(output, "reset", camera, after);
     return kDone;
 }
 
 void addReset(CLI::App& app, Run& run)
 {
     CLI::App* command = app.add_subcommand("reset", "Puts the settings in the EEPROM back to the factory's");
-    addCommon(*command, kCamera | kYes);
+    addCommon(*command, kCamera | kJson | kYes);
     command->footer("Serial number, lens, depth gap and tables stay.\nExample: vqd reset -c 24061100000001");
     command->callback([&run] { run = reset; });
 }

@@ -142,7 +142,7 @@ Verdict lens(Bench& bench)
 
 Verdict opens(Bench& bench)
 {
-    bench.claimed = vqdDeviceOpen(bench.n) == VQD_OK;
+    bench.claimed = tryClaim(bench.camera);
     return judge(bench.claimed, bench.claimed ? "claimed" : "another program may hold it; see vqd doctor");
 }
 
@@ -440,6 +440,9 @@ int selftest(int frameCount)
     else
         output.print(failed == 0 ? "passed\n" : "failed: %d of %zu checks\n", failed, std::size(kChecks));
     output.finish();
+    lines.take();
+    if (failed > 0)
+        output.showLibraryLines();
     return failed == 0 ? kDone : kFailed;
 }
 

@@ -23,7 +23,7 @@ struct Setting {
     bool needsFrame;    // known only once a frame has been read
     Json (*get)(int n);
     int (*set)(int n, const int* values); // 1 when the camera took it
-    bool ascending = false;               // the numbers must not fall
+    bool ascending = false;               // the numbers must rise
 };
 
 std::span<const Setting> allSettings();
@@ -39,8 +39,14 @@ struct Assignment {
 Assignment assignmentOf(const Setting& setting, std::vector<int> values);
 std::vector<Assignment> parseAssignments(const std::vector<std::string>& texts); // "name=value,value"
 
-// Sends them to a claimed camera; fails when it or the library refuses.
+// Sends them to a claimed camera. Fails when it or the library refuses one, and as requireTaken() does.
 void applySettings(const Camera& camera, std::span<const Assignment> assignments);
+
+// Fails when the camera's image holds another value: some models take every value and keep what they have.
+void requireTaken(const Camera& camera, std::span<const Assignment> assignments);
+
+// Those that are not what the camera's image holds.
+std::vector<Assignment> differing(const Camera& camera, std::span<const Assignment> assignments);
 
 // All settings; those that need a frame only after one has been read.
 Json settingsJson(int n, bool frameRead);

@@ -120,7 +120,7 @@ std::string tableNames()
     std::string text;
     for (const Table& table : kTables)
         text += std::string("  ") + table.name + ", " + std::to_string(table.bytes) + " bytes" +
-                (table.read == nullptr ? ", can not be read\n" : "\n");
+                (table.read == nullptr ? ", cannot be read\n" : "\n");
     return text;
 }
 
@@ -133,10 +133,21 @@ const Table& tableByName(const std::string& name)
     return *row;
 }
 
-// The library delivers zeros for what libusb does not read.
+// The library delivers zeros for what was not read: all of a large table, the end of one whose answer was cut short. An
+// empty table is zeros from its start.
 bool isUnread(const Table& table, const Values& values)
 {
-    return table.large && std::all_of(values.begin(), values.end(), [](double value) { return value == 0; });
+    const auto isZero = [](double value) { return value == 0; };
+    return table.large ? std::all_of(values.begin(), values.end(), isZero)
+                       : isZero(values.back()) && !isZero(values.front());
+}
+
+const char* whyUnread(const Table& table)
+{
+    return table.large
+               ? "reads as zeros: it is empty, or this libusb refuses control transfers above 4096 bytes, as it "
+                 "does on Linux"
+               : "could not be read to its end";
 }
 
 Bytes csvFile(const Table& table, const Values& values)
@@ -152,7 +163,7 @@ Bytes csvFile(const Table& table, const Values& values)
     return file;
 }
 
-int load(const Options& options)
+int backup(const Options& options)
 {
     const Table& table = tableByName(options.table);
     if (table.read == nullptr)
@@ -166,13 +177,11 @@ int load(const Options& options)
     if (!table.read(n, values))
         failOn(camera, std::string("the camera refused to read '") + table.name + "'");
     if (isUnread(table, values))
-        throw Failure(kFailed, std::string("'") + table.name +
-                                   "' reads as zeros: it is empty, or this libusb refuses control transfers above 4096 "
-                                   "bytes, as it does on Linux; nothing was written");
+        failOn(camera, std::string("'") + table.name + "' " + whyUnread(table) + "; no file was written");
     endIfInterrupted();
     const Bytes file = options.csv ? csvFile(table, values) : table.encode(values);
     writeFile(options.file, file);
-    Json json = document("table");
+    Json json = document("table-backup");
     json["camera"] = identityJson(camera);
     json["table"] = table.name;
     json["values"] = values.size();
@@ -185,19 +194,22 @@ int load(const Options& options)
     return kDone;
 }
 
-// What there is to say of the table in the camera after writing it.
-std::string verify(const Camera& camera, const Table& table, const Bytes& bytes)
+// Why what was written is not verified; nothing when it is.
+std::string unverified(const Camera& camera, const Table& table, const Bytes& bytes)
 {
     if (table.read == nullptr || !table.readsWhatIsWritten)
-        return "not verified: the camera does not give it back";
+        return "the camera does not give it back";
     Values values;
-    if (!table.read(camera.nIndex, values))
-        failOn(camera, std::string("'") + table.name + "' could not be read back");
+    const bool read = table.read(camera.nIndex, values);
     const Bytes stored = table.encode(values);
-    if (stored == bytes)
-        return "verified";
-    if (isUnread(table, values))
-        return "not verified: this libusb refuses control transfers above 4096 bytes";
+    if (read && stored == bytes)
+        return {};
+    if (read && table.large && isUnread(table, values))
+        return "this libusb refuses control transfers above 4096 bytes";
+    if (!read || isUnread(table, values))
+        failOn(camera, std::string("'") + table.name +
+                           "' could not be read back, so it is not known what the camera "
+                           "holds now");
     size_t different = 0;
     for (size_t i = 0; i < bytes.size(); ++i)
         different += stored[i] != bytes[i];
@@ -215,7 +227,7 @@ void backUpTable(const Camera& camera, const Table& table)
         backUp(camera, table.name, table.encode(values));
 }
 
-int save(const Options& options)
+int restore(const Options& options)
 {
     const Table& table = tableByName(options.table);
     const Bytes bytes = readFile(options.file, table.bytes);
@@ -224,12 +236,24 @@ int save(const Options& options)
     const Session session;
     const Camera& camera = session.chooseToChange();
     const int n = camera.nIndex;
+    confirm(nameOf(camera) + ", serial " + camera.szSerialNumber + ": replace its table '" + table.name + "'?");
     backUpTable(camera, table);
-    confirm(std::string("replace '") + table.name + "' of camera " + camera.szSerialNumber + "?");
+    endIfInterrupted();
     note("sending %zu bytes, %.0f ms at least", table.bytes, table.waitMs);
     if (table.write(n, bytes.data()) != 1)
         failOn(camera, std::string("'") + table.name + "' was not sent");
-    output.print("'%s' from %s: %s\n", table.name, options.file.c_str(), verify(camera, table, bytes).c_str());
+    const std::string reason = unverified(camera, table, bytes);
+    Json json = document("table-restore");
+    json["camera"] = identityJson(camera);
+    json["table"] = table.name;
+    json["file"] = options.file;
+    json["verified"] = reason.empty();
+    json["reason"] = reason.empty() ? Json() : Json(reason);
+    if (common.json)
+        output.print(json);
+    else
+        output.print("'%s' from %s: %s%s\n", table.name, options.file.c_str(),
+                     reason.empty() ? "verified" : "not verified: ", reason.c_str());
     output.finish();
     return kDone;
 }
@@ -239,18 +263,18 @@ int save(const Options& options)
 void addTable(CLI::App& app, Run& run)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App* command = app.add_subcommand("table", "Calibration tables: from a camera into a file, or the other way");
+    CLI::App* command = app.add_subcommand("table", "Calibration tables: from the camera into a file, and back");
     command->require_subcommand(1);
-    CLI::App* loader = command->add_subcommand("load", "From the camera into a file");
-    CLI::App* saver = command->add_subcommand("save", "From a file into the camera");
-    for (CLI::App* way : {loader, saver}) {
+    CLI::App* reader = command->add_subcommand("backup", "From the camera into a file");
+    CLI::App* writer = command->add_subcommand("restore", "From a file into the camera");
+    for (CLI::App* way : {reader, writer}) {
         way->add_option("table", options->table, "Name of the table")->type_name("TABLE")->required();
         way->add_option("file", options->file, "Raw bytes as they travel")->type_name("FILE")->required();
     }
-    addCommon(*loader, kCamera | kJson | kForce);
-    addCommon(*saver, kCamera | kYes);
-    loader->add_flag("--csv", options->csv, "Values to look at, comma-separated");
-    command->footer("Tables:\n" + tableNames() + "Example: vqd table load orthogonal factors.bin");
-    loader->callback([&run, options] { run = [options] { return load(*options); }; });
-    saver->callback([&run, options] { run = [options] { return save(*options); }; });
+    addCommon(*reader, kCamera | kJson | kForce);
+    addCommon(*writer, kCamera | kJson | kYes);
+    reader->add_flag("--csv", options->csv, "Values to look at, comma-separated");
+    command->footer("Tables:\n" + tableNames() + "Example: vqd table backup orthogonal factors.bin");
+    reader->callback([&run, options] { run = [options] { return backup(*options); }; });
+    writer->callback([&run, options] { run = [options] { return restore(*options); }; });
 }
