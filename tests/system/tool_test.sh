@@ -13,7 +13,8 @@ shows out 'vqd 2\.4\.0'
 ends 0 "$vqd" sim VQD-HT120 VQD-RS110 -- "$vqd" list
 mentions err VQD_Library_Ver
 sort -k3 out >sorted
-shows sorted '[01]  VQD-HT120   24061100000001  03a4:871a  1-2' '[01]  VQD-RS110   24061100000002  03a4:8720  1-3'
+place='[1-9][0-9]*-[1-9][0-9]*'
+shows sorted "[01]  VQD-HT120   24061100000001  03a4:871a  $place" "[01]  VQD-RS110   24061100000002  03a4:8720  $place"
 
 # Usage
 while read -r mentioned arguments; do
@@ -42,11 +43,10 @@ ends 1 "$vqd" sim $(printf 'VQD-HT120 %.0s' {1..11}) -- "$vqd" list
 mentions err "11 cameras"
 
 # A camera that this user may not open
-user=()
-[[ $EUID -ne 0 ]] || user=(setpriv --reuid=65534 --regid=65534 --clear-groups)
+carry
 # shellcheck disable=SC2016
 ends 4 "$vqd" sim -- bash -c 'chmod -R a+rwX "$UMOCKDEV_DIR"; chmod 000 "$UMOCKDEV_DIR"/dev/bus/usb/001/002; exec "${@:1}"' \
-    sh "${user[@]}" "$vqd" list
+    sh "${unprivileged[@]}" list
 mentions err "/dev/bus/usb/001/002 can not be opened: Permission denied"
 
 # The program's own end
