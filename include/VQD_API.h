@@ -181,7 +181,7 @@ typedef struct ExtrinsicParam {
  * not answer.
  * @param list  caller's array with room for one entry per camera found, ::VQD_MAX_DEVICES at most
  * @param count receives the number of cameras; -1 when libusb is up but listing failed; untouched when libusb is not up
- * @return ::VQD_OK, or -2: libusb could not start, no camera, more than 10 cameras, or a null pointer
+ * @return ::VQD_OK, or ::VQD_NOT_OPEN: libusb could not start, no camera, more than 10 cameras, or a null pointer
  */
 VQD_API int vqdGetDeviceList(DevInfo* list, int* count);
 
@@ -192,7 +192,11 @@ VQD_API int vqdGetDeviceList(DevInfo* list, int* count);
 VQD_API int vqdDeviceOpen(int n);
 
 /**
- * Stops grabbing, closes the camera's handle and, with the last camera, gives libusb's default context back.
+ * Stops grabbing, closes the camera's handle and, when no camera is left open, gives libusb's default context back.
+ *
+ * Each close without a camera left open ends at least one use of the default context (libusb_exit(NULL)), even if the
+ * library has none. A program that uses the default context itself must therefore not close a number twice: the
+ * second close would end the program's own use, and transfers under way would crash.
  * @return ::VQD_OK, also for an empty device number; -2 for a number outside 0 to 9
  */
 VQD_API int vqdDeviceClose(int n);
@@ -217,7 +221,8 @@ VQD_API int vqdReadBufInit(int n);
  * Reads the next frame of a grabbing camera into the caller's images.
  *
  * A failed transfer is repeated twice at once; after the third failure, with a missing handle or a wrong start code the
- * camera is re-opened (see vqdDeviceReOpen()) and goes on with its settings. Blocks until the frame is there: up to 3 s
+ * camera is re-opened (see vqdDeviceReOpen()) and goes on with its settings. A null pointer is noticed only where it
+ * would be used, after the transfer. Blocks until the frame is there: up to 3 s
  * a transfer, and up to some 10 s more for a re-open.
  * @param n      device number
  * @param images two caller-owned images of 320 x 240 uint16: amplitude, then depth in millimetres, 0 invalid

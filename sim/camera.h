@@ -47,7 +47,7 @@ struct FrameSource {
                         std::span<uint16_t, kPixels> depth) = 0;
 };
 
-enum class Status { ok, stall, timeout, overflow, ioError, noDevice };
+enum class Status { ok, stall, timeout, overflow, ioError, noMemory, noDevice };
 
 enum class Channel { control, bulkOut, bulkIn, any };
 
@@ -58,6 +58,7 @@ struct Fault {
         timeout,      // never answered: moves nothing and takes the caller's whole time-out
         overflow,     // the camera sends more than was asked for
         ioError,      // the line is broken for this transfer
+        noMemory,     // the host has no memory for the transfer: it is refused before it reaches the bus
         shortened,    // succeeds, but moves only `bytes` bytes
         badStartCode, // the frame's first byte is wrong; only on bulkIn
         unplug,       // the camera vanishes; back after `backAfter` on a new address
@@ -139,6 +140,9 @@ public:
     // The host starts a transfer on endpoint 0x86. Here, and only here, the fault plan counts bulk IN transfers; a read
     // that libusb splits into several URBs counts once if this is called once.
     void beginBulkIn(TimeUs now);
+
+    // The transfer that has begun is one for which the host has no memory. Asking ends the fault, as the refusal does.
+    bool refusedByHost();
 
     // Endpoint 0x86: moves what is there now into `data`. Call again at nextBulkIn() while the outcome is not complete.
     // A transfer that the fault plan silences says Status::timeout and is never complete.

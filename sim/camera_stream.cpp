@@ -57,6 +57,14 @@ void Camera::beginBulkIn(TimeUs now)
     }
 }
 
+bool Camera::refusedByHost()
+{
+    const bool refused = m_transferFault && m_transferFault->kind == Fault::Kind::noMemory;
+    if (refused)
+        m_transferFault.reset();
+    return refused;
+}
+
 Outcome Camera::bulkIn(uint8_t endpoint, std::span<uint8_t> data, TimeUs now)
 {
     if (!m_plugged)

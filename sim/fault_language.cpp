@@ -39,11 +39,17 @@ struct Effect {
 constexpr Transfer kFrame = kTransfers[0], kEepromRead = kTransfers[4], kAny = kTransfers[9];
 
 constexpr Effect kEffects[] = {
-    {"stalls", Fault::Kind::stall, kFrame},           {"refused", Fault::Kind::stall, kFrame},
-    {"times out", Fault::Kind::timeout, kFrame},      {"timeout", Fault::Kind::timeout, kFrame},
-    {"overflows", Fault::Kind::overflow, kFrame},     {"breaks", Fault::Kind::ioError, kFrame},
-    {"answers", Fault::Kind::shortened, kEepromRead}, {"bad start code", Fault::Kind::badStartCode, kFrame},
-    {"unplugs", Fault::Kind::unplug, kAny},           {"unplug", Fault::Kind::unplug, kAny},
+    {"stalls", Fault::Kind::stall, kFrame},
+    {"refused", Fault::Kind::stall, kFrame},
+    {"times out", Fault::Kind::timeout, kFrame},
+    {"timeout", Fault::Kind::timeout, kFrame},
+    {"overflows", Fault::Kind::overflow, kFrame},
+    {"breaks", Fault::Kind::ioError, kFrame},
+    {"out of memory", Fault::Kind::noMemory, kFrame},
+    {"answers", Fault::Kind::shortened, kEepromRead},
+    {"bad start code", Fault::Kind::badStartCode, kFrame},
+    {"unplugs", Fault::Kind::unplug, kAny},
+    {"unplug", Fault::Kind::unplug, kAny},
     {"silent", Fault::Kind::silence, kAny},
 };
 
@@ -244,10 +250,9 @@ private:
     {
         if (const Effect* row = takeRow(std::span<const Effect>(kEffects)))
             return *row;
-        fail(transferNamed
-                 ? "expected what goes wrong: stalls, times out, overflows, breaks, answers N bytes, bad start "
-                   "code, unplugs"
-                 : "expected a transfer (frame, EEPROM read, ...) or what goes wrong (stalls, unplug, ...)");
+        fail(transferNamed ? "expected what goes wrong: stalls, times out, overflows, breaks, out of memory, answers N "
+                             "bytes, bad start code, unplugs"
+                           : "expected a transfer (frame, EEPROM read, ...) or what goes wrong (stalls, unplug, ...)");
     }
 
     PlannedFault line()

@@ -45,6 +45,8 @@ std::optional<Outcome> Camera::spoil(Fault fault, TimeUs now)
         return Outcome{Status::overflow};
     case Fault::Kind::ioError:
         return Outcome{Status::ioError};
+    case Fault::Kind::noMemory:
+        return Outcome{Status::noMemory};
     case Fault::Kind::unplug:
         unplug(now, fault.backAfter);
         return Outcome{Status::noDevice};

@@ -416,13 +416,13 @@ const std::string& Bus::root() const
     return m_state->root;
 }
 
-size_t Bus::add(Config config)
+size_t Bus::add(Config config, unsigned port)
 {
     size_t index = 0;
     m_state->onThread([&] {
         index = m_state->slots.size();
-        m_state->slots.push_back(
-            {std::make_unique<Camera>(std::move(config)), std::string(kHubPath) + "/1-" + std::to_string(index + 1)});
+        m_state->slots.push_back({std::make_unique<Camera>(std::move(config)),
+                                  std::string(kHubPath) + "/1-" + std::to_string(port != 0 ? port : index + 1)});
         m_state->attachCamera(m_state->slots.back());
     });
     return index;

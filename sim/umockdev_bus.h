@@ -31,8 +31,9 @@ public:
     // The directory for UMOCKDEV_DIR of clients. Within this process it is set already.
     const std::string& root() const;
 
-    // Plugs a camera in; returns its index. A root hub is always there.
-    size_t add(Config config);
+    // Plugs a camera in; returns its index. A root hub is always there. The port of that hub tells where libusb lists
+    // the camera: from the last name, read as a text, to the first. 0: the index plus 1.
+    size_t add(Config config, unsigned port = 0);
 
     // Return when the camera is off the bus and its transfers have failed, or when it is there. A camera that comes
     // back, by itself or not, gets a new address.

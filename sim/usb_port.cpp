@@ -46,6 +46,8 @@ static int usbfsStatus(Status status)
         return -EOVERFLOW;
     case Status::ioError:
         return -EPROTO;
+    case Status::noMemory:
+        return -ENOMEM;
     default:
         return 0;
     }
@@ -108,6 +110,8 @@ int UsbPort::submitControl(Urb&& urb, TimeUs now)
     const auto data = std::span(urb.buffer).subspan(kSetupBytes, setup.length);
     if (!m_frozen)
         outcome = m_camera ? m_camera->control(setup, data, now) : hubControl(setup, data);
+    if (outcome.status == Status::noMemory)
+        return ENOMEM;
     conclude(std::move(urb), outcome);
     return 0;
 }
@@ -122,6 +126,8 @@ int UsbPort::submitBulk(Urb&& urb, TimeUs now)
         Outcome outcome{.status = Status::noDevice};
         if (!m_frozen)
             outcome = m_camera->bulkOut(urb.endpoint, urb.buffer, now);
+        if (outcome.status == Status::noMemory)
+            return ENOMEM;
         conclude(std::move(urb), outcome);
         return 0;
     }
@@ -129,6 +135,12 @@ int UsbPort::submitBulk(Urb&& urb, TimeUs now)
     refuses = refuses && continues(urb);
     if (refuses)
         return EREMOTEIO;
+    if (!m_frozen && !continues(urb) && firstBulkIn() == m_pending.end()) {
+        m_camera->beginBulkIn(now);
+        urb.started = true;
+        if (m_camera->refusedByHost()) // a submission fails, and libusb tells why only then
+            return ENOMEM;
+    }
     m_pending.push_back(std::move(urb));
     return 0;
 }

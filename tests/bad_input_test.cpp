@@ -57,14 +57,24 @@ TEST_F(BadInput, NumbersOutsideTheTablesAreCamerasThatAreNotOpen)
     EXPECT_EQ(usb.contextUses, 1);
 }
 
+// A null pointer is noticed where it would be used: the frame is read before, and a lost camera is the first concern.
 TEST_F(BadInput, ReadNeedsImagesAndInfo)
 {
     openCamera();
+    vqdGrabStart(0);
     uint16_t* half[2] = {amplitude.data(), nullptr};
-    EXPECT_EQ(vqdReadFromDevice(0, nullptr, &info), 0);
-    EXPECT_EQ(vqdReadFromDevice(0, half, &info), 0);
-    EXPECT_EQ(vqdReadFromDevice(0, images.data(), nullptr), 0);
-    EXPECT_EQ(usb.conversation(), "");
+    for (uint16_t** wanted : {static_cast<uint16_t**>(nullptr), half, images.data()}) {
+        usb.conversation();
+        EXPECT_EQ(vqdReadFromDevice(0, wanted, wanted == images.data() ? nullptr : &info), 0);
+        EXPECT_EQ(usb.conversation(), "in 307712");
+    }
+    EXPECT_EQ(m_pFrameInfo[0].nFrameCount, 0u);
+    EXPECT_GT(m_dTemperature[0], 0);
+    UnInitialize_vqdapi(0, 0);
+    m_nReopenTime = 499;
+    usb.conversation();
+    EXPECT_EQ(vqdReadFromDevice(0, nullptr, nullptr), -3);
+    EXPECT_EQ(usb.conversation(), "sleep 1");
 }
 
 TEST_F(BadInput, WrappersTakeNullHandles)

@@ -120,6 +120,11 @@ TEST_F(Discovery, SaysWhyNothingIsListed)
                   std::string(kVersion) + c.printed);
         EXPECT_EQ(count, c.count);
     }
+    // There is nothing to write to a null list while no camera is attached.
+    EXPECT_EQ(printed([&] { EXPECT_EQ(vqdGetDeviceList(nullptr, &count), -2); }),
+              std::string(kVersion) + "Error in Device not connection\n");
+    EXPECT_EQ(count, -1);
+    usb.plug();
     EXPECT_EQ(printed([&] { EXPECT_EQ(vqdGetDeviceList(nullptr, &count), -2); }), kVersion);
     EXPECT_EQ(printed([&] { EXPECT_EQ(vqdGetDeviceList(devices.data(), nullptr), -2); }), kVersion);
 }

@@ -34,6 +34,7 @@ TEST(FaultLanguage, LinesMeanWhatTheySay)
          {.kind = Kind::badStartCode, .channel = Channel::bulkIn, .nth = 12, .times = 2}},
         {"every EEPROM write refused", {.request = 0xB7, .times = 0}},
         {"answers 40 of 128 bytes", {.kind = Kind::shortened, .request = 0xB8, .bytes = 40}},
+        {"frame is out of memory, 3 times", {.kind = Kind::noMemory, .channel = Channel::bulkIn, .times = 3}},
         {"silent for 0.5 s", {.kind = Kind::silence, .channel = Channel::any, .backAfter = 500'000}},
         {"timeout", {.kind = Kind::timeout, .channel = Channel::bulkIn}},
         {"request 0xB2 breaks", {.kind = Kind::ioError, .request = 0xB2}},

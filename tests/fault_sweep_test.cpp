@@ -246,8 +246,8 @@ TEST_P(FaultSweep, EndsWellAndLeavesNothingBehind)
 {
     prepare(GetParam().from);
     unsigned faults = 0;
-    for (const Spoil how : {Spoil::stall, Spoil::timeout, Spoil::noDevice, Spoil::overflow, Spoil::shortByOne,
-                            Spoil::zeroBytes, Spoil::gone, Spoil::goneForAWhile})
+    for (const Spoil how : {Spoil::stall, Spoil::timeout, Spoil::noDevice, Spoil::overflow, Spoil::noMemory,
+                            Spoil::shortByOne, Spoil::zeroBytes, Spoil::gone, Spoil::goneForAWhile})
         for (unsigned nth = 1;; ++nth) {
             const Outcome outcome = runCase(nth, how);
             if (outcome == kNotReached)

@@ -188,6 +188,7 @@ TEST_F(ColourStream, IsStampedAndCountedWithoutTouchingPixels)
 
     usb.logClock = true;
     usb.clockStep = 1000;
+    usb.now = -1000; // the first stream starts at 0, which is a time like any other
     usb.conversation();
     const struct {
         int n;

@@ -216,6 +216,11 @@ TEST_F(Frame, EveryStreamIsStampedFromItsOwnFirstFrame)
     EXPECT_GT(info.nTimeStamp, 5000);
     EXPECT_EQ(m_nTimeStampStartFlag, 1);
     EXPECT_EQ(g_vqdHighReslTimer[0].latest - g_vqdHighReslTimer[0].start, info.nTimeStamp);
+
+    g_vqdHighReslTimer[0].start = 0; // a time like any other: as of a clock that started with the stream
+    EXPECT_EQ(read(0), 1);
+    EXPECT_EQ(usb.conversation(), "in 307712, clock");
+    EXPECT_EQ(info.nTimeStamp, g_vqdHighReslTimer[0].latest);
 }
 
 } // namespace

@@ -116,7 +116,7 @@ TEST_F(Reopen, AfterTheLastCloseTheContextIsStartedAgain)
     EXPECT_EQ(usb.contextUses, 0);
 }
 
-// Three cameras with serials 1, 2, 3 in numbers 0, 1, 2; `ids` are the ports that slots hold afterwards.
+// Three cameras with serials 1, 2, 3 in numbers 0, 1, 2.
 class SeveralCameras : public LibraryTest
 {
 protected:
@@ -248,6 +248,58 @@ TEST_F(SeveralCameras, ASerialNumberCountsFromWhenItIsReadOrWritten)
     printed([] { EXPECT_EQ(vqdDeviceReOpen(0), 1); });
     EXPECT_EQ(serialBehind(0), 1);
     EXPECT_EQ(serialBehind(1), 2);
+}
+
+TEST_F(SeveralCameras, AClosedNumberWaitsForNoCameraButKeepsItsSerialNumber)
+{
+    setSerial(2, 0);
+    for (const int last : {0, 1}) { // number 0's camera: without a serial number, and with one
+        setSerial(0, static_cast<uint8_t>(last));
+        setSerial(1, 0);
+        ASSERT_EQ(list(), 3);
+        printed([] { vqdDeviceClose(0); });
+        usb.unplug(0);
+        usb.unplug(1);
+        usb.replug(1);
+        printed([] { EXPECT_EQ(vqdDeviceReOpen(1), 1); });
+        EXPECT_EQ(serialBehind(1), 0);
+        usb.unplug(1);
+        usb.replug(0);
+        m_nReopenTime = 501;
+        printed([&] { EXPECT_EQ(vqdDeviceReOpen(1), last == 1 ? -3 : 1); });
+        m_nReopenTime = 600;
+        usb.replug(1);
+    }
+}
+
+// A bus that reports one place for all: a lost camera is told by its serial number, without one by its position.
+TEST_F(SeveralCameras, OnOnePlaceComeBackToTheirNumbers)
+{
+    usb.showOnePlace();
+    for (const bool named : {true, false}) {
+        for (uint8_t i = 0; i < 3; ++i)
+            setSerial(i, named ? i + 1 : 0);
+        ASSERT_EQ(list(), 3);
+        for (uint8_t i = 0; i < 3; ++i)
+            setSerial(i, i + 1); // tells the test which camera answers
+        for (const size_t port : {size_t{0}, size_t{2}}) {
+            usb.unplug(port);
+            m_nReopenTime = 501;
+            printed([&] { EXPECT_EQ(vqdDeviceReOpen(static_cast<int>(port)), -3); }); // the others are not its camera
+            m_nReopenTime = 600;
+            usb.replug(port);
+            printed([&] { EXPECT_EQ(vqdDeviceReOpen(static_cast<int>(port)), 1); });
+        }
+        usb.unplug(0);
+        usb.unplug(1);
+        usb.replug(0);
+        usb.replug(1);
+        printed([] { EXPECT_EQ(vqdDeviceReOpen(1), 1); });
+        printed([] { EXPECT_EQ(vqdDeviceReOpen(0), 1); });
+        EXPECT_EQ(usb.openHandles(), 3);
+        for (int n = 0; n < 3; ++n)
+            EXPECT_EQ(serialBehind(n), n + 1) << named;
+    }
 }
 
 TEST_F(SeveralCameras, AnotherNumbersAddressIsNotTaken)

@@ -32,7 +32,9 @@ UsbDeviceSlot m_stUsbSlot[VQD_MAX_DEVICES];   // filled by enumeration, emptied 
 CameraIdentity m_stIdentity[VQD_MAX_DEVICES]; // written by enumeration and listing, read by re-open
 libusb_device** m_pDevList;                   // libusb's device list; held from GetUsbDevice to the enumeration's end
 int m_nDevListCount;                          // entries in it, or libusb's negative error
-int m_nContextUses;                           // libusb_init calls that libusb_exit has not yet balanced
+int m_nContextUses;             // libusb_init calls on the default context that libusb_exit has not yet balanced
+libusb_context* m_pListContext; // where device lists come from; null: the default context
+libusb_context* m_pSlotContext[VQD_MAX_DEVICES]; // where the slot's handle came from; null: the default context
 
 int SlotsWithHandle()
 {

@@ -28,6 +28,7 @@ static_assert(sizeof(UsbDeviceSlot) == 24);
 // again.
 struct CameraIdentity {
     bool known;
+    bool closed; // by the application, so nobody is looking for it
     uint8_t bus;
     uint8_t address;
     uint16_t vendorId;
@@ -40,6 +41,8 @@ extern CameraIdentity m_stIdentity[VQD_MAX_DEVICES];
 extern libusb_device** m_pDevList;
 extern int m_nDevListCount;
 extern int m_nContextUses;
+extern libusb_context* m_pListContext;
+extern libusb_context* m_pSlotContext[VQD_MAX_DEVICES];
 
 inline bool IsDeviceNumber(int n)
 {

@@ -4,49 +4,38 @@
 // Enumeration: libusb's device list, the id table, a handle in a slot for every camera found.
 #include "device/discovery.h"
 
+#include "device/contexts.h"
 #include "device/message.h"
+#include "device/sysfs_cameras.h"
 
-bool BeginContextUse()
+// Closes the slot's handle, if any, and with its last handle the context behind it.
+static void closeHandle(libusb_device_handle* handle, libusb_context* context)
 {
-    if (libusb_init(nullptr) < 0)
-        return false;
-    ++m_nContextUses;
-    return true;
-}
-
-void EndContextUses()
-{
-    if (SlotsWithHandle() > 0)
+    if (handle == nullptr)
         return;
-    for (; m_nContextUses > 0; --m_nContextUses)
-        libusb_exit(nullptr);
-}
-
-void ReleaseDeviceList()
-{
-    if (m_pDevList == nullptr)
-        return;
-    libusb_free_device_list(m_pDevList, 1);
-    m_pDevList = nullptr;
+    libusb_close(handle);
+    EndIfUnused(context);
 }
 
 void EmptySlot(int n)
 {
     UsbDeviceSlot& slot = m_stUsbSlot[n];
-    if (slot.pHandle != nullptr)
-        libusb_close(slot.pHandle);
     libusb_device* const device = slot.pDevice; // release leaves it as it was
+    libusb_device_handle* const handle = slot.pHandle;
     slot = {};
     slot.pDevice = device;
+    closeHandle(handle, m_pSlotContext[n]);
 }
 
 void FillSlot(int n, libusb_device* device, libusb_device_handle* handle)
 {
     UsbDeviceSlot& slot = m_stUsbSlot[n];
-    if (slot.pHandle != nullptr)
-        libusb_close(slot.pHandle);
+    libusb_device_handle* const replaced = slot.pHandle;
+    libusb_context* const replacedContext = m_pSlotContext[n];
     slot.pDevice = device;
     slot.pHandle = handle;
+    m_pSlotContext[n] = m_pListContext;
+    closeHandle(replaced, replacedContext);
     slot.nVendorId = usb_getvendor(handle);
     slot.nProductId = usb_getproduct(handle);
     slot.bOpened = 1;
@@ -55,6 +44,7 @@ void FillSlot(int n, libusb_device* device, libusb_device_handle* handle)
 
     CameraIdentity& identity = m_stIdentity[n];
     identity.known = true;
+    identity.closed = false;
     identity.bus = slot.nBusNumber;
     identity.address = slot.nDeviceAddress;
     identity.vendorId = slot.nVendorId;
@@ -77,12 +67,12 @@ int GetUsbDevice(void)
 {
     ReleaseDeviceList(); // still held after an open that failed
     // A read or a re-open after the last close finds the default context gone; libusb would crash without one.
-    if (m_nContextUses == 0 && !BeginContextUse()) {
+    if (!EnsureContext()) {
         PrintLine("Error in device connection");
         return VQD_NOT_OPEN;
     }
     libusb_device** list = nullptr;
-    m_nDevListCount = static_cast<int>(libusb_get_device_list(nullptr, &list));
+    m_nDevListCount = static_cast<int>(libusb_get_device_list(m_pListContext, &list));
     if (m_nDevListCount < 0) {
         PrintLine("Error in device connection");
         return VQD_NOT_OPEN;
@@ -106,9 +96,24 @@ int device_is_of_interest(struct libusb_device* dev)
     return 0;
 }
 
+// A camera whose node is ready has passed udev's rules, so libusb would list it if events reached this process.
+static bool lacksReadyCamera()
+{
+    UnlistedCameras unlisted{};
+    FindUnlisted(unlisted);
+    for (int i = 0; i < unlisted.count; ++i)
+        if (IsNodeReady(unlisted.cameras[i]))
+            return true;
+    return false;
+}
+
 int GetVQDDeviceHandle(void)
 {
-    const int entries = GetUsbDevice() == VQD_OK ? m_nDevListCount : 0;
+    int listed = GetUsbDevice();
+    for (int attempt = 0; attempt < kFreshContexts; ++attempt)
+        if (listed == VQD_OK && lacksReadyCamera() && TakeFreshContext(attempt > 0))
+            listed = GetUsbDevice();
+    const int entries = listed == VQD_OK ? m_nDevListCount : 0;
     InitParameter();
     int found = 0;
     for (int i = 0; i < entries; ++i) {

@@ -6,9 +6,6 @@
 
 #include "device/device_state.h"
 
-// Gives the device list back if one is held.
-void ReleaseDeviceList();
-
 // Opens `device` for slot n; the handle that the slot had is closed. False after "Error in openning device."
 bool OpenIntoSlot(int n, libusb_device* device);
 
@@ -17,9 +14,3 @@ void FillSlot(int n, libusb_device* device, libusb_device_handle* handle);
 
 // Closes the slot's handle, if any, and clears its fields but pDevice. No USB traffic.
 void EmptySlot(int n);
-
-// Counts one use of libusb's default context. False when libusb can not start.
-bool BeginContextUse();
-
-// Gives all uses of the default context back, unless a slot still holds a handle.
-void EndContextUses();

@@ -9,6 +9,7 @@
 
 #include "config/eeprom.h"
 #include "config/param_image.h"
+#include "device/contexts.h"
 #include "device/device_state.h"
 #include "device/discovery.h"
 #include "device/message.h"
@@ -16,18 +17,37 @@
 static constexpr int kMaxCandidates = 32;
 static constexpr char kNoSerial[] = "00000000000000"; // an EEPROM without one
 
+static constexpr int kStaleSearches = 10; // without a camera that sysfs shows: no udev event will come
+
+static bool isSamePlace(const CameraIdentity& a, const CameraIdentity& b)
+{
+    return a.known && b.known && a.bus == b.bus && a.address == b.address && a.vendorId == b.vendorId &&
+           a.productId == b.productId;
+}
+
+// Some buses report one place for several cameras, which then tells nothing about them.
+static bool isPlaceShared(int n)
+{
+    for (int other = 0; other < VQD_MAX_DEVICES; ++other)
+        if (other != n && isSamePlace(m_stIdentity[n], m_stIdentity[other]))
+            return true;
+    return false;
+}
+
 // A place alone is not enough: after a replug another camera may have the address.
 static bool isAtPlaceOf(int n, libusb_device* device, const libusb_device_descriptor& descriptor)
 {
     const CameraIdentity& known = m_stIdentity[n];
+    if (isPlaceShared(n))
+        return HandleOf(n) != nullptr && libusb_get_device(HandleOf(n)) == device;
     return known.known && known.bus == libusb_get_bus_number(device) &&
            known.address == libusb_get_device_address(device) && known.vendorId == descriptor.idVendor &&
            known.productId == descriptor.idProduct;
 }
 
-// The camera of number n is not where it was. A handle proves nothing: it stays until a read finds out, and is missing
-// also after a close by intent.
-static bool isLost(int n)
+// The camera of number n is not where it was. The handle is no evidence: it survives an unplug until a read fails, and
+// is also absent after a deliberate close.
+static bool isMissing(int n)
 {
     if (!m_stIdentity[n].known)
         return false;
@@ -78,17 +98,32 @@ static bool hasSerial(int n, const char* serial)
     return strcmp(serial, kNoSerial) != 0 && strcmp(serial, m_stIdentity[n].serial) == 0;
 }
 
-// The lost number other than n whose camera has this serial number, or -1.
-static int otherLostWith(const char* serial, int n)
+// Missing, and the application still wants it.
+static bool isLost(int n)
+{
+    return !m_stIdentity[n].closed && isMissing(n);
+}
+
+// Whether a candidate may be the camera of number `other`. A closed number waits for none, but where its camera can be
+// told by its serial number it is nobody else's.
+static bool isRival(int other)
+{
+    const CameraIdentity& identity = m_stIdentity[other];
+    const bool named = identity.serial[0] != '\0' && strcmp(identity.serial, kNoSerial) != 0;
+    return isMissing(other) && (!identity.closed || named);
+}
+
+// The number other than n that a camera with this serial number belongs to, or -1.
+static int rivalWith(const char* serial, int n)
 {
     for (int other = 0; other < VQD_MAX_DEVICES; ++other)
-        if (other != n && isLost(other) && hasSerial(other, serial))
+        if (other != n && isRival(other) && hasSerial(other, serial))
             return other;
     return -1;
 }
 
-// Takes the candidate with the serial number of slot n. Candidates without a known serial go in order to the lost
-// numbers whose cameras are not among the others.
+// Takes the candidate with the serial number of slot n. Unknown serials are handed out in order to the lost numbers
+// whose own camera is not among the candidates.
 static int takeBySerial(int n, libusb_device** candidates, int count)
 {
     int before = 0;
@@ -112,10 +147,10 @@ static int takeBySerial(int n, libusb_device** candidates, int count)
             return VQD_OK;
         }
         libusb_close(handle);
-        const int owner = otherLostWith(serial, n);
+        const int owner = rivalWith(serial, n);
         if (owner < 0)
             strangers[strangerCount++] = candidates[i];
-        else if (owner < n)
+        else if (owner < n && isLost(owner))
             --before;
     }
     if (before < 0 || before >= strangerCount)
@@ -147,19 +182,38 @@ static int takeCamera(int n)
     if (count == 0)
         return VQD_NO_HANDLE;
 
-    bool othersLost = false;
+    bool rivals = isPlaceShared(n);
     for (int other = 0; other < VQD_MAX_DEVICES; ++other)
-        othersLost = othersLost || (other != n && isLost(other));
-    const bool certain = suited == 3 || (count == 1 && !othersLost);
+        rivals = rivals || (other != n && isRival(other));
+    const bool certain = suited == 3 || (count == 1 && !rivals);
     if (!certain)
         return takeBySerial(n, candidates, count);
     return OpenIntoSlot(n, candidates[0]) ? VQD_OK : VQD_NOT_OPEN;
 }
 
-int FindCamera(int n)
+static bool isStale(const UnlistedCameras& unlisted)
 {
-    const bool listed = GetUsbDevice() == VQD_OK;
+    for (int i = 0; i < unlisted.count; ++i)
+        if (unlisted.cameras[i].searches >= kStaleSearches)
+            return true;
+    return false;
+}
+
+int FindCamera(int n, UnlistedCameras& unlisted)
+{
+    bool listed = GetUsbDevice() == VQD_OK;
     InitParameter();
+    if (listed)
+        FindUnlisted(unlisted);
+    for (int attempt = 0; attempt < kFreshContexts; ++attempt) {
+        if (!listed || !isStale(unlisted) || !TakeFreshContext(attempt > 0))
+            continue;
+        listed = GetUsbDevice() == VQD_OK;
+        if (listed)
+            FindUnlisted(unlisted);
+    }
+    if (isStale(unlisted))
+        unlisted = {}; // it is not the context's fault; another ten searches before the next try
     if (!listed)
         return VQD_NO_HANDLE;
     const int result = takeCamera(n);

@@ -4,6 +4,7 @@
 // One camera's life between listing and close: claim, read-buffer initialisation, grabbing, release.
 #include "config/param_image.h"
 #include "device/clock.h"
+#include "device/contexts.h"
 #include "device/device_state.h"
 #include "device/discovery.h"
 #include "device/message.h"
@@ -56,6 +57,7 @@ int vqdDeviceClose(int n)
         return VQDDevice_ErrorChecked(n);
     UnInitParameter();
     UnInitialize_vqdapi(n, 1);
+    m_stIdentity[n].closed = true;
     m_nDeviceOpen[n] = 0;
     return VQD_OK;
 }

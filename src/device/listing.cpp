@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "config/param_image.h"
+#include "device/contexts.h"
 #include "device/device_state.h"
 #include "device/discovery.h"
 #include "device/message.h"
@@ -51,7 +52,7 @@ static void listCamera(int i, DevInfo& entry)
 int vqdGetDeviceList(DevInfo* list, int* count)
 {
     PrintLine("VQD_Library_Ver2.4_180220");
-    if (list == nullptr || count == nullptr)
+    if (count == nullptr)
         return VQD_NOT_OPEN;
     if (!BeginContextUse()) {
         PrintLine("Error in initializing libusb library...");
@@ -72,6 +73,8 @@ int vqdGetDeviceList(DevInfo* list, int* count)
         PrintLine("Error in Device not connection");
         return VQD_NOT_OPEN;
     }
+    if (list == nullptr)
+        return VQD_NOT_OPEN;
     for (int i = 0; i < m_nDeviceCount; ++i)
         listCamera(i, list[i]);
     *count = m_nDeviceCount;

@@ -17,10 +17,11 @@ static constexpr unsigned kBeforeGrabUs = 100'000;
 // False when the budget is spent; m_nDeviceOpen is 0 then.
 static bool findWithinBudget(int n)
 {
+    UnlistedCameras unlisted{};
     while (!ReopenBudgetSpent()) {
         m_stUsbSlot[n].bOpened = 0;
         SleepUs(kBeforeFindUs);
-        if (FindCamera(n) == VQD_OK)
+        if (FindCamera(n, unlisted) == VQD_OK)
             return true;
         --m_nReopenTime;
     }

@@ -8,6 +8,7 @@
 #include "frame/depth_pipeline.h"
 #include "frame/frame_format.h"
 #include "frame/frame_stamp.h"
+#include "frame/frame_state.h"
 #include "usb/vendor_channel.h"
 
 static constexpr int kMostRetries = 2; // the third failure in a row re-opens the camera
@@ -64,8 +65,6 @@ int vqdReadFromDevice(int n, uint16_t** images, FrameInfo* info)
         return 0;
     if (!IsDeviceNumber(n))
         return VQDDevice_ErrorChecked(n);
-    if (images == nullptr || images[0] == nullptr || images[1] == nullptr || info == nullptr)
-        return 0;
     if (HandleOf(n) == nullptr) {
         const int reopened = reopen(n, "ReadFromDevice Read Error, Device Reset1");
         if (reopened <= 0)
@@ -76,6 +75,8 @@ int vqdReadFromDevice(int n, uint16_t** images, FrameInfo* info)
         return transferred;
     if (buffers[kStartCode] == kStartCode0 && buffers[kStartCode + 1] == kStartCode1) {
         decodeHeader(n);
+        if (images == nullptr || images[0] == nullptr || images[1] == nullptr)
+            return 0;
         RunDepthPipeline(n, buffers, images[0], images[1]);
     } else {
         const int reopened = reopen(n, "ReadFromDevice Read Error, Device Reset");
@@ -83,6 +84,8 @@ int vqdReadFromDevice(int n, uint16_t** images, FrameInfo* info)
             return reopened;
         PrintLine("incorrect Start code ReadBuf Init");
     }
-    StampFrame(g_vqdHighReslTimer[n], m_nTimeStampStartFlag, m_pFrameInfo[n], info);
+    if (info == nullptr)
+        return 0;
+    StampFrame(g_vqdHighReslTimer[n], m_nTimeStampStartFlag, m_bStarted[n], m_pFrameInfo[n], info);
     return VQD_OK;
 }

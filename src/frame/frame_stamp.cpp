@@ -7,11 +7,12 @@
 #include "device/clock.h"
 
 // Every camera's stream counts from its own first frame, which costs a second reading of the clock.
-void StampFrame(StreamTimer& timer, int& startFlag, FrameInfo& stream, FrameInfo* info)
+void StampFrame(StreamTimer& timer, int& startFlag, bool& started, FrameInfo& stream, FrameInfo* info)
 {
     timer.latest = NowMs();
-    if (startFlag == 0 || timer.start == 0) {
+    if (startFlag == 0 || !started) {
         startFlag = 1;
+        started = true;
         timer.start = NowMs();
     }
     stream.nTimeStamp = timer.latest - timer.start;

@@ -7,4 +7,5 @@
 #include "VQD_API.h"
 
 // Stamps and counts a frame of one stream and copies the stream's information to the caller.
-void StampFrame(StreamTimer& timer, int& startFlag, FrameInfo& stream, FrameInfo* info);
+// `started` is this stream's own; `startFlag` is shared by the streams of all cameras.
+void StampFrame(StreamTimer& timer, int& startFlag, bool& started, FrameInfo& stream, FrameInfo* info);

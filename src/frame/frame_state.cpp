@@ -18,6 +18,8 @@ int m_nReadingStop;                                 // 1 makes every frame read 
 int m_nRetriesCount;                                // failed transfers in a row; 0 between frame reads
 int m_nTimeStampStartFlag;                          // 1 once a depth frame was stamped
 int m_nTimeStampStartFlag_RGB;                      // 1 once a colour frame was stamped
+bool m_bStarted[VQD_MAX_DEVICES];                   // a depth frame of this camera was stamped; its start time counts
+bool m_bStarted_RGB[VQD_MAX_DEVICES];               // the same of its colour stream
 double m_dTemperature[VQD_MAX_DEVICES];             // from the latest header, 0.0625 a count
 uint16_t m_nLogicver[2][VQD_MAX_DEVICES];           // from the latest header: first number, second number
 int64_t t_Begin;                                    // for the application

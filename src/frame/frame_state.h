@@ -7,3 +7,5 @@
 #include "frame/resample.h"
 
 extern uint32_t m_nPairs[kPairs];
+extern bool m_bStarted[VQD_MAX_DEVICES];
+extern bool m_bStarted_RGB[VQD_MAX_DEVICES];

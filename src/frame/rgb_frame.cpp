@@ -5,6 +5,7 @@
 #include "device/device_state.h"
 #include "device/message.h"
 #include "frame/frame_stamp.h"
+#include "frame/frame_state.h"
 
 int vqdReadFromDevice_RGB888(int n, void* image, FrameInfo* info)
 {
@@ -12,6 +13,6 @@ int vqdReadFromDevice_RGB888(int n, void* image, FrameInfo* info)
         PrintLine("RGB error");
         return VQD_FAILED;
     }
-    StampFrame(g_vqdHighReslTimerRGB[n], m_nTimeStampStartFlag_RGB, m_pRGBFrameInfo[n], info);
+    StampFrame(g_vqdHighReslTimerRGB[n], m_nTimeStampStartFlag_RGB, m_bStarted_RGB[n], m_pRGBFrameInfo[n], info);
     return VQD_OK;
 }

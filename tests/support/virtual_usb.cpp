@@ -15,12 +15,17 @@
 struct libusb_device {
     size_t port;
     uint8_t bus, address;
-    bool attached;
+    sim::TimeUs since;
+};
+
+struct libusb_context {
+    std::vector<std::shared_ptr<libusb_device>> atStart;
 };
 
 struct libusb_device_handle {
     libusb_device* device;
     bool open;
+    libusb_context* context;
 };
 
 VirtualUsb& VirtualUsb::get()
@@ -50,7 +55,7 @@ void VirtualUsb::replug(size_t port, uint8_t address)
 {
     Port& p = m_ports.at(port);
     p.address = address;
-    p.device = std::make_shared<libusb_device>(libusb_device{port, p.bus, address, true});
+    p.device = std::make_shared<libusb_device>(libusb_device{port, p.bus, address, now});
     m_everSeen.push_back(p.device);
     if (!p.camera->plugged())
         p.camera->plug(now);
@@ -92,6 +97,8 @@ int VirtualUsb::spoilNow(const std::string& call, const std::string& detail)
         return LIBUSB_ERROR_NO_DEVICE;
     case Spoil::overflow:
         return LIBUSB_ERROR_OVERFLOW;
+    case Spoil::noMemory:
+        return LIBUSB_ERROR_NO_MEM;
     case Spoil::shortByOne:
     case Spoil::zeroBytes:
         m_cut = m_spoil == Spoil::zeroBytes ? Cut::all : Cut::lastByte;
@@ -172,10 +179,52 @@ static int resultOf(const sim::Outcome& outcome)
         return LIBUSB_ERROR_OVERFLOW;
     case sim::Status::ioError:
         return LIBUSB_ERROR_IO;
+    case sim::Status::noMemory:
+        return LIBUSB_ERROR_NO_MEM;
     case sim::Status::noDevice:
         break;
     }
     return LIBUSB_ERROR_NO_DEVICE;
+}
+
+std::vector<std::shared_ptr<libusb_device>> VirtualUsb::attached() const
+{
+    std::vector<std::shared_ptr<libusb_device>> found;
+    for (const Port& port : m_ports)
+        if (port.camera->plugged() && now >= port.device->since + listDelay)
+            found.push_back(port.device);
+    return found;
+}
+
+int VirtualUsb::init(libusb_context** context)
+{
+    attachReturned();
+    if (context != nullptr) {
+        note("init another");
+        ++furtherContexts;
+        *context = new libusb_context{attached()};
+        return 0;
+    }
+    note("init");
+    if (contextUses++ == 0)
+        m_default = std::make_unique<libusb_context>(libusb_context{attached()});
+    return 0;
+}
+
+void VirtualUsb::exit(libusb_context* context)
+{
+    note(context == nullptr ? "exit" : "exit another");
+    if (context == nullptr && (contextUses == 0 || --contextUses > 0))
+        return;
+    for (const auto& handle : m_handles)
+        if (handle->open && handle->context == (context == nullptr ? m_default.get() : context))
+            violations.push_back("context ended with open handles");
+    if (context == nullptr) {
+        m_default.reset();
+        return;
+    }
+    delete context;
+    --furtherContexts;
 }
 
 // The functions below, as friends of the bus.
@@ -199,39 +248,33 @@ struct LibusbCalls {
         uint8_t m_last;
     };
 
-    static int init()
+    static int init(libusb_context** context)
     {
         VirtualUsb& usb = VirtualUsb::get();
         if (const int result = usb.failure("init"))
             return result;
-        usb.note("init");
-        ++usb.contextUses;
-        return 0;
+        return usb.init(context);
     }
 
-    static void exit()
-    {
-        VirtualUsb& usb = VirtualUsb::get();
-        usb.note("exit");
-        if (--usb.contextUses < 0)
-            usb.violations.push_back("more libusb_exit than libusb_init");
-        if (usb.contextUses == 0 && usb.openHandles() > 0)
-            usb.violations.push_back("context ended with open handles");
-    }
+    static void exit(libusb_context* context) { VirtualUsb::get().exit(context); }
 
-    static ssize_t list(libusb_device*** list)
+    static ssize_t list(libusb_context* context, libusb_device*** list)
     {
         VirtualUsb& usb = VirtualUsb::get();
-        if (usb.contextUses == 0)
+        if (context == nullptr)
+            context = usb.m_default.get();
+        if (context == nullptr) {
             usb.violations.push_back("device list without a context");
+            return LIBUSB_ERROR_OTHER;
+        }
+        usb.m_listedFrom = context;
         usb.attachReturned();
         usb.note("list");
         if (const int result = usb.failure("list"))
             return result;
         std::vector<libusb_device*> found;
-        for (const VirtualUsb::Port& port : usb.m_ports)
-            if (port.camera->plugged())
-                found.push_back(port.device.get());
+        for (const auto& device : usb.frozenLists ? context->atStart : usb.attached())
+            found.push_back(device.get());
         *list = new libusb_device*[found.size() + 1]();
         std::copy(found.begin(), found.end(), *list);
         ++usb.listsHeld;
@@ -256,7 +299,8 @@ struct LibusbCalls {
         const VirtualUsb::Port& port = usb.m_ports[device->port];
         if (port.device.get() != device || !port.camera->plugged())
             return LIBUSB_ERROR_NO_DEVICE;
-        usb.m_handles.push_back(std::make_unique<libusb_device_handle>(libusb_device_handle{device, true}));
+        usb.m_handles.push_back(
+            std::make_unique<libusb_device_handle>(libusb_device_handle{device, true, usb.m_listedFrom}));
         *handle = usb.m_handles.back().get();
         return 0;
     }
@@ -450,17 +494,21 @@ struct LibusbCalls {
 
 extern "C" {
 
-int LIBUSB_CALL libusb_init(libusb_context**)
+const char* VqdSystemRoot()
 {
-    return LibusbCalls::init();
+    return VirtualUsb::get().systemRoot.c_str();
 }
-void LIBUSB_CALL libusb_exit(libusb_context*)
+int LIBUSB_CALL libusb_init(libusb_context** context)
 {
-    LibusbCalls::exit();
+    return LibusbCalls::init(context);
 }
-ssize_t LIBUSB_CALL libusb_get_device_list(libusb_context*, libusb_device*** list)
+void LIBUSB_CALL libusb_exit(libusb_context* context)
 {
-    return LibusbCalls::list(list);
+    LibusbCalls::exit(context);
+}
+ssize_t LIBUSB_CALL libusb_get_device_list(libusb_context* context, libusb_device*** list)
+{
+    return LibusbCalls::list(context, list);
 }
 void LIBUSB_CALL libusb_free_device_list(libusb_device** list, int unref)
 {
@@ -488,11 +536,11 @@ int LIBUSB_CALL libusb_reset_device(libusb_device_handle* handle)
 }
 uint8_t LIBUSB_CALL libusb_get_bus_number(libusb_device* device)
 {
-    return device->bus;
+    return VirtualUsb::get().showsOnePlace() ? 1 : device->bus;
 }
 uint8_t LIBUSB_CALL libusb_get_device_address(libusb_device* device)
 {
-    return device->address;
+    return VirtualUsb::get().showsOnePlace() ? 1 : device->address;
 }
 int LIBUSB_CALL libusb_get_string_descriptor_ascii(libusb_device_handle* handle, uint8_t index, unsigned char* data,
                                                    int length)

@@ -29,6 +29,8 @@ public:
     void unplug(size_t port, sim::TimeUs backAfter = sim::kNever);
     void replug(size_t port); // on a new address
     void replug(size_t port, uint8_t address);
+    void showOnePlace() { m_onePlace = true; } // every device reports bus 1, address 1
+    bool showsOnePlace() const { return m_onePlace; }
     sim::Camera& camera(size_t port) { return *m_ports.at(port).camera; }
     uint8_t address(size_t port) const { return m_ports.at(port).address; }
 
@@ -40,7 +42,7 @@ public:
 
     // The nth call from now on that can fail meets this; `spoiled` then says which one that was: "claim", "B1",
     // "in 2048". The camera that vanishes is the one at port 0. A call that moves no bytes can not be cut short.
-    enum class Spoil { stall, timeout, noDevice, overflow, shortByOne, zeroBytes, gone, goneForAWhile };
+    enum class Spoil { stall, timeout, noDevice, overflow, noMemory, shortByOne, zeroBytes, gone, goneForAWhile };
     void spoil(unsigned nth, Spoil how);
     void disarm() { m_untilSpoil = 0; }
     std::string spoiled;
@@ -52,8 +54,14 @@ public:
     unsigned interruptedWaits = 0;  // so many next waits are cut short by a signal at once
     bool stockControlLimit = false; // refuse control transfers above 4096 bytes, as libusb does on Linux
 
+    // Where no udev events arrive a context's list stays as it was when the context started.
+    bool frozenLists = false;
+    sim::TimeUs listDelay = 0;               // from a replug until lists show the camera: udev's rules run
+    std::string systemRoot = "/nonexistent"; // in front of the library's /sys and /dev
+
     // What the library holds right now.
-    int contextUses = 0;
+    int contextUses = 0; // of the default context
+    int furtherContexts = 0;
     int listsHeld = 0;
     int configurationsHeld = 0;
     int openHandles() const;
@@ -80,11 +88,18 @@ private:
     void attachReturned();
     sim::Camera* cameraOf(libusb_device_handle* handle, const char* call);
 
+    std::vector<std::shared_ptr<libusb_device>> attached() const;
+    int init(libusb_context** context);
+    void exit(libusb_context* context);
+
+    std::unique_ptr<libusb_context> m_default;
+    libusb_context* m_listedFrom = nullptr;
     std::vector<Port> m_ports;
     std::vector<std::shared_ptr<libusb_device>> m_everSeen;
     std::vector<std::unique_ptr<libusb_device_handle>> m_handles;
     std::vector<Failure> m_failures;
     std::vector<std::string> m_log;
+    bool m_onePlace = false;
     uint8_t m_nextAddress = 2;
     unsigned m_untilSpoil = 0; // 0: nothing is to be spoiled
     Spoil m_spoil = Spoil::stall;

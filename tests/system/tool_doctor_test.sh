@@ -30,7 +30,7 @@ tar -xzf report.tar.gz -C report || fail "the report is no archive"
     fail "in the report: $(cat names)"
 json report/findings.json .healthy
 mentions report/library.txt "VQD_Library_Ver2.4"
-cut -c 115-128 report/eeprom.txt >serials
+cut -c 115-128 report/eeprom.txt | sort >serials
 shows serials 24061100000001 24061100000002
 grep -rqw -- "$(uname -n)" report && fail "the host's name is in the report"
 ends 1 "$vqd" doctor --report report.tar.gz
@@ -70,6 +70,8 @@ ends 1 "$vqd" sim -- bash -c '"$0" stats >stats.txt 2>&1 & until grep -q 1s stat
 problem "vqd (process [0-9]*) has /dev/bus/usb/001/002 open" "end that one"
 ends 1 "$vqd" sim --fault "answers 40 of 128 bytes" -- "$vqd" doctor --json
 problem "EEPROM can not be read: 40 of 128 bytes" "Unplug"
+ends 1 "$vqd" sim --fault "every frame is out of memory" -- "$vqd" doctor --json
+problem "the kernel has none left for a frame" "usbfs_memory_mb"
 ends 1 "$vqd" sim --fault "unplug after frame 5" -- "$vqd" doctor --json
 problem "the camera is lost" "Unplug"
 finish

@@ -16,9 +16,12 @@ shows caret '    2: frame stalls' '    \^'
 # Unplugged in mid-grab: it goes on after the re-open, or ends when the camera never comes back. The other camera's
 # plan is not this one's.
 ends 0 "$vqd" sim VQD-HT120 VQD-RS110 --fault "1: unplug after frame 10, back after 350 ms; 2: every frame stalls" -- \
-    sh -c '"$0" grab -n 20 -o back -c 24061100000001' "$vqd"
-mentions err "Device Reset2, -4"
-png back/depth16.png 10 00
+    sh -c '"$0" grab -n 20 -o back -c 24061100000001 --format raw --json' "$vqd"
+for words in 'is lost, searching' 'is back after'; do
+    mentions err "camera 24061100000001 $words"
+done
+json out '.reopens == 1 and ."lost-estimate" > 20 and ."longest-gap" > 1'
+[[ $(sed 1d back/frames.csv | cut -d , -f 5 | tr -d '\n') == 00000000001000000000 ]] || fail "frames.csv: $(cat back/frames.csv)"
 ends 5 "$vqd" sim --fault "unplug after frame 10" -- "$vqd" grab -n 20 -o gone
 [[ -z $(ls -A gone) ]] || fail "pictures of a camera that is gone"
 
@@ -29,16 +32,22 @@ ends 5 "$vqd" sim --fault "every frame has a bad start code" -- "$vqd" grab -o g
 mentions err "sends no frames"
 [[ -z $(ls -A gone) ]] || fail "pictures of no frame"
 
+# Without memory of the kernel's no frame comes; that is not a lost camera.
+ends 1 "$vqd" sim --fault "every frame is out of memory" -- "$vqd" grab -o gone
+mentions err 'no memory left for a frame.*usbfs_memory_mb'
+
 # Counted by stats: failed transfers, a wrong start code, and the two re-opens that follow. The end is a signal's.
 ends 0 "$vqd" sim --fps 100 --fault "unplug after frame 20, back after 100 ms; bad start code after frame 40" -- sh -c '
     "$0" stats --json & until grep -q "\"wrong-start-codes\":1" "$PWD/out"; do sleep 0.2; done; kill -INT $!; wait $!' "$vqd"
 jq -s . out >all || fail "not an object a line"
 json all 'all(.schema == "vqd.stats/1" and .duration > 0) and (.[:-1] | all(.type == "second"))'
-json all '.[-1] | .type == "summary" and ."transfer-errors" == 3 and ."wrong-start-codes" == 1 and .reopens == 2 and .frames >= 40'
+json all '.[-1] | .type == "summary" and ."transfer-errors" == 3 and ."wrong-start-codes" == 1 and .reopens == 2 and .frames >= 40 and ."interval-ms".max > 1000'
 json all '(map(select(.type == "second") | .frames) | add) <= .[-1].frames and .[0]."interval-ms".jitter >= 0'
-ends 0 "$vqd" sim -- "$vqd" stats -n 2
+ends 0 "$vqd" sim -- "$vqd" stats --for 2
 grep -Eq '^ +[12]s +[0-9.]+ +[0-9.]+ms' out || fail "no line a second"
 grep -Eq '^failed transfers 0, wrong start codes 0, re-opens 0$' out || fail "no summary"
+ends 0 "$vqd" sim -- "$vqd" stats -n 5
+grep -q '^5 frames in ' out || fail "not five frames"
 ends 5 "$vqd" sim --fault "unplug after frame 10" -- "$vqd" stats --json
 jq -es '.[-1].frames == 10' out >all || fail "no summary of a lost camera"
 

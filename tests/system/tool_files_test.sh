@@ -21,11 +21,31 @@ png pictures/new/amplitude16.png 10 00
 [[ $(ls -A pictures/new | wc -l) -eq 4 ]] || fail "more than four pictures: $(ls -A pictures/new)"
 
 # Point cloud: as many points as the header says, 16 bytes each
-ends 0 "$vqd" sim -- "$vqd" grab -o cloud --cloud -s undistortion=2
+ends 0 "$vqd" sim -- "$vqd" grab -o cloud --cloud
+mentions err "true to scale, with undistortion=1 orthogonal=1; -s overrides"
 points=$(sed -n 's/^element vertex //p;/^end_header/q' cloud/points.ply)
 header=$(sed '/^end_header/q' cloud/points.ply | wc -c)
 [[ $(stat -c %s cloud/points.ply) -eq $((header + 16 * points)) && $points -gt 50000 ]] || fail "points.ply: $points points"
 head -c 26 cloud/points.png | od -An -tx1 | tr -d ' \n' | grep -q 494844520000028000 || fail "points.png"
+
+# A flat wall is flat without a setting, its right side is farther, and y points down, or up where that was asked for.
+ends 0 "$vqd" sim --scene wall -- sh -c '"$0" cloud wall.ply && "$0" cloud up.ply -n 1 --axes camera -s undistortion=0' "$vqd"
+for file_top in wall.ply=-1 up.ply=1; do
+    file=${file_top%=*}
+    tail -c +$(($(sed '/^end_header/q' "$file" | wc -c) + 1)) "$file" | od -An -v -w16 -tf4 | awk -v file="$file" -v top="${file_top#*=}" '
+        NR == 1 { upright = $2 * top > 0 }
+        { x += $1; y += $2; z += $3; xx += $1 * $1; xy += $1 * $2; yy += $2 * $2; xz += $1 * $3; yz += $2 * $3; zz += $3 * $3 }
+        END { # the plane z = a x + b y + c that fits best
+            x /= NR; y /= NR; z /= NR
+            xx = xx / NR - x * x; yy = yy / NR - y * y; zz = zz / NR - z * z
+            xy = xy / NR - x * y; xz = xz / NR - x * z; yz = yz / NR - y * z
+            a = (xz * yy - yz * xy) / (xx * yy - xy * xy); b = (yz * xx - xz * xy) / (xx * yy - xy * xy)
+            rms = 1000 * sqrt((zz - a * xz - b * yz) / (1 + a * a + b * b))
+            print file, rms, a
+            exit !(upright && (file != "wall.ply" || (rms <= 9 && a > 0.19 && a < 0.21)))
+        }' >out ||
+        fail "the wall is bent, or on its head"
+done
 
 # Series: every frame in every format; nothing is replaced without --force.
 ends 0 "$vqd" sim --fps 0 -- bash -ec 'for format in png pgm npy raw; do
@@ -44,7 +64,8 @@ done
 for file in series-raw/points-000001.pcd mean.pcd; do
     points=$(sed -n 's/^POINTS //p;/^DATA/q' $file)
     header=$(sed '/^DATA binary/q' $file | wc -c)
-    [[ $(stat -c %s $file) -eq $((header + 16 * points)) && $points -gt 50000 ]] || fail "$file: $points points"
+    [[ $(stat -c %s $file) -eq $((header + 16 * points)) && $points -eq 76800 ]] || fail "$file: $points points"
+    grep -aqx 'WIDTH 320' $file && grep -aqx 'HEIGHT 240' $file || fail "$file is not organised"
 done
 mentions mean 'element vertex'
 for words in 'grab -o cloud' 'grab --format raw -o series-raw' 'cloud mean.pcd' 'dump -o mean' 'table load orthogonal mean' \
@@ -54,6 +75,22 @@ for words in 'grab -o cloud' 'grab --format raw -o series-raw' 'cloud mean.pcd' 
     mentions err '--force replaces it'
 done
 ends 2 "$vqd" cloud mean.obj
+
+# A directory holds one series: any of its files refuses another; --force replaces all of it and nothing else.
+touch series-raw/depth-000007.png series-raw/depth-7.raw
+rm series-raw/*-00000[12].*
+ends 1 "$vqd" sim -- "$vqd" grab --format raw -o series-raw
+mentions err 'depth-000007.png exists; --force replaces it'
+ends 0 "$vqd" sim -- "$vqd" grab -n 2 --format raw -o series-raw --force
+[[ $(ls series-raw | tr '\n' ' ') == 'amplitude-000001.raw amplitude-000002.raw depth-000001.raw depth-000002.raw depth-7.raw frames.csv ' ]] ||
+    fail "in the series: $(ls series-raw)"
+shows series-raw/frames.csv 'file,frame,host_time,stamp_ms,reopened,lost_estimate' 'depth-000001.raw,1,[0-9]+\.[0-9]{6},[0-9]+,0,0' \
+    'depth-000002.raw,2,[0-9.]+,[0-9]+,0,[0-9]+'
+for words in 'grab -o' 'cloud' 'doctor --report'; do
+    # shellcheck disable=SC2086
+    ends 2 "$vqd" $words ''
+    mentions err 'it is empty'
+done
 
 # Tables: out, changed and in again; sizes are looked at before anything is sent.
 ends 0 "$vqd" sim -- sh -c '"$0" table load orthogonal o.bin && printf "\001\002" | dd of=o.bin conv=notrunc status=none &&

@@ -12,9 +12,14 @@ ends 0 "$vqd" --version
 shows out 'vqd 2\.4\.0'
 ends 0 "$vqd" sim VQD-HT120 VQD-RS110 -- "$vqd" list
 mentions err VQD_Library_Ver
-sort -k3 out >sorted
 place='[1-9][0-9]*-[1-9][0-9]*'
-shows sorted "[01]  VQD-HT120   24061100000001  03a4:871a  $place" "[01]  VQD-RS110   24061100000002  03a4:8720  $place"
+shows out "0  VQD-HT120   24061100000001  03a4:871a  $place" "1  VQD-RS110   24061100000002  03a4:8720  $place"
+
+# What a virtual camera is given: the number, the EEPROM, a table of one camera or of each
+ends 0 "$vqd" sim VQD-HT120 VQD-HT110 --serial 2:2406110000abcd -- sh -c '"$0" list && "$0" eeprom backup given.bin -c 1 -q >&2' "$vqd"
+shows out '0  VQD-HT120   24061100000001  .*' '1  VQD-HT110   2406110000abcd  .*'
+ends 0 "$vqd" sim --eeprom given.bin -- sh -c '"$0" list && "$0" eeprom diff given.bin >&2' "$vqd"
+shows out '0  VQD-HT120   2406110000abcd  .*'
 
 # Usage
 while read -r mentioned arguments; do
@@ -23,7 +28,15 @@ while read -r mentioned arguments; do
     mentions err "$mentioned"
 done <<'END'
 subcommand
-subcommand  nonsense
+nonsense    nonsense
+vqd.grab    grb -n 1
+a.seed.is   sim --seed -1 -- true
+no.camera.2 sim --serial 2:24061100000001 -- true
+14.hexa     sim --serial 2406 -- true
+128.bytes   sim --eeprom /dev/null -- true
+4096.bytes  sim --table orthogonal=/dev/null -- true
+TABLE=FILE  sim --table nothing=/dev/null -- true
+no.frame    grab -s illumination=0
 --frames    grab -n 0
 --frames    grab -n some
 PROGRAM     sim VQD-HT120
@@ -57,16 +70,17 @@ mentions err "no-such-program: No such file"
 ends 126 "$vqd" sim -- "$work"
 
 # Signals: passed on; grabbing ends in good order and saves nothing.
-for signal in INT TERM; do
+for signal in INT TERM HUP; do
     ends 130 "$vqd" sim -- sh -c '
-        trap "" INT TERM
-        env --default-signal=INT,TERM "$0" grab -n 1000000 -o stopped & sleep 2; kill -'$signal' $!; wait $!' "$vqd"
+        trap "" INT TERM HUP
+        env --default-signal=INT,TERM,HUP "$0" grab -n 1000000 -o stopped & sleep 2; kill -'$signal' $!; wait $!' "$vqd"
     mentions err "interrupted, nothing saved"
     [[ -z $(ls -A stopped) ]] || fail "saved after an interrupt: $(ls -A stopped)"
 done
 ends 1 "$vqd" sim -- sh -c '"$0" grab -n 1000000 --format raw -o series & sleep 3; kill $!; wait $!' "$vqd"
 mentions err "interrupted; [0-9]* of 1000000 frames are complete"
-[[ $(find series -name '*.raw' -size 153600c | wc -l) -eq $(find series -type f | wc -l) ]] || fail "an incomplete frame"
+[[ $(find series -name '*.raw' -size 153600c | wc -l) -eq $(find series -type f ! -name frames.csv | wc -l) &&
+    $(find series -name '*.raw' | wc -l) -eq $((2 * $(sed 1d series/frames.csv | wc -l))) ]] || fail "an incomplete frame"
 "$vqd" sim -- "$vqd" grab -n 1000000 -o stopped >out 2>err &
 sleep 2
 kill -TERM $!
@@ -74,9 +88,10 @@ wait $!
 [[ $? -eq 130 ]] || fail "SIGTERM to the simulator"
 
 # Man pages and completion speak of every command, and so does the manual.
-ends 0 "$vqd" reference reference
+help2man=$(command -v help2man)
+ends 0 "$tests/../../tools/vqd/make_reference.sh" "$vqd" reference ${help2man:+"$help2man"}
 while read -r command; do
-    [[ -s reference/vqd-$command.1 ]] || fail "no man page of $command"
+    [[ -z $help2man || -s reference/vqd-$command.1 ]] || fail "no man page of $command"
     grep -q "^## $command\$" "$manual" || fail "$manual does not describe $command"
 done < <("$vqd" --help | sed '1,/Subcommands:/d' | sed -En 's/^  ([a-z]+) .*/\1/p')
 complete_words() {
@@ -85,6 +100,7 @@ complete_words() {
 [[ $(complete_words vqd ee) == eeprom ]] || fail "completion of a command"
 [[ $(complete_words vqd eeprom re) == restore ]] || fail "completion of a sub-command"
 [[ $(complete_words vqd grab --format p) == 'png pgm' ]] || fail "completion of a value"
+[[ $(complete_words vqd sim VQD-R) == 'VQD-RS110 VQD-RS120' ]] || fail "completion of a model"
 [[ $(complete_words vqd set off) == offset= ]] || fail "completion of a setting"
 
 finish

@@ -184,7 +184,7 @@ void claim(const Camera& camera)
     detail("camera %d is claimed", camera.nIndex);
 }
 
-Stream::Stream(const Camera& camera) : m_number(camera.nIndex)
+Stream::Stream(const Camera& camera) : m_number(camera.nIndex), m_notes(camera.nIndex, camera.szSerialNumber)
 {
     claim(camera);
     endIfInterrupted();
@@ -198,22 +198,39 @@ Stream::~Stream()
     vqdGrabStop(m_number);
 }
 
+NoUsbMemory::NoUsbMemory()
+    : Failure(kFailed, std::string("the kernel has no memory left for a frame (usbfs, LIBUSB_ERROR_NO_MEM); other "
+                                   "programs' transfers count too. For more: ") +
+                           kMoreUsbMemory)
+{
+}
+
 bool Stream::tryRead(Frame& frame)
 {
     uint16_t* images[2] = {frame.amplitude.data(), frame.depth.data()};
-    m_nDeviceOpen[m_number] = 0; // a re-open sets it
+    m_notes.readBegins();
     const int result = vqdReadFromDevice(m_number, images, &frame.info);
+    m_reopened = m_notes.readEnds();
+    m_printed = m_lines.take();
     endIfInterrupted();
+    if (noMemory() && !m_toldMemory)
+        note("%s", NoUsbMemory().what());
+    m_toldMemory = m_toldMemory || noMemory();
     if (result <= 0)
         throw Failure(kCameraLost, "the camera is lost (frame read " + std::to_string(result) + ")");
-    return m_nDeviceOpen[m_number] == 0;
+    return !m_reopened;
 }
 
-void Stream::read(Frame& frame)
+bool Stream::read(Frame& frame)
 {
     constexpr int kReopens = 3;
-    for (int i = 0; i < kReopens; ++i)
+    bool shortOfMemory = false;
+    for (int i = 0; i < kReopens; ++i) {
         if (tryRead(frame))
-            return;
+            return i > 0;
+        shortOfMemory = shortOfMemory || noMemory();
+    }
+    if (shortOfMemory)
+        throw NoUsbMemory();
     throw Failure(kCameraLost, "the camera sends no frames, not even after " + std::to_string(kReopens) + " re-opens");
 }

@@ -11,7 +11,10 @@
 
 #include "VQD_API.h"
 
+#include "exit_codes.h"
+#include "library_lines.h"
 #include "output.h"
+#include "search_notes.h"
 
 // What the library tells of a camera, and where it is on the bus.
 struct Camera : DevInfo {
@@ -66,7 +69,12 @@ struct Frame {
     FrameInfo info{};
 };
 
-// A camera of a session, open and grabbing.
+// The kernel has no memory for a frame's transfer.
+struct NoUsbMemory : Failure {
+    NoUsbMemory();
+};
+
+// A camera of a session, open and grabbing. Make it after Output. It says when the library searches for a lost camera.
 class Stream
 {
 public:
@@ -75,13 +83,23 @@ public:
     Stream(const Stream&) = delete;
     Stream& operator=(const Stream&) = delete;
 
-    // Waits for the next frame. Fails when the camera is lost, or sends none after re-opens.
-    void read(Frame& frame);
+    // Waits for the next frame. Fails when the camera is lost, or sends none after re-opens. Returns whether there was
+    // a re-open.
+    bool read(Frame& frame);
 
-    // One read of the library. False when it had to re-open the camera: what it gives then is no new frame. Leaves
-    // m_nDeviceOpen at 1 if it did, else at 0.
+    // One read of the library. False when it had to re-open the camera: what it gives then is no new frame.
     bool tryRead(Frame& frame);
 
+    // Of the latest read, also one that failed: the re-open, and what the library printed.
+    bool reopened() const { return m_reopened; }
+    const std::vector<std::string>& lines() const { return m_printed; }
+
 private:
-    int m_number;
+    bool noMemory() const { return countStarting(m_printed, kNoUsbMemory) > 0; }
+
+    const int m_number;
+    LibraryLines m_lines;
+    SearchNotes m_notes;
+    bool m_reopened = false, m_toldMemory = false;
+    std::vector<std::string> m_printed;
 };

@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "command_line.h"
 #include "commands.h"
 #include "common.h"
 #include "exit_codes.h"
@@ -19,6 +20,7 @@ namespace
 struct Options {
     std::string file, format;
     int frames = 10;
+    Axes axes = Axes::optical;
     std::vector<std::string> settings;
 };
 
@@ -43,7 +45,7 @@ std::vector<PixelSum> addFrames(Stream& stream, int count)
 
 int cloud(const Options& options)
 {
-    const std::vector<Assignment> assignments = parseAssignments(options.settings);
+    std::vector<Assignment> assignments = parseAssignments(options.settings);
     const std::string extension = std::filesystem::path(options.file).extension();
     const CloudFormat& format = cloudFormat(!options.format.empty() ? options.format
                                             : extension.empty()     ? ""
@@ -53,24 +55,25 @@ int cloud(const Options& options)
     const Session session;
     const Camera& camera = assignments.empty() ? session.choose() : session.chooseToChange();
     session.loadAlone(camera);
+    assignments = cloudSettings(camera, options.settings);
     std::vector<CloudPoint> points;
     {
         Stream stream(camera);
         applySettings(camera, assignments);
-        if (!assignments.empty())
-            addFrames(stream, 1); // may be under way with the settings before
+        addFrames(stream, 1); // may be under way with the settings before
         points = cloudOf(addFrames(stream, options.frames), options.frames);
     }
-    writeFile(options.file, format.encode(points));
+    writeFile(options.file, format.encode(points, options.axes));
+    const size_t valid = validPoints(points);
     Json json = document("cloud");
     json["camera"] = identityJson(camera);
     json["frames"] = options.frames;
-    json["points"] = points.size();
+    json["points"] = valid;
     json["file"] = options.file;
     if (common.json)
         output.print(json);
     else
-        output.print("%s: %zu points, mean of %d frames\n", options.file.c_str(), points.size(), options.frames);
+        output.print("%s: %zu points, mean of %d frames\n", options.file.c_str(), valid, options.frames);
     output.finish();
     return kDone;
 }
@@ -81,7 +84,7 @@ void addCloud(CLI::App& app, Run& run)
 {
     CLI::App* command = app.add_subcommand("cloud", "Writes what the camera sees as one point cloud");
     const auto options = std::make_shared<Options>();
-    command->add_option("file", options->file, "FILE.ply or FILE.pcd")->type_name("FILE")->required();
+    command->add_option("file", options->file, "FILE.ply or FILE.pcd")->type_name("FILE")->check(notEmpty)->required();
     command->add_option("--format", options->format, "Whatever the file is called")
         ->check(CLI::IsMember({"ply", "pcd"}));
     command->add_option("-n,--frames", options->frames, "Frames to take the mean of")
@@ -89,11 +92,13 @@ void addCloud(CLI::App& app, Run& run)
         ->capture_default_str();
     command->add_option("-s,--set", options->settings, "Settings for this cloud only; see vqd set")
         ->type_name("KEY=VALUE")
+        ->check(forFrames)
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addAxes(*command, options->axes);
     addCommon(*command, kCamera | kJson | kForce);
-    command->footer(
-        "Metres, X right, Y up, Z forward; true to scale with undistortion on. A point needs a depth in half "
-        "of the frames.\nExample: vqd cloud room.ply -n 30 -s undistortion=2");
+    command->footer("In metres, true to scale: undistortion=1, and orthogonal=1 for the models that the host corrects, "
+                    "are set for this cloud unless -s says otherwise. A point needs a depth in half of the frames.\n"
+                    "Example: vqd cloud room.ply -n 30");
     command->callback([&run, options] { run = [options] { return cloud(*options); }; });
 }

@@ -26,7 +26,7 @@ void addEeprom(CLI::App& app, Run& run);
 void addLens(CLI::App& app, Run& run);
 void addTable(CLI::App& app, Run& run);
 void addReset(CLI::App& app, Run& run);
-void addReference(CLI::App& app, Run& run);
+void addCompletion(CLI::App& app, Run& run);
 void addStats(CLI::App& app, Run& run);
 void addView(CLI::App& app, Run& run);
 void addSelftest(CLI::App& app, Run& run);

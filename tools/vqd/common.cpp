@@ -31,8 +31,18 @@ void addCommon(CLI::App& command, int options)
     command.add_flag("-v,--verbose", common.verbose, "More about each step on standard error")->excludes(quiet);
 }
 
+static bool g_progressShown = false; // on the terminal's present line
+
+void clearProgress()
+{
+    if (g_progressShown)
+        fputs("\r\33[K", stderr);
+    g_progressShown = false;
+}
+
 static void say(const char* format, va_list arguments)
 {
+    clearProgress();
     fputs("vqd: ", stderr);
     vfprintf(stderr, format, arguments);
     fputc('\n', stderr);
@@ -83,8 +93,7 @@ Progress::Progress(const char* what, int total)
 
 Progress::~Progress()
 {
-    if (m_terminal && !common.quiet)
-        fputs("\r\33[K", stderr);
+    clearProgress();
 }
 
 void Progress::show(int done)
@@ -94,6 +103,7 @@ void Progress::show(int done)
         return;
     if (m_terminal) {
         fprintf(stderr, "\r%s %d of %d", m_what, done, m_total);
+        g_progressShown = true;
         return;
     }
     const auto now = std::chrono::steady_clock::now();

@@ -38,6 +38,9 @@ void requireConfirmable();
 // Asks on the terminal, unless --yes; fails when the answer is no.
 void confirm(const std::string& question);
 
+// Makes room for a line where progress is shown.
+void clearProgress();
+
 // How far a command is: on a terminal a line that follows, else a line every 10 s.
 class Progress
 {

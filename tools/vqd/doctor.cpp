@@ -18,7 +18,9 @@
 #include <CLI/CLI.hpp>
 #include <libusb.h>
 
+#include "arrivals.h"
 #include "camera.h"
+#include "command_line.h"
 #include "commands.h"
 #include "common.h"
 #include "config/param_image.h"
@@ -30,6 +32,7 @@
 #include "library_lines.h"
 #include "output.h"
 #include "tar_gz.h"
+#include "udev_events.h"
 #include "usb/vendor_channel.h"
 #include "usb_devices.h"
 
@@ -55,8 +58,6 @@ template <typename... Values> std::string formatted(const char* format, Values..
 constexpr char kRuleFile[] = "/etc/udev/rules.d/70-vqd.rules";
 constexpr char kRule[] = R"(SUBSYSTEM=="usb", ATTR{idVendor}=="03a4", MODE="0660", GROUP="plugdev", TAG+="uaccess")";
 
-constexpr double kFrameRate = 30; // of a camera without frame delay
-
 class Doctor
 {
 public:
@@ -67,6 +68,7 @@ public:
         versions();
         m_cameras = attachedCameras();
         presence();
+        events();
         for (const UsbCamera& camera : m_cameras) {
             endIfInterrupted();
             node(camera);
@@ -127,6 +129,7 @@ private:
 
     void versions();
     void presence();
+    void events();
     void node(const UsbCamera& camera);
     void denied(const UsbCamera& camera);
     void driver(const UsbCamera& camera);
@@ -175,6 +178,20 @@ void Doctor::presence()
     for (const UsbCamera& camera : m_cameras)
         find(Level::ok, camera.port,
              camera.product + ", USB " + camera.ids + formatted(", bus %d address %d", camera.bus, camera.address));
+}
+
+// A virtual bus brings its own events. Not seen: a udevd that stands still, and kernel events that a user namespace of
+// this process's own keeps away from a libusb without udev.
+void Doctor::events()
+{
+    if (!hasUsb() || getenv("UMOCKDEV_DIR") != nullptr)
+        return;
+    if (eventsReachThisProcess())
+        return find(Level::ok, "udev", "its events reach this process");
+    find(Level::warning, "udev",
+         "no udev events reach this process: a program that runs does not hear that a camera was plugged in again",
+         "In a container: give it the host's network (--network=host) and mount /run/udev, read-only.\n"
+         "Elsewhere: start udevd (package udev).");
 }
 
 // The user may use the node, and nobody else does.
@@ -263,8 +280,7 @@ void Doctor::bandwidth()
 // A frame's transfer is memory of usbfs, whose sum for all programs has a limit.
 void Doctor::memory()
 {
-    constexpr char kLimit[] = "/sys/module/usbcore/parameters/usbfs_memory_mb";
-    const std::string limit = firstLine(kLimit);
+    const std::string limit = firstLine(kUsbMemoryLimit);
     if (limit.empty() || m_cameras.empty())
         return;
     const int megabytes = atoi(limit.c_str());
@@ -272,8 +288,7 @@ void Doctor::memory()
     if (megabytes == 0 || megabytes > wanted)
         return find(Level::ok, "usbfs memory",
                     megabytes == 0 ? "no limit" : formatted("%d MB, cameras: %d", megabytes, wanted));
-    find(Level::warning, "usbfs memory", formatted("%d MB is little, cameras: %d", megabytes, wanted),
-         std::string("echo 64 | sudo tee ") + kLimit);
+    find(Level::warning, "usbfs memory", formatted("%d MB is little, cameras: %d", megabytes, wanted), kMoreUsbMemory);
 }
 
 void Doctor::readEeprom(const UsbCamera& camera)
@@ -371,6 +386,9 @@ void Doctor::frames()
             session.loadAlone(camera);
             frameRate(camera);
         }
+    } catch (const NoUsbMemory&) {
+        find(Level::problem, "usbfs memory",
+             "the kernel has none left for a frame; other programs' transfers count too", kMoreUsbMemory);
     } catch (const Failure& failure) {
         if (failure.code == kInterrupted)
             throw;
@@ -394,7 +412,7 @@ void Doctor::frameRate(const Camera& camera)
     for (; Clock::now() - start < kEnough; ++count)
         stream.read(*frame);
     const double rate = count / std::chrono::duration<double>(Clock::now() - start).count();
-    const double expected = 1000 / (1000 / kFrameRate + vqdGetFPSDelay(camera.nIndex));
+    const double expected = 1000 / nominalInterval(camera.nIndex);
     const bool alone = vqdGetMultiSyncMode(camera.nIndex) != 1; // else the cameras take turns
     const std::string text = formatted("%.1f frames a second", rate);
     if (!alone || rate >= kTolerance * expected)
@@ -415,7 +433,7 @@ std::string systemText()
             name = line;
     return text + name + "\nvqd " VQD_VERSION "\nlibusb " + libusbVersion() +
            formatted("\nprocessors %ld\n", sysconf(_SC_NPROCESSORS_ONLN)) + "usbfs_memory_mb " +
-           firstLine("/sys/module/usbcore/parameters/usbfs_memory_mb") + '\n';
+           firstLine(kUsbMemoryLimit) + '\n';
 }
 
 // The cameras and the hubs above them, without serial numbers.
@@ -489,7 +507,8 @@ void addDoctor(CLI::App& app, Run& run)
     CLI::App* command = app.add_subcommand("doctor", "Finds out why a camera does not work, and says what to do");
     const auto report = std::make_shared<std::string>();
     command->add_option("--report", *report, "Packs what was found into FILE, a .tar.gz for a bug report")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(notEmpty);
     addCommon(*command, kJson | kForce);
     command->footer("Exit code 0 when there is no problem, else 1. A report holds no host or user name and nothing of "
                     "other USB devices.\nExample: vqd doctor --report report.tar.gz");

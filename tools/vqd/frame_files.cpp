@@ -4,8 +4,6 @@
 // See frame_files.h.
 #include "frame_files.h"
 
-#include "point_cloud.h"
-
 namespace
 {
 
@@ -14,14 +12,15 @@ constexpr struct {
     Bytes (*encode)(Plane plane);
 } kFormats[] = {{"png", exactPicture}, {"pgm", pgmFile}, {"npy", npyFile}, {"raw", rawFile}};
 
-FrameFile cloudFile(const std::string& stem, const std::string& cloud)
+FrameFile cloudFile(const std::string& stem, const std::string& cloud, Axes axes)
 {
-    return {stem + "." + cloud, [&format = cloudFormat(cloud)](const Frame& f) { return format.encode(cloudOf(f)); }};
+    return {stem + "." + cloud,
+            [&format = cloudFormat(cloud), axes](const Frame& f) { return format.encode(cloudOf(f), axes); }};
 }
 
 } // namespace
 
-std::vector<FrameFile> pictureFiles(const std::string& cloud)
+std::vector<FrameFile> pictureFiles(const std::string& cloud, Axes axes)
 {
     std::vector<FrameFile> files = {
         {"depth.png", [](const Frame& f) { return depthPicture(f.depth); }},
@@ -30,7 +29,7 @@ std::vector<FrameFile> pictureFiles(const std::string& cloud)
         {"amplitude16.png", [](const Frame& f) { return exactPicture(f.amplitude); }},
     };
     if (!cloud.empty()) {
-        files.push_back(cloudFile("points", cloud));
+        files.push_back(cloudFile("points", cloud, axes));
         files.push_back({"points.png", [](const Frame& f) { return cloudPicture(cloudOf(f)); }});
     }
     return files;
@@ -44,21 +43,26 @@ std::vector<std::string> seriesFormats()
     return names;
 }
 
-std::vector<FrameFile> seriesFiles(const std::string& format, const std::string& cloud, int number)
+std::vector<FrameFile> seriesFiles(const SeriesFormat& series, int number)
 {
     char suffix[16];
     snprintf(suffix, sizeof suffix, "-%06d", number);
     std::vector<FrameFile> files;
     for (const auto& [name, encode] : kFormats) {
-        if (format != name)
+        if (series.plane != name)
             continue;
-        files.push_back({"depth" + (suffix + ("." + format)), [e = encode](const Frame& f) { return e(f.depth); }});
-        files.push_back(
-            {"amplitude" + (suffix + ("." + format)), [e = encode](const Frame& f) { return e(f.amplitude); }});
+        const std::string end = std::string(suffix) + "." + name;
+        files.push_back({"depth" + end, [e = encode](const Frame& f) { return e(f.depth); }});
+        files.push_back({"amplitude" + end, [e = encode](const Frame& f) { return e(f.amplitude); }});
     }
-    if (!cloud.empty())
-        files.push_back(cloudFile(std::string("points") + suffix, cloud));
+    if (!series.cloud.empty())
+        files.push_back(cloudFile(std::string("points") + suffix, series.cloud, series.axes));
     return files;
+}
+
+std::vector<SeriesName> seriesNames()
+{
+    return {{"depth", seriesFormats()}, {"amplitude", seriesFormats()}, {"points", {"ply", "pcd"}}};
 }
 
 void requireNewFiles(const std::filesystem::path& directory, const std::vector<FrameFile>& files)
@@ -67,8 +71,9 @@ void requireNewFiles(const std::filesystem::path& directory, const std::vector<F
         requireNewFile(directory / file.name);
 }
 
-void writeFiles(const std::filesystem::path& directory, const std::vector<FrameFile>& files, const Frame& frame)
+void writeFiles(const std::filesystem::path& directory, const std::vector<FrameFile>& files, const Frame& frame,
+                OnDisk when)
 {
     for (const FrameFile& file : files)
-        writeFile(directory / file.name, file.encode(frame));
+        writeFile(directory / file.name, file.encode(frame), when);
 }

@@ -4,12 +4,15 @@
 // The files that one frame becomes.
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "camera.h"
+#include "output.h"
 #include "pictures.h"
+#include "point_cloud.h"
 
 struct FrameFile {
     std::string name;
@@ -17,11 +20,23 @@ struct FrameFile {
 };
 
 // For eyes and programs; `cloud` is a cloud format, or empty.
-std::vector<FrameFile> pictureFiles(const std::string& cloud);
+std::vector<FrameFile> pictureFiles(const std::string& cloud, Axes axes);
 
-// One frame of a series, from 1, exact values.
-std::vector<std::string> seriesFormats();
-std::vector<FrameFile> seriesFiles(const std::string& format, const std::string& cloud, int number);
+// Frames of a series, exact values.
+struct SeriesFormat {
+    std::string plane, cloud; // the cloud's may be empty
+    Axes axes;
+};
+std::vector<std::string> seriesFormats();                                   // of planes
+std::vector<FrameFile> seriesFiles(const SeriesFormat& format, int number); // from 1; the depth comes first
+
+// What the names of a series start with, and how they may end.
+struct SeriesName {
+    std::string stem;
+    std::vector<std::string> extensions;
+};
+std::vector<SeriesName> seriesNames();
 
 void requireNewFiles(const std::filesystem::path& directory, const std::vector<FrameFile>& files);
-void writeFiles(const std::filesystem::path& directory, const std::vector<FrameFile>& files, const Frame& frame);
+void writeFiles(const std::filesystem::path& directory, const std::vector<FrameFile>& files, const Frame& frame,
+                OnDisk when = OnDisk::now);

@@ -3,15 +3,18 @@
 //
 // vqd grab: grabs frames and keeps the last one as pictures, or every one in a format for programs.
 #include <algorithm>
-#include <chrono>
 #include <memory>
+#include <optional>
 
 #include <CLI/CLI.hpp>
 
+#include "arrivals.h"
+#include "command_line.h"
 #include "commands.h"
 #include "common.h"
 #include "exit_codes.h"
 #include "frame_files.h"
+#include "series.h"
 #include "settings.h"
 
 namespace
@@ -22,26 +25,21 @@ struct Options {
     std::string directory = ".";
     std::vector<std::string> settings;
     std::string format, cloud;
+    Axes axes = Axes::optical;
 };
 
-// Reads all frames and keeps those of a series; the last one stays. Returns frames per second, 0 for a single frame.
-double readFrames(Stream& stream, const Options& options, Frame& frame, int& kept)
+// Reads all frames and hands them to the series, where there is one; the last one stays.
+void readFrames(Stream& stream, int count, Frame& frame, Arrivals& arrivals, Series* series)
 {
-    using Clock = std::chrono::steady_clock;
-    Progress progress("frame", options.frames);
-    Clock::time_point first;
-    for (int i = 1; i <= options.frames; ++i) {
-        stream.read(frame);
-        if (i == 1)
-            first = Clock::now();
-        if (!options.format.empty()) {
-            writeFiles(options.directory, seriesFiles(options.format, options.cloud, i), frame);
-            kept = i;
-        }
+    Progress progress("frame", count);
+    for (int i = 1; i <= count; ++i) {
+        const auto began = Arrivals::Clock::now();
+        const bool reopened = stream.read(frame);
+        const Arrival arrival = arrivals.add(began, Arrivals::Clock::now(), reopened);
+        if (series != nullptr)
+            series->add(frame, arrival);
         progress.show(i);
     }
-    const std::chrono::duration<double> passed = Clock::now() - first;
-    return options.frames > 1 ? (options.frames - 1) / passed.count() : 0;
 }
 
 // Median of the valid pixels of 5 x 5 at the centre; 0 when none is valid.
@@ -59,21 +57,25 @@ unsigned centreDepth(const Frame& frame)
     return *middle;
 }
 
-Json summaryJson(const Camera& camera, const Options& options, double rate, unsigned depth)
+Json summaryJson(const Camera& camera, const Options& options, const Arrivals& arrivals, unsigned depth)
 {
     const int n = camera.nIndex;
+    const auto known = [](auto value) { return value > 0 ? Json(value) : Json(); };
     Json json = document("grab");
     json["camera"] = identityJson(camera);
     json["temperature"] = settingByName("temperature").get(n);
     json["logic-version"] = settingByName("logic-version").get(n);
     json["frames"] = options.frames;
-    json["frames-per-second"] = rate > 0 ? Json(rate) : Json();
-    json["centre-depth"] = depth > 0 ? Json(depth) : Json();
+    json["frames-per-second"] = known(arrivals.rate());
+    json["lost-estimate"] = arrivals.lost();
+    json["reopens"] = arrivals.reopens();
+    json["longest-gap"] = known(arrivals.longest());
+    json["centre-depth"] = known(depth);
     json["directory"] = options.directory;
     return json;
 }
 
-void tell(Output& output, const Camera& camera, const Options& options, double rate, unsigned depth)
+void tell(Output& output, const Camera& camera, const Options& options, const Arrivals& arrivals, unsigned depth)
 {
     const int n = camera.nIndex;
     output.print("camera %d: %s, serial %s, USB %s\n", n, camera.szDeviceName, camera.szSerialNumber,
@@ -81,19 +83,23 @@ void tell(Output& output, const Camera& camera, const Options& options, double r
     output.print("sensor temperature %.1f, logic version %u.%u\n", m_dTemperature[n], m_nLogicver[0][n],
                  m_nLogicver[1][n]);
     output.print("%d frame%s", options.frames, options.frames == 1 ? "" : "s");
-    if (rate > 0)
-        output.print(", %.1f frames per second", rate);
+    if (arrivals.rate() > 0)
+        output.print(", %.1f frames per second", arrivals.rate());
+    output.print("\n");
+    if (arrivals.lost() > 0 || arrivals.reopens() > 0)
+        output.print("gaps: re-opens %d, frames lost about %d, the longest gap %.1f s\n", arrivals.reopens(),
+                     arrivals.lost(), arrivals.longest());
     if (depth > 0)
-        output.print("\ndepth at the centre %u mm\n", depth);
+        output.print("depth at the centre %u mm\n", depth);
     else
-        output.print("\nno valid depth at the centre\n");
+        output.print("no valid depth at the centre\n");
 }
 
 void tellFiles(Output& output, const Options& options)
 {
     const char* const directory = options.directory.c_str();
     if (!options.format.empty())
-        output.print("every frame in %s: depth-*.%s, amplitude-*.%s\n", directory, options.format.c_str(),
+        output.print("every frame in %s: depth-*.%s, amplitude-*.%s, frames.csv\n", directory, options.format.c_str(),
                      options.format.c_str());
     else
         output.print("pictures in %s: depth.png, amplitude.png; exact values: depth16.png, amplitude16.png\n",
@@ -113,39 +119,60 @@ void tellFiles(Output& output, const Options& options)
                                                         " frames are complete in " + options.directory);
 }
 
+void readSeries(Stream& stream, const Options& options, Frame& frame, Arrivals& arrivals)
+{
+    Series series(options.directory, {options.format, options.cloud, options.axes});
+    std::optional<Failure> failure;
+    try {
+        readFrames(stream, options.frames, frame, arrivals, &series);
+    } catch (const Failure& caught) {
+        failure = caught;
+    }
+    try {
+        series.finish();
+    } catch (const Failure& caught) { // the reason, where reading has failed for it
+        failure = caught;
+    }
+    if (failure && series.kept() == 0)
+        throw Failure(*failure);
+    if (failure)
+        failSeries(*failure, options, series.kept());
+    if (series.heldUp())
+        note("writing %s was at times slower than the camera; frames.csv tells where frames are missing",
+             options.format.c_str());
+}
+
 int grab(const Options& options)
 {
-    const std::vector<Assignment> assignments = parseAssignments(options.settings);
+    std::vector<Assignment> assignments = parseAssignments(options.settings);
     const std::vector<FrameFile> pictures =
-        options.format.empty() ? pictureFiles(options.cloud) : std::vector<FrameFile>();
+        options.format.empty() ? pictureFiles(options.cloud, options.axes) : std::vector<FrameFile>();
     Output output;
     const Session session;
     const Camera& camera = assignments.empty() ? session.choose() : session.chooseToChange();
     requireWritableDirectory(options.directory);
     requireNewFiles(options.directory, pictures);
     if (!options.format.empty())
-        requireNewFiles(options.directory, seriesFiles(options.format, options.cloud, 1));
+        requireNoSeries(options.directory);
     session.loadAlone(camera);
+    if (!options.cloud.empty())
+        assignments = cloudSettings(camera, options.settings);
     const auto frame = std::make_unique<Frame>();
-    double rate = 0;
-    int kept = 0;
-    try {
-        Stream stream(camera);
-        applySettings(camera, assignments);
-        if (!assignments.empty())
-            stream.read(*frame); // may be under way with the settings before
-        rate = readFrames(stream, options, *frame, kept);
-    } catch (const Failure& failure) {
-        if (kept == 0)
-            throw;
-        failSeries(failure, options, kept);
-    }
+    Stream stream(camera);
+    applySettings(camera, assignments);
+    if (!assignments.empty())
+        stream.read(*frame); // may be under way with the settings before
+    Arrivals arrivals(nominalInterval(camera.nIndex));
+    if (options.format.empty())
+        readFrames(stream, options.frames, *frame, arrivals, nullptr);
+    else
+        readSeries(stream, options, *frame, arrivals);
     writeFiles(options.directory, pictures, *frame);
     const unsigned depth = centreDepth(*frame);
     if (common.json) {
-        output.print(summaryJson(camera, options, rate, depth));
+        output.print(summaryJson(camera, options, arrivals, depth));
     } else {
-        tell(output, camera, options, rate, depth);
+        tell(output, camera, options, arrivals, depth);
         tellFiles(output, options);
     }
     output.finish();
@@ -163,6 +190,7 @@ void addGrab(CLI::App& app, Run& run)
         ->capture_default_str();
     command->add_option("-o,--output", options->directory, "Directory for the files; made if need be")
         ->type_name("DIR")
+        ->check(notEmpty)
         ->capture_default_str();
     command
         ->add_option("--format", options->format,
@@ -170,19 +198,22 @@ void addGrab(CLI::App& app, Run& run)
         ->check(CLI::IsMember(seriesFormats()));
     command
         ->add_option("--cloud", options->cloud,
-                     "Also point clouds (ply where the format is left out), metres, X right, Y up; true to scale with "
-                     "undistortion on")
+                     "Also point clouds, true to scale; all files of this grab are undistorted then")
         ->check(CLI::IsMember({"ply", "pcd"}))
         ->expected(0, 1)
         ->default_str("ply");
     command->add_option("-s,--set", options->settings, "Settings for this grab only; see vqd set")
         ->type_name("KEY=VALUE")
+        ->check(forFrames)
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addAxes(*command, options->axes);
     addCommon(*command, kCamera | kJson | kForce);
-    command->footer("raw: 320 x 240 values of 16 bits, low byte first, rows from the top. npy: NumPy 1.0.\n"
-                    "Depth is in mm, 0 invalid.\n"
-                    "Example: vqd grab -n 30 -o pictures\n"
-                    "Example: vqd grab -n 100 --format npy --cloud pcd -o series -s undistortion=2");
+    command->footer(
+        "raw: 320 x 240 values of 16 bits, low byte first, rows from the top. npy: NumPy 1.0.\n"
+        "Depth is in mm, 0 invalid. frames.csv has a line a frame: host time, stamp, re-opened, frames lost before.\n"
+        "A directory holds one series; --force replaces it as a whole.\n"
+        "Example: vqd grab -n 30 -o pictures\n"
+        "Example: vqd grab -n 100 --format npy --cloud pcd -o series");
     command->callback([&run, options] { run = [options] { return grab(*options); }; });
 }

@@ -36,6 +36,11 @@ void catchInterrupts()
     action.sa_flags = SA_RESTART;
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    struct sigaction present {
+    };
+    sigaction(SIGHUP, nullptr, &present);
+    if (present.sa_handler != SIG_IGN) // else nohup wants the command to outlive its terminal
+        sigaction(SIGHUP, &action, nullptr);
 }
 
 bool interrupted()

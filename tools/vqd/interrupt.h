@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// SIGINT and SIGTERM ask the tool to end in good order; a second one ends it at once.
+// SIGINT, SIGTERM and SIGHUP ask the tool to end in good order; a second one ends it at once.
 #pragma once
 
 void catchInterrupts();

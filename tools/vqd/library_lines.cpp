@@ -11,6 +11,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "common.h"
 #include "exit_codes.h"
 
 LibraryLines::LibraryLines()
@@ -40,6 +41,8 @@ std::vector<std::string> LibraryLines::take()
         text.append(part, static_cast<size_t>(length));
     if (ftruncate(m_kept, 0) == 0)
         lseek(m_kept, 0, SEEK_SET);
+    if (!text.empty())
+        clearProgress();
     for (size_t done = 0; done < text.size();) {
         const ssize_t written = write(m_before, text.data() + done, text.size() - done);
         if (written <= 0 && errno != EINTR)

@@ -28,6 +28,7 @@ private:
 // How many of the lines start so.
 int countStarting(const std::vector<std::string>& lines, const char* start);
 
-// The lines that tell of a failed transfer and of a frame with a wrong start code.
+// The lines that tell of a failed transfer, of one for which the kernel had no memory, and of a wrong start code.
 inline constexpr char kTransferFailed[] = "ReadFromDevice Read Error, Device Reset2";
+inline constexpr char kNoUsbMemory[] = "ReadFromDevice Read Error, Device Reset2, -11";
 inline constexpr char kWrongStartCode[] = "incorrect Start code";

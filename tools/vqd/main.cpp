@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "command_line.h"
 #include "commands.h"
 #include "exit_codes.h"
 
@@ -32,11 +33,14 @@ int runCommandLine(int argc, char** argv)
     std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
     const Invocation invocation{argv, takeProgram(arguments)};
     CLI::App app("USB time-of-flight depth cameras from the command line.", "vqd");
+    app.formatter(helpFormatter());
     app.require_subcommand(1);
     app.set_version_flag("--version", "vqd " VQD_VERSION);
     app.footer("Exit codes: 0 done, 1 failed, 2 wrong usage, 3 no camera, 4 access denied, 5 camera lost,\n"
                "6 verification failed, 130 interrupted with nothing saved.\n"
-               "Example: vqd list; vqd grab -n 30 -o pictures; vqd set depth-range=300,4000 --save");
+               "Example: vqd list\n"
+               "Example: vqd grab -n 30 -o pictures\n"
+               "Example: vqd set depth-range=300,4000 --save");
     Run run;
     addList(app, run);
     addInfo(app, run);
@@ -48,12 +52,13 @@ int runCommandLine(int argc, char** argv)
     addLens(app, run);
     addTable(app, run);
     addReset(app, run);
-    addReference(app, run);
+    addCompletion(app, run);
     addStats(app, run);
     addView(app, run);
     addSelftest(app, run);
     addDoctor(app, run);
     addSim(app, run, invocation);
+    requireKnownCommand(app, arguments);
     try {
         std::reverse(arguments.begin(), arguments.end()); // as the parser takes them
         app.parse(arguments);

@@ -75,9 +75,9 @@ public:
         }
     }
 
-    void keep()
+    void keep(OnDisk when)
     {
-        if (fsync(m_fd) != 0)
+        if (when == OnDisk::now && fsync(m_fd) != 0)
             fail(m_path, errno);
         if (!common.force && renameat2(AT_FDCWD, m_name.c_str(), AT_FDCWD, m_path.c_str(), RENAME_NOREPLACE) == 0)
             return;
@@ -201,12 +201,12 @@ void requireWritableFile(const std::filesystem::path& path)
     const Draft probe(path); // never kept
 }
 
-void writeFile(const std::filesystem::path& path, std::span<const uint8_t> bytes)
+void writeFile(const std::filesystem::path& path, std::span<const uint8_t> bytes, OnDisk when)
 {
     requireNewFile(path);
     Draft draft(path);
     draft.write(bytes);
-    draft.keep();
+    draft.keep(when);
 }
 
 void writeJson(const std::filesystem::path& path, const Json& json)

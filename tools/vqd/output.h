@@ -52,8 +52,9 @@ void requireNewFile(const std::filesystem::path& path);
 void requireWritableFile(const std::filesystem::path& path);
 
 // Writes beside the name and renames when all is on the disk. After a failure there is no new file. Replaces an
-// existing one only with --force.
-void writeFile(const std::filesystem::path& path, std::span<const uint8_t> bytes);
+// existing one only with --force. `later`: it is on the disk once the caller has seen to it, for many files in a row.
+enum class OnDisk { now, later };
+void writeFile(const std::filesystem::path& path, std::span<const uint8_t> bytes, OnDisk when = OnDisk::now);
 void writeJson(const std::filesystem::path& path, const Json& json);
 
 // Fails when the file can not be read or has another size.

@@ -75,6 +75,7 @@ void nothingToFlush(png_structp) {}
 struct Format {
     int colourType, bits;
     unsigned width = VQD_WIDTH, height = VQD_HEIGHT;
+    bool fast = false; // rather than small
 };
 
 // Lives across libpng's longjmp: no object in here may need its destructor.
@@ -89,6 +90,10 @@ bool encode(Bytes& file, const uint8_t* pixels, const Format& format)
     png_set_write_fn(png, &file, appendBytes, nothingToFlush);
     png_set_IHDR(png, info, format.width, format.height, format.bits, format.colourType, PNG_INTERLACE_NONE,
                  PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    if (format.fast) {
+        png_set_compression_level(png, 1);
+        png_set_filter(png, PNG_FILTER_TYPE_BASE, PNG_FILTER_SUB);
+    }
     png_write_info(png, info);
     if (format.bits == 16 && std::endian::native == std::endian::little)
         png_set_swap(png); // PNG is big-endian
@@ -152,7 +157,8 @@ Bytes amplitudePicture(Plane amplitude)
 
 Bytes exactPicture(Plane plane)
 {
-    return encoded(reinterpret_cast<const uint8_t*>(plane.data()), {PNG_COLOR_TYPE_GRAY, 16});
+    return encoded(reinterpret_cast<const uint8_t*>(plane.data()),
+                   {.colourType = PNG_COLOR_TYPE_GRAY, .bits = 16, .fast = true});
 }
 
 static_assert(std::endian::native == std::endian::little);

@@ -8,68 +8,137 @@
 #include <array>
 #include <bit>
 #include <cmath>
-#include <cstring>
-#include <numeric>
+#include <limits>
 
+#include <CLI/CLI.hpp>
+
+#include "common.h"
+#include "device/models.h"
 #include "exit_codes.h"
+
+namespace
+{
+
+constexpr float kNone = std::numeric_limits<float>::quiet_NaN();
+constexpr CloudPoint kInvalid{{kNone, kNone, kNone}, 0, 0};
+
+constexpr struct {
+    Axes axes;
+    const char* name;
+    const char* text; // in the files
+    float y;          // sign of the library's
+} kAxes[] = {
+    {Axes::optical, "optical", "x right, y down, z ahead", -1},
+    {Axes::camera, "camera", "X right, Y up, Z ahead", 1},
+};
+
+const auto& rowOf(Axes axes)
+{
+    return kAxes[static_cast<size_t>(axes)];
+}
+
+void append(Bytes& file, const CloudPoint& point, Axes axes)
+{
+    static_assert(std::endian::native == std::endian::little);
+    const Point3f& p = point.position;
+    const float vertex[4] = {p.x, rowOf(axes).y * p.y, p.z, point.amplitude};
+    const auto* bytes = reinterpret_cast<const uint8_t*>(vertex);
+    file.insert(file.end(), bytes, bytes + sizeof vertex);
+}
+
+Bytes plyFile(const std::vector<CloudPoint>& cloud, Axes axes)
+{
+    const std::string header =
+        std::string("ply\nformat binary_little_endian 1.0\ncomment metres; ") + rowOf(axes).text +
+        " of the camera\nelement vertex " + std::to_string(validPoints(cloud)) +
+        "\nproperty float x\nproperty float y\nproperty float z\nproperty float intensity\nend_header\n";
+    Bytes file(header.begin(), header.end());
+    for (const CloudPoint& point : cloud)
+        if (point.valid())
+            append(file, point, axes);
+    return file;
+}
+
+Bytes pcdFile(const std::vector<CloudPoint>& cloud, Axes axes)
+{
+    const std::string header = std::string("# .PCD v0.7 - metres; ") + rowOf(axes).text +
+                               " of the camera\n"
+                               "VERSION 0.7\nFIELDS x y z intensity\nSIZE 4 4 4 4\nTYPE F F F F\nCOUNT 1 1 1 1\n"
+                               "WIDTH " +
+                               std::to_string(VQD_WIDTH) + "\nHEIGHT " + std::to_string(VQD_HEIGHT) +
+                               "\nVIEWPOINT 0 0 0 1 0 0 0\nPOINTS " + std::to_string(cloud.size()) + "\nDATA binary\n";
+    Bytes file(header.begin(), header.end());
+    for (const CloudPoint& point : cloud)
+        append(file, point, axes);
+    return file;
+}
+
+} // namespace
 
 std::vector<CloudPoint> cloudOf(const Frame& frame)
 {
     std::vector<Point3f> points(VQD_PIXELS);
     vqdDepthFrameToCameraSpace(frame.depth.data(), points.data(), VQD_WIDTH, VQD_HEIGHT);
-    std::vector<CloudPoint> cloud;
+    std::vector<CloudPoint> cloud(VQD_PIXELS, kInvalid);
     for (size_t i = 0; i < points.size(); ++i)
         if (frame.depth[i] != 0)
-            cloud.push_back({points[i], static_cast<float>(frame.amplitude[i]), static_cast<float>(frame.depth[i])});
+            cloud[i] = {points[i], static_cast<float>(frame.amplitude[i]), static_cast<float>(frame.depth[i])};
     return cloud;
 }
 
 std::vector<CloudPoint> cloudOf(const std::vector<PixelSum>& sums, int frames)
 {
-    std::vector<CloudPoint> cloud;
+    std::vector<CloudPoint> cloud(sums.size(), kInvalid);
     for (size_t i = 0; i < sums.size(); ++i) {
         const PixelSum& sum = sums[i];
         if (sum.valid == 0 || 2 * sum.valid < frames)
             continue;
         const auto depth = static_cast<float>(sum.depth / sum.valid);
         const Point3f ray = pPointCloud[i]; // at 1 mm
-        cloud.push_back(
-            {{ray.x * depth, ray.y * depth, ray.z * depth}, static_cast<float>(sum.amplitude / sum.valid), depth});
+        cloud[i] = {
+            {ray.x * depth, ray.y * depth, ray.z * depth}, static_cast<float>(sum.amplitude / sum.valid), depth};
     }
     return cloud;
 }
 
-static Bytes cloudFile(const std::string& header, const std::vector<CloudPoint>& cloud)
+size_t validPoints(const std::vector<CloudPoint>& cloud)
 {
-    static_assert(std::endian::native == std::endian::little);
-    Bytes file(header.begin(), header.end());
-    for (const CloudPoint& point : cloud) {
-        const float vertex[4] = {point.position.x, point.position.y, point.position.z, point.amplitude};
-        const auto* bytes = reinterpret_cast<const uint8_t*>(vertex);
-        file.insert(file.end(), bytes, bytes + sizeof vertex);
-    }
-    return file;
+    return static_cast<size_t>(std::ranges::count_if(cloud, &CloudPoint::valid));
 }
 
-static Bytes plyFile(const std::vector<CloudPoint>& cloud)
+void addAxes(CLI::App& command, Axes& axes)
 {
-    return cloudFile("ply\nformat binary_little_endian 1.0\n"
-                     "comment metres; X right, Y up, Z forward from the camera\n"
-                     "element vertex " +
-                         std::to_string(cloud.size()) +
-                         "\nproperty float x\nproperty float y\nproperty float z\nproperty float intensity\n"
-                         "end_header\n",
-                     cloud);
+    std::vector<std::string> names;
+    for (const auto& row : kAxes)
+        names.emplace_back(row.name);
+    command
+        .add_option_function<std::string>(
+            "--axes",
+            [&axes](const std::string& name) {
+                axes = std::ranges::find(kAxes, name, [](const auto& row) { return std::string(row.name); })->axes;
+            },
+            "Of point clouds: optical is x right, y down, z ahead; camera is the library's X right, Y up, Z ahead")
+        ->check(CLI::IsMember(names))
+        ->default_str(kAxes[0].name);
 }
 
-static Bytes pcdFile(const std::vector<CloudPoint>& cloud)
+std::vector<Assignment> cloudSettings(const Camera& camera, const std::vector<std::string>& chosen)
 {
-    const std::string points = std::to_string(cloud.size());
-    return cloudFile("# .PCD v0.7 - metres; X right, Y up, Z forward from the camera\n"
-                     "VERSION 0.7\nFIELDS x y z intensity\nSIZE 4 4 4 4\nTYPE F F F F\nCOUNT 1 1 1 1\n"
-                     "WIDTH " +
-                         points + "\nHEIGHT 1\nVIEWPOINT 0 0 0 1 0 0 0\nPOINTS " + points + "\nDATA binary\n",
-                     cloud);
+    std::vector<std::string> texts;
+    const auto add = [&](const std::string& key) {
+        if (std::ranges::none_of(chosen, [&](const std::string& text) { return text.starts_with(key + "="); }))
+            texts.push_back(key + "=1");
+    };
+    add("undistortion");
+    if (IsHostCorrected(camera.nIndex))
+        add("orthogonal");
+    std::string told;
+    for (const std::string& text : texts)
+        told += " " + text;
+    if (!told.empty())
+        note("so that points are true to scale, with%s; -s overrides", told.c_str());
+    texts.insert(texts.end(), chosen.begin(), chosen.end());
+    return parseAssignments(texts);
 }
 
 const CloudFormat& cloudFormat(const std::string& name)
@@ -111,7 +180,8 @@ float middleOf(const std::vector<CloudPoint>& cloud)
 {
     std::vector<float> z;
     for (const CloudPoint& point : cloud)
-        z.push_back(point.position.z);
+        if (point.valid())
+            z.push_back(point.position.z);
     if (z.empty())
         return 1;
     std::nth_element(z.begin(), z.begin() + static_cast<std::ptrdiff_t>(z.size() / 2), z.end());
@@ -136,6 +206,8 @@ Bytes cloudPicture(const std::vector<CloudPoint>& cloud)
     std::vector<float> nearest(size_t{kWidth} * kHeight, INFINITY);
     Bytes pixels(3 * nearest.size(), 0);
     for (size_t i = 0; i < cloud.size(); ++i) {
+        if (!cloud[i].valid())
+            continue;
         const Projected at = project(cloud[i].position, middle);
         for (int y = std::max(at.y, 0); y < std::min(at.y + kSplat, kHeight); ++y)
             for (int x = std::max(at.x, 0); x < std::min(at.x + kSplat, kWidth); ++x) {

@@ -38,7 +38,7 @@ template <typename... Values> Verdict verdict(Result result, const char* format,
     if constexpr (sizeof...(values) == 0) {
         return {result, format};
     } else {
-        char text[256];
+        char text[512];
         snprintf(text, sizeof text, format, values...);
         return {result, text};
     }
@@ -228,7 +228,7 @@ Verdict frames(Bench& bench)
     FrameInfo last{};
     for (int i = 0; i < bench.frameCount; ++i) {
         if (!bench.read(bench.frame))
-            return verdict(Result::fail, "the camera is lost after %d frames", i);
+            break;
         if (i == 0)
             start = Clock::now();
         else
@@ -240,6 +240,10 @@ Verdict frames(Bench& bench)
     const std::vector<std::string> lines = bench.lines.take();
     bench.badFrames = countStarting(lines, kWrongStartCode);
     bench.failedTransfers = countStarting(lines, kTransferFailed);
+    if (countStarting(lines, kNoUsbMemory) > 0)
+        return verdict(Result::fail, "%s", NoUsbMemory().what());
+    if (bench.lost)
+        return verdict(Result::fail, "the camera is lost after %d frames", bench.frames);
     bench.rate = (bench.frames - 1) / std::chrono::duration<double>(Clock::now() - start).count();
     return judge(bench.failedTransfers == 0, "%d read, %.1f a second, %d failed transfers", bench.frames, bench.rate,
                  bench.failedTransfers);

@@ -3,20 +3,27 @@
 //
 // vqd sim: runs a program that finds virtual cameras in its own, unmodified libusb.
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <charconv>
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <map>
 #include <memory>
+#include <optional>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
+#include "command_line.h"
 #include "commands.h"
 #include "exit_codes.h"
+#include "output.h"
 #include "sim/fault_language.h"
 #include "sim/scene.h"
 #include "sim/umockdev_bus.h"
@@ -36,8 +43,21 @@ constexpr struct {
     {"VQD-RS110", 0x8720}, {"VQD-RS120", 0x8722}, {"VQD-WN120", 0x8724},
 };
 
+constexpr size_t kSerialInEeprom = 57;
+
+// Of the camera's memory, by the name that vqd table has for them.
+constexpr struct {
+    const char* name;
+    uint16_t region;
+    size_t bytes;
+} kTables[] = {
+    {"wiggling", 0x0000, 3840}, {"wiggling-a", 0x0000, 8192}, {"wiggling-b", 0x2000, 8192}, {"fppn", 0x0F00, 12288},
+    {"fppn-4x4", 0x4000, 9600}, {"fppn-5x5", 0x5800, 6144},   {"orthogonal", 0x7000, 4096},
+};
+
 struct Options {
     std::vector<std::string> models{kModels[0].name};
+    std::vector<std::string> serials, eeproms, tables; // "[CAMERA:]..."
     std::string scene = "room";
     uint64_t seed = 1;
     double framesPerSecond = 30;
@@ -46,11 +66,11 @@ struct Options {
     Invocation invocation;
 };
 
-std::string knownModels()
+std::string knownModels(const char* between)
 {
     std::string names;
     for (const auto& model : kModels)
-        names += (names.empty() ? "" : ", ") + std::string(model.name);
+        names += (names.empty() ? "" : between) + std::string(model.name);
     return names;
 }
 
@@ -59,7 +79,13 @@ std::string checkModel(const std::string& name)
     for (const auto& model : kModels)
         if (name == model.name)
             return {};
-    return "unknown model " + name + "; known are " + knownModels() + " (the program to run stands behind \"--\")";
+    return "unknown model " + name + "; known are " + knownModels(", ") + " (the program to run stands behind \"--\")";
+}
+
+// Of a negative number the parser would make a large one.
+std::string checkSeed(const std::string& text)
+{
+    return text.find_first_not_of("0123456789") == std::string::npos ? "" : "a seed is a whole number from 0";
 }
 
 void prependVariable(const char* name, const std::string& value)
@@ -84,21 +110,108 @@ void ensurePreload(char** arguments)
     throw Failure(kFailed, std::string("/proc/self/exe: ") + strerror(errno));
 }
 
-void plugCameras(sim::Bus& bus, const Options& options)
+// An option for one camera or for each of them, named as in a fault plan: "2:24061100000099".
+struct ForCamera {
+    size_t camera; // 1 is the first of the command line, 0 each
+    std::string value;
+
+    bool concerns(size_t index) const { return camera == 0 || camera == index + 1; }
+};
+
+ForCamera addressed(const std::string& text, size_t cameras)
 {
+    const char* const end = text.data() + text.size();
+    size_t camera = 0;
+    const auto [colon, error] = std::from_chars(text.data(), end, camera);
+    if (error != std::errc{} || colon == end || *colon != ':')
+        return {0, text};
+    if (camera == 0 || camera > cameras)
+        throw Failure(kUsage, "'" + text + "': there is no camera " + std::to_string(camera) + " (" +
+                                  std::to_string(cameras) + " plugged in)");
+    return {camera, std::string(colon + 1, end)};
+}
+
+std::array<uint8_t, 7> parseSerial(const std::string& digits)
+{
+    std::array<uint8_t, 7> serial{};
+    bool good = digits.size() == 2 * serial.size();
+    for (size_t i = 0; good && i < serial.size(); ++i) {
+        const char* const pair = digits.data() + 2 * i;
+        const auto [stop, error] = std::from_chars(pair, pair + 2, serial[i], 16);
+        good = error == std::errc{} && stop == pair + 2;
+    }
+    if (!good)
+        throw Failure(kUsage, "a serial number has 14 hexadecimal digits, not '" + digits + "'");
+    return serial;
+}
+
+// A camera, and what its memory holds other than from the factory.
+struct Plugged {
+    sim::Config config;
+    std::optional<sim::Eeprom> eeprom;
+    std::map<uint16_t, std::vector<uint8_t>> tables;
+};
+
+void fill(Plugged& camera, size_t index, const Options& options)
+{
+    const size_t count = options.models.size();
+    camera.config.serial.back() = static_cast<uint8_t>(index + 1);
+    for (const std::string& text : options.eeproms)
+        if (const ForCamera file = addressed(text, count); file.concerns(index)) {
+            const std::vector<uint8_t> bytes = readFile(file.value, sim::kEepromBytes);
+            std::copy(bytes.begin(), bytes.end(), camera.eeprom.emplace().begin());
+            std::copy_n(bytes.begin() + kSerialInEeprom, camera.config.serial.size(), camera.config.serial.begin());
+        }
+    for (const std::string& text : options.serials)
+        if (const ForCamera serial = addressed(text, count); serial.concerns(index))
+            camera.config.serial = parseSerial(serial.value);
+    if (camera.eeprom)
+        std::ranges::copy(camera.config.serial, camera.eeprom->begin() + kSerialInEeprom);
+    for (const std::string& text : options.tables) {
+        const ForCamera table = addressed(text, count);
+        const size_t equals = table.value.find('=');
+        const auto* row = std::find_if(std::begin(kTables), std::end(kTables),
+                                       [&](const auto& known) { return table.value.substr(0, equals) == known.name; });
+        if (equals == std::string::npos || row == std::end(kTables))
+            throw Failure(kUsage, "'" + text + "' is not of the form TABLE=FILE, with a table that vqd table knows");
+        if (table.concerns(index))
+            camera.tables[row->region] = readFile(table.value.substr(equals + 1), row->bytes);
+    }
+}
+
+std::vector<Plugged> camerasOf(const Options& options)
+{
+    std::vector<Plugged> cameras;
     for (size_t i = 0; i < options.models.size(); ++i) {
         const auto* model = std::find_if(std::begin(kModels), std::end(kModels),
                                          [&](const auto& known) { return options.models[i] == known.name; });
-        sim::Config config;
-        config.product = model->name;
-        config.productId = model->productId;
-        config.serial.back() = static_cast<uint8_t>(i + 1);
-        config.framesPerSecond = options.framesPerSecond;
+        Plugged& camera = cameras.emplace_back();
+        camera.config.product = model->name;
+        camera.config.productId = model->productId;
+        camera.config.framesPerSecond = options.framesPerSecond;
         for (const sim::PlannedFault& planned : options.faults)
             if (planned.camera == 0 || planned.camera == i + 1)
-                config.faults.push_back(planned.fault);
-        config.source = sim::makeScene({.kind = *sim::sceneByName(options.scene), .seed = options.seed + i});
-        bus.add(std::move(config));
+                camera.config.faults.push_back(planned.fault);
+        camera.config.source = sim::makeScene({.kind = *sim::sceneByName(options.scene), .seed = options.seed + i});
+        fill(camera, i, options);
+    }
+    return cameras;
+}
+
+void plugCameras(sim::Bus& bus, std::vector<Plugged> cameras)
+{
+    // libusb lists the last port, by name, first: so the ports fall, and indexes follow the command line.
+    std::vector<std::string> ports;
+    for (size_t i = 1; i <= cameras.size(); ++i)
+        ports.push_back(std::to_string(i));
+    std::ranges::sort(ports, std::greater());
+    for (size_t i = 0; i < cameras.size(); ++i) {
+        const size_t index = bus.add(std::move(cameras[i].config), static_cast<unsigned>(std::stoul(ports[i])));
+        bus.withCamera(index, [&](sim::Camera& camera) {
+            camera.eeprom = cameras[i].eeprom.value_or(camera.eeprom);
+            for (auto& [region, bytes] : cameras[i].tables)
+                camera.regions[region] = std::move(bytes);
+        });
     }
 }
 
@@ -154,10 +267,11 @@ private:
 
 int simulate(const Options& options)
 {
+    std::vector<Plugged> cameras = camerasOf(options); // what is wrong with them is said before anything starts
     ensurePreload(options.invocation.arguments);
     const Signals signals; // before the bus, whose threads shall not take them
     sim::Bus bus;
-    plugCameras(bus, options);
+    plugCameras(bus, std::move(cameras));
     setenv("VQD_SIM_PID", std::to_string(getpid()).c_str(), 1); // tells vqd doctor whose the device nodes are
     return signals.wait(signals.start(options.invocation.program));
 }
@@ -169,26 +283,41 @@ void addSim(CLI::App& app, Run& run, const Invocation& invocation)
     CLI::App* command = app.add_subcommand("sim", "Runs a program with virtual cameras plugged into its libusb");
     const auto options = std::make_shared<Options>();
     options->invocation = invocation;
-    command->add_option("MODEL", options->models, "Cameras to plug in: " + knownModels())
-        ->check(CLI::Validator(checkModel, ""))
+    command->add_option("MODEL", options->models, "Cameras to plug in; index 0 is the first")
+        ->check(CLI::Validator(checkModel, "{" + knownModels(",") + "}"))
         ->expected(0, -1)
         ->type_name("MODEL")
         ->default_str(kModels[0].name);
     command->add_option("--scene", options->scene, "What the cameras see")
         ->check(CLI::IsMember({"room", "wall", "ramp", "plane"}))
         ->capture_default_str();
-    command->add_option("--seed", options->seed, "Seed of everything random")->capture_default_str();
+    command->add_option("--seed", options->seed, "Seed of everything random")
+        ->check(CLI::Validator(checkSeed, ""))
+        ->capture_default_str();
     command->add_option("--fps", options->framesPerSecond, "Frames per second; 0: a frame is always ready")
         ->check(CLI::Range(0.0, 1000.0))
         ->capture_default_str();
     command
         ->add_option("--fault", options->plan, "What goes wrong, such as \"unplug after frame 40, back after 350 ms\"")
         ->type_name("PLAN");
+    const auto perCamera = [&](const char* name, std::vector<std::string>& values, const char* type, const char* text) {
+        command->add_option(name, values, text)
+            ->type_name(type)
+            ->check(notEmpty)
+            ->expected(1)
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    };
+    perCamera("--serial", options->serials, "[CAMERA:]DIGITS",
+              "Serial number of 14 digits; 2:... is the second camera's");
+    perCamera("--eeprom", options->eeproms, "[CAMERA:]FILE",
+              "What the EEPROM holds: 128 bytes, from vqd eeprom backup");
+    perCamera("--table", options->tables, "[CAMERA:]TABLE=FILE",
+              "A calibration table in the camera, by its vqd table name");
     command->footer("vqd sim [OPTIONS] [MODEL...] -- PROGRAM [ARGUMENTS...]\n"
                     "Ends with the program's exit code, 128 + signal when it was killed.\n"
-                    "Examples: vqd sim VQD-HT120 VQD-RS110 --scene wall -- vqd list\n"
-                    "          vqd sim --fault \"third bulk IN stalls; every EEPROM write refused\" -- PROGRAM\n"
-                    "docs/virtual-camera.md has the language of fault plans.");
+                    "The manual (docs/virtual-camera.md) has the language of fault plans.\n"
+                    "Example: vqd sim VQD-HT120 VQD-RS110 --scene wall -- vqd list\n"
+                    "Example: vqd sim --fault \"third bulk IN stalls; every EEPROM write refused\" -- PROGRAM");
     command->callback([&run, options] {
         if (options->invocation.program.empty())
             throw CLI::RequiredError("-- PROGRAM");

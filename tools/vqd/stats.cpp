@@ -15,7 +15,6 @@
 #include "common.h"
 #include "exit_codes.h"
 #include "interrupt.h"
-#include "library_lines.h"
 #include "output.h"
 
 namespace
@@ -24,12 +23,13 @@ namespace
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
-// What happened over some time. Intervals are those between frames that came one after the other without a re-open.
+// What happened over some time. Mean and jitter are of the intervals without a re-open, the longest is of all.
 struct Tally {
     int frames = 0, errors = 0, wrongStartCodes = 0, reopens = 0;
     int intervals = 0;
     double least = 0, most = 0, sum = 0, squares = 0; // of the intervals, in ms
 
+    void addGap(double ms) { most = std::max(most, ms); }
     void addInterval(double ms)
     {
         least = intervals == 0 ? ms : std::min(least, ms);
@@ -55,7 +55,7 @@ public:
     const Tally& all() const { return m_all; }
 
     // Reads a frame and takes note of how.
-    void read(Stream& stream, Frame& frame, LibraryLines& lines)
+    void read(Stream& stream, Frame& frame)
     {
         std::optional<Failure> failure;
         try {
@@ -64,17 +64,23 @@ public:
             failure = caught;
         }
         const Clock::time_point now = Clock::now();
-        const std::vector<std::string> printed = lines.take();
-        const bool reopened = m_nDeviceOpen[m_camera.nIndex] == 1; // also where the read failed or was interrupted
+        const bool came = !failure && !stream.reopened();
+        m_outage = m_outage || stream.reopened();
+        const double passed = m_previous ? Seconds(now - *m_previous).count() * 1000 : 0;
         for (Tally* tally : {&m_all, &m_now}) {
-            tally->errors += countStarting(printed, kTransferFailed);
-            tally->wrongStartCodes += countStarting(printed, kWrongStartCode);
-            tally->reopens += reopened;
-            tally->frames += !failure && !reopened;
-            if (!failure && !reopened && m_previous)
-                tally->addInterval(Seconds(now - *m_previous).count() * 1000);
+            tally->errors += countStarting(stream.lines(), kTransferFailed);
+            tally->wrongStartCodes += countStarting(stream.lines(), kWrongStartCode);
+            tally->reopens += stream.reopened(); // also where the read failed or was interrupted
+            tally->frames += came;
+            if (!came || m_outage) // an outage lasts until a frame comes, or the end
+                tally->addGap(passed);
+            else if (m_previous)
+                tally->addInterval(passed);
         }
-        m_previous = reopened ? std::nullopt : std::optional(now);
+        if (came) {
+            m_previous = now;
+            m_outage = false;
+        }
         if (failure)
             throw Failure(*failure);
     }
@@ -144,13 +150,17 @@ private:
     const Camera& m_camera;
     Clock::time_point m_start, m_second;
     std::optional<Clock::time_point> m_previous; // frame
+    bool m_outage = false;                       // the camera was opened again since
     Tally m_all, m_now;
 };
 
-int stats(int seconds)
+struct Options {
+    int seconds = 0, frames = 0; // 0: until a signal
+};
+
+int stats(const Options& options)
 {
     Output output;
-    LibraryLines lines;
     const Session session;
     const Camera& camera = session.choose();
     session.loadAlone(camera);
@@ -160,8 +170,9 @@ int stats(int seconds)
     Statistics::header(output);
     output.finish();
     try {
-        while (!interrupted() && (seconds == 0 || statistics.seconds() < seconds)) {
-            statistics.read(stream, *frame, lines);
+        while (!interrupted() && (options.seconds == 0 || statistics.seconds() < options.seconds) &&
+               (options.frames == 0 || statistics.all().frames < options.frames)) {
+            statistics.read(stream, *frame);
             statistics.tick(output);
         }
     } catch (const Failure& failure) {
@@ -181,10 +192,14 @@ int stats(int seconds)
 void addStats(CLI::App& app, Run& run)
 {
     CLI::App* command = app.add_subcommand("stats", "Shows how frames come, a line a second, until Ctrl-C");
-    const auto seconds = std::make_shared<int>(0);
-    command->add_option("-n,--seconds", *seconds, "Ends after so many seconds")->check(CLI::Range(1, 100'000'000));
+    const auto options = std::make_shared<Options>();
+    command->add_option("-n,--frames", options->frames, "Ends after so many frames")->check(CLI::Range(1, 100'000'000));
+    command->add_option("--for", options->seconds, "Ends after so many seconds")
+        ->check(CLI::Range(1, 100'000'000))
+        ->type_name("SECONDS");
     addCommon(*command, kCamera | kJson);
-    command->footer("Intervals are between frames as they arrive; jitter is their standard deviation. With --json an "
-                    "object a line.\nExample: vqd stats -n 60");
-    command->callback([&run, seconds] { run = [seconds] { return stats(*seconds); }; });
+    command->footer("Intervals are between frames as they arrive; jitter is their standard deviation. The longest "
+                    "counts an outage too. With --json an "
+                    "object a line.\nExample: vqd stats --for 60");
+    command->callback([&run, options] { run = [options] { return stats(*options); }; });
 }

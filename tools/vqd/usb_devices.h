@@ -38,5 +38,9 @@ struct Holder {
 };
 std::vector<Holder> holdersOf(const std::string& node);
 
+// Transfers of all programs share one amount of memory of the kernel's.
+inline constexpr char kUsbMemoryLimit[] = "/sys/module/usbcore/parameters/usbfs_memory_mb";
+inline constexpr char kMoreUsbMemory[] = "echo 64 | sudo tee /sys/module/usbcore/parameters/usbfs_memory_mb";
+
 // Of any file in sysfs or procfs: its first line, as usbAttribute().
 std::string firstLine(const std::string& path);

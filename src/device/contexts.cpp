@@ -1,0 +1,92 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+#include "device/contexts.h"
+
+#include "device/device_state.h"
+
+bool BeginContextUse()
+{
+    if (libusb_init(nullptr) < 0)
+        return false;
+    if (m_nContextUses++ == 0)
+        m_pListContext = nullptr; // just started, so its list is the freshest; other contexts live on in the slots
+    return true;
+}
+
+bool EnsureContext()
+{
+    return m_pListContext != nullptr || m_nContextUses > 0 || BeginContextUse();
+}
+
+void ReleaseDeviceList()
+{
+    if (m_pDevList == nullptr)
+        return;
+    libusb_free_device_list(m_pDevList, 1);
+    m_pDevList = nullptr;
+}
+
+static void endDefaultUses()
+{
+    for (; m_nContextUses > 0; --m_nContextUses)
+        libusb_exit(nullptr);
+}
+
+void EndIfUnused(libusb_context* context)
+{
+    if (context == nullptr && m_pListContext == nullptr)
+        return; // the default context in its ordinary role ends with EndContextUses()
+    for (int n = 0; n < VQD_MAX_DEVICES; ++n)
+        if (HandleOf(n) != nullptr && m_pSlotContext[n] == context)
+            return;
+    if (context == nullptr) {
+        endDefaultUses();
+        return;
+    }
+    if (m_pListContext == context) {
+        ReleaseDeviceList(); // its devices belong to the context
+        m_pListContext = nullptr;
+    }
+    libusb_exit(context);
+}
+
+bool TakeFreshContext(bool again)
+{
+    if (SlotsWithHandle() == 0 && !again) {
+        ReleaseDeviceList();
+        if (m_pListContext != nullptr)
+            EndIfUnused(m_pListContext);
+        endDefaultUses();
+        BeginContextUse(); // GetUsbDevice() tries again and reports a failure
+        return true;
+    }
+    if (again && m_pListContext != nullptr)
+        return false; // one that is fresh already does not show the camera either
+    libusb_context* fresh = nullptr;
+    if (libusb_init(&fresh) < 0)
+        return false;
+    ReleaseDeviceList();
+    libusb_context* const before = m_pListContext;
+    m_pListContext = fresh;
+    EndIfUnused(before);
+    return true;
+}
+
+// Releases of libusb before 1.0.24 crash on the exit of a default context that is not there.
+#if LIBUSB_API_VERSION >= 0x01000108
+static constexpr bool kExitWithoutContextIsSafe = true;
+#else
+static constexpr bool kExitWithoutContextIsSafe = false;
+#endif
+
+void EndContextUses()
+{
+    if (SlotsWithHandle() > 0)
+        return;
+    if (m_pListContext != nullptr)
+        EndIfUnused(m_pListContext);
+    // Every close ends a use of the default context, also where the library has none left.
+    if (m_nContextUses == 0 && kExitWithoutContextIsSafe)
+        libusb_exit(nullptr);
+    endDefaultUses();
+}

@@ -1,0 +1,27 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The cameras that the kernel shows in sysfs but libusb's device list lacks. For a moment that is so for every camera
+// that was just plugged in: libusb waits for udev's rules. It stays so where no udev events reach the process.
+#pragma once
+
+#include <cstdint>
+
+static constexpr int kMostUnlisted = 32;
+
+struct UnlistedCamera {
+    uint8_t bus, address;
+    int searches; // in a row in which it was missing
+};
+
+struct UnlistedCameras {
+    int count;
+    UnlistedCamera cameras[kMostUnlisted];
+};
+
+// Compares sysfs with the device list held. `unlisted` holds what the search before found, and is brought up to date.
+// Nothing is missing where sysfs cannot be read.
+void FindUnlisted(UnlistedCameras& unlisted);
+
+// Whether this process may read and write the camera's device node.
+bool IsNodeReady(const UnlistedCamera& camera);

@@ -1,0 +1,176 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Where no udev events reach the process, a context's device list stays as it was when the context started. sysfs still
+// tells the truth, and a fresh context sees what it shows.
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "support/library_test.h"
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+class StaleList : public LibraryTest
+{
+protected:
+    void SetUp() override
+    {
+        char name[] = "/tmp/vqd-stale-XXXXXX";
+        ASSERT_NE(mkdtemp(name), nullptr);
+        usb.systemRoot = name;
+        fs::create_directories(usb.systemRoot + "/sys/bus/usb/devices");
+        fs::create_directories(usb.systemRoot + "/dev/bus/usb/001");
+        usb.frozenLists = true;
+    }
+
+    void TearDown() override
+    {
+        LibraryTest::TearDown();
+        fs::remove_all(usb.systemRoot);
+    }
+
+    // The camera of a port in sysfs and, where udev is through with it, a node to open.
+    void showInSysfs(size_t port, bool withNode = true)
+    {
+        const std::string device = usb.systemRoot + "/sys/bus/usb/devices/1-" + std::to_string(port + 1);
+        const int address = usb.address(port);
+        fs::create_directories(device);
+        const auto write = [&](const char* attribute, const std::string& value) {
+            std::ofstream(device + "/" + attribute) << value << "\n";
+        };
+        write("idVendor", "03a4");
+        write("idProduct", "871a");
+        write("busnum", "1");
+        write("devnum", std::to_string(address));
+        char node[16];
+        snprintf(node, sizeof node, "/%03d", address);
+        if (withNode)
+            std::ofstream(usb.systemRoot + "/dev/bus/usb/001" + node);
+    }
+
+    void plugListed(int cameras)
+    {
+        for (int i = 0; i < cameras; ++i) {
+            sim::Config config;
+            config.serial.back() = static_cast<uint8_t>(i + 1);
+            showInSysfs(usb.plug(config));
+        }
+        ASSERT_EQ(list(), cameras);
+    }
+
+    void comeBack(size_t port)
+    {
+        usb.unplug(port);
+        usb.replug(port);
+        showInSysfs(port);
+    }
+
+    static size_t occurrences(const std::string& text, const std::string& word)
+    {
+        size_t count = 0;
+        for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1))
+            ++count;
+        return count;
+    }
+
+    // After the last close nothing is left.
+    void closeAll(int cameras)
+    {
+        printed([&] {
+            for (int n = 0; n < cameras; ++n)
+                vqdDeviceClose(n);
+        });
+        EXPECT_EQ(usb.contextUses + usb.furtherContexts + usb.openHandles() + usb.listsHeld, 0);
+    }
+};
+
+TEST_F(StaleList, TheOnlyCameraIsFoundThroughTheDefaultContextStartedAgain)
+{
+    plugListed(1);
+    comeBack(0);
+    printed([] { EXPECT_EQ(vqdDeviceReOpen(0), 1); });
+    const std::string conversation = usb.conversation();
+    EXPECT_EQ(occurrences(conversation, "list, open 2"), 9u) << conversation; // the tenth search is the proof
+    EXPECT_NE(conversation.find("list, exit, init, list, open 3, reset"), std::string::npos) << conversation;
+    EXPECT_EQ(usb.furtherContexts, 0);
+    closeAll(1);
+}
+
+TEST_F(StaleList, OneOfTwoIsFoundThroughASecondContextAndTheOtherIsNotTouched)
+{
+    plugListed(2);
+    for (int round = 0; round < 2; ++round) {
+        comeBack(1);
+        printed([] { EXPECT_EQ(vqdDeviceReOpen(1), 1); });
+        EXPECT_EQ(occurrences(usb.conversation(), "init another"), 1u);
+        EXPECT_EQ(usb.furtherContexts, 1); // the one before ended with its handle
+        EXPECT_EQ(usb.contextUses, 1);
+    }
+    comeBack(0);
+    printed([] { EXPECT_EQ(vqdDeviceReOpen(0), 1); });
+    EXPECT_EQ(usb.contextUses, 0); // nothing came from the default context any more
+    closeAll(2);
+}
+
+TEST_F(StaleList, ALateCameraIsListedOnceItsNodeIsReady)
+{
+    plugListed(1);
+    showInSysfs(usb.plug(), false);
+    EXPECT_EQ(list(), 1);
+    showInSysfs(1);
+    EXPECT_EQ(list(), 2);
+    EXPECT_EQ(usb.furtherContexts, 1);
+    EXPECT_EQ(usb.contextUses, 0);
+    EXPECT_EQ(list(), 2);
+    closeAll(2);
+
+    showInSysfs(usb.plug());
+    EXPECT_EQ(list(), 3); // a context that starts is fresh anyway
+    EXPECT_EQ(usb.furtherContexts, 0);
+    closeAll(3);
+}
+
+TEST_F(StaleList, AnApplicationThatHoldsTheDefaultContextKeepsIt)
+{
+    libusb_init(nullptr);
+    showInSysfs(usb.plug());
+    EXPECT_EQ(list(), 1);
+    EXPECT_EQ(usb.furtherContexts, 1);
+    printed([] { vqdDeviceClose(0); });
+    EXPECT_EQ(usb.furtherContexts, 0);
+}
+
+// The list follows sysfs by what udev needs; that is no reason for another context.
+TEST_F(StaleList, AHealthyHostGetsNoSecondContext)
+{
+    usb.frozenLists = false;
+    usb.listDelay = 300'000;
+    showInSysfs(usb.plug(), false);
+    EXPECT_EQ(list(), -2);
+    usb.now += 300'000;
+    showInSysfs(0);
+    EXPECT_EQ(list(), 1);
+    comeBack(0);
+    usb.conversation();
+    printed([] { EXPECT_EQ(vqdDeviceReOpen(0), 1); });
+    EXPECT_EQ(occurrences(usb.conversation(), "init"), 0u);
+    closeAll(1);
+}
+
+TEST_F(StaleList, WithoutSysfsNothingChanges)
+{
+    plugListed(1);
+    comeBack(0);
+    fs::remove_all(usb.systemRoot);
+    printed([] { EXPECT_EQ(vqdDeviceReOpen(0), -3); });
+    const std::string conversation = usb.conversation();
+    EXPECT_EQ(occurrences(conversation, "list, open 2"), 101u);
+    EXPECT_EQ(occurrences(conversation, "init") + occurrences(conversation, "exit"), 0u);
+    usb.frozenLists = false;
+}
+
+} // namespace

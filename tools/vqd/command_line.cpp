@@ -1,0 +1,149 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// See command_line.h. What an option takes is known to the parser as "TYPE:CHECK", such as "INT:INT in [1 - 100]" or
+// "TEXT:{png,pgm}".
+#include "command_line.h"
+
+#include <algorithm>
+#include <numeric>
+#include <sstream>
+
+#include "exit_codes.h"
+
+const CLI::Validator notEmpty([](const std::string& text) { return text.empty() ? "it is empty" : std::string(); }, "");
+
+const CLI::Validator forFrames(
+    [](const std::string& text) {
+        return text == "illumination=0" ? "illumination=0 switches the capture off too: no frame would come, until the "
+                                          "library opened the camera again and so switched both on"
+                                        : std::string();
+    },
+    "");
+
+std::vector<std::string> wordsOf(const CLI::Option& option)
+{
+    const std::string type = option.get_type_name();
+    const size_t open = type.find('{');
+    if (open == std::string::npos)
+        return {};
+    return CLI::detail::split(type.substr(open + 1, type.find('}') - open - 1), ',');
+}
+
+namespace
+{
+
+constexpr size_t kMostShownWords = 4; // in place of a value's name; more are told in the description
+
+std::string valueName(const CLI::Option& option)
+{
+    const std::vector<std::string> words = wordsOf(option);
+    if (!words.empty() && words.size() <= kMostShownWords)
+        return CLI::detail::join(words, "|");
+    const std::string type = option.get_type_name();
+    const std::string name = type.substr(0, type.find(":{"));
+    const std::string first = name.substr(0, name.starts_with('[') ? std::string::npos : name.find(':'));
+    return first == "INT" || first == "UINT" ? "N" : first == "FLOAT" ? "NUMBER" : first;
+}
+
+// "1 to 100", or nothing.
+std::string rangeOf(const CLI::Option& option)
+{
+    const std::string type = option.get_type_name();
+    const size_t open = type.find(" in ["), dash = type.find(" - ", open), close = type.find(']', dash);
+    if (open == std::string::npos || dash == std::string::npos || close == std::string::npos)
+        return {};
+    const size_t start = open + sizeof " in [" - 1, second = dash + sizeof " - " - 1;
+    return type.substr(start, dash - start) + " to " + type.substr(second, close - second);
+}
+
+class HelpFormatter : public CLI::Formatter
+{
+public:
+    std::string make_option_name(const CLI::Option* option, bool positional) const override
+    {
+        if (positional)
+            return option->get_name(true, false);
+        return CLI::detail::join(CLI::detail::split(option->get_name(false, true), ','), ", ");
+    }
+
+    std::string make_option_opts(const CLI::Option* option) const override
+    {
+        const std::string name = valueName(*option);
+        if (name.empty() || option->get_positional()) // empty: a flag
+            return {};
+        return option->get_expected_min() == 0 ? " [" + name + "]" : " " + name;
+    }
+
+    std::string make_option_desc(const CLI::Option* option) const override
+    {
+        std::vector<std::string> notes;
+        if (const std::vector<std::string> words = wordsOf(*option); words.size() > kMostShownWords)
+            notes.push_back("one of " + CLI::detail::join(words, ", "));
+        if (const std::string range = rangeOf(*option); !range.empty())
+            notes.push_back(range);
+        if (!option->get_default_str().empty())
+            notes.push_back("default " + option->get_default_str());
+        return option->get_description() + (notes.empty() ? "" : " (" + CLI::detail::join(notes, "; ") + ")");
+    }
+
+    // Lines that start so become a list at the end, as man pages have it too.
+    std::string make_footer(const CLI::App* app) const override
+    {
+        constexpr char kExample[] = "Example: ";
+        std::string text, examples;
+        std::istringstream lines(app->get_footer());
+        for (std::string line; std::getline(lines, line);)
+            if (line.starts_with(kExample))
+                examples += "  $ " + line.substr(sizeof kExample - 1) + '\n';
+            else
+                text += line + '\n';
+        return text + (text.empty() || examples.empty() ? "" : "\n") +
+               (examples.empty() ? "" : "Examples:\n" + examples);
+    }
+};
+
+// How many letters must change, come or go.
+size_t distance(const std::string& from, const std::string& to)
+{
+    std::vector<size_t> row(to.size() + 1);
+    std::iota(row.begin(), row.end(), size_t{0});
+    for (size_t i = 0; i < from.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i + 1;
+        for (size_t j = 0; j < to.size(); ++j) {
+            const size_t changed = diagonal + (from[i] != to[j]);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({changed, diagonal + 1, row[j] + 1});
+        }
+    }
+    return row.back();
+}
+
+} // namespace
+
+std::shared_ptr<CLI::Formatter> helpFormatter()
+{
+    return std::make_shared<HelpFormatter>();
+}
+
+void requireKnownCommand(const CLI::App& app, const std::vector<std::string>& arguments)
+{
+    if (arguments.empty() || arguments[0].starts_with('-'))
+        return;
+    constexpr size_t kNear = 2;
+    std::string nearest;
+    size_t least = kNear + 1;
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+        const std::string& name = command->get_name();
+        if (name == arguments[0])
+            return;
+        const size_t away = name.starts_with(arguments[0]) ? 0 : distance(arguments[0], name);
+        if (!command->get_group().empty() && away < least && away < name.size()) {
+            least = away;
+            nearest = name;
+        }
+    }
+    throw Failure(kUsage, "there is no command '" + arguments[0] + "'; " +
+                              (nearest.empty() ? "vqd --help lists them" : "do you mean vqd " + nearest + "?"));
+}
