@@ -12,20 +12,20 @@ all='offset=-9 scatter-threshold=7 check-threshold=3 depth-range=300,4000 flip-h
 for model in VQD-HT120 VQD-RS110; do
     [[ $model == VQD-HT120 ]] || all=${all/edge=1/edge=0} # each is the other's factory setting
     # shellcheck disable=SC2016
-    ends 0 "$vqd" sim $model -- bash -ec 'vqd=$0; rm -f factory.json set.json ./*.bin
-        $vqd dump -o factory.json -q
-        $vqd set $1 --save -y -q >set.txt
-        $vqd dump -o set.json -q
-        $vqd eeprom backup set.bin -q
-        $vqd reset -y >reset.txt
-        [[ $($vqd get offset multi-cam -q | tr -s " \n" " ") == "offset 0 multi-cam 0,0,0 " ]]
-        $vqd eeprom diff set.bin --json >diff.json || [[ $? -eq 6 ]]
-        $vqd load set.json --save -y
-        $vqd dump | cmp - set.json
-        $vqd load factory.json --save -y -q
-        $vqd dump | cmp - factory.json
-        $vqd eeprom restore set.bin -y
-        $vqd eeprom diff set.bin' "$vqd" "$all"
+    ends 0 "$vqd" sim $model -- bash -ec 'vqd=$0; vqd() { "$vqd" "$@"; }; rm -f factory.json set.json ./*.bin
+        vqd dump -o factory.json -q
+        vqd set $1 --save -y -q >set.txt
+        vqd dump -o set.json -q
+        vqd eeprom backup set.bin -q
+        vqd reset -y >reset.txt
+        [[ $(vqd get offset multi-cam -q | tr -s " \n" " ") == "offset 0 multi-cam 0,0,0 " ]]
+        vqd eeprom diff set.bin --json >diff.json || [[ $? -eq 6 ]]
+        vqd load set.json --save -y
+        vqd dump | cmp - set.json
+        vqd load factory.json --save -y -q
+        vqd dump | cmp - factory.json
+        vqd eeprom restore set.bin -y
+        vqd eeprom diff set.bin' "$vqd" "$all"
     for assignment in $all; do
         grep -Eq "^${assignment%=*} +${assignment#*=}\$" set.txt || fail "not set on $model: $assignment"
         values="[${assignment#*=}]"
@@ -55,21 +55,23 @@ reset
 END
 # shellcheck disable=SC2016
 ends 0 "$vqd" sim VQD-HT120 VQD-HT110 -- bash -c 'vqd=$0; vqd() { "$vqd" "$@"; }
-    vqd eeprom backup one.bin -c 1-1; vqd eeprom backup two.bin -c 1-2; vqd dump -o two.json -c 1-2
+    port() { vqd list --json | jq -r ".cameras[] | select(.serial == \"$1\") | .port"; }
+    one=$(port 24061100000001); two=$(port 24061100000002)
+    vqd eeprom backup one.bin -c $one; vqd eeprom backup two.bin -c $two; vqd dump -o two.json -c $two
     state=$XDG_STATE_HOME; export XDG_STATE_HOME=$PWD/asked
-    echo n | script -qec "$vqd reset -c 1-1" /dev/null; [[ $? -eq 1 ]] || exit 11
+    echo n | script -qec "\"$vqd\" reset -c $one" /dev/null; [[ $? -eq 1 ]] || exit 11
     [[ ! -e asked ]] || exit 10 # no backup before the answer
     export XDG_STATE_HOME=$state
-    vqd eeprom restore two.bin -c 1-1 -y; [[ $? -eq 1 ]] || exit 12
-    XDG_STATE_HOME=/proc/nowhere vqd set offset=3 --save -y -c 1-1; [[ $? -eq 1 ]] || exit 13
-    vqd load two.json --lens -y -c 1-1; [[ $? -eq 1 ]] || exit 20 # the lens of another camera
-    env -u XDG_STATE_HOME -u HOME "$vqd" set offset=3 --save -y -c 1-1 2>nowhere; [[ $? -eq 1 ]] || exit 21
-    vqd eeprom diff one.bin -c 1-1 || exit 14
-    vqd load two.json -c 1-1 || exit 22
-    echo y | script -qec "$vqd set offset=3 --save -c 1-1" /dev/null || exit 15
-    vqd eeprom diff one.bin -c 1-1; [[ $? -eq 6 ]] || exit 16
+    vqd eeprom restore two.bin -c $one -y; [[ $? -eq 1 ]] || exit 12
+    XDG_STATE_HOME=/proc/nowhere vqd set offset=3 --save -y -c $one; [[ $? -eq 1 ]] || exit 13
+    vqd load two.json --lens -y -c $one; [[ $? -eq 1 ]] || exit 20 # the lens of another camera
+    env -u XDG_STATE_HOME -u HOME "$vqd" set offset=3 --save -y -c $one 2>nowhere; [[ $? -eq 1 ]] || exit 21
+    vqd eeprom diff one.bin -c $one || exit 14
+    vqd load two.json -c $one || exit 22
+    echo y | script -qec "\"$vqd\" set offset=3 --save -c $one" /dev/null || exit 15
+    vqd eeprom diff one.bin -c $one; [[ $? -eq 6 ]] || exit 16
     vqd set offset=1; [[ $? -eq 2 ]] || exit 17
-    vqd eeprom restore two.bin -c 1-1 -y --force || exit 18
+    vqd eeprom restore two.bin -c $one -y --force || exit 18
     vqd get -c 24061100000002; [[ $? -eq 2 ]] || exit 19' "$vqd"
 mentions err "two.json comes from camera 24061100000002; the serial number here is 24061100000001"
 mentions nowhere "XDG_STATE_HOME names another place"
