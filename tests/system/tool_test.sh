@@ -54,10 +54,10 @@ for words in get info dump lens grab stats selftest 'eeprom backup x' 'set offse
     mentions err "camera: it is empty"
 done
 
-# Which camera: by port and by address, which a dash and a colon tell apart; the port 1-2 is not the address 2.
-ends 0 "$vqd" sim VQD-HT120 VQD-RS110 -- sh -c 'for camera in 1-2 1:3 001:003 24061100000002; do
+# Which camera: by port and by address, which a dash and a colon tell apart; the camera at port 1-1 has address 3.
+ends 0 "$vqd" sim VQD-HT120 VQD-RS110 -- sh -c 'for camera in 1-1 1:3 001:003 24061100000002; do
     "$0" dump -c $camera | jq -r .camera.port; done' "$vqd"
-shows out 1-2 1-2 1-2 1-2
+shows out 1-1 1-1 1-1 1-1
 
 # No camera, no such camera, one too many
 ends 3 env ASAN_OPTIONS=verify_asan_link_order=0 umockdev-run -- "$vqd" list --json

@@ -39,7 +39,7 @@ static Place placeOf(libusb_device* device)
 
 bool EepromRead::isSigned() const
 {
-    return whole() && bytes[kSignature] == kSignatureValue;
+    return bytes[kSignature] == kSignatureValue;
 }
 
 EepromRead readEeprom(libusb_device_handle* handle)

@@ -20,7 +20,7 @@ struct EepromRead {
     Eeprom bytes{};
 
     bool whole() const { return moved == VQD_EEPROM_BYTES; }
-    bool isSigned() const;
+    bool isSigned() const; // of a whole answer
 };
 
 // On a device that the caller has opened.

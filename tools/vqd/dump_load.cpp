@@ -83,7 +83,8 @@ void compareCameras(const Camera& camera, const Json& json, const Options& optio
                              "; the serial number here is " + camera.szSerialNumber;
     if (options.lens && !common.force)
         throw Failure(kFailed, text + "; --force writes its lens all the same");
-    note("%s", text.c_str());
+    if (serial.is_string())
+        note("%s", text.c_str());
 }
 
 void show(const Camera& camera, const Options& options, bool saved, Output& output)
@@ -118,8 +119,8 @@ int load(const Options& options)
     session.loadAlone(camera);
     claim(camera);
     changeSettings(camera, save, lens ? "save these settings and this lens?" : "save these settings?", [&] {
-        applySettings(camera,
-                      differing(camera, assignments)); // spares factory values, which not every model takes back
+        // Not those that are there already: not every model takes its own factory values back.
+        applySettings(camera, differing(camera, assignments));
         requireTaken(camera, assignments);
         if (lens)
             store(camera.nIndex, *lens);
