@@ -9,14 +9,10 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 source tools/setup.sh
 
 install_packages g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev umockdev libumockdev-dev libcli11-dev \
-    libarchive-dev libpng-dev nlohmann-json3-dev
+    libarchive-dev libpng-dev nlohmann-json3-dev help2man
 
+build_preset release
 build=build/release
-mkdir -p "$build"
-echo "Building in $build"
-quietly "Configuring" "$build/demo-configure.log" cmake --preset release
-quietly "Building" "$build/demo-build.log" cmake --build --preset release -j "$(nproc)"
-
 echo "Grabbing from a virtual camera"
 echo
 rm -f demo-out/{depth,amplitude,depth16,amplitude16,points}.png demo-out/points.ply

@@ -8,6 +8,7 @@
 #   ./test.sh --valgrind         the same under valgrind, but for the long sweeps
 #   ./test.sh --soak [NUMBER]    so many (2000) disconnects of streaming cameras, under the sanitizers
 #   ./test.sh --fuzz [SECONDS]   fuzzes each target for so long (60); findings go to build/fuzz/findings
+#   ./test.sh --gcc11            the tests, built with g++ 11, as older systems have it
 #   ./test.sh --lint             clang-tidy and cppcheck
 #   ./test.sh --mutations        breaks the library in 40 places, one at a time: do the tests notice?
 #   ./test.sh --bench            no tests: builds for speed, and times the library against OpenCV
@@ -18,13 +19,13 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 source tools/setup.sh
 
 build_packages=(g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev libgtest-dev umockdev libumockdev-dev
-    libcli11-dev libarchive-dev libpng-dev nlohmann-json3-dev usbutils jq abigail-tools doxygen)
+    libcli11-dev libarchive-dev libpng-dev nlohmann-json3-dev usbutils jq abigail-tools doxygen
+    help2man)
 
 # build PRESET: configures and builds everything.
 build() {
     install_packages "${build_packages[@]}"
-    cmake --preset "$1"
-    cmake --build --preset "$1" -j "$(nproc)"
+    build_preset "$1"
 }
 
 # check PRESET: builds and runs every test of it.
@@ -36,6 +37,10 @@ check() {
 case "${1:-}" in
 '') check dev ;;
 --asan) check asan ;;
+--gcc11)
+    build_packages+=(g++-11)
+    check gcc11
+    ;;
 --valgrind)
     build_packages+=(valgrind)
     check valgrind
@@ -54,8 +59,7 @@ case "${1:-}" in
 --bench)
     install_packages g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev umockdev libumockdev-dev libbenchmark-dev \
         libopencv-dev
-    cmake --preset bench
-    cmake --build --preset bench -j "$(nproc)"
+    build_preset bench
     exec build/bench/vqd_bench
     ;;
 --packages) exec tests/packages.sh ;;

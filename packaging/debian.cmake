@@ -15,17 +15,24 @@ set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # the first line of each component's description
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 set(version ${PROJECT_VERSION}-${VQD_DEB_REVISION})
 
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libvqd-api2)
+# What dpkg-shlibdeps gives a package that uses the library. A SONAME without a number has no place in a shlibs file, so it
+# is a symbols file.
+set(symbols ${PROJECT_SOURCE_DIR}/packaging/abi/libVQD_API.symbols)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${symbols})
+file(STRINGS ${symbols} rows)
+list(TRANSFORM rows REPLACE "^([^ ]+) .*" " \\1@Base ${PROJECT_VERSION}")
+list(JOIN rows "\n" rows)
+file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/debian/symbols "libVQD_API.so libvqd-api #MINVER#\n${rows}\n")
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libvqd-api)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_SOURCE_DIR}/debian/postinst ${CMAKE_CURRENT_SOURCE_DIR}/debian/postrm
-  ${CMAKE_CURRENT_SOURCE_DIR}/debian/triggers)
+  ${CMAKE_CURRENT_SOURCE_DIR}/debian/triggers ${CMAKE_CURRENT_BINARY_DIR}/debian/symbols)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "USB time-of-flight depth cameras, library
 libVQD_API lists the cameras, configures them and delivers amplitude and
 depth images of 320 x 240 pixels, undistorted and corrected.
@@ -35,7 +42,7 @@ logged in, and members of the group plugdev, open the cameras.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvqd-api-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libvqd-api2 (= ${version})")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libvqd-api (= ${version})")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "USB time-of-flight depth cameras, development files
 libVQD_API lists the cameras, configures them and delivers amplitude and
 depth images of 320 x 240 pixels, undistorted and corrected.
@@ -46,7 +53,8 @@ page of the interface and example programs.")
 # The virtual camera works through umockdev's preload library.
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vqd-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libvqd-api2 (= ${version}), umockdev")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libvqd-api (= ${version}), umockdev")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS bash-completion)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "USB time-of-flight depth cameras, command-line tool
 vqd lists the cameras, grabs pictures and point clouds, changes settings,
 saves and restores calibration, and runs any libusb program with virtual

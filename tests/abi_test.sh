@@ -2,8 +2,8 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# Compares the binary interface (functions, data, records) with the checked-in dump. Every difference fails: one that
-# breaks programs needs a new soversion, one that only adds needs a new dump.
+# Compares the binary interface (functions, data, records) with the checked-in dump. Every difference fails: the library's
+# name has no number that could change, so nothing may break a program; what only adds needs a new dump.
 #   abi_test.sh LIBRARY DUMP INCLUDE_DIRECTORY; with UPDATE=1 it writes the dump.
 set -eu
 library=$1 dump=$2 include=$3
@@ -15,7 +15,7 @@ if [ "${UPDATE:-0}" = 1 ]; then
 fi
 abidiff --harmless "$dump" "$library" || {
     code=$?
-    [ $((code & 8)) -eq 0 ] || echo "Programs that were built before would break."
+    [ $((code & 8)) -eq 0 ] || echo "Programs that were built before would break. The interface is frozen: take it back."
     echo "If this is meant, write the dump anew: UPDATE=1 $0 $*"
     exit 1
 }

@@ -21,6 +21,5 @@ if [[ ! -d $sysroot ]]; then
         --aptopt="$work/apt.conf" "$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)" "$work/sysroot" "$work/sources.list"
     mv "$work/sysroot" "$sysroot" # only a complete one
 fi
-cmake --preset arm64
-cmake --build --preset arm64 -j "$(nproc)"
+build_preset arm64
 ctest --preset arm64 -j "$(nproc)"

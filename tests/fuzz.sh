@@ -27,8 +27,7 @@ fuzz() {
 fuzz_all() {
     local seconds=$1 target code=0
     install_packages clang libclang-rt-14-dev cmake make libusb-1.0-0-dev
-    cmake --preset fuzz
-    cmake --build --preset fuzz -j "$(nproc)"
+    build_preset fuzz
     rm -f build/fuzz/summary
     for target in fuzz/corpus/*; do
         fuzz "${target##*/}" "$seconds" || code=1

@@ -84,6 +84,9 @@ cd /tmp
 as_user vqd sim --scene plane -- vqd grab -o /tmp/pictures --cloud | grep 'depth at the centre 1[0-9]* mm'
 [[ -s /tmp/pictures/depth.png ]]
 
+[[ -e /usr/share/man/man1/vqd.1.gz && -e /usr/share/man/man1/vqd-grab.1.gz && -e /usr/share/man/man3/VQD_API.h.3.gz ]]
+bash -c '. /usr/share/bash-completion/completions/vqd && complete -p vqd' >/dev/null
+
 step "build against"
 examples=/usr/share/doc/libvqd-api-dev/examples
 cmake -S $examples -B /tmp/cmake >/tmp/cmake.log
@@ -95,15 +98,15 @@ as_user vqd sim --scene plane -- /tmp/first_frame | grep ' mm ahead'
 step "upgrade"
 get install /tmp/new/*.deb
 said 'control --reload-rules'
-[[ $(dpkg-query -W -f '${Version} ' libvqd-api2 libvqd-api-dev vqd-tools) == "$(dpkg-deb -f /tmp/new/vqd-tools*.deb Version | sed 's/.*/& & & /')" ]]
+[[ $(dpkg-query -W -f '${Version} ' libvqd-api libvqd-api-dev vqd-tools) == "$(dpkg-deb -f /tmp/new/vqd-tools*.deb Version | sed 's/.*/& & & /')" ]]
 as_user vqd sim --scene plane -- /tmp/first_frame | grep ' mm ahead'
 
 step "remove and purge"
-get remove libvqd-api2
+get remove libvqd-api
 said 'control --reload-rules'
 must_fail command -v vqd
 [[ ! -e /usr/lib/udev/rules.d/60-vqd-camera.rules ]]
-dpkg --purge libvqd-api2 libvqd-api-dev vqd-tools
+dpkg --purge libvqd-api libvqd-api-dev vqd-tools
 get autoremove --purge
 listing >/tmp/after
 diff /tmp/before /tmp/after

@@ -18,11 +18,13 @@ if grep -rIl -e "$work/first" -e "$build" "$prefix"; then
 fi
 
 runs_moved() {
-    ldd "$1" | grep -q "libVQD_API.so.2 => $prefix/" || { ldd "$1" && return 1; }
+    ldd "$1" | grep -q "libVQD_API.so => $prefix/" || { ldd "$1" && return 1; }
     "$prefix/bin/vqd" sim --scene plane -- "$@" | tee "$work/out" | grep -q -e '1[45][0-9][0-9] mm ahead' -e ' points in '
 }
 
-ldd "$prefix/bin/vqd" | grep -q "libVQD_API.so.2 => $prefix/"
+[ "$(find "$prefix" -name 'libVQD_API.so*' | sed 's/.*\///')" = libVQD_API.so ] # one file, no links
+[ -s "$prefix/share/bash-completion/completions/vqd" ]
+ldd "$prefix/bin/vqd" | grep -q "libVQD_API.so => $prefix/"
 examples=$prefix/share/doc/libvqd-api-dev/examples
 
 cmake -S "$examples" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" \

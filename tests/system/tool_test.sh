@@ -60,7 +60,7 @@ ends 0 "$vqd" sim VQD-HT120 VQD-RS110 -- sh -c 'for camera in 1-1 1:3 001:003 24
 shows out 1-1 1-1 1-1 1-1
 
 # No camera, no such camera, one too many
-ends 3 env ASAN_OPTIONS=verify_asan_link_order=0 umockdev-run -- "$vqd" list --json
+ends 3 on_an_empty_bus list --json
 mentions err "no camera found"
 json out '.cameras == []'
 ends 3 "$vqd" sim -- "$vqd" grab -o none -c 7
