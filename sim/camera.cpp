@@ -1,8 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The camera's life from power-up to unplugging, its parameter image, and the faults on control and bulk OUT
-// transfers.
+// The camera's life from power-up to unplugging, its parameter image, and how a fault of the plan looks to the host.
 #include "camera.h"
 
 #include <algorithm>
@@ -20,7 +19,7 @@ Camera::Camera(Config config) : eeprom(factoryEeprom(config)), m_config(std::mov
         m_plan.add(fault);
     if (!hostCorrects(m_config.product))
         return;
-    regions[kFppnRegion] = fppnTable();
+    regions[kFppn4x4Region] = fppnTable();
     regions[kOrthogonalRegion] = orthogonalTable();
 }
 
@@ -38,7 +37,7 @@ Outcome Camera::control(const Setup& setup, std::span<uint8_t> data, TimeUs now)
     if (now < m_silentUntil)
         return {Status::timeout, 0, false};
     data = data.first(std::min<size_t>(data.size(), setup.length));
-    const bool vendor = (setup.requestType & 0x60) == 0x40;
+    const bool vendor = (setup.requestType & 0x60) == kVendorOut;
     if (!vendor)
         return answerStandard(setup, data);
 
@@ -63,8 +62,7 @@ Outcome Camera::bulkOut(uint8_t endpoint, std::span<const uint8_t> data, TimeUs 
     if (const auto fault = m_plan.meet(m_framesSent, Channel::bulkOut)) {
         if (const auto spoilt = spoil(*fault, now))
             return *spoilt;
-        // The line went quiet in the middle of the image: the host sees a short success, the camera has no
-        // image.
+        // The line went quiet in the middle of the image: the host sees a short success, the camera has no image.
         if (fault->kind == Fault::Kind::shortened && fault->bytes < data.size())
             return {Status::ok, fault->bytes};
     }
@@ -73,6 +71,34 @@ Outcome Camera::bulkOut(uint8_t endpoint, std::span<const uint8_t> data, TimeUs 
     m_armed = false;
     takeImage(data, now);
     return {Status::ok, kImageBytes};
+}
+
+// What ends a transfer before the camera acts on it; nothing for `shortened` and `badStartCode`, which let the camera
+// act.
+std::optional<Outcome> Camera::spoil(Fault fault, TimeUs now)
+{
+    switch (fault.kind) {
+    case Fault::Kind::stall:
+        return Outcome{Status::stall};
+    case Fault::Kind::timeout:
+        return Outcome{Status::timeout, 0, false};
+    case Fault::Kind::overflow:
+        return Outcome{Status::overflow};
+    case Fault::Kind::ioError:
+        return Outcome{Status::ioError};
+    case Fault::Kind::noMemory:
+        return Outcome{Status::noMemory};
+    case Fault::Kind::unplug:
+        unplug(now, fault.backAfter);
+        return Outcome{Status::noDevice};
+    case Fault::Kind::silence:
+        m_silentUntil = addTime(now, std::max<TimeUs>(fault.backAfter, 0));
+        return Outcome{Status::timeout, 0, false};
+    case Fault::Kind::shortened:
+    case Fault::Kind::badStartCode:
+        break;
+    }
+    return std::nullopt;
 }
 
 void Camera::takeImage(std::span<const uint8_t> image, TimeUs now)

@@ -16,81 +16,13 @@
 #include <string>
 #include <vector>
 
+#include "fault_plan.h"
 #include "frame_clock.h"
+#include "frame_source.h"
+#include "wire.h"
 
 namespace sim
 {
-
-inline constexpr size_t kImageBytes = 512;  // one parameter image
-inline constexpr size_t kEepromBytes = 128; // its persistent part
-inline constexpr size_t kPixels = 320 * 240;
-inline constexpr size_t kFrameBytes = 512 + 2 * kPixels * 2; // header, amplitude plane, depth plane
-inline constexpr size_t kResidueBytes = 2048;                // what is left in the FIFO after request 0xB4
-inline constexpr uint8_t kBulkOut = 0x02;
-inline constexpr uint8_t kBulkIn = 0x86;
-
-using Image = std::array<uint8_t, kImageBytes>;
-using Eeprom = std::array<uint8_t, kEepromBytes>;
-
-// What a frame source gets to know of the camera that asks it for a frame.
-struct FrameRequest {
-    uint64_t index;     // 0 for the first frame after power-up, then 1, 2, ... also over a grab stop and start
-    TimeUs exposed;     // when the frame was exposed, since power-up
-    const Image& image; // the camera's working registers
-    const std::string& product;
-};
-
-struct FrameSource {
-    virtual ~FrameSource() = default;
-    // Writes two planes of 320 x 240: amplitude, then depth in millimetres with 0 for invalid.
-    virtual void render(const FrameRequest& request, std::span<uint16_t, kPixels> amplitude,
-                        std::span<uint16_t, kPixels> depth) = 0;
-};
-
-enum class Status { ok, stall, timeout, overflow, ioError, noMemory, noDevice };
-
-enum class Channel { control, bulkOut, bulkIn, any };
-
-// One line of a fault plan: the nth transfer that matches, and the `times` - 1 after it, go wrong.
-struct Fault {
-    enum class Kind {
-        stall,        // refused by the camera
-        timeout,      // never answered: moves nothing and takes the caller's whole time-out
-        overflow,     // the camera sends more than was asked for
-        ioError,      // the line is broken for this transfer
-        noMemory,     // the host has no memory for the transfer: it is refused before it reaches the bus
-        shortened,    // succeeds, but moves only `bytes` bytes
-        badStartCode, // the frame's first byte is wrong; only on bulkIn
-        unplug,       // the camera vanishes; back after `backAfter` on a new address
-        silence       // the camera answers nothing for `backAfter`; a frame comes late, all else times out
-    };
-    Kind kind = Kind::stall;
-    Channel channel = Channel::control;
-    int request = -1;          // on control: this bRequest only; -1 any vendor request (standard requests never count)
-    unsigned nth = 1;          // 1 is the first matching transfer after the line joined the plan
-    unsigned times = 1;        // how many in a row; 0 for ever
-    size_t bytes = 0;          // shortened: how many bytes arrive
-    TimeUs backAfter = kNever; // unplug, silence: kNever stays away
-    uint64_t afterFrames = 0;  // transfers match only once the camera has sent so many frames
-};
-
-// Counts transfers against its lines. Every line counts each transfer that matches it, also one that another line
-// spoils.
-class FaultPlan
-{
-public:
-    void add(const Fault& fault);
-
-    // A transfer starts: the fault that it meets, if any. `request` is only looked at on the control channel.
-    std::optional<Fault> meet(uint64_t framesSent, Channel channel, int request = -1);
-
-private:
-    struct Line {
-        Fault fault;
-        uint64_t seen = 0;
-    };
-    std::vector<Line> m_lines;
-};
 
 struct Config {
     std::string product = "VQD-HT120";
@@ -105,17 +37,6 @@ struct Config {
     // Keeps sending, dark, while byte 11 is not 1 after a start, as models with a separate illumination driver do. A
     // FIFO reset (0xB2, 0xB4), a USB reset and unplugging end that.
     bool darkFrames = false;
-};
-
-struct Setup {
-    uint8_t requestType, request;
-    uint16_t value, index, length;
-};
-
-struct Outcome {
-    Status status = Status::ok;
-    size_t bytes = 0;     // moved
-    bool complete = true; // bulk IN: the transfer ends here (buffer full or short packet); false: more may come later
 };
 
 class Camera
@@ -197,7 +118,7 @@ private:
     Outcome cutShort(std::span<uint8_t> data, TimeUs now);
     bool refill(TimeUs now);
     void writeHeader(uint64_t index);
-    void render(const FrameClock::Frame& frame);
+    void render(const FrameClock::Exposure& frame);
 
     Config m_config;
     FaultPlan m_plan;

@@ -24,74 +24,35 @@ static constexpr uint8_t low(uint16_t value)
 {
     return static_cast<uint8_t>(value & 0xFF);
 }
+
 static constexpr uint8_t high(uint16_t value)
 {
     return static_cast<uint8_t>(value >> 8);
 }
 
+// A line for each part.
+// clang-format off
+
 std::vector<uint8_t> Camera::deviceDescriptor() const
 {
     constexpr uint8_t kUsbRelease = 2, kControlPacket = 64, kConfigurations = 1;
     const auto vendor = m_config.vendorId, product = m_config.productId;
-    return {18,
-            kDevice,
-            0,
-            kUsbRelease,
-            0,
-            0,
-            0,
-            kControlPacket,
-            low(vendor),
-            high(vendor),
-            low(product),
-            high(product),
-            0,
-            1,
-            kManufacturer,
-            kProduct,
-            kSerial,
-            kConfigurations};
+    return {18, kDevice, 0, kUsbRelease, 0, 0, 0, kControlPacket, // the interface tells the class
+            low(vendor), high(vendor), low(product), high(product),
+            0, 1, kManufacturer, kProduct, kSerial, kConfigurations}; // release 1.00
 }
 
 std::vector<uint8_t> Camera::configDescriptor() const
 {
     constexpr uint8_t kBusPowered = 0x80, k500mA = 250, kVendorClass = 0xFF, kBulk = 2;
-    constexpr uint16_t kPacket = 512, kTotal = 9 + 9 + 7 + 7;
-    return {
-        9,
-        kConfiguration,
-        low(kTotal),
-        high(kTotal),
-        1,
-        1,
-        0,
-        kBusPowered,
-        k500mA, //
-        9,
-        kInterface,
-        0,
-        0,
-        2,
-        kVendorClass,
-        0,
-        0,
-        0, //
-        7,
-        kEndpoint,
-        kBulkOut,
-        kBulk,
-        low(kPacket),
-        high(kPacket),
-        0, //
-        7,
-        kEndpoint,
-        kBulkIn,
-        kBulk,
-        low(kPacket),
-        high(kPacket),
-        0,
-    };
+    constexpr uint16_t kPacket = kPacketBytes, kTotal = 9 + 9 + 7 + 7;
+    return {9, kConfiguration, low(kTotal), high(kTotal), 1, 1, 0, kBusPowered, k500mA,
+            9, kInterface, 0, 0, 2, kVendorClass, 0, 0, 0,
+            7, kEndpoint, kBulkOut, kBulk, low(kPacket), high(kPacket), 0,
+            7, kEndpoint, kBulkIn, kBulk, low(kPacket), high(kPacket), 0};
 }
+
+// clang-format on
 
 std::string serialText(const Config& config)
 {

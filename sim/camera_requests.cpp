@@ -6,40 +6,23 @@
 
 #include <algorithm>
 
-#include "registers.h"
-
 namespace sim
 {
 
-enum VendorRequest : uint8_t {
-    kTakeImage = 0xB1,
-    kResetReadBuffer = 0xB2,
-    kCompleteOpen = 0xB3,
-    kFlushReadBuffer = 0xB4,
-    kWriteEeprom = 0xB7,
-    kReadEeprom = 0xB8,
-    kWriteTable = 0xBA,
-    kReadTable = 0xBB,
-};
-
-static constexpr uint8_t kVendorOut = 0x40, kVendorIn = 0xC0;
-static constexpr uint16_t kCommandBytes = 64; // of no meaning, but every command carries them
-static constexpr uint16_t kEepromValue = 0x1200;
-
-// The size of a chunk tells which layout is coming where one region serves two.
+// A chunk's size tells the layout where one region serves two.
 struct TableLayout {
     uint16_t region, chunk;
     size_t bytes;
 };
 
 static constexpr TableLayout kTables[] = {
-    {0x0000, 256, 3840},      // wiggling
-    {0x0000, 128, 8192},      // wiggling, long form
-    {0x2000, 128, 8192},      // wiggling, second frequency
-    {0x0F00, 256, 12288},     // FPPN, plain
-    {kFppnRegion, 128, 9600}, // FPPN of 4x4 blocks
-    {0x5800, 128, 6144},      // FPPN of 5x5 blocks
-    {kOrthogonalRegion, 128, 4096},
+    {kWigglingRegion, 256, 3840},       // 15 chunks
+    {kWigglingRegion, 128, 8192},       // 64 chunks
+    {kSecondWigglingRegion, 128, 8192}, // 64 chunks
+    {kPlainFppnRegion, 256, 12288},     // 48 chunks
+    {kFppn4x4Region, 128, 9600},        // 75 chunks
+    {kFppn5x5Region, 128, 6144},        // 48 chunks
+    {kOrthogonalRegion, 128, 4096},     // 32 chunks
 };
 
 static bool isRegion(uint16_t value)
@@ -64,7 +47,7 @@ Outcome Camera::answer(const Setup& setup, std::span<uint8_t> data, TimeUs now)
         return {Status::stall};
     if (in && setup.request == kReadTable)
         return readTable(setup, data);
-    const bool eepromAddressed = setup.value == kEepromValue && setup.length == kEepromBytes;
+    const bool eepromAddressed = setup.value == kEepromRegion && setup.length == kEepromBytes;
     if (out && setup.request == kWriteEeprom && eepromAddressed) {
         std::copy(data.begin(), data.end(), eeprom.begin());
         return {Status::ok, data.size()};

@@ -14,21 +14,6 @@
 namespace sim
 {
 
-static constexpr size_t kPacket = 512;
-static constexpr size_t kHeaderBytes = 512;
-static_assert(kFrameBytes % kPacket == 0 && kResidueBytes % kPacket == 0, "no block ends with a short packet");
-
-// Header bytes. A host may not interpret those from 10 on; this camera puts its frame number into 16 to 23,
-// low byte first.
-enum Header : size_t {
-    kStart0 = 0,
-    kStart1 = 1,
-    kTemperature = 6,
-    kVersionSecond = 8,
-    kVersionFirst = 9,
-    kFrameNumber = 16
-};
-
 void Camera::emptyFifo()
 {
     m_fifo.clear();
@@ -107,7 +92,7 @@ Outcome Camera::drain(std::span<uint8_t> data, TimeUs now)
     while (moved < data.size()) {
         if (fifoBytes() == 0 && !refill(now))
             return {Status::ok, moved, false};
-        const size_t packets = (data.size() - moved) / kPacket * kPacket;
+        const size_t packets = (data.size() - moved) / kPacketBytes * kPacketBytes;
         if (packets == 0)
             return {Status::overflow, moved}; // the next packet is larger than the room that is left
         const size_t count = std::min(packets, fifoBytes());
@@ -168,8 +153,8 @@ static uint16_t temperatureCounts(uint64_t index)
 
 void Camera::writeHeader(uint64_t index)
 {
-    m_fifo[kStart0] = 0x44;
-    m_fifo[kStart1] = 0x33;
+    m_fifo[kStart0] = kStartCode0;
+    m_fifo[kStart1] = kStartCode1;
     const uint16_t temperature = temperatureCounts(index);
     m_fifo[kTemperature] = static_cast<uint8_t>(temperature & 0xFF);
     m_fifo[kTemperature + 1] = static_cast<uint8_t>(temperature >> 8);
@@ -183,10 +168,10 @@ void Camera::writeHeader(uint64_t index)
     }
 }
 
-void Camera::render(const FrameClock::Frame& frame)
+void Camera::render(const FrameClock::Exposure& frame)
 {
     m_planes.assign(2 * kPixels, 0);
-    const Planes planes = {std::span(m_planes).first<kPixels>(), std::span(m_planes).last<kPixels>()};
+    const FramePlanes planes = {std::span(m_planes).first<kPixels>(), std::span(m_planes).last<kPixels>()};
     if (!m_grabbing) {
         darken(frame.index, planes);
         return;

@@ -7,23 +7,22 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "registers.h"
+
 namespace sim
 {
 
 struct ByteRow {
-    uint8_t at, value;
+    size_t at;
+    uint8_t value;
 };
 
 static constexpr ByteRow kSettings[] = {
-    {1, 10},   // check threshold
-    {2, 2},    // orthogonal correction off
-    {4, 0x81}, // signature of a valid image
-    {6, 9},    // integration time 900
-    {9, 0xE2}, // no flip
-    {22, 0x3A},
-    {23, 0x98}, // depth range 0 to 15000
-    {64, 0x01},
-    {65, 0x2C}, // depth gap 300
+    {kCheckThreshold, 10},
+    {kOrthogonalSwitch, 2}, // off
+    {kSignature, 0x81},
+    {kIntegrationTime, 9},
+    {kFlipCode, 0xE2}, // none
     // Sensor timing, of which the host knows nothing.
     {12, 0x13},
     {13, 0xFA},
@@ -42,52 +41,49 @@ static constexpr ByteRow kSettings[] = {
     {39, 0xAC},
 };
 
-// Two bytes, high byte first: a magnitude of 15 bits under a sign bit. Focal lengths and centres are positive
-// and never reach it.
-struct LensRow {
-    uint8_t at;
-    int16_t value;
+// Two bytes, high byte first: a magnitude of 15 bits under a sign bit.
+struct PairRow {
+    size_t at;
+    int value;
 };
 
-static constexpr LensRow kLens[] = {
-    // Depth lens: pixels in tenths, k in thousandths; k3, p1, p2 and skew are 0.
-    {80, 2040}, // fx 204.0
-    {82, 2040}, // fy
-    {84, -346}, // k1
-    {86, 120},  // k2
-    {90, 1600}, // cx 160.0
-    {92, 1200}, // cy
-    // Colour lens: likewise, p in thousandths.
-    {100, 2513}, // fx 251.3
-    {102, 2511}, // fy
-    {104, 81},   // k1
-    {106, -164}, // k2
-    {110, 1587}, // cx
-    {112, 1214}, // cy
-    {114, 2},    // p1
-    {116, -1},   // p2
-    // Rotation to the colour camera in ten-thousandths; the other elements lie behind the EEPROM.
-    {120, 9999}, // r11
-    {122, -87},  // r12
-    {124, 105},  // r13
-    {126, 88},   // r21
+// What is not here is 0, or lies behind the EEPROM.
+static constexpr PairRow kPairs[] = {
+    {kMaxDepth, 15000},        // mm
+    {kDepthGap, 300},          // mm
+    {kDepthLens + kFx, 2040},  // 204.0 pixels
+    {kDepthLens + kFy, 2040},  // 204.0
+    {kDepthLens + kK1, -346},  // -0.346
+    {kDepthLens + kK2, 120},   // 0.120
+    {kDepthLens + kCx, 1600},  // 160.0
+    {kDepthLens + kCy, 1200},  // 120.0
+    {kColourLens + kFx, 2513}, // 251.3
+    {kColourLens + kFy, 2511}, // 251.1
+    {kColourLens + kK1, 81},   // 0.081
+    {kColourLens + kK2, -164}, // -0.164
+    {kColourLens + kCx, 1587}, // 158.7
+    {kColourLens + kCy, 1214}, // 121.4
+    {kColourLens + kP1, 2},    // 0.002
+    {kColourLens + kP2, -1},   // -0.001
+    {kRotation, 9999},         // 0.9999; r11
+    {kRotation + 2, -87},      // -0.0087; r12
+    {kRotation + 4, 105},      // 0.0105; r13
+    {kRotation + 6, 88},       // 0.0088; r21
 };
 
 Eeprom factoryEeprom(const Config& config)
 {
-    constexpr size_t kFrequencyCode = 5, kSerial = 57;
-    constexpr uint8_t k10MHz = 1, k20MHz = 2;
     Eeprom bytes{};
     for (const ByteRow& row : kSettings)
         bytes[row.at] = row.value;
-    const bool longRange = config.product.find("VQD-RS") != std::string::npos;
-    bytes[kFrequencyCode] = longRange ? k10MHz : k20MHz;
-    std::ranges::copy(config.serial, bytes.begin() + kSerial);
-    for (const LensRow& row : kLens) {
+    for (const PairRow& row : kPairs) {
         const int magnitude = std::abs(row.value);
         bytes[row.at] = static_cast<uint8_t>(magnitude >> 8 | (row.value < 0 ? 0x80 : 0));
-        bytes[row.at + 1u] = static_cast<uint8_t>(magnitude & 0xFF);
+        bytes[row.at + 1] = static_cast<uint8_t>(magnitude & 0xFF);
     }
+    const bool longRange = config.product.find("VQD-RS") != std::string::npos;
+    bytes[kFrequencyCode] = longRange ? k10MHz : k20MHz;
+    std::ranges::copy(config.serial, bytes.begin() + kSerialNumber);
     return bytes;
 }
 

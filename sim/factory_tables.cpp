@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "wire.h"
+
 namespace sim
 {
 
@@ -39,7 +41,7 @@ std::vector<uint8_t> orthogonalTable()
     constexpr double kOne = 10000;
     std::vector<uint8_t> bytes;
     for (int i = 0; i < kFactors; i++) {
-        const double tangent = static_cast<double>(i) / kFactorsPerPixel / Lens{}.fx;
+        const double tangent = static_cast<double>(i) / kFactorsPerPixel / Optics{}.fx;
         append(bytes, std::lround(kOne / std::sqrt(1 + tangent * tangent)));
     }
     return bytes;
@@ -60,7 +62,7 @@ static int blockAt(double pixel, int blocks)
     return static_cast<int>(std::clamp(pixel / kBlock, 0.0, blocks - 1.0));
 }
 
-std::vector<RawError> rawErrors(const Lens& lens)
+std::vector<RawError> rawErrors(const Optics& lens)
 {
     std::vector<RawError> errors;
     errors.reserve(kPixels);

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "lens_model.h"
+#include "optics.h"
 
 namespace sim
 {
@@ -29,6 +29,6 @@ struct RawError {
 };
 
 // One for each raw pixel behind this lens.
-std::vector<RawError> rawErrors(const Lens& lens);
+std::vector<RawError> rawErrors(const Optics& lens);
 
 } // namespace sim

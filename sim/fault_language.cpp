@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// See fault_language.h. A plan is cut into words; phrases of one or more words are looked up in tables.
+// A plan is cut into words; phrases of one or more words are looked up in tables.
 #include "fault_language.h"
 
 #include <algorithm>
@@ -9,6 +9,10 @@
 #include <cmath>
 #include <iterator>
 #include <optional>
+#include <span>
+
+#include "fault_words.h"
+#include "wire.h"
 
 namespace sim
 {
@@ -23,11 +27,16 @@ struct Transfer {
 };
 
 constexpr Transfer kTransfers[] = {
-    {"bulk in", Channel::bulkIn, -1},        {"frame", Channel::bulkIn, -1},
-    {"bulk out", Channel::bulkOut, -1},      {"image", Channel::bulkOut, -1},
-    {"eeprom read", Channel::control, 0xB8}, {"eeprom write", Channel::control, 0xB7},
-    {"table read", Channel::control, 0xBB},  {"table write", Channel::control, 0xBA},
-    {"control", Channel::control, -1},       {"transfer", Channel::any, -1},
+    {"bulk in", Channel::bulkIn, -1},
+    {"frame", Channel::bulkIn, -1},
+    {"bulk out", Channel::bulkOut, -1},
+    {"image", Channel::bulkOut, -1},
+    {"eeprom read", Channel::control, kReadEeprom},
+    {"eeprom write", Channel::control, kWriteEeprom},
+    {"table read", Channel::control, kReadTable},
+    {"table write", Channel::control, kWriteTable},
+    {"control", Channel::control, -1},
+    {"transfer", Channel::any, -1},
 };
 
 struct Effect {
@@ -66,62 +75,10 @@ constexpr struct {
 constexpr double kMostSeconds = 1e6;
 constexpr double kMostCount = 1e9;
 
-struct Word {
-    std::string text; // lower case; empty at the end of the plan
-    size_t at;
-    bool number; // starts with a digit
-};
-
-bool isDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
-bool isLetter(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-
-// Words, numbers, ":" "," ";". A line's end is a ";", a comment is nothing. A number and its unit are two words.
-std::vector<Word> cut(std::string_view plan)
-{
-    std::vector<Word> words;
-    for (size_t i = 0; i < plan.size();) {
-        const size_t start = i;
-        const auto take = [&](auto fits) {
-            while (i < plan.size() && fits(plan[i]))
-                ++i;
-        };
-        const bool number = isDigit(plan[i]);
-        if (plan.substr(i, 2) == "0x" || plan.substr(i, 2) == "0X")
-            take([](char c) { return isDigit(c) || isLetter(c); });
-        else if (number)
-            take([](char c) { return isDigit(c) || c == '.'; });
-        else if (isLetter(plan[i]))
-            take(isLetter);
-        else if (plan[i] == '#')
-            take([](char c) { return c != '\n'; });
-        else if (std::string_view(":,;\n").find(plan[i]) != std::string_view::npos || !isspace(plan[i]))
-            ++i;
-        else
-            take([](char c) { return isspace(c) && c != '\n'; });
-
-        std::string text(plan.substr(start, i - start));
-        if (text == "\n")
-            text = ";";
-        if (text[0] == '#' || isspace(text[0]))
-            continue;
-        std::transform(text.begin(), text.end(), text.begin(), [](char c) { return isLetter(c) ? c | 0x20 : c; });
-        words.push_back({std::move(text), start, number});
-    }
-    words.push_back({"", plan.size(), false});
-    return words;
-}
-
 class Parser
 {
 public:
-    Parser(std::string_view plan, size_t cameras) : m_plan(plan), m_words(cut(plan)), m_cameras(cameras) {}
+    Parser(std::string_view plan, size_t cameras) : m_plan(plan), m_words(cutIntoWords(plan)), m_cameras(cameras) {}
 
     std::vector<PlannedFault> parse()
     {

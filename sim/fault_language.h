@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "camera.h"
+#include "fault_plan.h"
 
 namespace sim
 {

@@ -70,13 +70,13 @@ void FrameClock::setPeriod(TimeUs now, TimeUs period)
     m_period = period;
 }
 
-std::optional<FrameClock::Frame> FrameClock::take(TimeUs now)
+std::optional<FrameClock::Exposure> FrameClock::take(TimeUs now)
 {
     const uint64_t complete = completeBy(now);
     if (complete <= m_next)
         return std::nullopt;
     m_next = complete;
-    return Frame{complete - 1, m_period == 0 ? now : completionOf(complete)};
+    return Exposure{complete - 1, m_period == 0 ? now : completionOf(complete)};
 }
 
 void FrameClock::skip(TimeUs now)

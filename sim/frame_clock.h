@@ -18,7 +18,7 @@ TimeUs addTime(TimeUs time, TimeUs more); // saturates at kNever; `more` is not 
 class FrameClock
 {
 public:
-    struct Frame {
+    struct Exposure {
         uint64_t index;
         TimeUs completed;
     };
@@ -33,7 +33,7 @@ public:
     void setPeriod(TimeUs now, TimeUs period);
 
     // The newest complete frame, unless it was taken before; older ones are dropped.
-    std::optional<Frame> take(TimeUs now);
+    std::optional<Exposure> take(TimeUs now);
 
     // Drops all frames that are complete.
     void skip(TimeUs now);

@@ -12,26 +12,24 @@
 namespace sim
 {
 
-static constexpr size_t kColumns = 320, kRows = 240;
-
 // The distance in millimetres at which the phase starts anew.
 static uint16_t unambiguousRange(uint8_t frequencyCode)
 {
     switch (frequencyCode) {
-    case 0x02:
+    case k20MHz:
         return 7500;
-    case 0x03:
-    case 0x33:
+    case k30MHz:
+    case k30And30MHz:
         return 5000;
-    case 0x04:
-    case 0x44:
+    case k40MHz:
+    case k40And40MHz:
         return 3750;
-    case 0x05:
-    case 0x55:
+    case k50MHz:
+    case k50And50MHz:
         return 3000;
-    case 0x06:
+    case k60MHz:
         return 2500;
-    default: // 10 MHz, and 45 and 56 MHz, which pair two frequencies
+    default: // 10 MHz, and two different frequencies, which tell as far together
         return 15000;
     }
 }
@@ -62,7 +60,7 @@ static void clipDepth(uint16_t least, uint16_t most, std::span<uint16_t> depth)
 
 // Drops a bright enough pixel whose depth differs too much from that of its right, lower and lower right
 // neighbours. In place: a pixel only looks at neighbours that the scan has not reached yet.
-static void removeEdges(uint8_t threshold, uint8_t spread, const Planes& planes)
+static void removeEdges(uint8_t threshold, uint8_t spread, const FramePlanes& planes)
 {
     constexpr uint8_t kOff = 255, kUsualSpread = 100;
     if (threshold == kOff)
@@ -90,7 +88,7 @@ static void flip(uint8_t code, std::span<uint16_t> plane)
                                      plane.subspan((kRows - 1 - row) * kColumns, kColumns));
 }
 
-void applyRegisters(const Image& registers, bool correctsInCamera, const Planes& planes)
+void applyRegisters(const Image& registers, bool correctsInCamera, const FramePlanes& planes)
 {
     wrapDepth(unambiguousRange(registers[kFrequencyCode]), planes.depth);
     scaleAmplitude(registers[kIntegrationTime], planes.amplitude);
@@ -102,7 +100,7 @@ void applyRegisters(const Image& registers, bool correctsInCamera, const Planes&
     flip(registers[kFlipCode], planes.depth);
 }
 
-void darken(uint64_t index, const Planes& planes)
+void darken(uint64_t index, const FramePlanes& planes)
 {
     const uint64_t key = scramble(index);
     for (size_t i = 0; i < kPixels; i++)

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "lens_model.h"
+#include "optics.h"
 
 namespace sim
 {

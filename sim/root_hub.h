@@ -9,7 +9,7 @@
 #include <span>
 #include <vector>
 
-#include "camera.h"
+#include "wire.h"
 
 namespace sim
 {

@@ -11,7 +11,7 @@
 #include <iterator>
 
 #include "factory_tables.h"
-#include "lens_model.h"
+#include "optics.h"
 #include "noise.h"
 #include "registers.h"
 #include "room.h"
@@ -170,7 +170,7 @@ template <typename Look> Field fieldOf(Look look)
     return field;
 }
 
-Field wallField(const Lens& lens)
+Field wallField(const Optics& lens)
 {
     constexpr float kDistance = 2000, kTilt = 0.2f, kPaint = 0.6f;
     const float steepness = std::sqrt(1 + kTilt * kTilt);

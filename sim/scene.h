@@ -8,7 +8,8 @@
 #include <optional>
 #include <string_view>
 
-#include "camera.h"
+#include "frame_source.h"
+#include "optics.h"
 
 namespace sim
 {
@@ -20,16 +21,10 @@ enum class SceneKind {
     plane, // depth 1500 and amplitude 1000 everywhere
 };
 
-// The lens that the scene is rendered through (Brown-Conrady: radial k1 k2 k3, tangential p1 p2; pixels of 320 x 240).
-struct Lens {
-    double fx = 204, fy = 204, cx = 160, cy = 120;
-    double k1 = -0.346, k2 = 0.12, k3 = 0, p1 = 0, p2 = 0;
-};
-
 struct SceneOptions {
     SceneKind kind = SceneKind::room;
     uint64_t seed = 1;
-    Lens lens = {};
+    Optics lens = {}; // that the scene is rendered through
     double noise = 1; // scale of all noise; 0 for exact scenes
     // Room and wall before a host-corrected camera: depth as its sensor measures it, for the host to correct with the
     // camera's tables. Else, and for every other camera, depth along the optical axis.

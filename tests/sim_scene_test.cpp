@@ -9,7 +9,7 @@
 #include <limits>
 
 #include "factory_tables.h"
-#include "lens_model.h"
+#include "optics.h"
 #include "room.h"
 #include "scene.h"
 
@@ -42,12 +42,12 @@ TEST(SimLens, UndoesTheDistortionThatTheLensAddsAndGivesUpBeyondItsFold)
         {283.9985, 212.8039, 159 / 204.0, 119 / 204.0},
     };
     for (const auto& c : cases) {
-        const Ray ray = rayThrough(Lens{}, c.column, c.row);
+        const Ray ray = rayThrough(Optics{}, c.column, c.row);
         EXPECT_NEAR(ray.x, c.x, 1e-6);
         EXPECT_NEAR(ray.y, c.y, 1e-6);
     }
 
-    const Lens skewed{.k1 = -0.2, .k2 = 0.05, .k3 = 0.01, .p1 = 0.01, .p2 = -0.02};
+    const Optics skewed{.k1 = -0.2, .k2 = 0.05, .k3 = 0.01, .p1 = 0.01, .p2 = -0.02};
     const Ray ray = rayThrough(skewed, 250, 60);
     const double x = ray.x, y = ray.y, r2 = x * x + y * y;
     const double radial = 1 + skewed.k1 * r2 + skewed.k2 * r2 * r2 + skewed.k3 * r2 * r2 * r2;
@@ -55,8 +55,8 @@ TEST(SimLens, UndoesTheDistortionThatTheLensAddsAndGivesUpBeyondItsFold)
     EXPECT_NEAR((y * radial + skewed.p1 * (r2 + 2 * y * y) + 2 * skewed.p2 * x * y) * 204 + 120, 60, 1e-3);
 
     const double nan = std::numeric_limits<double>::quiet_NaN();
-    for (const Lens& none :
-         {Lens{.k1 = -2, .k2 = 0}, Lens{.fx = 0}, Lens{.cy = nan}, Lens{.fx = 1e-300, .k1 = 0, .k2 = 0}})
+    for (const Optics& none :
+         {Optics{.k1 = -2, .k2 = 0}, Optics{.fx = 0}, Optics{.cy = nan}, Optics{.fx = 1e-300, .k1 = 0, .k2 = 0}})
         EXPECT_TRUE(std::isnan(rayThrough(none, 0, 0).x));
 }
 
@@ -70,7 +70,7 @@ TEST(SimScene, ExactScenesAreExactWithoutNoise)
         ASSERT_EQ(ramp.amplitude[i], 400 + 2 * (i / 320));
         ASSERT_EQ(plane.depth[i], 1500);
         ASSERT_EQ(plane.amplitude[i], 1000);
-        const Ray ray = rayThrough(Lens{}, static_cast<double>(i % 320), static_cast<double>(i / 320));
+        const Ray ray = rayThrough(Optics{}, static_cast<double>(i % 320), static_cast<double>(i / 320));
         ASSERT_NEAR(wall.depth[i] - 0.2 * ray.x * wall.depth[i], 2000, 0.7); // a flat wall in space
     }
 }
@@ -90,7 +90,7 @@ TEST(SimScene, AHostCorrectedCameraMeasuresAlongTheRayAndTooShort)
     EXPECT_EQ(depthOf(SceneKind::wall, false, "VQD-HT950X"), plain);
     EXPECT_EQ(depthOf(SceneKind::ramp, true, "VQD-HT120"), depthOf(SceneKind::ramp, true, "VQD-HT110"));
     for (size_t i = 0; i < kPixels; i++) {
-        const Ray ray = rayThrough(Lens{}, static_cast<double>(i % 320), static_cast<double>(i / 320));
+        const Ray ray = rayThrough(Optics{}, static_cast<double>(i % 320), static_cast<double>(i / 320));
         const double column = 204 * ray.x + 160, row = 204 * ray.y + 120, radius = 204 * std::hypot(ray.x, ray.y);
         if (column < 0 || row < 0 || column >= 319 || row >= 239)
             continue; // seen by no undistorted pixel

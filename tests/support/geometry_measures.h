@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "VQD_API.h"
-#include "sim/lens_model.h"
+#include "sim/optics.h"
 #include "sim/scene.h"
 
 // Everything below a sloping line is bright; the line's image is sharp to a quarter of a pixel.

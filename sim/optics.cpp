@@ -2,10 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Newton's method on the Brown-Conrady model, once for each pixel.
-#include "lens_model.h"
+#include "optics.h"
 
 #include <cmath>
 #include <limits>
+
+#include "wire.h"
 
 namespace sim
 {
@@ -18,7 +20,7 @@ struct Distorted {
 };
 } // namespace
 
-static Distorted distort(const Lens& lens, double x, double y)
+static Distorted distort(const Optics& lens, double x, double y)
 {
     const double r2 = x * x + y * y;
     const double radial = 1 + r2 * (lens.k1 + r2 * (lens.k2 + r2 * lens.k3));
@@ -34,7 +36,7 @@ static Distorted distort(const Lens& lens, double x, double y)
     };
 }
 
-Ray rayThrough(const Lens& lens, double column, double row)
+Ray rayThrough(const Optics& lens, double column, double row)
 {
     constexpr int kMostSteps = 30;
     constexpr double kGoodEnough = 1e-18; // square of a distance in normalised coordinates
@@ -59,7 +61,7 @@ Ray rayThrough(const Lens& lens, double column, double row)
     return {kNone, kNone};
 }
 
-std::vector<Ray> rawRays(const Lens& lens, double columnShift, double rowShift)
+std::vector<Ray> rawRays(const Optics& lens, double columnShift, double rowShift)
 {
     std::vector<Ray> rays;
     rays.reserve(kPixels);

@@ -6,12 +6,14 @@
 
 #include <vector>
 
-#include "scene.h"
-
 namespace sim
 {
 
-inline constexpr int kColumns = 320, kRows = 240;
+// Brown-Conrady: radial k1 k2 k3, tangential p1 p2; fx, fy, cx and cy in pixels of 320 x 240.
+struct Optics {
+    double fx = 204, fy = 204, cx = 160, cy = 120;
+    double k1 = -0.346, k2 = 0.12, k3 = 0, p1 = 0, p2 = 0;
+};
 
 // A direction with z = 1: x to the right, y down. Not a number where the lens model has no answer.
 struct Ray {
@@ -19,9 +21,9 @@ struct Ray {
 };
 
 // The undistorted direction that the lens puts on a raw image position.
-Ray rayThrough(const Lens& lens, double column, double row);
+Ray rayThrough(const Optics& lens, double column, double row);
 
 // One ray for each raw pixel, shifted by a part of a pixel, row by row.
-std::vector<Ray> rawRays(const Lens& lens, double columnShift = 0, double rowShift = 0);
+std::vector<Ray> rawRays(const Optics& lens, double columnShift = 0, double rowShift = 0);
 
 } // namespace sim
