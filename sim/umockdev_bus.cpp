@@ -1,13 +1,11 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// See umockdev_bus.h. Two threads: umockdev's own answers the clients' ioctls; the bus's thread moves frames when they
-// are due and does everything that umockdev's event sender allows one thread only: plugging and unplugging.
+// There are two threads. umockdev's own answers the ioctls of clients. The bus's thread moves frames when they are due;
+// it also plugs and unplugs, because umockdev's event sender allows only one thread to do that.
 #include "umockdev_bus.h"
 
 #include <algorithm>
-#include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
@@ -15,16 +13,14 @@
 #include <exception>
 #include <list>
 #include <malloc.h>
-#include <mutex>
-#include <optional>
+#include <memory>
 #include <stdexcept>
 #include <thread>
 
 #include <umockdev.h>
 
-#include "device_node.h"
 #include "root_hub.h"
-#include "usbfs.h"
+#include "umockdev_device.h"
 
 namespace sim
 {
@@ -32,7 +28,7 @@ namespace sim
 namespace
 {
 
-using Clock = std::chrono::steady_clock;
+using Clock = BusShare::Clock;
 
 constexpr char kHubPath[] = "/devices/pci0000:00/0000:00:14.0/usb1";
 
@@ -41,35 +37,6 @@ constexpr auto kEventToFailure = std::chrono::milliseconds(10);
 
 constexpr unsigned kMostAddresses = 127; // of a USB bus
 constexpr TimeUs kRetryUs = 1'000'000;   // for a camera that could not be plugged in
-
-// An opener becomes known a moment after it has opened the node.
-constexpr auto kBeforeRetiring = std::chrono::milliseconds(500);
-
-std::string hex(const std::vector<uint8_t>& bytes)
-{
-    std::string text;
-    for (const uint8_t byte : bytes) {
-        text += "0123456789ABCDEF"[byte >> 4];
-        text += "0123456789ABCDEF"[byte & 15];
-    }
-    return text;
-}
-
-std::string hex(uint16_t value)
-{
-    return hex({static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value & 0xFF)});
-}
-
-std::string threeDigits(unsigned number)
-{
-    const std::string text = std::to_string(number);
-    return std::string(3 - std::min<size_t>(text.size(), 3), '0') + text;
-}
-
-std::string nodeOf(unsigned address)
-{
-    return "/dev/bus/usb/001/" + threeDigits(address);
-}
 
 std::vector<uint8_t> joined(std::vector<uint8_t> first, const std::vector<uint8_t>& second)
 {
@@ -102,119 +69,50 @@ UMockdevTestbed* newTestbed()
 
 } // namespace
 
-// A device at one address. It outlives its unplugging: clients that still hold it open get their answers from here.
-struct Attachment {
-    Bus::State* bus;
-    UsbPort port;
-    unsigned address;
-    std::string sysPath;
-    DeviceNode node;
-    UMockdevIoctlBase* handler;
-    unsigned clients = 0; // that have it open
-    std::optional<Clock::time_point> goneSince{};
-};
-
 struct Slot {
     std::unique_ptr<Camera> camera;
     std::string sysPath;
-    Attachment* attached = nullptr; // null while unplugged
+    UmockdevDevice* attached = nullptr; // null while unplugged
 };
 
 struct Bus::State {
     explicit State(const BusOptions& options);
     ~State();
 
-    TimeUs now() const
-    {
-        const std::chrono::duration<double, std::micro> passed = Clock::now() - born;
-        return static_cast<TimeUs>(passed.count() * options.timeScale);
-    }
-
-    // At most an hour from now: long enough to look again.
-    Clock::time_point when(TimeUs time) const
-    {
-        const double wait = static_cast<double>(time - now()) / options.timeScale;
-        return Clock::now() + std::chrono::microseconds(static_cast<int64_t>(std::clamp(wait, 0.0, 3.6e9)));
-    }
-
     void run();
     void onThread(const std::function<void()>& task);
     TimeUs serve(std::unique_lock<std::mutex>& lock);
-    Attachment* attach(Camera* camera, const std::string& sysPath, const std::string& attributes,
-                       const std::vector<uint8_t>& descriptors);
+    UmockdevDevice* attach(Camera* camera, const std::string& sysPath, const std::string& attributes,
+                           const std::vector<uint8_t>& descriptors);
     void attachCamera(Slot& slot);
     void attachReturned(Slot& slot);
     void detach(Slot& slot, std::unique_lock<std::mutex>& lock);
     unsigned freeAddress();
-    void retire(const Attachment& attachment);
     Clock::time_point retireUnused();
 
-    static void update(Attachment& a) { a.node.setReady(a.port.reapable()); }
-
-    BusOptions options;
-    Clock::time_point born = Clock::now();
     UMockdevTestbed* testbed;
     std::string root;
 
-    std::mutex mutex; // guards everything below
-    std::condition_variable wake;
+    BusShare share; // its lock guards everything below
     std::deque<std::function<void()>> tasks;
     std::vector<Slot> slots;
-    std::list<std::unique_ptr<Attachment>> attachments; // also those that are gone, until their address is needed
+    std::list<UmockdevDevice> devices; // also those that are gone, until no client has them open
     unsigned lastAddress = 0;
     bool stopping = false;
     std::thread thread;
 };
 
-static gboolean onIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer data)
-{
-    auto& attachment = *static_cast<Attachment*>(data);
-    Bus::State& bus = *attachment.bus;
-    {
-        const std::lock_guard lock(bus.mutex);
-        const TimeUs now = bus.now();
-        answerIoctl(client, {attachment.port, attachment.address, bus.options.capabilities}, now);
-        attachment.port.moveBulkIn(now);
-        Bus::State::update(attachment);
-    }
-    bus.wake.notify_one();
-    return TRUE;
-}
-
-// umockdev tells nobody that a client has closed the device, but its object of the client ends then.
-static void onClientGone(gpointer data, GObject* client)
-{
-    auto& attachment = *static_cast<Attachment*>(data);
-    {
-        const std::lock_guard lock(attachment.bus->mutex);
-        attachment.port.close(client);
-        --attachment.clients;
-        Bus::State::update(attachment);
-    }
-    attachment.bus->wake.notify_one();
-}
-
-static void onClient(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer data)
-{
-    auto* const attachment = static_cast<Attachment*>(data);
-    {
-        const std::lock_guard lock(attachment->bus->mutex);
-        ++attachment->clients;
-    }
-    g_object_weak_ref(G_OBJECT(client), onClientGone, data);
-}
-
-Bus::State::State(const BusOptions& busOptions) : options(busOptions)
+Bus::State::State(const BusOptions& options)
 {
     if (!isPreloaded())
         throw std::runtime_error("the virtual bus needs libumockdev-preload.so.0 in its process (LD_PRELOAD)");
-    // Else every frame's buffer is mapped and unmapped anew, at three times the cost of the frame.
+    // Otherwise malloc maps and unmaps the buffer of each frame, at three times the cost of the frame itself.
     mallopt(M_TRIM_THRESHOLD, 256 << 20);
     mallopt(M_MMAP_THRESHOLD, 32 << 20);
+    share.timeScale = options.timeScale;
+    share.capabilities = options.capabilities;
     testbed = newTestbed();
-    gchar* directory = umockdev_testbed_get_root_dir(testbed);
-    root = directory;
-    g_free(directory);
+    root = rootOf(testbed);
     thread = std::thread([this] { run(); });
     onThread([this] {
         attach(nullptr, kHubPath, "A: product=Virtual root hub\\n\n",
@@ -225,50 +123,43 @@ Bus::State::State(const BusOptions& busOptions) : options(busOptions)
 Bus::State::~State()
 {
     {
-        const std::lock_guard lock(mutex);
+        const std::lock_guard lock(share.mutex);
         stopping = true;
     }
-    wake.notify_one();
+    share.wake.notify_one();
     thread.join();
-    for (const auto& attachment : attachments)
-        retire(*attachment);
+    for (UmockdevDevice& device : devices)
+        device.retire();
     g_object_unref(testbed);
 }
 
-// Nobody is answered at this address any more.
-void Bus::State::retire(const Attachment& attachment)
-{
-    umockdev_testbed_detach_ioctl(testbed, nodeOf(attachment.address).c_str(), nullptr);
-    g_object_unref(attachment.handler);
-}
-
-// Forgets devices that are gone and that nobody has open any more. Returns when to look again.
+// Forgets devices that nobody can reach any more. Returns when to look again.
 Clock::time_point Bus::State::retireUnused()
 {
     auto next = Clock::time_point::max();
-    for (auto it = attachments.begin(); it != attachments.end();) {
-        const Attachment& attachment = **it;
-        const bool unused = attachment.goneSince && attachment.clients == 0;
-        if (unused && Clock::now() >= *attachment.goneSince + kBeforeRetiring) {
-            retire(attachment);
-            it = attachments.erase(it);
+    for (auto device = devices.begin(); device != devices.end();) {
+        const auto here = device++;
+        const auto unused = here->unusedFrom();
+        if (!unused)
+            continue;
+        if (Clock::now() < *unused) {
+            next = std::min(next, *unused);
             continue;
         }
-        if (unused)
-            next = std::min(next, *attachment.goneSince + kBeforeRetiring);
-        ++it;
+        here->retire();
+        devices.erase(here);
     }
     return next;
 }
 
-// The next address in turn that no device has and no client holds open: a late client of the device that was there
-// shall not meet another.
+// The next address in turn that no device has and no client holds open, so that a client that still holds the old
+// device cannot reach a new one.
 unsigned Bus::State::freeAddress()
 {
     for (unsigned tries = 0; tries < kMostAddresses; ++tries) {
         lastAddress = lastAddress % kMostAddresses + 1;
-        if (std::none_of(attachments.begin(), attachments.end(),
-                         [&](const auto& attachment) { return attachment->address == lastAddress; }))
+        if (std::none_of(devices.begin(), devices.end(),
+                         [&](const UmockdevDevice& device) { return device.address() == lastAddress; }))
             return lastAddress;
     }
     throw std::runtime_error("virtual bus: all 127 addresses are taken or held open");
@@ -280,7 +171,7 @@ void Bus::State::onThread(const std::function<void()>& task)
     bool done = false;
     std::exception_ptr error;
     std::condition_variable finished;
-    std::unique_lock lock(mutex);
+    std::unique_lock lock(share.mutex);
     tasks.push_back([&] {
         try {
             task();
@@ -292,7 +183,7 @@ void Bus::State::onThread(const std::function<void()>& task)
         done = true;
         finished.notify_one();
     });
-    wake.notify_one();
+    share.wake.notify_one();
     finished.wait(lock, [&] { return done; });
     if (error)
         std::rethrow_exception(error);
@@ -300,7 +191,7 @@ void Bus::State::onThread(const std::function<void()>& task)
 
 void Bus::State::run()
 {
-    std::unique_lock lock(mutex);
+    std::unique_lock lock(share.mutex);
     while (!stopping) {
         if (!tasks.empty()) {
             const auto task = std::move(tasks.front());
@@ -310,7 +201,7 @@ void Bus::State::run()
         const TimeUs next = serve(lock);
         const Clock::time_point unusedUntil = retireUnused();
         if (tasks.empty() && !stopping)
-            wake.wait_until(lock, std::min(when(next), unusedUntil));
+            share.wake.wait_until(lock, std::min(share.when(next), unusedUntil));
     }
 }
 
@@ -322,60 +213,34 @@ TimeUs Bus::State::serve(std::unique_lock<std::mutex>& lock)
         Camera& camera = *slot.camera;
         if (slot.attached != nullptr && !camera.plugged())
             detach(slot, lock);
-        if (!camera.plugged() && camera.returnsAt() <= now())
-            camera.plug(now());
+        if (!camera.plugged() && camera.returnsAt() <= share.now())
+            camera.plug(share.now());
         if (slot.attached == nullptr && camera.plugged())
             attachReturned(slot);
         if (slot.attached == nullptr) {
             next = std::min(next, camera.returnsAt());
             continue;
         }
-        slot.attached->port.moveBulkIn(now());
-        update(*slot.attached);
-        next = std::min(next, slot.attached->port.nextBulkIn(now()));
+        slot.attached->port.moveBulkIn(share.now());
+        slot.attached->update();
+        next = std::min(next, slot.attached->port.nextBulkIn(share.now()));
     }
     return next;
 }
 
-Attachment* Bus::State::attach(Camera* camera, const std::string& sysPath, const std::string& attributes,
-                               const std::vector<uint8_t>& descriptors)
+UmockdevDevice* Bus::State::attach(Camera* camera, const std::string& sysPath, const std::string& attributes,
+                                   const std::vector<uint8_t>& descriptors)
 {
-    const unsigned address = freeAddress();
-    const std::string node = nodeOf(address);
-    attachments.push_back(std::unique_ptr<Attachment>(
-        new Attachment{this, UsbPort(camera), address, sysPath, DeviceNode(root + node), umockdev_ioctl_base_new()}));
-    Attachment* attachment = attachments.back().get();
-    g_signal_connect(attachment->handler, "handle-ioctl", G_CALLBACK(onIoctl), attachment);
-    g_signal_connect(attachment->handler, "client-connected", G_CALLBACK(onClient), attachment);
-
-    const std::string number = std::to_string(address);
-    const std::string description =
-        "P: " + sysPath + "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: DRIVER=usb\nE: DEVNAME=" + node +
-        "\nE: MAJOR=189\nE: MINOR=" + std::to_string(address - 1) +
-        "\nE: BUSNUM=001\nE: DEVNUM=" + threeDigits(address) + "\nA: busnum=1\\n\nA: devnum=" + number +
-        "\\n\nA: speed=480\\n\nA: bConfigurationValue=1\\n\n" + attributes + "H: descriptors=" + hex(descriptors) +
-        "\n";
-    GError* error = nullptr;
-    umockdev_testbed_attach_ioctl(testbed, node.c_str(), attachment->handler, &error);
-    if (error == nullptr)
-        umockdev_testbed_add_from_string(testbed, description.c_str(), &error);
-    if (error != nullptr) {
-        const std::string message = error->message;
-        g_error_free(error);
-        attachment->goneSince = Clock::now();
-        throw std::runtime_error("virtual bus: " + message);
-    }
-    return attachment;
+    UmockdevDevice& device = devices.emplace_back(testbed, share, camera, freeAddress(), sysPath);
+    device.announce(attributes, descriptors);
+    return &device;
 }
 
 void Bus::State::attachCamera(Slot& slot)
 {
-    const Config& config = slot.camera->config();
-    const std::string attributes =
-        "A: idVendor=" + hex(config.vendorId) + "\\n\nA: idProduct=" + hex(config.productId) +
-        "\\n\nA: manufacturer=" + config.manufacturer + "\\n\nA: product=" + config.product + "\\n\n";
-    slot.attached = attach(slot.camera.get(), slot.sysPath, attributes,
-                           joined(slot.camera->deviceDescriptor(), slot.camera->configDescriptor()));
+    const Camera& camera = *slot.camera;
+    slot.attached = attach(slot.camera.get(), slot.sysPath, attributesOf(camera.config()),
+                           joined(camera.deviceDescriptor(), camera.configDescriptor()));
 }
 
 // A camera that finds no place stays away for a while, and says why.
@@ -385,25 +250,20 @@ void Bus::State::attachReturned(Slot& slot)
         attachCamera(slot);
     } catch (const std::exception& error) {
         fprintf(stderr, "%s\n", error.what());
-        slot.camera->unplug(now(), kRetryUs);
+        slot.camera->unplug(share.now(), kRetryUs);
     }
 }
 
-// The order of a real unplug, as libusb notices it: event, failing transfers, no device.
+// The order of an unplug as libusb notices it: the event, failing transfers, no device.
 void Bus::State::detach(Slot& slot, std::unique_lock<std::mutex>& lock)
 {
-    Attachment& attachment = *slot.attached;
-    const std::string path = "/sys" + attachment.sysPath;
-    attachment.port.freeze();
+    UmockdevDevice& device = *slot.attached;
+    device.port.freeze();
     lock.unlock(); // clients go on being answered
-    umockdev_testbed_uevent(testbed, path.c_str(), "remove");
+    device.announceUnplug();
     std::this_thread::sleep_for(kEventToFailure);
     lock.lock();
-    attachment.port.fail();
-    update(attachment);
-    umockdev_testbed_remove_device(testbed, path.c_str());
-    attachment.node.unlink();
-    attachment.goneSince = Clock::now();
+    device.vanish();
     slot.attached = nullptr;
 }
 
@@ -430,12 +290,12 @@ size_t Bus::add(Config config, unsigned port)
 
 void Bus::unplug(size_t index, TimeUs backAfter)
 {
-    m_state->onThread([&] { m_state->slots.at(index).camera->unplug(m_state->now(), backAfter); });
+    m_state->onThread([&] { m_state->slots.at(index).camera->unplug(m_state->share.now(), backAfter); });
 }
 
 void Bus::plug(size_t index)
 {
-    m_state->onThread([&] { m_state->slots.at(index).camera->plug(m_state->now()); });
+    m_state->onThread([&] { m_state->slots.at(index).camera->plug(m_state->share.now()); });
 }
 
 void Bus::withCamera(size_t index, const std::function<void(Camera&)>& look)
@@ -447,8 +307,8 @@ unsigned Bus::address(size_t index)
 {
     unsigned address = 0;
     m_state->onThread([&] {
-        const Attachment* attached = m_state->slots.at(index).attached;
-        address = attached != nullptr ? attached->address : 0;
+        const UmockdevDevice* attached = m_state->slots.at(index).attached;
+        address = attached != nullptr ? attached->address() : 0;
     });
     return address;
 }

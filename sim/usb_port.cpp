@@ -131,7 +131,7 @@ int UsbPort::submitBulk(Urb&& urb, TimeUs now)
         conclude(std::move(urb), outcome);
         return 0;
     }
-    bool& refuses = m_sessions[urb.opener].refusesContinuation;
+    bool& refuses = m_openers[urb.opener].refusesContinuation;
     refuses = refuses && continues(urb);
     if (refuses)
         return EREMOTEIO;
@@ -217,7 +217,7 @@ void UsbPort::finish(Urb&& urb, int status)
     urb.status = status == 0 && tooShort ? -EREMOTEIO : status;
     const bool cut = isBulkIn(urb) && urb.status != 0 && urb.status != -ENOENT && urb.status != -ECONNRESET;
     const Opener opener = urb.opener;
-    m_sessions[opener].done.push_back(std::move(urb));
+    m_openers[opener].done.push_back(std::move(urb));
     if (cut)
         cutSeries(opener);
 }
@@ -226,7 +226,7 @@ void UsbPort::finish(Urb&& urb, int status)
 // follows.
 void UsbPort::cutSeries(Opener opener)
 {
-    m_sessions[opener].refusesContinuation = true;
+    m_openers[opener].refusesContinuation = true;
     for (auto urb = m_pending.begin(); urb != m_pending.end();) {
         const auto here = urb++;
         if (here->opener != opener || !isBulkIn(*here))
@@ -272,7 +272,7 @@ int UsbPort::reset(TimeUs now)
 
 std::optional<Urb> UsbPort::reap(Opener opener)
 {
-    auto& done = m_sessions[opener].done;
+    auto& done = m_openers[opener].done;
     if (done.empty())
         return std::nullopt;
     std::optional<Urb> first = std::move(done.front());
@@ -283,7 +283,7 @@ std::optional<Urb> UsbPort::reap(Opener opener)
 void UsbPort::close(Opener opener)
 {
     m_pending.remove_if([&](const Urb& urb) { return urb.opener == opener; });
-    m_sessions.erase(opener);
+    m_openers.erase(opener);
     if (m_owner == opener)
         m_owner = nullptr;
 }
@@ -301,8 +301,8 @@ void UsbPort::fail()
 
 bool UsbPort::reapable() const
 {
-    return std::any_of(m_sessions.begin(), m_sessions.end(),
-                       [](const auto& session) { return !session.second.done.empty(); });
+    return std::any_of(m_openers.begin(), m_openers.end(),
+                       [](const auto& opener) { return !opener.second.done.empty(); });
 }
 
 } // namespace sim

@@ -68,7 +68,7 @@ public:
     Camera* camera() const { return m_camera; }
 
 private:
-    struct Session {
+    struct OpenerState {
         std::list<Urb> done;
         bool refusesContinuation = false; // after a failed bulk IN, until a transfer starts anew
     };
@@ -86,7 +86,7 @@ private:
     Opener m_owner = nullptr; // holds the claim on interface 0
     bool m_frozen = false, m_gone = false;
     std::list<Urb> m_pending;
-    std::map<Opener, Session> m_sessions;
+    std::map<Opener, OpenerState> m_openers;
 };
 
 } // namespace sim

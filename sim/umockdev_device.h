@@ -1,0 +1,88 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// What umockdev is told of one device: its node, its entry in sysfs, and who answers the ioctls of its clients.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <umockdev.h>
+
+#include "device_node.h"
+#include "usb_port.h"
+
+namespace sim
+{
+
+// What the devices share with the thread of their bus.
+struct BusShare {
+    using Clock = std::chrono::steady_clock;
+
+    TimeUs now() const;                        // on the clock of the cameras
+    Clock::time_point when(TimeUs time) const; // an hour from now at most: long enough to look again
+
+    double timeScale = 1;
+    uint32_t capabilities = 0;
+    Clock::time_point born = Clock::now();
+    std::mutex mutex; // guards the devices and the cameras
+    std::condition_variable wake;
+};
+
+// Lives at one address, and longer than it is plugged in: clients that still hold it open get their answers from here.
+class UmockdevDevice
+{
+public:
+    // Of a camera, or of the root hub without one. The device shows once it is announced.
+    UmockdevDevice(UMockdevTestbed* testbed, BusShare& share, Camera* camera, unsigned address, std::string sysPath);
+    UmockdevDevice(const UmockdevDevice&) = delete;
+    UmockdevDevice& operator=(const UmockdevDevice&) = delete;
+
+    // Throws when umockdev refuses the device, which then counts as gone.
+    void announce(const std::string& attributes, const std::vector<uint8_t>& descriptors);
+
+    // The two steps of an unplug. The first must not hold the lock: it sends the event, which clients may act on at
+    // once.
+    void announceUnplug();
+    void vanish();
+
+    // Nobody is answered at this address any more. To be called once, before the device is destroyed. While a client
+    // has it open, the device must outlive the testbed, which still calls back when the client ends.
+    void retire();
+
+    // With the lock held: lets clients reap what has completed.
+    void update() { m_node.setReady(port.reapable()); }
+
+    // When the device may be forgotten, for it is gone and no client has it open.
+    std::optional<BusShare::Clock::time_point> unusedFrom() const;
+
+    unsigned address() const { return m_address; }
+
+    UsbPort port;
+
+private:
+    static gboolean onIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self);
+    static void onClient(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self);
+    static void onClientGone(gpointer self, GObject* client);
+
+    UMockdevTestbed* m_testbed;
+    BusShare& m_share;
+    unsigned m_address;
+    std::string m_sysPath;
+    DeviceNode m_node;
+    UMockdevIoctlBase* m_handler;
+    unsigned m_clients = 0; // that have it open
+    std::optional<BusShare::Clock::time_point> m_goneSince;
+};
+
+std::string rootOf(UMockdevTestbed* testbed); // its directory
+
+// The sysfs attributes that name a camera.
+std::string attributesOf(const Config& config);
+
+} // namespace sim
