@@ -12,7 +12,6 @@ namespace
 {
 
 constexpr size_t kCentre = 120 * 320 + 160;
-constexpr char kSent[] = "B1 64, wait 100000, out 512, wait 200000";
 
 struct Model {
     const char* product;
@@ -70,7 +69,7 @@ void Application::listCameras()
 
 void Application::changeSettings()
 {
-    const std::string shortWait = std::string(kSent) + ", wait 100", longWait = std::string(kSent) + ", wait 100000";
+    const std::string shortWait = kImageSent + ", wait 100", longWait = kImageSent + ", wait 100000";
     const struct {
         const char* what;
         int (*set)(int, int);
@@ -78,14 +77,14 @@ void Application::changeSettings()
         std::string sent;
         int (*get)(int);
     } settings[] = {
-        {"offset", vqdSetOffset, -7, kSent, vqdGetOffset},
-        {"scatter", vqdSetScatterThreshold, 3, kSent, vqdGetScatterThreshold},
-        {"check", vqdSetCheckThreshold, 12, kSent, vqdGetCheckThreshold},
-        {"sync", vqdSetMultiSyncMode, 0, kSent, vqdGetMultiSyncMode},
+        {"offset", vqdSetOffset, -7, kImageSent, vqdGetOffset},
+        {"scatter", vqdSetScatterThreshold, 3, kImageSent, vqdGetScatterThreshold},
+        {"check", vqdSetCheckThreshold, 12, kImageSent, vqdGetCheckThreshold},
+        {"sync", vqdSetMultiSyncMode, 0, kImageSent, vqdGetMultiSyncMode},
         {"flip columns", vqdSetFlipHorizontal, 0, longWait, vqdGetFlipHorizontal},
         {"flip rows", vqdSetFlipVertical, 0, longWait, vqdGetFlipVertical},
-        {"delay", vqdSetFPSDelay, 5, kSent, vqdGetFPSDelay},
-        {"edges", vqdSetRemoveEdge, 0, kSent, vqdGetRemoveEdge},
+        {"delay", vqdSetFPSDelay, 5, kImageSent, vqdGetFPSDelay},
+        {"edges", vqdSetRemoveEdge, 0, kImageSent, vqdGetRemoveEdge},
     };
     for (const auto& s : settings) {
         expect(
@@ -99,7 +98,7 @@ void Application::changeSettings()
     EXPECT_EQ(least * 10000 + most, 5007000);
     expect(CALL(vqdSetModuleFrequency(0, 20)), 1, longWait);
     expect(CALL(vqdGetModuleFrequency(0)), 20, "");
-    expect(CALL(vqdSetRemoveMotionBlur(0, 1, 40)), 1, kSent);
+    expect(CALL(vqdSetRemoveMotionBlur(0, 1, 40)), 1, kImageSent);
     const sim::Image& registers = usb.camera(0).registers;
     EXPECT_EQ(memcmp(registers.data(), stCamParam[0].image, 512), 0);
     EXPECT_EQ(registers[33], 5);
@@ -108,13 +107,10 @@ void Application::changeSettings()
 
 void Application::grabInEveryMode()
 {
-    std::string start;
-    for (int i = 0; i < 5; ++i)
-        start += "wait 100000, B1 64, ";
-    expect(CALL(vqdGrabStart(0)), 1, start + "wait 100, " + kSent + ", " + kSent + ", wait 100000");
+    expect(CALL(vqdGrabStart(0)), 1, kBurst + ", wait 100, " + kImageSent + ", " + kImageSent + ", wait 100000");
     for (const int mode : {0, 1, 2, 3}) {
         SCOPED_TRACE(mode);
-        expect(CALL(vqdSetUndistortion(0, mode)), 1, kSent);
+        expect(CALL(vqdSetUndistortion(0, mode)), 1, kImageSent);
         expect(CALL(vqdGetUndistortion(0)), mode, "");
         EXPECT_EQ(usb.camera(0).registers[48], mode);
         read();
@@ -132,10 +128,10 @@ void Application::grabInEveryMode()
 // A wall at 2000 + 0.2 X, seen with mode 2 and both corrections.
 void Application::correct()
 {
-    expect(CALL(vqdSetUndistortion(0, 2)), 1, kSent);
-    expect(CALL(vqdSetFPPN(0, 1)), 1, kSent);
-    expect(CALL(vqdSetOrthogonal(0, 1)), 1, kSent);
-    expect(CALL(vqdSetRemoveEdge(0, 1)), 1, kSent);
+    expect(CALL(vqdSetUndistortion(0, 2)), 1, kImageSent);
+    expect(CALL(vqdSetFPPN(0, 1)), 1, kImageSent);
+    expect(CALL(vqdSetOrthogonal(0, 1)), 1, kImageSent);
+    expect(CALL(vqdSetRemoveEdge(0, 1)), 1, kImageSent);
     const sim::Image& registers = usb.camera(0).registers;
     EXPECT_EQ(registers[48], model.hostCorrected ? 18 : 2);
     EXPECT_EQ(registers[2], model.hostCorrected ? 2 : 19);
@@ -196,14 +192,14 @@ TEST_P(Application, RunsASessionAndAnotherOne)
     config.product = model.product;
     config.source = sim::makeScene({.kind = sim::SceneKind::wall, .noise = 0});
     usb.plug(config);
-    const std::string stop = std::string("wait 100, ") + kSent + ", wait 100000";
+    const std::string stop = std::string("wait 100, ") + kImageSent + ", wait 100000";
     for (int session = 0; session < 2; ++session) {
         SCOPED_TRACE(session);
         if (session == 0)
             listCameras();
         else
             list(); // what the first session has saved
-        expect(CALL(vqdDeviceOpen(0)), 1, "driver, config, claim, B2 64, wait 100000, B3 64");
+        expect(CALL(vqdDeviceOpen(0)), 1, "driver 0, config, claim 0, B2 64, wait 100000, B3 64");
         if (session == 0) {
             changeSettings();
             grabInEveryMode();

@@ -235,7 +235,6 @@ protected:
         openCamera(config);
     }
     static uint8_t& byte(int at) { return stCamParam[0].image[at]; }
-    static constexpr char kSent[] = "B1 64, wait 100000, out 512, wait 200000";
 };
 
 class SwitchesOfEveryModel : public Switches, public testing::WithParamInterface<const char*>
@@ -254,7 +253,7 @@ TEST_P(SwitchesOfEveryModel, FppnSharesItsByteWithEdgeRemoval)
         SCOPED_TRACE(testing::Message() << c.on << " " << c.edges);
         m_bRemoveEdge = c.edges;
         EXPECT_EQ(vqdSetFPPN(0, c.on), 1);
-        EXPECT_EQ(usb.conversation(), kSent);
+        EXPECT_EQ(usb.conversation(), kImageSent);
         EXPECT_EQ(m_bFPPN, c.on); // as it came
         EXPECT_EQ(usb.camera(0).registers[49], c.code);
     }
@@ -283,7 +282,7 @@ TEST_F(Switches, OrthogonalSharesItsByteWithUndistortionWhereTheHostCorrects)
         SCOPED_TRACE(testing::Message() << c.mode << " " << c.on);
         m_nUndistortionMode = c.mode;
         EXPECT_EQ(vqdSetOrthogonal(0, c.on), 1);
-        EXPECT_EQ(usb.conversation(), kSent);
+        EXPECT_EQ(usb.conversation(), kImageSent);
         EXPECT_EQ(m_bOrthogonal, c.on);
         EXPECT_EQ(usb.camera(0).registers[48], c.code);
         EXPECT_EQ(byte(2), 99);
@@ -306,7 +305,7 @@ TEST_F(Switches, OrthogonalHasAByteOfItsOwnElsewhere)
     byte(48) = 99;
     for (const int on : {1, 0, 2}) {
         EXPECT_EQ(vqdSetOrthogonal(0, on), 1);
-        EXPECT_EQ(usb.conversation(), kSent);
+        EXPECT_EQ(usb.conversation(), kImageSent);
         EXPECT_EQ(m_bOrthogonal, on);
         EXPECT_EQ(usb.camera(0).registers[2], on == 1 ? 19 : 18);
         EXPECT_EQ(byte(48), 99);

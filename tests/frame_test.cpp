@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The frame read: delivery, retries and re-opens, header, stamps.
+#include <algorithm>
 #include <cstring>
 
 #include "support/library_test.h"
@@ -54,22 +55,19 @@ TEST_F(Frame, HeaderGivesTemperatureAndLogicVersion)
         unsigned raw;
         double temperature;
     } cases[] = {{0, 0}, {400, 25}, {2047, 127.9375}, {2048, -128}, {4095, -0.0625}, {4096, -256}, {65535, -0.0625}};
-    sim::Camera& camera = grab();
+    grab();
     for (const auto& c : cases) {
-        // The third failed transfer and a re-open leave `buffers` to be judged as it stands.
-        buffers[0] = 0x44;
-        buffers[1] = 0x33;
-        buffers[6] = static_cast<unsigned char>(c.raw);
-        buffers[7] = static_cast<unsigned char>(c.raw >> 8);
-        buffers[8] = 5;
-        buffers[9] = 2;
-        usb.fail("bulk", -7, 1, 3);
-        printed([&] { EXPECT_EQ(read(), 1); });
+        usb.answerBulkIn = [&](std::span<uint8_t> data, size_t&) {
+            const uint8_t header[] = {
+                0x44, 0x33, 0, 0, 0, 0, static_cast<uint8_t>(c.raw), static_cast<uint8_t>(c.raw >> 8), 5, 2};
+            std::ranges::copy(header, data.begin());
+            return 0;
+        };
+        EXPECT_EQ(read(), 1);
         EXPECT_EQ(m_dTemperature[0], c.temperature) << c.raw;
     }
     EXPECT_EQ(m_nLogicver[0][0], 2);
     EXPECT_EQ(m_nLogicver[1][0], 5);
-    EXPECT_EQ(camera.framesSent(), 0u);
 }
 
 TEST_F(Frame, TheStopSwitchWinsOverEverything)

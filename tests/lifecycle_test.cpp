@@ -11,14 +11,12 @@ namespace
 
 using Lifecycle = LibraryTest;
 
-const char kImage[] = "B1 64, wait 100000, out 512, wait 200000";
-
 TEST_F(Lifecycle, OpenClaimsAndStartsTheReadBuffer)
 {
     usb.plug();
     list();
     EXPECT_EQ(printed([] { EXPECT_EQ(vqdDeviceOpen(0), 1); }), "");
-    EXPECT_EQ(usb.conversation(), "driver, config, claim, B2 64, wait 100000, B3 64");
+    EXPECT_EQ(usb.conversation(), "driver 0, config, claim 0, B2 64, wait 100000, B3 64");
     EXPECT_EQ(m_nDeviceOpen[0], 0);
     EXPECT_NE(configDesc, nullptr);
 
@@ -28,7 +26,7 @@ TEST_F(Lifecycle, OpenClaimsAndStartsTheReadBuffer)
 
 TEST_F(Lifecycle, AFailedOpenSaysWhyStopsGrabbingAndEmptiesTheNumber)
 {
-    const std::string stop = std::string("wait 100, ") + kImage + ", wait 100000, close ";
+    const std::string stop = "wait 100, " + kImageSent + ", wait 100000, close ";
     const struct {
         const char* call;
         int result;
@@ -37,12 +35,13 @@ TEST_F(Lifecycle, AFailedOpenSaysWhyStopsGrabbingAndEmptiesTheNumber)
         const char* conversation;
     } cases[] = {
         {"descriptor", -4, 1, "VQD Device not detected\n", ""},
-        {"driver", 1, 1, "kernel driver active. Exitting\n", "driver, "},
-        {"driver", -5, 1, "kernel driver active. Exitting\n", "driver, "},
-        {"config", -5, 1, "Could not get Config descriptor \n", "driver, config, "},
-        {"claim", -6, 1, "Error in claiming interface\n", "driver, config, claim, "},
-        {"control", -9, 1, "Error in b2 Control transfer\n", "driver, config, claim, B2 64 -9, "},
-        {"control", -7, 2, "Error in b3 Control transfer\n", "driver, config, claim, B2 64, wait 100000, B3 64 -7, "},
+        {"driver", 1, 1, "kernel driver active. Exitting\n", "driver 0, "},
+        {"driver", -5, 1, "kernel driver active. Exitting\n", "driver 0, "},
+        {"config", -5, 1, "Could not get Config descriptor \n", "driver 0, config, "},
+        {"claim", -6, 1, "Error in claiming interface\n", "driver 0, config, claim 0, "},
+        {"control", -9, 1, "Error in b2 Control transfer\n", "driver 0, config, claim 0, B2 64 -9, "},
+        {"control", -7, 2, "Error in b3 Control transfer\n",
+         "driver 0, config, claim 0, B2 64, wait 100000, B3 64 -7, "},
     };
     usb.plug();
     for (const auto& c : cases) {
@@ -61,16 +60,13 @@ TEST_F(Lifecycle, AFailedOpenSaysWhyStopsGrabbingAndEmptiesTheNumber)
 TEST_F(Lifecycle, GrabStartAndStop)
 {
     sim::Camera& camera = openCamera();
-    std::string start;
-    for (int i = 0; i < 5; ++i)
-        start += "wait 100000, B1 64, ";
     EXPECT_EQ(printed([] { EXPECT_EQ(vqdGrabStart(0), 1); }), "");
-    EXPECT_EQ(usb.conversation(), start + "wait 100, " + kImage + ", " + kImage + ", wait 100000");
+    EXPECT_EQ(usb.conversation(), kBurst + ", wait 100, " + kImageSent + ", " + kImageSent + ", wait 100000");
     EXPECT_EQ(camera.registers[11], 1);
     EXPECT_TRUE(camera.grabbing());
 
     EXPECT_EQ(printed([] { EXPECT_EQ(vqdGrabStop(0), 1); }), "");
-    EXPECT_EQ(usb.conversation(), std::string("wait 100, ") + kImage + ", wait 100000");
+    EXPECT_EQ(usb.conversation(), "wait 100, " + kImageSent + ", wait 100000");
     EXPECT_EQ(camera.registers[11], 0);
     EXPECT_EQ(stCamParam[0].image[11], 0);
 }
@@ -107,7 +103,7 @@ TEST_F(Lifecycle, TheImageBecomesTheHostsCopyOnlyOnceItIsSent)
 
     camera.addFault({.kind = sim::Fault::Kind::shortened, .channel = sim::Channel::bulkOut, .bytes = 100});
     EXPECT_EQ(printed([&] { EXPECT_EQ(write(), 1); }), ""); // the count is not looked at
-    EXPECT_EQ(usb.conversation(), kImage);
+    EXPECT_EQ(usb.conversation(), kImageSent);
     EXPECT_EQ(stCamParam[0].image[500], 9);
     EXPECT_EQ(write(), 1);
     EXPECT_EQ(camera.registers[500], 9);
@@ -131,8 +127,7 @@ TEST_F(Lifecycle, ReadBufferRequests)
          "wait 100000, B4 64, in 2048, B2 64, wait 100000, B3 64 -9"},
         {vqdReadBufReset, "", 1, 64, "", "B2 64"},
         {vqdReadBufReset, "control", 1, 0, "Error in b2 Control transfer\n", "B2 64 -9"},
-        {vqdWriteBufInit, "", 1, 64, "",
-         "wait 100000, B1 64, wait 100000, B1 64, wait 100000, B1 64, wait 100000, B1 64, wait 100000, B1 64"},
+        {vqdWriteBufInit, "", 1, 64, "", kBurst.c_str()},
         {vqdWriteBufInit, "control", 2, 0, "Error in b1 Control transfer\n",
          "wait 100000, B1 64, wait 100000, B1 64 -9"},
     };
@@ -171,12 +166,12 @@ TEST_F(Lifecycle, CloseStopsGrabbingAndEndsTheContextWithTheLastCamera)
     list();
     m_nDeviceOpen[0] = 1;
     EXPECT_EQ(printed([] { EXPECT_EQ(vqdDeviceClose(0), 1); }), "");
-    EXPECT_EQ(usb.conversation(), std::string("wait 100, ") + kImage + ", wait 100000, close 2");
+    EXPECT_EQ(usb.conversation(), "wait 100, " + kImageSent + ", wait 100000, close 2");
     EXPECT_EQ(m_nDeviceOpen[0], 0);
     EXPECT_EQ(m_nUnInit, 1);
     EXPECT_EQ(usb.contextUses, 2); // number 1 still needs it
     EXPECT_EQ(printed([] { EXPECT_EQ(vqdDeviceClose(1), 1); }), "");
-    EXPECT_EQ(usb.conversation(), std::string("wait 100, ") + kImage + ", wait 100000, close 3, exit, exit");
+    EXPECT_EQ(usb.conversation(), "wait 100, " + kImageSent + ", wait 100000, close 3, exit, exit");
     EXPECT_EQ(usb.configurationsHeld, 0);
     // A close ends a use of the default context also when the library has none left.
     EXPECT_EQ(printed([] { EXPECT_EQ(vqdDeviceClose(0), 1); }), "");

@@ -11,16 +11,12 @@ namespace
 
 using Reopen = LibraryTest;
 
-const char kImage[] = "B1 64, wait 100000, out 512, wait 200000, ";
-
 // From the reset to the end of grab start.
 std::string restart()
 {
-    std::string text = "reset, B2 64, wait 100000, B3 64, wait 500000, wait 100000, B4 64, in 2048, "
-                       "B2 64, wait 100000, B3 64, wait 100000, ";
-    for (int i = 0; i < 5; ++i)
-        text += "wait 100000, B1 64, ";
-    return text + "wait 100, " + kImage + kImage + "wait 100000";
+    return "reset, B2 64, wait 100000, B3 64, wait 500000, wait 100000, B4 64, in 2048, "
+           "B2 64, wait 100000, B3 64, wait 100000, " +
+           kBurst + ", wait 100, " + kImageSent + ", " + kImageSent + ", wait 100000";
 }
 
 TEST_F(Reopen, FoundAtOnceRestartsTheCameraWithItsSettings)
@@ -31,7 +27,7 @@ TEST_F(Reopen, FoundAtOnceRestartsTheCameraWithItsSettings)
     const sim::TimeUs before = usb.now;
     EXPECT_EQ(printed([] { EXPECT_EQ(vqdDeviceReOpen(0), 1); }), "Device Open Success\n");
     EXPECT_EQ(usb.conversation(),
-              std::string("wait 100, ") + kImage + "wait 100000, close 2, wait 100000, list, open 2, " + restart());
+              "wait 100, " + kImageSent + ", wait 100000, close 2, wait 100000, list, open 2, " + restart());
     EXPECT_EQ(usb.now - before, 400'100 + 2'200'100);
     EXPECT_EQ(m_nReopenTime, 600);
     EXPECT_EQ(m_nDeviceOpen[0], 1);
@@ -275,7 +271,7 @@ TEST_F(SeveralCameras, AClosedNumberWaitsForNoCameraButKeepsItsSerialNumber)
 // A bus that reports one place for all: a lost camera is told by its serial number, without one by its position.
 TEST_F(SeveralCameras, OnOnePlaceComeBackToTheirNumbers)
 {
-    usb.showOnePlace();
+    usb.onePlace = true;
     for (const bool named : {true, false}) {
         for (uint8_t i = 0; i < 3; ++i)
             setSerial(i, named ? i + 1 : 0);

@@ -176,7 +176,7 @@ TEST_F(Settings, SettersEditSendWaitAndCache)
         SCOPED_TRACE(std::string(s.text) + " on " + s.model);
         prepare(s.model, s.before);
         EXPECT_EQ(printed([&] { EXPECT_EQ(s.call(), 1); }), "");
-        EXPECT_EQ(usb.conversation(), std::string("B1 64, wait 100000, out 512, wait 200000") + s.settle);
+        EXPECT_EQ(usb.conversation(), kImageSent + s.settle);
         EXPECT_EQ(editedBytes(), s.edited);
         EXPECT_EQ(changedFields(), s.fields);
         EXPECT_EQ(memcmp(camera.registers.data(), stCamParam[0].image, 512), 0);

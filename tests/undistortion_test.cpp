@@ -159,7 +159,7 @@ TEST_F(Undistortion, TheModeIsStoredRawAndSentAsACode)
         EXPECT_EQ(camera.registers[48], c.code);
         EXPECT_EQ(stCamParam[0].image[48], c.code);
         EXPECT_EQ(untouched(), !c.builds);
-        EXPECT_EQ(usb.conversation(), "B1 64, wait 100000, out 512, wait 200000");
+        EXPECT_EQ(usb.conversation(), kImageSent);
     }
     EXPECT_EQ(camera.eeprom[48], 0);
 }

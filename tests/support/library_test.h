@@ -13,6 +13,11 @@
 #include "VQD_API.h"
 #include "support/virtual_usb.h"
 
+// What is heard when the library sends an image, and when it prepares the camera for images, before a grab start.
+inline const std::string kImageSent = "B1 64, wait 100000, out 512, wait 200000";
+inline const std::string kBurst =
+    "wait 100000, B1 64, wait 100000, B1 64, wait 100000, B1 64, wait 100000, B1 64, wait 100000, B1 64";
+
 class LibraryTest : public testing::Test
 {
 protected:
