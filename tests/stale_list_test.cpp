@@ -163,8 +163,8 @@ TEST_F(StaleList, AFreshContextWithoutAHandleEndsWithTheNextListing)
     usb.fail("open", -3, 2); // number 0 has a handle, and the device list stays held
     EXPECT_EQ(list(), -2);
     EXPECT_EQ(usb.listsHeld, 1);
+    printed([] { UnInitialize_vqdapi(0, 0); }); // ends the context of this listing, and its list before
     printed([] { UnInitialize_vqdapi(1, 0); });
-    printed([] { UnInitialize_vqdapi(0, 0); });
     EXPECT_EQ(usb.furtherContexts, 0);
     EXPECT_EQ(usb.listsHeld, 0);
 }

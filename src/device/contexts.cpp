@@ -18,8 +18,7 @@ static void listFrom(libusb_context* context)
     ReleaseDeviceList(); // its devices belong to the context before
     libusb_context* const before = m_pListContext;
     m_pListContext = context;
-    if (before != context)
-        EndIfUnused(before);
+    EndIfUnused(before);
 }
 
 bool BeginContextUse()
