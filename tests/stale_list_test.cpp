@@ -246,6 +246,19 @@ TEST_F(StaleList, AHealthyHostGetsNoSecondContext)
     closeAll(1);
 }
 
+TEST_F(StaleList, ACameraThatNoContextListsCausesFreshOnesEveryTenSearches)
+{
+    plugListed(1);
+    showInSysfs(usb.plug());
+    usb.unplug(1);
+    usb.unplug(0);
+    printed([] { EXPECT_EQ(vqdDeviceReOpen(0), -3); });
+    const std::string conversation = usb.conversation();
+    EXPECT_EQ(occurrences(conversation, "init another"), 10u) << conversation;
+    EXPECT_EQ(occurrences(conversation, "init"), 20u) << conversation; // the default context again, then another
+    closeAll(1);
+}
+
 TEST_F(StaleList, WithoutSysfsNothingChanges)
 {
     plugListed(1);
