@@ -223,8 +223,8 @@ VQD_API int vqdReadBufInit(int n);
  *
  * A failed transfer is repeated twice at once; after the third failure, with a missing handle or a wrong start code the
  * camera is re-opened (see vqdDeviceReOpen()) and goes on with its settings. A null pointer is noticed only where it
- * would be used, after the transfer. Blocks until the frame is there: up to 3 s a transfer, and up to some 10 s more for
- * a re-open.
+ * would be used, after the transfer. Blocks until the frame is there: up to 3 s a transfer, and up to some 10 s more
+ * for a re-open.
  * @param n      device number
  * @param images two caller-owned images of 320 x 240 uint16: amplitude, then depth in millimetres, 0 invalid
  * @param info   receives the frame's information
