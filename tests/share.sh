@@ -24,7 +24,9 @@ is_counted() {
 }
 
 git ls-files | while IFS= read -r file; do
-    [[ -f $file && ! -L $file ]] && is_counted "$file" || continue
+    if [[ ! -f $file || -L $file ]] || ! is_counted "$file"; then
+        continue
+    fi
     kind=code
     [[ /$file == */tests/* || $file == fuzz/* ]] && kind=tests
     printf '%s %s %s\n' "$kind" "$(grep -c '[^[:space:]]' "$file")" "$file"
