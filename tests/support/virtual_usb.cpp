@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -51,6 +52,7 @@ struct Bus {
     std::vector<Port> ports;
     std::vector<std::shared_ptr<libusb_device>> everSeen; // the library may still ask one that is gone
     std::vector<std::unique_ptr<libusb_device_handle>> handles;
+    std::map<libusb_device**, libusb_context*> lists; // held, and where each came from
     std::vector<Failure> failures;
     std::vector<std::string> log;
     uint8_t nextAddress = 2;
@@ -337,9 +339,13 @@ void LIBUSB_CALL libusb_exit(libusb_context* context)
     note(context == nullptr ? "exit" : "exit another");
     if (context == nullptr && (usb.contextUses == 0 || --usb.contextUses > 0))
         return;
+    const libusb_context* const ended = context == nullptr ? bus.defaultContext.get() : context;
     for (const auto& handle : bus.handles)
-        if (handle->open && handle->context == (context == nullptr ? bus.defaultContext.get() : context))
+        if (handle->open && handle->context == ended)
             usb.violations.push_back("context ended with open handles");
+    for (const auto& [list, from] : bus.lists)
+        if (from == ended)
+            usb.violations.push_back("context ended with a device list held");
     if (context == nullptr) {
         bus.defaultContext.reset();
         return;
@@ -367,6 +373,7 @@ ssize_t LIBUSB_CALL libusb_get_device_list(libusb_context* context, libusb_devic
     *list = new libusb_device*[found.size() + 1]();
     std::copy(found.begin(), found.end(), *list);
     ++usb.listsHeld;
+    bus.lists[*list] = context;
     return static_cast<ssize_t>(found.size());
 }
 
@@ -374,6 +381,7 @@ void LIBUSB_CALL libusb_free_device_list(libusb_device** list, int unref)
 {
     if (unref != 1)
         usb.violations.push_back("device list freed without its devices");
+    bus.lists.erase(list);
     delete[] list;
     --usb.listsHeld;
 }

@@ -2,7 +2,7 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# Files that the tool writes: pictures, series, point clouds, tables; and where it can not.
+# Files that the tool writes: pictures, series, point clouds, tables; and where it cannot.
 #   tool_files_test.sh VQD_BINARY
 source "$(dirname "$0")/tool_lib.sh"
 

@@ -232,7 +232,7 @@ void claim(const Camera& camera)
     detail("camera %d is claimed", camera.nIndex);
 }
 
-Stream::Stream(const Camera& camera) : m_number(camera.nIndex), m_notes(camera.nIndex, camera.szSerialNumber)
+Stream::Stream(const Camera& camera) : m_number(camera.nIndex), m_notes(camera.nIndex, nameOf(camera))
 {
     claim(camera);
     endIfInterrupted();

@@ -4,6 +4,7 @@
 // How the command line speaks: the form of its help, and what it says of words that it does not know.
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -12,14 +13,12 @@
 // Refuses the empty text that an unset variable of a shell leaves behind.
 extern const CLI::Validator notEmpty;
 
-// Of a setting for frames that are about to be read: refuses the one with which none would come.
-extern const CLI::Validator forFrames;
-
 // The words that an option takes, none when it takes others.
 std::vector<std::string> wordsOf(const CLI::Option& option);
 
 // Help in the form "-n, --frames N   Number of frames (1 to 100; default 1)".
 std::shared_ptr<CLI::Formatter> helpFormatter();
 
-// Fails with a usage error when a word stands where a command should and is none; suggests what may be meant.
-void requireKnownCommand(const CLI::App& app, const std::vector<std::string>& arguments);
+// Fails with a usage error when a word stands where a command of the app, whose name is the path, should and is none;
+// suggests what may be meant. Looks below commands that have commands of their own, too.
+void requireKnownCommand(const CLI::App& app, std::span<const std::string> words, const std::string& path);

@@ -9,8 +9,7 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
-
+#include "command_line.h"
 #include "exit_codes.h"
 #include "interrupt.h"
 
@@ -23,10 +22,7 @@ void addCommon(CLI::App& command, int options)
             .add_option("-c,--camera", common.camera,
                         "Index, serial number, port or BUS:ADDRESS, as vqd list shows them")
             ->type_name("CAMERA")
-            ->each([](const std::string& name) {
-                if (name.empty()) // a variable of a script that is not set is no choice
-                    throw CLI::ValidationError("--camera", "it is empty");
-            });
+            ->check(notEmpty); // a variable of a script that is not set is no choice
     if (options & kJson)
         command.add_flag("--json", common.json, "One JSON object on standard output");
     if (options & kForce)

@@ -3,6 +3,7 @@
 //
 // vqd doctor: why a camera does not work, from the kernel's view of it up to its frame rate. Each look gives a finding;
 // what a problem would spoil is not tried.
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -81,11 +82,18 @@ public:
             if (m_reachable[camera.node])
                 readEeprom(camera);
         }
-        if (m_problems == 0)
+        if (healthy())
             frames();
     }
 
-    bool healthy() const { return m_problems == 0; }
+    bool healthy() const { return !has(Level::problem); }
+
+    const char* verdict() const
+    {
+        return !healthy()              ? "see the problems above\n"
+               : has(Level::warning) ? "no problem found, but see the warnings above\n"
+                                     : "no problem found\n";
+    }
 
     Json json() const
     {
@@ -103,10 +111,14 @@ public:
     std::vector<PackedFile> report() const;
 
 private:
+    bool has(Level level) const
+    {
+        return std::ranges::any_of(m_findings, [=](const Finding& finding) { return finding.level == level; });
+    }
+
     void find(Level level, const std::string& subject, const std::string& text, const std::string& remedy = {})
     {
         m_findings.push_back({level, subject, text, remedy});
-        m_problems += level == Level::problem;
         if (common.json)
             return;
         m_output.print("%s", asText(m_findings.back()).c_str());
@@ -145,7 +157,6 @@ private:
     std::vector<UsbCamera> m_cameras;
     std::map<std::string, bool> m_reachable; // by node
     std::vector<Finding> m_findings;
-    int m_problems = 0;
     std::string m_lines; // the library's
     std::string m_eeproms;
 };
@@ -308,7 +319,7 @@ void Doctor::readEeprom(const UsbCamera& camera)
         judgeEeprom(camera, handle);
         libusb_close(handle);
     } else {
-        find(Level::problem, camera.port, std::string("libusb can not open it: ") + libusb_error_name(error),
+        find(Level::problem, camera.port, std::string("libusb cannot open it: ") + libusb_error_name(error),
              "Unplug the camera and plug it in again.");
     }
     libusb_exit(context);
@@ -319,7 +330,7 @@ void Doctor::judgeEeprom(const UsbCamera& camera, libusb_device_handle* handle)
     const auto [moved, eeprom] = ::readEeprom(handle);
     if (moved != VQD_EEPROM_BYTES)
         return find(Level::problem, camera.port,
-                    "its EEPROM can not be read: " +
+                    "its EEPROM cannot be read: " +
                         (moved < 0 ? std::string(libusb_error_name(moved)) : formatted("%d of 128 bytes", moved)),
                     "Unplug the camera and plug it in again; if that does not help, use another cable or port.");
     for (const uint8_t byte : eeprom)
@@ -478,7 +489,7 @@ int doctor(const std::string& reportFile)
     if (common.json)
         output.print(doctor.json());
     else
-        output.print(doctor.healthy() ? "no problem found\n" : "see the problems above\n");
+        output.print("%s", doctor.verdict());
     output.finish();
     if (!reportFile.empty()) {
         writeFile(reportFile, tarGz(doctor.report()));

@@ -144,7 +144,7 @@ void readSeries(Stream& stream, const Options& options, Frame& frame, Arrivals& 
 
 int grab(const Options& options)
 {
-    std::vector<Assignment> assignments = parseAssignments(options.settings);
+    std::vector<Assignment> assignments = parseForFrames(options.settings);
     const std::vector<FrameFile> pictures =
         options.format.empty() ? pictureFiles(options.cloud, options.axes) : std::vector<FrameFile>();
     Output output;
@@ -204,7 +204,6 @@ void addGrab(CLI::App& app, Run& run)
         ->default_str("ply");
     command->add_option("-s,--set", options->settings, "Settings for this grab only; see vqd set")
         ->type_name("KEY=VALUE")
-        ->check(forFrames)
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     addAxes(*command, options->axes);

@@ -13,8 +13,8 @@
 
 static constexpr int kNoReopen = 2;
 
-SearchNotes::SearchNotes(int number, std::string serial)
-    : m_number(number), m_serial(std::move(serial)), m_thread([this](const std::stop_token& stop) { watch(stop); })
+SearchNotes::SearchNotes(int number, std::string name)
+    : m_number(number), m_name(std::move(name)), m_thread([this](const std::stop_token& stop) { watch(stop); })
 {
 }
 
@@ -31,7 +31,7 @@ bool SearchNotes::readEnds()
     m_reading = false;
     const bool found = m_nDeviceOpen[m_number] == 1;
     if (m_told && found)
-        note("camera %s is back after %.1f s", m_serial.c_str(),
+        note("%s is back after %.1f s", m_name.c_str(),
              std::chrono::duration<double>(std::chrono::steady_clock::now() - m_since).count());
     m_told = false;
     return found;
@@ -48,6 +48,6 @@ void SearchNotes::watch(const std::stop_token& stop)
             continue;
         m_told = true;
         m_since = std::chrono::steady_clock::now();
-        note("camera %s is lost, searching", m_serial.c_str());
+        note("%s is lost, searching", m_name.c_str());
     }
 }

@@ -13,7 +13,7 @@
 class SearchNotes
 {
 public:
-    SearchNotes(int number, std::string serial);
+    SearchNotes(int number, std::string name);
     SearchNotes(const SearchNotes&) = delete;
     SearchNotes& operator=(const SearchNotes&) = delete;
 
@@ -25,7 +25,7 @@ private:
     void watch(const std::stop_token& stop);
 
     const int m_number;
-    const std::string m_serial;
+    const std::string m_name;
     std::mutex m_mutex;
     std::condition_variable_any m_wake;
     bool m_reading = false, m_told = false;

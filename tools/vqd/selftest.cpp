@@ -119,17 +119,12 @@ struct Bench {
 
 Verdict eeprom(Bench& bench)
 {
-    Image image{};
-    bench.lines.take();
-    if (vqdEEPROM_ParameterData_Load(bench.n, image.data()) != 1)
-        return verdict(Result::fail, "it can not be read");
-    const std::vector<std::string> lines = bench.lines.take();
-    const bool fallback = std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
-        return line.find("EEPROM Parameter Load Fail") != std::string::npos;
-    });
-    return judge(!fallback && image[kSignature] == kSignatureValue,
-                 fallback ? "no valid signature; the library uses factory settings" : "signature %02x",
-                 image[kSignature]);
+    const Known known = bench.camera.known;
+    return judge(known == Known::read,
+                 known == Known::read        ? "signature %02x"
+                 : known == Known::notSigned ? "no signature (%02x); the library uses factory settings"
+                                             : "it cannot be read; the library uses factory settings",
+                 bench.camera.eeprom[kSignature]);
 }
 
 Verdict lens(Bench& bench)

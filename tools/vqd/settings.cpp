@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <charconv>
 #include <functional>
+#include <string_view>
 
 #include "config/param_image.h"
 #include "exit_codes.h"
@@ -264,6 +265,16 @@ std::vector<Assignment> parseAssignments(const std::vector<std::string>& texts)
     for (const std::string& text : texts)
         assignments.push_back(parseAssignment(text));
     std::ranges::stable_sort(assignments, std::less(), &Assignment::setting); // as the table orders them
+    return assignments;
+}
+
+std::vector<Assignment> parseForFrames(const std::vector<std::string>& texts)
+{
+    std::vector<Assignment> assignments = parseAssignments(texts);
+    for (const Assignment& assignment : assignments)
+        if (assignment.setting->name == std::string_view("illumination") && assignment.values[0] == 0)
+            throw Failure(kUsage, "illumination=0 switches the capture off too: no frame would come, until the library "
+                                  "opened the camera again and so switched both on");
     return assignments;
 }
 

@@ -31,13 +31,16 @@ std::span<const Setting> allSettings();
 // Fails with a usage error for a name that is not known.
 const Setting& settingByName(const std::string& name);
 
-// What a setting shall be. Both fail with a usage error for numbers that it does not take.
+// What a setting shall be. Both functions fail with a usage error for numbers that it does not take.
 struct Assignment {
     const Setting* setting;
     std::vector<int> values;
 };
 Assignment assignmentOf(const Setting& setting, std::vector<int> values);
 std::vector<Assignment> parseAssignments(const std::vector<std::string>& texts); // "name=value,value"
+
+// The same before frames are read: refuses the setting with which none would come.
+std::vector<Assignment> parseForFrames(const std::vector<std::string>& texts);
 
 // Sends them to a claimed camera. Fails when it or the library refuses one, and as requireTaken() does.
 void applySettings(const Camera& camera, std::span<const Assignment> assignments);

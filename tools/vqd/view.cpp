@@ -173,7 +173,7 @@ void showAll(Stream& stream, Frame& frame, Output& output, const Camera& camera,
         drawn = size;
         const double now = 1 / std::chrono::duration<double>(Clock::now() - start).count();
         if (i > 0)                                         // the first frame has waited
-            rate = i == 1 ? now : rate + (now - rate) / 8; // else it can not be read
+            rate = i == 1 ? now : rate + (now - rate) / 8; // else it cannot be read
     }
 }
 
