@@ -322,7 +322,7 @@ TEST_F(SeveralCameras, OnOnePlaceComeBackToTheirNumbers)
 
 TEST_F(SeveralCameras, OnOnePlaceTheCameraOfAClosedNumberStaysItsOwn)
 {
-    usb.showOnePlace();
+    usb.onePlace = true;
     for (const bool named : {true, false})
         for (const int closed : {0, 2}) {
             for (uint8_t i = 0; i < 3; ++i)
