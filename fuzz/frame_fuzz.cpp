@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Frame reads: any header and planes, under any maps, tables and switches, with transfers that fail.
+#include "fresh_library.h"
 #include "input.h"
-#include "session.h"
 
 namespace
 {
@@ -76,12 +76,12 @@ void check(const ImagePair& images, bool hostCorrected, int minimum, int maximum
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     Input input(data, size);
-    Session session;
-    session.plug("VQD-RS110");
-    session.list();
+    FreshLibrary library;
+    library.plug("VQD-RS110");
+    library.list();
     const bool hostCorrected = fillTables(input);
     const int minimum = stCamParam[0].nMinDepth, maximum = stCamParam[0].nMaxDepth;
-    session.usb.answerBulkIn = [&](std::span<uint8_t> bytes, size_t& moved) { return transfer(input, bytes, moved); };
+    library.usb.answerBulkIn = [&](std::span<uint8_t> bytes, size_t& moved) { return transfer(input, bytes, moved); };
     uint64_t frames = 0;
     for (int reads = 0; reads == 0 || (reads < 4 && input.left() > 0); ++reads) {
         ImagePair images;

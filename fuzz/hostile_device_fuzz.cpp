@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Devices that lie: any ids and strings, calls that fail, cameras that come and go, through any order of a session.
+#include "fresh_library.h"
 #include "input.h"
-#include "session.h"
 
 namespace
 {
@@ -67,46 +67,41 @@ void list(VirtualUsb& usb, size_t devices)
     require(usb.openHandles() <= VQD_MAX_DEVICES, "a slot holds one handle");
 }
 
+int readFrame(int n)
+{
+    FrameInfo info{};
+    return vqdReadFromDevice(n, ImagePair().images(), &info);
+}
+
+const struct {
+    const char* name;
+    int (*call)(int n);
+    std::vector<int> allowed;
+} kSteps[] = {
+    {"vqdDeviceOpen", vqdDeviceOpen, {1, 0}},
+    {"vqdDeviceClose", vqdDeviceClose, {1, -2}},
+    {"vqdDeviceReOpen", vqdDeviceReOpen, {1, 0, -2, -3}},
+    {"vqdGrabStart", vqdGrabStart, {1, 0}},
+    {"vqdGrabStop", vqdGrabStop, {1, 0}},
+    {"vqdReadFromDevice", readFrame, {1, 0, -1, -2, -3}},
+};
+
 void step(Input& input, VirtualUsb& usb, size_t devices)
 {
     const int n = input.below(13) - 1;
     const size_t port = devices == 0 ? 0 : static_cast<size_t>(n + 1) % devices;
-    FrameInfo info{};
-    switch (input.below(11)) {
-    case 0:
+    const auto choice = static_cast<size_t>(input.below(11));
+    if (choice == 0)
         return list(usb, devices);
-    case 1:
-        requireOneOf(vqdDeviceOpen(n), {1, 0}, "vqdDeviceOpen");
-        return;
-    case 2:
-        requireOneOf(vqdDeviceClose(n), {1, -2}, "vqdDeviceClose");
-        return;
-    case 3:
-        requireOneOf(vqdDeviceReOpen(n), {1, 0, -2, -3}, "vqdDeviceReOpen");
-        return;
-    case 4:
-        requireOneOf(vqdGrabStart(n), {1, 0}, "vqdGrabStart");
-        return;
-    case 5:
-        requireOneOf(vqdGrabStop(n), {1, 0}, "vqdGrabStop");
-        return;
-    case 6:
-        requireOneOf(vqdReadFromDevice(n, ImagePair().images(), &info), {1, 0, -1, -2, -3}, "vqdReadFromDevice");
-        return;
-    case 7:
+    if (choice <= std::size(kSteps)) {
+        const auto& [name, call, allowed] = kSteps[choice - 1];
+        requireOneOf(call(n), allowed, name);
+    } else if (choice == 7)
         m_nReopenTime = 600; // an application that does not give up
-        return;
-    case 8:
-        if (devices > 0)
-            usb.unplug(port, input.below(2) ? sim::kNever : sim::TimeUs{input.take<uint32_t>()});
-        return;
-    case 9:
-        if (devices > 0 && !usb.camera(port).plugged())
-            usb.replug(port);
-        return;
-    default:
-        requireOneOf(vqdDeviceIsOpen(n), {1, 0}, "vqdDeviceIsOpen");
-    }
+    else if (choice == 8 && devices > 0)
+        usb.unplug(port, input.below(2) ? sim::kNever : sim::TimeUs{input.take<uint32_t>()});
+    else if (choice == 9 && devices > 0 && !usb.camera(port).plugged())
+        usb.replug(port);
 }
 
 } // namespace
@@ -114,18 +109,18 @@ void step(Input& input, VirtualUsb& usb, size_t devices)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     Input input(data, size);
-    Session session;
+    FreshLibrary library;
     const auto devices = static_cast<size_t>(input.below(13));
     for (size_t i = 0; i < devices; ++i) {
         const sim::Config config = device(input);
-        session.usb.plug(config, static_cast<uint8_t>(1 + input.below(2)));
+        library.usb.plug(config, static_cast<uint8_t>(1 + input.below(2)));
     }
     if (input.below(2))
-        lieAboutStrings(input, session.usb);
-    failCalls(input, session.usb);
-    list(session.usb, devices);
+        lieAboutStrings(input, library.usb);
+    failCalls(input, library.usb);
+    list(library.usb, devices);
     for (int steps = 0; steps < 24 && input.left() > 0; ++steps)
-        step(input, session.usb, devices);
-    session.requireRecovery();
+        step(input, library.usb, devices);
+    library.requireRecovery();
     return 0;
 }

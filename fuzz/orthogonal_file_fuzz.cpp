@@ -8,13 +8,11 @@
 #include <filesystem>
 #include <unistd.h>
 
+#include "fresh_library.h"
 #include "input.h"
-#include "session.h"
 
 namespace
 {
-
-constexpr double kImplausible = 6.5535; // the camera's table, so that the file is asked for
 
 // A folder of its own for the file, which has a fixed name in the current directory. The program itself stays where it
 // is but for the load.
@@ -34,21 +32,33 @@ public:
         std::filesystem::remove_all(m_path);
     }
 
-    void load(std::span<const uint8_t> text, int repeat) const
+    void write(std::span<const uint8_t> text, int repeat)
     {
-        require(chdir(m_path.c_str()) == 0, "the folder is there");
-        FILE* file = fopen("Orthogonal_Table.dat", "wb");
+        FILE* file = fopen((m_path / kName).c_str(), "wb");
         require(file != nullptr, "the table file can be written");
         for (int i = 0; i < repeat; ++i)
             fwrite(text.data(), 1, text.size(), file);
         fclose(file);
+    }
+
+    uintmax_t size() const { return std::filesystem::file_size(m_path / kName); }
+
+    // The table that the library makes of the file, over a camera whose factors all have this code.
+    std::vector<double> load(sim::Camera& camera, uint16_t code) const
+    {
+        std::vector<uint8_t>& region = camera.regions[0x7000];
+        region.resize(4096);
+        for (size_t i = 0; i < region.size(); ++i)
+            region[i] = static_cast<uint8_t>(i % 2 == 0 ? code >> 8 : code & 0xFF);
+        require(chdir(m_path.c_str()) == 0, "the folder is there");
         LoadOrthogonalTable(0);
-        require(std::filesystem::file_size("Orthogonal_Table.dat") == text.size() * static_cast<size_t>(repeat),
-                "the file stays as it is");
         require(fchdir(m_home) == 0, "the program goes back");
+        return {std::begin(m_dOrthogonalData), std::end(m_dOrthogonalData)};
     }
 
 private:
+    static constexpr char kName[] = "Orthogonal_Table.dat";
+
     std::filesystem::path m_path;
     int m_home = -1;
 };
@@ -57,23 +67,27 @@ private:
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    static const Folder folder;
+    static Folder folder;
     Input input(data, size);
-    Session session;
-    sim::Camera& camera = session.plug("VQD-RS110");
-    session.list();
-    camera.regions[0x7000].assign(4096, 0xFF);
+    FreshLibrary library;
+    sim::Camera& camera = library.plug("VQD-RS110");
+    library.list();
     const bool finite = input.below(4) != 0;
     float* centre = m_fIntrinsicParam[0] + 2;
     for (int i = 0; i < 2; ++i)
         centre[i] = finite ? static_cast<float>(input.take<int16_t>()) : input.take<float>();
     const int repeat = input.take();
-    folder.load(input.takeSome(input.left()), repeat);
+    const auto text = input.takeSome(input.left());
+    folder.write(text, repeat);
 
-    // The file's values come first and without gaps; behind them the camera's factors stay.
-    int kept = 0;
-    while (kept < VQD_PIXELS && m_dOrthogonalData[VQD_PIXELS - 1 - kept] == kImplausible)
-        ++kept;
-    require(kept == VQD_PIXELS || repeat > 0, "an empty file brings no value");
+    // Both factors are implausible, so that the file is asked for. Where they make a difference, the camera's value
+    // stands; where not, the file's.
+    const std::vector<double> over = folder.load(camera, 65534), table = folder.load(camera, 65535);
+    require(folder.size() == text.size() * static_cast<size_t>(repeat), "the file stays as it is");
+    bool fromFile = repeat > 0;
+    for (size_t i = 0; i < table.size(); ++i) {
+        fromFile = fromFile && memcmp(&over[i], &table[i], sizeof table[i]) == 0;
+        require(fromFile || (over[i] == 6.5534 && table[i] == 6.5535), "the file's values come first, without gaps");
+    }
     return 0;
 }

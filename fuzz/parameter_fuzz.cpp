@@ -4,8 +4,8 @@
 // Parameter images: an EEPROM of any bytes through the whole load, then what an application asks of the camera.
 #include <cctype>
 
+#include "fresh_library.h"
 #include "input.h"
-#include "session.h"
 
 namespace
 {
@@ -47,8 +47,8 @@ void saveTheLensAgain(const sim::Camera& camera)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     Input input(data, size);
-    Session session;
-    sim::Camera& camera = session.plug(input.of(kModels));
+    FreshLibrary library;
+    sim::Camera& camera = library.plug(input.of(kModels));
     const bool signedImage = input.below(8) != 0;
     const bool answers = input.below(8) != 0;
     const size_t moved = input.below(8) != 0 ? 128 : input.take();
@@ -62,7 +62,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (moved < 128)
         camera.addFault({.kind = sim::Fault::Kind::shortened, .request = 0xB8, .bytes = moved});
 
-    const DevInfo entry = session.list();
+    const DevInfo entry = library.list();
     for (int i = 0; i < 14; ++i)
         require(isxdigit(static_cast<unsigned char>(entry.szSerialNumber[i])), "the serial is 14 digits");
     require(entry.szSerialNumber[14] == '\0', "and ends there");

@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Calibration tables: any bytes and lengths from the camera, through the reads, the load and a frame; and writes.
+#include "fresh_library.h"
 #include "input.h"
-#include "session.h"
 
 namespace
 {
@@ -74,13 +74,13 @@ void write(Input& input)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     Input input(data, size);
-    Session session;
-    sim::Camera& camera = session.plug("VQD-HT120");
-    prepare(input, camera, session.usb);
+    FreshLibrary library;
+    sim::Camera& camera = library.plug("VQD-HT120");
+    prepare(input, camera, library.usb);
     camera.eeprom[48] = input.take(); // undistortion mode and orthogonal correction
     camera.eeprom[49] = input.take(); // FPPN and edge removal
     camera.eeprom[90] = input.take(); // principal point
-    session.list();
+    library.list();
     requireOneOf(vqdGrabStart(0), {1}, "vqdGrabStart");
     const int writes = input.below(3);
     for (int i = 0; i < writes; ++i)

@@ -80,41 +80,20 @@ const Operation kOperations[] = {
     {"EepromSave", From::opened, [] { return vqdEEPROM_ParameterData_Save(0, b.bytes.data()); }, kDone},
     {"EepromLoad", From::opened, [] { return vqdEEPROM_ParameterData_Load(0, b.bytes.data()); }, kDone},
     {"SetLens", From::opened, [] { return vqdSetLensParameter(0, kLens, {}); }, kDone},
-    {"SetRgbLens", From::opened, [] { return vqdSetRGBLensParameter(0, kLens, {}); }, kDone},
-    {"SetExtrinsic", From::opened, [] { return vqdSetExtrinsicParameter(0, {}); }, kDone},
     {"SaveWiggling", From::opened, [] { return vqdSaveWigglingData(0, b.bytes.data()); }, kDone},
-    {"SaveWiggling2", From::opened, [] { return vqdSaveWigglingData2(0, b.bytes.data(), 1); }, kDone},
     {"SaveFppn4x4", From::opened, [] { return vqdSaveFPPNData_4x4(0, b.bytes.data(), 0); }, kDone},
-    {"SaveFppn5x5", From::opened, [] { return vqdSaveFPPNData_5x5(0, b.bytes.data(), 0); }, kDone},
-    {"SaveOrthogonal", From::opened, [] { return vqdSaveOrthogonalData(0, b.bytes.data()); }, kDone},
     {"LoadFppn4x4", From::opened, [] { return vqdLoadFPPNData_4x4(0, b.table.data()); }, kDone},
     {"LoadFppn5x5", From::opened, [] { return vqdLoadFPPNData_5x5(0, b.table.data()); }, kDone},
     {"LoadWiggling", From::opened,
      [] { return vqdLoadWigglingData(0, reinterpret_cast<uint16_t*>(b.table.data()), 0, 8192); }, kDone},
     {"LoadOrthogonal", From::opened, [] { return vqdLoadOrthogonalData(0, reinterpret_cast<double*>(b.table.data())); },
      kDoneOrNot},
-    {"MultiCamMode", From::opened, [] { return vqdSetMultiCamMode(0, 1, 2, 1); }, kDoneOrNot, Kind::setter},
-    {"DepthRange", From::opened, [] { return vqdSetDepthRange(0, 200, 4000); }, kDoneOrNot, Kind::setter},
-    {"MotionBlur", From::opened, [] { return vqdSetRemoveMotionBlur(0, 1, 5); }, kDoneOrNot, Kind::setter},
     {"Write", From::opened, [] { return vqdWriteToDevice(0, b.bytes.data()); }, kDoneOrNot, Kind::setter},
-#define SETTER(name, value)                                                                                            \
-    {                                                                                                                  \
-#name, From::opened, [] { return name(0, value); }, kDoneOrNot, Kind::setter                                   \
-    }
-    SETTER(vqdSetModuleFrequency, 20),
-    SETTER(vqdSetOffset, -30),
-    SETTER(vqdSetScatterThreshold, 9),
-    SETTER(vqdSetCheckThreshold, 90),
-    SETTER(vqdSetMultiSyncMode, 1),
-    SETTER(vqdIlluminationOnOff, 0),
-    SETTER(vqdSetFlipHorizontal, 1),
-    SETTER(vqdSetFlipVertical, 1),
-    SETTER(vqdSetFPSDelay, 7),
-    SETTER(vqdSetUndistortion, 1),
-    SETTER(vqdSetFPPN, 1),
-    SETTER(vqdSetOrthogonal, 1),
-    SETTER(vqdSetRemoveEdge, 1),
-#undef SETTER
+    // A setter of each shape: plain, with a wait after success, with a wait after each send, with maps to build.
+    {"Offset", From::opened, [] { return vqdSetOffset(0, -30); }, kDoneOrNot, Kind::setter},
+    {"DepthRange", From::opened, [] { return vqdSetDepthRange(0, 200, 4000); }, kDoneOrNot, Kind::setter},
+    {"Frequency", From::opened, [] { return vqdSetModuleFrequency(0, 20); }, kDoneOrNot, Kind::setter},
+    {"Undistortion", From::opened, [] { return vqdSetUndistortion(0, 1); }, kDoneOrNot, Kind::setter},
 };
 
 // The line that each call's failure prints; the first row that fits. Calls without a row fail silently.
@@ -127,8 +106,7 @@ const struct {
     {"driver", "kernel driver active. Exitting"},
     {"config", "Could not get Config descriptor "},
     {"claim", "Error in claiming interface"},
-    {"B1",
-     "ol transfer"}, // "vqdWriteToDevice Contol transfer Error.", or "Error in b1 Control transfer" of five in a row
+    {"B1", "ol transfer"}, // "vqdWriteToDevice Contol transfer Error." or "Error in b1 Control transfer"
     {"B2", "rror in b2 Control transfer"},
     {"B3", "Error in b3 Control transfer"},
     {"B4", "Error in b4 Control transfer"},

@@ -2,8 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The library's globals are put back to what they were at load: an input must not depend on those before it.
-#include "session.h"
+#include "fresh_library.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -54,11 +55,10 @@ void restoreGlobals()
 
 } // namespace
 
-int requireOneOf(int result, std::initializer_list<int> allowed, const char* call)
+int requireOneOf(int result, const std::vector<int>& allowed, const char* call)
 {
-    for (const int each : allowed)
-        if (result == each)
-            return result;
+    if (std::ranges::count(allowed, result) > 0)
+        return result;
     fprintf(stderr, "%s ended with %d\n", call, result);
     abort();
 }
@@ -80,19 +80,19 @@ bool ImagePair::untouched() const
     return true;
 }
 
-Session::Session()
+FreshLibrary::FreshLibrary()
 {
     restoreGlobals();
     usb.reset();
 }
 
-Session::~Session()
+FreshLibrary::~FreshLibrary()
 {
     closeAll();
 }
 
 // The configuration descriptor may stay: the next open replaces it.
-void Session::closeAll()
+void FreshLibrary::closeAll()
 {
     for (int n = 0; n < VQD_MAX_DEVICES; ++n)
         requireOneOf(vqdDeviceClose(n), {VQD_OK}, "vqdDeviceClose");
@@ -106,7 +106,7 @@ void Session::closeAll()
     configDesc = nullptr;
 }
 
-void Session::requireRecovery()
+void FreshLibrary::requireRecovery()
 {
     closeAll();
     usb.reset();
@@ -119,7 +119,7 @@ void Session::requireRecovery()
     requireOneOf(vqdReadFromDevice(0, images.images(), &info), {1}, "vqdReadFromDevice of a good camera");
 }
 
-sim::Camera& Session::plug(const char* product)
+sim::Camera& FreshLibrary::plug(const char* product)
 {
     sim::Config config;
     config.product = product;
@@ -128,7 +128,7 @@ sim::Camera& Session::plug(const char* product)
 }
 
 // The entry lies alone on the heap, so that a sanitizer sees a second one.
-DevInfo Session::list()
+DevInfo FreshLibrary::list()
 {
     const auto entry = std::make_unique<DevInfo>();
     int count = 0;

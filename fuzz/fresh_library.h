@@ -5,16 +5,15 @@
 #pragma once
 
 #include <array>
-#include <initializer_list>
 #include <memory>
-#include <string>
+#include <vector>
 
 #include "VQD_API.h"
 #include "input.h"
 #include "support/virtual_usb.h"
 
 // Ends the program after a line when a result is none of those.
-int requireOneOf(int result, std::initializer_list<int> allowed, const char* call);
+int requireOneOf(int result, const std::vector<int>& allowed, const char* call);
 
 // Images of exactly the size that a frame read fills, so that a sanitizer sees each pixel too many.
 class ImagePair
@@ -33,13 +32,13 @@ private:
     std::array<uint16_t*, 2> m_images;
 };
 
-class Session
+class FreshLibrary
 {
 public:
-    Session();
-    ~Session();
-    Session(const Session&) = delete;
-    Session& operator=(const Session&) = delete;
+    FreshLibrary();
+    ~FreshLibrary();
+    FreshLibrary(const FreshLibrary&) = delete;
+    FreshLibrary& operator=(const FreshLibrary&) = delete;
 
     // Plugs in a camera that always has a frame ready. The first one gets device number 0.
     sim::Camera& plug(const char* product);
