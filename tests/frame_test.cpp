@@ -3,7 +3,9 @@
 //
 // The frame read: delivery, retries and re-opens, header, stamps.
 #include <algorithm>
+#include <climits>
 #include <cstring>
+#include <functional>
 
 #include "support/library_test.h"
 #include "support/marked_source.h"
@@ -16,10 +18,11 @@ constexpr uint16_t kMark = 2000;
 class Frame : public LibraryTest
 {
 protected:
-    sim::Camera& grab(const char* product = "VQD-HT120")
+    sim::Camera& grab(const char* product = "VQD-HT120", double framesPerSecond = 30)
     {
         sim::Config config;
         config.product = product;
+        config.framesPerSecond = framesPerSecond;
         config.source = std::make_shared<Marked>(kMark);
         sim::Camera& camera = openCamera(config);
         EXPECT_EQ(vqdGrabStart(0), 1);
@@ -195,30 +198,72 @@ TEST_F(Frame, AShortFrameIsNotNoticed)
 
 TEST_F(Frame, EveryStreamIsStampedFromItsOwnFirstFrame)
 {
-    usb.plug();
-    grab(); // numbers 0 and 1
-    EXPECT_EQ(vqdGrabStart(1), 1);
+    grab("VQD-HT110", 0);
+    list(); // numbers 0 and 1
+    EXPECT_EQ(vqdGrabStart(0) + vqdGrabStart(1), 2);
+    m_nRGBCamOpen[0] = m_nRGBCamOpen[1] = -1; // any value but 0
+    std::vector<unsigned char> colours(1280 * 960 * 3, 0xAB);
+    const struct {
+        std::function<int(int)> read;
+        std::string transfer;
+        const FrameInfo* records;
+        const StreamTimer* timers;
+        const int& started;
+        uint32_t width, height;
+    } streams[] = {
+        {[&](int n) { return read(n); }, "in 307712, ", m_pFrameInfo, g_vqdHighReslTimer, m_nTimeStampStartFlag, 320,
+         240},
+        {[&](int n) { return vqdReadFromDevice_RGB888(n, colours.data(), &info); }, "", m_pRGBFrameInfo,
+         g_vqdHighReslTimerRGB, m_nTimeStampStartFlag_RGB, 1280, 960},
+    };
+    const struct {
+        int n;
+        sim::TimeUs later;
+        const char* clock;
+        uint64_t frames;
+        int64_t stamp;
+    } calls[] = {
+        {0, 0, "clock, clock", 1, -1},       // the start is read after the frame's own time
+        {0, 39'000, "clock", 2, 40},         //
+        {1, 500'000, "clock, clock", 1, -1}, // a stream of its own
+        {1, 40'000, "clock", 2, 41},         //
+        {0, 0, "clock", 3, 584},             //
+    };
     usb.logClock = true;
     usb.clockStep = 1000; // a millisecond passes between two readings
-    usb.conversation();
-    EXPECT_EQ(read(0), 1);
-    EXPECT_EQ(usb.conversation(), "in 307712, clock, clock");
-    EXPECT_EQ(info.nTimeStamp, -1);
-    usb.now += 5'000'000;
-    EXPECT_EQ(read(1), 1);
-    EXPECT_EQ(info.nTimeStamp, -1);
-    EXPECT_EQ(info.nFrameCount, 1u);
-    usb.conversation();
-    EXPECT_EQ(read(0), 1);
-    EXPECT_EQ(usb.conversation(), "in 307712, clock");
-    EXPECT_GT(info.nTimeStamp, 5000);
-    EXPECT_EQ(m_nTimeStampStartFlag, 1);
-    EXPECT_EQ(g_vqdHighReslTimer[0].latest - g_vqdHighReslTimer[0].start, info.nTimeStamp);
+    for (const auto& stream : streams) {
+        EXPECT_EQ(stream.started, 0);
+        usb.now = -1000; // the first stream starts at 0, which is a time like any other
+        usb.conversation();
+        for (const auto& c : calls) {
+            usb.now += c.later;
+            EXPECT_EQ(printed([&] { EXPECT_EQ(stream.read(c.n), 1); }), "");
+            EXPECT_EQ(usb.conversation(), stream.transfer + c.clock);
+            EXPECT_EQ(info.nWidth, stream.width);
+            EXPECT_EQ(info.nHeight, stream.height);
+            EXPECT_EQ(info.nFrameCount, c.frames);
+            EXPECT_EQ(info.nTimeStamp, c.stamp);
+            EXPECT_EQ(stream.records[c.n].nFrameCount, c.frames);
+            EXPECT_EQ(stream.timers[c.n].latest - stream.timers[c.n].start, c.stamp);
+        }
+        EXPECT_EQ(stream.started, 1);
+    }
+    EXPECT_EQ(std::ranges::count(colours, 0xAB), std::ssize(colours)); // the application moves the pixels itself
+}
 
-    g_vqdHighReslTimer[0].start = 0; // a time like any other: as of a clock that started with the stream
-    EXPECT_EQ(read(0), 1);
-    EXPECT_EQ(usb.conversation(), "in 307712, clock");
-    EXPECT_EQ(info.nTimeStamp, g_vqdHighReslTimer[0].latest);
+TEST_F(Frame, AColourReadThatCannotBeIsRefused)
+{
+    unsigned char pixel = 0;
+    const auto refused = [&](int n, void* pixels, FrameInfo* out) {
+        EXPECT_EQ(printed([&] { EXPECT_EQ(vqdReadFromDevice_RGB888(n, pixels, out), 0); }), "RGB error\n") << n;
+    };
+    refused(0, &pixel, &info);
+    m_nRGBCamOpen[0] = 1;
+    refused(0, nullptr, &info);
+    refused(0, &pixel, nullptr);
+    for (const int n : {-1, 10, INT_MIN, INT_MAX})
+        refused(n, &pixel, &info);
+    EXPECT_EQ(m_pRGBFrameInfo[0].nFrameCount, 0u);
 }
 
 } // namespace

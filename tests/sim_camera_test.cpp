@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <numeric>
-#include <random>
 
 #include "camera.h"
 
@@ -124,8 +123,11 @@ TEST(SimDescriptors, StandardRequestsAnswerWhatTheHostAsksFor)
         {0x80, 6, 0x0100, 2, Status::ok, {18, 1}},
         {0x80, 6, 0x0201, 255, Status::stall, {}}, // no second configuration
         {0x80, 0, 0, 2, Status::ok, {0, 0}},
+        {0x81, 0, 0, 2, Status::ok, {0, 0}},
+        {0x82, 0, 0, 2, Status::ok, {0, 0}},
         {0x00, 9, 1, 0, Status::ok, {}},
         {0x00, 9, 2, 0, Status::stall, {}},
+        {0x01, 11, 0, 0, Status::ok, {}},
         {0x01, 11, 1, 0, Status::stall, {}}, // no alternate setting
         {0x21, 0, 0, 0, Status::stall, {}},  // a class request
     };
@@ -185,6 +187,9 @@ TEST(SimRequests, AnImageIsTakenOnceAfterB1AndOnlyWhole)
     EXPECT_EQ(host.camera.bulkOut(0x02, host.image, host.now).bytes, 512u);
     EXPECT_EQ(host.camera.registers, host.image);
     EXPECT_EQ(host.camera.bulkOut(0x02, host.image, host.now).status, Status::stall);
+    host.command(0xB1);
+    host.camera.reset(host.now);
+    EXPECT_EQ(host.camera.bulkOut(0x02, host.image, host.now).status, Status::stall);
 }
 
 TEST(SimEeprom, LeavesTheFactoryWithSettingsLensAndSerialAndKeepsWhatIsWritten)
@@ -200,6 +205,8 @@ TEST(SimEeprom, LeavesTheFactoryWithSettingsLensAndSerialAndKeepsWhatIsWritten)
         {57, {0x24, 0x06, 0x11, 0x00, 0x00, 0x00, 0x01, 0x01, 0x2C}},
         {80, {0x07, 0xF8, 0x07, 0xF8, 0x81, 0x5A, 0x00, 0x78, 0x00, 0x00, 0x06, 0x40, 0x04, 0xB0}},
         {94, {0, 0, 0, 0, 0, 0}},
+        {100, {0x09, 0xD1, 0x09, 0xCF, 0x00, 0x51, 0x80, 0xA4, 0x00, 0x00, 0x06, 0x33, 0x04, 0xBE}},
+        {114, {0x00, 0x02, 0x80, 0x01, 0x00, 0x00, 0x27, 0x0F, 0x80, 0x57, 0x00, 0x69, 0x00, 0x58}},
     };
     for (const auto& [at, bytes] : expected)
         EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), read.begin() + static_cast<std::ptrdiff_t>(at))) << at;
@@ -241,7 +248,7 @@ TEST(SimTables, ChunksFillTheirRegionInOrderAndThenStartAnew)
     }
 }
 
-TEST(SimTables, AnyOtherVendorRequestBreaksARunOfChunks)
+TEST(SimTables, AnyOtherVendorRequestAndAResetBreakARunOfChunks)
 {
     const struct {
         const char* between;
@@ -249,7 +256,7 @@ TEST(SimTables, AnyOtherVendorRequestBreaksARunOfChunks)
         uint16_t value, length;
         size_t secondAt;
     } cases[] = {
-        {"nothing", 0, 0, 0, 0, 128},
+        {"a USB reset", 0, 0, 0, 0, 0},
         {"a string read", 0x80, 6, 0x0300, 255, 128},
         {"a command", 0x40, 0xB3, 0, 64, 0},
         {"a refused command", 0x40, 0xB3, 0, 63, 0},
@@ -262,6 +269,8 @@ TEST(SimTables, AnyOtherVendorRequestBreaksARunOfChunks)
         host.ask(0x40, 0xBA, 0x7000, first);
         if (c.length > 0)
             host.ask(c.type, c.request, c.value, other);
+        else
+            host.camera.reset(host.now);
         host.ask(0x40, 0xBA, 0x7000, second);
         const Bytes& region = host.camera.regions[0x7000];
         ASSERT_EQ(region.size(), 4096u);
@@ -357,6 +366,9 @@ TEST(SimStream, APartialReadLeavesTheRestAndAnOddOneOverflows)
     expectOutcome(host.read(kFrameBytes), Status::ok, kFrameBytes, true, "runs on into the next frame");
     EXPECT_EQ(host.camera.framesSent(), 1u);
     EXPECT_EQ(host.data[kFrameBytes - 1024], 0x44);
+    host.read(512);
+    host.grab(0);
+    expectOutcome(host.read(512), Status::ok, 0, false, "a stop takes the rest of a frame too");
     EXPECT_EQ(host.camera.bulkIn(0x81, host.data, host.now).status, Status::stall);
 }
 
@@ -462,6 +474,8 @@ TEST(SimFaults, ACutTransferCountsItsBytesAcrossBlocks)
     const auto rest = std::span(host.data).subspan(2048);
     expectOutcome(host.camera.bulkIn(0x86, rest, host.now), Status::ok, 452, true, "the cut");
     EXPECT_EQ(rest[0], 0x44);
+    host.read();
+    EXPECT_EQ(host.frameNumber(), 1u); // the rest of the cut frame is gone
 }
 
 TEST(SimFaults, ASilentCameraIsLateWithItsFrameAndAnswersNothingElse)
@@ -517,8 +531,15 @@ TEST(SimFaults, AnUnpluggedCameraIsGoneUntilItStartsFromPowerUp)
     host.now += 100 * kMs;
     EXPECT_EQ(host.read().status, Status::ok); // the plan went on: its second transfer is over
     EXPECT_EQ(host.frameNumber(), 0u);
+    host.camera.plug(host.now); // is plugged in already
+    EXPECT_TRUE(host.camera.grabbing());
+
+    host.camera.addFault({.kind = Fault::Kind::silence, .request = 0xB2});
+    EXPECT_EQ(host.command(0xB2).status, Status::timeout);
     host.camera.unplug(host.now);
     EXPECT_EQ(host.camera.returnsAt(), kNever);
+    host.camera.plug(host.now);
+    EXPECT_EQ(host.command(0xB2).status, Status::ok); // not silent any more
 }
 
 TEST(SimRegisters, ShapeTheFrame)
@@ -533,8 +554,6 @@ TEST(SimRegisters, ShapeTheFrame)
         {"columns reversed", "VQD-HT120", {{9, 0xE0}}, 63, 239 * 64 - 15000, 419},
         {"rows reversed", "VQD-HT120", {{9, 0xE3}}, 239 * 64 - 15000, 63, 100},
         {"both reversed", "VQD-HT120", {{9, 0xE1}}, 239 * 64 - 15000 + 63, 0, 419},
-        {"20 MHz", "VQD-HT120", {{5, 2}}, 0, 239 * 64 + 63 - 2 * 7500, 100},
-        {"60 MHz", "VQD-HT120", {{5, 6}}, 0, 239 * 64 + 63 - 6 * 2500, 100},
         {"a third of the integration time", "VQD-HT120", {{6, 3}}, 0, 359, 33},
         {"range left to the host", "VQD-HT950X", {{20, 1}, {21, 0x68}}, 0, 359, 100},
         {"range from 360", "VQD-RS110", {{20, 1}, {21, 0x68}}, 0, 0, 100},
@@ -556,10 +575,25 @@ TEST(SimRegisters, ShapeTheFrame)
     }
 }
 
+TEST(SimRegisters, DepthStartsAnewAtTheRangeOfTheFrequency)
+{
+    Config config = slowConfig();
+    config.framesPerSecond = 0;
+    Host host(config);
+    const std::pair<uint8_t, int> ranges[] = {{0x00, 15000}, {0x01, 15000}, {0x02, 7500},  {0x03, 5000},
+                                              {0x33, 5000},  {0x04, 3750},  {0x44, 3750},  {0x05, 3000},
+                                              {0x55, 3000},  {0x06, 2500},  {0x45, 15000}, {0x56, 15000}};
+    for (const auto& [code, range] : ranges) {
+        host.image[5] = code;
+        host.grab();
+        host.read();
+        EXPECT_EQ(host.depth(200, 10), (200 * 64 + 10) % range) << +code;
+    }
+}
+
 TEST(SimRegisters, EdgeRemovalTakesBrightPixelsWithAWideSpread)
 {
-    // Columns 63 and 64 differ by 63 - 64 = 1 down to the next row and by 63 across: the 2 x 2 spread is 127 at column
-    // 62, and 128 - 1 there where the count of 64 starts anew.
+    // At column 63 the count of 64 starts anew: the 2 x 2 block there spans 127 mm.
     const struct {
         const char* what;
         const char* product;
@@ -613,47 +647,6 @@ TEST(SimRegisters, WithoutLightSomeModelsSendDarkFramesUntilTheFifoIsReset)
         host.command(ending);
         host.read(2048);
         EXPECT_EQ(host.camera.nextBulkIn(host.now), kNever);
-    }
-}
-
-TEST(SimCamera, SurvivesAnyCallsInAnyOrder)
-{
-    std::mt19937 random(1);
-    const auto pick = [&](std::initializer_list<unsigned> values) {
-        return *(values.begin() + random() % values.size());
-    };
-    for (int round = 0; round < 40; round++) {
-        Config config;
-        config.framesPerSecond = std::array{0.0, 30.0, 1e-300, 1e9, -1.0}[random() % 5];
-        config.darkFrames = random() % 2 == 0;
-        Host host(config);
-        host.now = std::array<TimeUs, 4>{0, 1000, INT64_MAX - 1000, INT64_MIN}[random() % 4];
-        for (int step = 0; step < 60; step++) {
-            Bytes data(pick({0, 1, 64, 127, 128, 256, 512, 2048, 8192}));
-            const auto request = static_cast<uint8_t>(pick({0, 6, 9, 0xB1, 0xB2, 0xB4, 0xB7, 0xB8, 0xBA, 0xBB}));
-            const auto length = static_cast<uint16_t>(pick({0, 64, 128, 256, 8192, 65535}));
-            const auto value = static_cast<uint16_t>(pick({0, 0x0300, 0x1200, 0x4000, 0x7000, 0xFFFF}));
-            const auto type = static_cast<uint8_t>(pick({0x00, 0x80, 0x40, 0xC0, 0xFF}));
-            const Outcome control = host.camera.control({type, request, value, 0, length}, data, host.now);
-            EXPECT_LE(control.bytes, data.size());
-            for (uint8_t& byte : host.image)
-                byte = static_cast<uint8_t>(random());
-            if (random() % 2 == 0)
-                host.grab(random() % 4 != 0);
-            const Outcome in = host.read(pick({0, 511, 512, 1000, 2048, 400000}));
-            EXPECT_LE(in.bytes, host.data.size());
-            host.camera.addFault({.kind = static_cast<Fault::Kind>(random() % 8),
-                                  .channel = static_cast<Channel>(random() % 4),
-                                  .nth = static_cast<unsigned>(random() % 40),
-                                  .times = static_cast<unsigned>(random() % 3),
-                                  .bytes = random() % 1000,
-                                  .backAfter = std::array<TimeUs, 3>{-5, 100, kNever}[random() % 3]});
-            if (!host.camera.plugged() && random() % 2 == 0)
-                host.camera.plug(host.now);
-            if (host.now < INT64_MAX - 300'000)
-                host.now += static_cast<TimeUs>(random() % 300'000);
-            EXPECT_GE(host.camera.nextBulkIn(host.now), TimeUs{INT64_MIN});
-        }
     }
 }
 
