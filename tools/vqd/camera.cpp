@@ -14,10 +14,10 @@
 #include <utility>
 
 #include "common.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 #include "interrupt.h"
-#include "plausibility.h"
-#include "usb_devices.h"
+#include "host/plausibility.h"
+#include "host/usb_devices.h"
 
 namespace
 {

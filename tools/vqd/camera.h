@@ -11,11 +11,11 @@
 
 #include "VQD_API.h"
 
-#include "bus_view.h"
-#include "exit_codes.h"
-#include "library_lines.h"
+#include "host/bus_view.h"
+#include "host/failure.h"
+#include "host/library_lines.h"
 #include "output.h"
-#include "search_notes.h"
+#include "host/search_watch.h"
 
 // What is known of a camera's EEPROM. In the last two cases the library stands in factory settings, or in zeros.
 enum class Known { read, notSigned, notRead };

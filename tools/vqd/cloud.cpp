@@ -10,9 +10,9 @@
 #include "command_line.h"
 #include "commands.h"
 #include "common.h"
-#include "exit_codes.h"
-#include "point_cloud.h"
-#include "settings.h"
+#include "host/failure.h"
+#include "host/point_cloud.h"
+#include "host/settings.h"
 
 namespace
 {

@@ -9,7 +9,7 @@
 #include <numeric>
 #include <sstream>
 
-#include "exit_codes.h"
+#include "host/failure.h"
 
 const CLI::Validator notEmpty([](const std::string& text) { return text.empty() ? "it is empty" : std::string(); }, "");
 

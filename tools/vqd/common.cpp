@@ -11,7 +11,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "exit_codes.h"
+#include "host/failure.h"
 #include "interrupt.h"
 
 Common common;

@@ -8,9 +8,9 @@
 
 #include "command_line.h"
 #include "commands.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 #include "output.h"
-#include "settings.h"
+#include "host/settings.h"
 
 namespace
 {

@@ -18,22 +18,22 @@
 #include <CLI/CLI.hpp>
 #include <libusb.h>
 
-#include "arrivals.h"
+#include "host/arrivals.h"
 #include "camera.h"
 #include "command_line.h"
 #include "commands.h"
 #include "common.h"
 #include "config/param_image.h"
 #include "device/models.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 #include "interrupt.h"
-#include "library_lines.h"
+#include "host/library_lines.h"
 #include "output.h"
-#include "plausibility.h"
+#include "host/plausibility.h"
 #include "tar_gz.h"
 #include "udev_events.h"
 #include "usb/vendor_channel.h"
-#include "usb_devices.h"
+#include "host/usb_devices.h"
 
 namespace
 {

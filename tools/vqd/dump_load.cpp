@@ -11,9 +11,9 @@
 #include "commands.h"
 #include "common.h"
 #include "eeprom_change.h"
-#include "exit_codes.h"
-#include "lens_json.h"
-#include "settings.h"
+#include "host/failure.h"
+#include "host/lens_json.h"
+#include "host/settings.h"
 
 namespace
 {

@@ -10,9 +10,9 @@
 #include "commands.h"
 #include "common.h"
 #include "config/param_image.h"
-#include "eeprom_fields.h"
-#include "exit_codes.h"
-#include "plausibility.h"
+#include "host/eeprom_fields.h"
+#include "host/failure.h"
+#include "host/plausibility.h"
 
 namespace
 {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "common.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 #include "interrupt.h"
 #include "output.h"
 #include "config/param_image.h"

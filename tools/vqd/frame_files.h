@@ -12,7 +12,7 @@
 #include "camera.h"
 #include "output.h"
 #include "pictures.h"
-#include "point_cloud.h"
+#include "host/point_cloud.h"
 
 struct FrameFile {
     std::string name;

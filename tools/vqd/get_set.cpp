@@ -10,8 +10,8 @@
 #include "commands.h"
 #include "common.h"
 #include "eeprom_change.h"
-#include "exit_codes.h"
-#include "settings.h"
+#include "host/failure.h"
+#include "host/settings.h"
 
 namespace
 {

@@ -8,14 +8,14 @@
 
 #include <CLI/CLI.hpp>
 
-#include "arrivals.h"
+#include "host/arrivals.h"
 #include "command_line.h"
 #include "commands.h"
 #include "common.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 #include "frame_files.h"
 #include "series.h"
-#include "settings.h"
+#include "host/settings.h"
 
 namespace
 {

@@ -8,9 +8,9 @@
 
 #include "commands.h"
 #include "common.h"
-#include "exit_codes.h"
-#include "lens_json.h"
-#include "settings.h"
+#include "host/failure.h"
+#include "host/lens_json.h"
+#include "host/settings.h"
 
 // Names of nested members joined by dots, a line each.
 static void printTree(Output& output, const Json& json, const std::string& prefix)

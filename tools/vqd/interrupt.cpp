@@ -7,7 +7,7 @@
 #include <csignal>
 #include <unistd.h>
 
-#include "exit_codes.h"
+#include "host/failure.h"
 
 static volatile std::sig_atomic_t g_interrupted = 0;
 

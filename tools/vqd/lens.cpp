@@ -10,8 +10,8 @@
 #include "commands.h"
 #include "common.h"
 #include "eeprom_change.h"
-#include "exit_codes.h"
-#include "lens_json.h"
+#include "host/failure.h"
+#include "host/lens_json.h"
 
 static int lens(const std::string& file)
 {

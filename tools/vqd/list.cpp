@@ -7,7 +7,7 @@
 #include "camera.h"
 #include "commands.h"
 #include "common.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 #include "output.h"
 
 static int list()

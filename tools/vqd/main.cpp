@@ -11,7 +11,7 @@
 #include "command_line.h"
 #include "commands.h"
 #include "common.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 
 namespace
 {

@@ -18,7 +18,7 @@
 #include <unistd.h>
 
 #include "common.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 
 namespace
 {

@@ -9,8 +9,8 @@
 #include "commands.h"
 #include "common.h"
 #include "config/param_image.h"
-#include "eeprom_fields.h"
-#include "exit_codes.h"
+#include "host/eeprom_fields.h"
+#include "host/failure.h"
 
 static Eeprom withFactorySettings(const Eeprom& eeprom)
 {

@@ -16,12 +16,12 @@
 #include "common.h"
 #include "config/param_image.h"
 #include "device/models.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 #include "interrupt.h"
-#include "lens_json.h"
-#include "library_lines.h"
+#include "host/lens_json.h"
+#include "host/library_lines.h"
 #include "output.h"
-#include "settings.h"
+#include "host/settings.h"
 
 namespace
 {

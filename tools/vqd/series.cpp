@@ -10,7 +10,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "exit_codes.h"
+#include "host/failure.h"
 #include "output.h"
 
 namespace

@@ -12,7 +12,7 @@
 #include <mutex>
 #include <thread>
 
-#include "arrivals.h"
+#include "host/arrivals.h"
 #include "frame_files.h"
 
 // Fails when the directory holds files of a series, unless --force.

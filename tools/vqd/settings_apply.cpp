@@ -7,10 +7,10 @@
 
 #include "common.h"
 #include "device/models.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 #include "interrupt.h"
-#include "library_lines.h"
-#include "settings.h"
+#include "host/library_lines.h"
+#include "host/settings.h"
 
 namespace
 {

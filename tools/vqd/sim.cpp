@@ -22,7 +22,7 @@
 
 #include "command_line.h"
 #include "commands.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 #include "output.h"
 #include "sim/fault_language.h"
 #include "sim/scene.h"

@@ -5,7 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "commands.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 
 void addSim(CLI::App& app, Run& run, const Invocation&)
 {

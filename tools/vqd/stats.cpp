@@ -13,7 +13,7 @@
 #include "camera.h"
 #include "commands.h"
 #include "common.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 #include "interrupt.h"
 #include "output.h"
 

@@ -11,7 +11,7 @@
 #include "commands.h"
 #include "common.h"
 #include "eeprom_change.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 #include "interrupt.h"
 #include "output.h"
 #include "pictures.h"

@@ -10,7 +10,7 @@
 #include <archive.h>
 #include <archive_entry.h>
 
-#include "exit_codes.h"
+#include "host/failure.h"
 
 static la_ssize_t append(struct archive*, void* bytes, const void* data, size_t size)
 {

@@ -16,9 +16,9 @@
 #include "camera.h"
 #include "commands.h"
 #include "common.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 #include "interrupt.h"
-#include "library_lines.h"
+#include "host/library_lines.h"
 #include "output.h"
 #include "pictures.h"
 

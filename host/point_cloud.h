@@ -6,7 +6,7 @@
 
 #include "camera.h"
 #include "pictures.h"
-#include "settings.h"
+#include "host/settings.h"
 
 namespace CLI
 {

@@ -10,7 +10,7 @@
 
 #include "VQD_API.h"
 
-#include "bus_view.h"
+#include "host/bus_view.h"
 
 struct Implausible {
     std::string text;   // "the depth range is not plausible: 15000 to 0 mm"

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // See usb_devices.h. Folders are read with libc's own functions, which a virtual bus redirects.
-#include "usb_devices.h"
+#include "host/usb_devices.h"
 
 #include <algorithm>
 #include <cctype>

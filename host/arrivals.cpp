@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // See arrivals.h.
-#include "arrivals.h"
+#include "host/arrivals.h"
 
 #include <algorithm>
 #include <cmath>

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // See point_cloud.h.
-#include "point_cloud.h"
+#include "host/point_cloud.h"
 
 #include <algorithm>
 #include <array>
@@ -14,7 +14,7 @@
 
 #include "common.h"
 #include "device/models.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 
 namespace
 {

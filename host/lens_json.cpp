@@ -2,12 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // See lens_json.h.
-#include "lens_json.h"
+#include "host/lens_json.h"
 
 #include <algorithm>
 #include <cmath>
 
-#include "exit_codes.h"
+#include "host/failure.h"
 #include "geometry/lens_fields.h"
 
 namespace

@@ -2,14 +2,14 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The rows behind get and set: one a setting.
-#include "settings.h"
+#include "host/settings.h"
 
 #include <algorithm>
 #include <charconv>
 #include <functional>
 
 #include "config/param_image.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 
 namespace
 {

@@ -7,7 +7,7 @@
 #include <optional>
 
 #include "camera.h"
-#include "plausibility.h"
+#include "host/plausibility.h"
 
 inline constexpr const char* kIntrinsicNames[] = {"fx", "fy", "cx", "cy"};
 inline constexpr const char* kDistortionNames[] = {"k1", "k2", "k3", "p1", "p2", "skew"};

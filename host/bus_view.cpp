@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // See bus_view.h.
-#include "bus_view.h"
+#include "host/bus_view.h"
 
 #include <functional>
 

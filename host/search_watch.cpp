@@ -3,7 +3,7 @@
 //
 // See search_notes.h. The library writes 0 to m_nDeviceOpen when a re-open begins and 1 when it has found the camera; a
 // value that it never writes tells that neither has happened.
-#include "search_notes.h"
+#include "host/search_watch.h"
 
 #include <atomic>
 

@@ -2,13 +2,13 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // See plausibility.h.
-#include "plausibility.h"
+#include "host/plausibility.h"
 
 #include <cstdio>
 
 #include "common.h"
 #include "config/param_image.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 #include "geometry/lens_fields.h"
 
 namespace

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // See library_lines.h.
-#include "library_lines.h"
+#include "host/library_lines.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -12,7 +12,7 @@
 #include <unistd.h>
 
 #include "common.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 
 LibraryLines::LibraryLines()
 {

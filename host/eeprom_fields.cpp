@@ -2,14 +2,14 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // See eeprom_fields.h.
-#include "eeprom_fields.h"
+#include "host/eeprom_fields.h"
 
 #include <algorithm>
 #include <cstring>
 
 #include "common.h"
 #include "geometry/lens_fields.h"
-#include "lens_json.h"
+#include "host/lens_json.h"
 
 namespace
 {
