@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// See arrivals.h.
+// The estimate of lost frames from the intervals between those that came.
 #include "host/arrivals.h"
 
 #include <algorithm>
@@ -15,7 +15,7 @@ double nominalInterval(int n)
     return 1000.0 / 30 + vqdGetFPSDelay(n);
 }
 
-// The camera may be slower than it says, such as when several take turns; then the recent intervals tell.
+// A camera may be slower than it says, for instance when several take turns. The recent intervals show that.
 double Arrivals::period() const
 {
     if (m_recent.empty())

@@ -1,20 +1,20 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// When frames came, and what that says of those that did not. A frame carries no number of the camera's, so what is
-// lost is an estimate from the time between two frames.
+// When frames arrived, and how many did not. The camera does not number its frames, so the number of lost ones is an
+// estimate from the time between two that arrived.
 #pragma once
 
 #include <chrono>
 #include <deque>
 
-// Between two frames of a camera that nothing holds up, in milliseconds.
+// The time between two frames of camera n when nothing delays it, in milliseconds.
 double nominalInterval(int n);
 
 struct Arrival {
     std::chrono::system_clock::time_point time; // when the read returned
-    bool reopened = false;                      // the camera was opened again since the frame before
-    int lost = 0;                               // frames between the one before and this
+    bool reopened = false;                      // the library re-opened the camera since the previous frame
+    int lost = 0;                               // frames between the previous one and this one
 };
 
 class Arrivals
@@ -24,7 +24,7 @@ public:
 
     explicit Arrivals(double nominal) : m_nominal(nominal) {}
 
-    // A read began, and ended with a frame.
+    // Takes note of a read that ended with a frame.
     Arrival add(Clock::time_point began, Clock::time_point ended, bool reopened);
 
     int lost() const { return m_lost; }
@@ -37,7 +37,7 @@ private:
 
     const double m_nominal;
     Clock::time_point m_first, m_last;
-    std::deque<double> m_recent; // intervals in which only the camera was waited for
+    std::deque<double> m_recent; // ms, only of reads that had to wait for the camera
     int m_frames = 0, m_lost = 0, m_reopens = 0;
     double m_longest = 0;
 };

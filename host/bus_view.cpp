@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// See bus_view.h.
+// Short visits to the bus: each makes a libusb context of its own, so the library's context is not touched.
 #include "host/bus_view.h"
 
 #include <functional>

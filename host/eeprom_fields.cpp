@@ -1,14 +1,16 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// See eeprom_fields.h.
+// A row for each field that has a name; the lenses, the transform and the unnamed bytes are added to them.
 #include "host/eeprom_fields.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
-#include "common.h"
 #include "geometry/lens_fields.h"
+
+#include "host/formatted.h"
 #include "host/lens_json.h"
 
 namespace
@@ -28,9 +30,7 @@ std::string u16(At at)
 
 std::string hex(At at)
 {
-    char text[8];
-    snprintf(text, sizeof text, "0x%02x", at[0]);
-    return text;
+    return formatted("0x%02x", at[0]);
 }
 
 std::string frequency(At at)
@@ -53,6 +53,13 @@ std::string flip(At at)
     return horizontal + std::string(IsFlippedVertically(*at) ? ",on" : ",off");
 }
 
+std::string serialText(At at)
+{
+    char text[2 * kSerialBytes + 1];
+    RenderSerial(at - kSerial, text);
+    return text;
+}
+
 struct Row {
     int offset;
     int bytes;
@@ -62,7 +69,7 @@ struct Row {
     std::string (*text)(At at);
 };
 
-// In order of offset. Bytes between them are the camera's own: they are named by their number.
+// In order of offset. The bytes between them are the camera's own and have no name but their number.
 constexpr Row kRows[] = {
     {kScatterThreshold, 1, "scatter-threshold", "", true, u8},
     {kCheckThreshold, 1, "check-threshold", "", true, u8},
@@ -94,12 +101,7 @@ constexpr Row kRows[] = {
      [](At at) { return std::to_string(*at & ~kOrthogonalBit) + (*at & kOrthogonalBit ? ",on" : ",off"); }},
     {kCorrectionCode, 1, "fppn, remove-edge (on the host)", "", true,
      [](At at) { return std::string(*at & kFppnBit ? "on" : "off") + (*at & kEdgeBit ? ",on" : ",off"); }},
-    {kSerial, kSerialBytes, "serial", "", false,
-     [](At at) {
-         char text[2 * kSerialBytes + 1];
-         RenderSerial(at - kSerial, text);
-         return std::string(text);
-     }},
+    {kSerial, kSerialBytes, "serial", "", false, serialText},
     {kDepthGap, 2, "depth-gap", "mm", false, u16},
     {kMotionBlurLevel, 1, "motion-blur level", "", true, u8},
     {kMotionBlurLevelCopy, 1, "motion-blur level, copy", "", true, u8},
@@ -107,9 +109,8 @@ constexpr Row kRows[] = {
 
 EepromField lensField(const Eeprom& eeprom, const LensField& field, const std::string& name, const char* unit)
 {
-    char value[32];
-    snprintf(value, sizeof value, "%g", static_cast<double>(DecodeLensField(eeprom.data(), field)));
-    return {name, field.offset, 2, unit, false, value};
+    return {name, field.offset, 2,
+            unit, false,        formatted("%g", static_cast<double>(DecodeLensField(eeprom.data(), field)))};
 }
 
 void addLens(std::vector<EepromField>& fields, const Eeprom& eeprom, const LensBlock& block, const std::string& name)
@@ -156,13 +157,6 @@ std::vector<EepromDifference> differences(const Eeprom& before, const Eeprom& af
     return found;
 }
 
-void printDifferences(Output& output, const std::vector<EepromDifference>& differences)
-{
-    for (const auto& [before, after] : differences)
-        output.print("%-38s %s -> %s%s%s\n", before.name.c_str(), before.value.c_str(), after.value.c_str(),
-                     *before.unit ? " " : "", before.unit);
-}
-
 Json differencesJson(const std::vector<EepromDifference>& differences)
 {
     Json json = Json::array();
@@ -175,15 +169,18 @@ Json differencesJson(const std::vector<EepromDifference>& differences)
     return json;
 }
 
-void showChange(Output& output, const char* command, const Camera& camera, const Eeprom& after)
+std::string serialOf(const Eeprom& eeprom)
 {
-    const std::vector<EepromDifference> changes = differences(camera.eeprom, after);
-    Json json = document(command);
-    json["camera"] = identityJson(camera);
-    json["differences"] = differencesJson(changes);
-    if (common.json)
-        output.print(json);
-    else
-        printDifferences(output, changes);
-    output.finish();
+    return serialText(&eeprom[kSerial]);
+}
+
+Eeprom withFactorySettings(const Eeprom& eeprom)
+{
+    Eeprom factory{};
+    FillFactoryImage(factory.data());
+    Eeprom changed = eeprom;
+    for (const EepromField& field : eepromFields(eeprom))
+        if (field.isSetting)
+            std::copy_n(factory.begin() + field.offset, field.bytes, changed.begin() + field.offset);
+    return changed;
 }

@@ -1,13 +1,12 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// See lens_json.h.
+// Between the JSON of a calibration and the fixed-point fields in which a camera stores it.
 #include "host/lens_json.h"
 
 #include <algorithm>
 #include <cmath>
 
-#include "host/failure.h"
 #include "geometry/lens_fields.h"
 
 namespace
@@ -15,13 +14,13 @@ namespace
 
 constexpr const char* kSets[] = {"depth", "colour", "extrinsic"};
 
-// The camera stores steps of 0.0001 at the finest; more digits would be those of the float.
+// The finest step that a camera stores is 0.0001. More digits would come from the float, not from the camera.
 double rounded(float value)
 {
     return std::round(static_cast<double>(value) * 1e4) / 1e4;
 }
 
-// The other numbers of the transform lie behind the EEPROM, in the image alone.
+// The rest of the transform lies beyond the EEPROM, in the image only.
 bool isStored(size_t extrinsic)
 {
     return ExtrinsicField(static_cast<int>(extrinsic)).offset < VQD_EEPROM_BYTES;
@@ -55,7 +54,8 @@ double memberIn(const Json& set, const std::string& setName, const char* name)
     return numberIn(set[name], where);
 }
 
-// The nearest that the field holds, as a number that the library, which cuts, stores as that.
+// The nearest value that the field can hold, as a float that the library, which truncates, stores as exactly that
+// value.
 float nearestHeld(const LensField& field, double value, const std::string& where)
 {
     const double scale = static_cast<double>(field.scale);
@@ -100,7 +100,7 @@ ExtrinsicParam extrinsicFrom(const Json& set)
 
 } // namespace
 
-Json calibrationJson(const Camera& camera)
+Json calibrationJson(const ListedCamera& camera)
 {
     const int n = camera.nIndex;
     float e[kExtrinsicFields];
@@ -129,14 +129,18 @@ Calibration calibrationFrom(const Json& json, const std::string& file)
     if (json.contains("extrinsic"))
         calibration.extrinsic = extrinsicFrom(json["extrinsic"]);
     if (!calibration.depth && !calibration.colour && !calibration.extrinsic)
-        throw Failure(kUsage, file + ": holds no calibration set");
+        throw Failure(kUsage, file + ": it holds no calibration set");
+    return calibration;
+}
+
+std::vector<Implausible> implausibleIn(const Calibration& calibration)
+{
     std::vector<Implausible> found;
     if (calibration.depth)
         judgeDepthLens(found, calibration.depth->k);
     if (calibration.colour)
         judgeColourLens(found, calibration.colour->k);
-    refuseImplausible(file, found);
-    return calibration;
+    return found;
 }
 
 void store(int n, const Calibration& c)

@@ -1,12 +1,13 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The calibration of a camera, both lenses and the transform between them, as JSON.
+// The calibration of a camera as JSON: both lenses and the transform between them.
 #pragma once
 
 #include <optional>
 
-#include "camera.h"
+#include "host/json.h"
+#include "host/listed_camera.h"
 #include "host/plausibility.h"
 
 inline constexpr const char* kIntrinsicNames[] = {"fx", "fy", "cx", "cy"};
@@ -17,18 +18,21 @@ struct LensSet {
     LensDistortion d;
 };
 
-// The sets that a file holds.
+// The sets that a file may hold.
 struct Calibration {
     std::optional<LensSet> depth, colour;
     std::optional<ExtrinsicParam> extrinsic;
 };
 
-// The members "depth", "colour" and "extrinsic", as the camera stores them; null is what it does not store.
-Json calibrationJson(const Camera& camera);
+// The members "depth", "colour" and "extrinsic", as the camera stores them. What it does not store is null.
+Json calibrationJson(const ListedCamera& camera);
 
-// The values as the camera can store them. Fails with a usage error that names what is wrong, also for what is not
-// plausible, unless --force; `file` is for that message.
+// The values as the camera can store them. Fails with a usage error that names what is wrong; `file` is for that
+// message.
 Calibration calibrationFrom(const Json& json, const std::string& file);
 
-// Into the host's image and the EEPROM.
+// What of it is not plausible as the calibration of a camera.
+std::vector<Implausible> implausibleIn(const Calibration& calibration);
+
+// Writes it into the host's image and the EEPROM.
 void store(int n, const Calibration& calibration);

@@ -1,18 +1,25 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// See library_lines.h.
+// Standard output goes to a file in memory while the lines are kept.
 #include "host/library_lines.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <sstream>
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "common.h"
 #include "host/failure.h"
+
+static void (*g_prepare)() = nullptr;
+
+void beforeLibraryLines(void (*prepare)())
+{
+    g_prepare = prepare;
+}
 
 LibraryLines::LibraryLines()
 {
@@ -41,8 +48,8 @@ std::vector<std::string> LibraryLines::take()
         text.append(part, static_cast<size_t>(length));
     if (ftruncate(m_kept, 0) == 0)
         lseek(m_kept, 0, SEEK_SET);
-    if (!text.empty())
-        clearProgress();
+    if (!text.empty() && g_prepare != nullptr)
+        g_prepare();
     for (size_t done = 0; done < text.size();) {
         const ssize_t written = write(m_before, text.data() + done, text.size() - done);
         if (written <= 0 && errno != EINTR)

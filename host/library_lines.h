@@ -1,14 +1,13 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the library prints, for those who want to count it: its lines are its only error channel.
+// What the library prints. Its lines are its only error channel, so callers count and interpret them.
 #pragma once
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
-// While one lives, the library's lines are kept until take() and then go where they went before. Make it after Output.
+// While one exists, the library's lines are kept until take(), and then go where they would have gone without it.
 class LibraryLines
 {
 public:
@@ -21,15 +20,18 @@ public:
     std::vector<std::string> take();
 
 private:
-    int m_before; // where they went
+    int m_before; // where they would have gone
     int m_kept;
 };
 
-// How many of the lines start so.
+// What the process does before lines are passed on, such as clearing a line of progress; null: nothing.
+void beforeLibraryLines(void (*prepare)());
+
+// How many of the lines have this start.
 int countStarting(const std::vector<std::string>& lines, const char* start);
 
-// The lines that tell of a failed transfer of a frame, of one for which the kernel had no memory, of a frame with a
-// wrong start code, and of an image that did not reach the camera.
+// The starts of lines about: a failed transfer of a frame, one for which the kernel had no memory, a frame with a wrong
+// start code, and an image that did not reach the camera.
 inline constexpr char kTransferFailed[] = "ReadFromDevice Read Error, Device Reset2";
 inline constexpr char kNoUsbMemory[] = "ReadFromDevice Read Error, Device Reset2, -11";
 inline constexpr char kWrongStartCode[] = "incorrect Start code";

@@ -1,22 +1,21 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// See plausibility.h.
+// The rules for each value, with a remedy for each.
 #include "host/plausibility.h"
 
-#include <cstdio>
-
-#include "common.h"
 #include "config/param_image.h"
-#include "host/failure.h"
 #include "geometry/lens_fields.h"
+
+#include "host/formatted.h"
 
 namespace
 {
 
 constexpr int kMostDepth = 15000; // mm
 
-constexpr char kLensRemedy[] = "If there is a backup: vqd eeprom restore FILE. Else set the lens with vqd lens --set.";
+constexpr char kLensRemedy[] =
+    "Restore a backup with \"vqd eeprom restore FILE\", or set the lens with \"vqd lens --set\".";
 
 LensIntrinsic intrinsicOf(const Eeprom& eeprom, const LensBlock& block)
 {
@@ -41,10 +40,8 @@ void judgeDepthRange(std::vector<Implausible>& found, int least, int most)
 
 std::string lensText(const LensIntrinsic& k)
 {
-    char text[128];
-    snprintf(text, sizeof text, "focal length %.1f, %.1f, centre %.1f, %.1f", static_cast<double>(k.fx),
-             static_cast<double>(k.fy), static_cast<double>(k.cx), static_cast<double>(k.cy));
-    return text;
+    return formatted("focal length %.1f, %.1f, centre %.1f, %.1f", static_cast<double>(k.fx), static_cast<double>(k.fy),
+                     static_cast<double>(k.cx), static_cast<double>(k.cy));
 }
 
 void addLens(std::vector<Implausible>& found, const char* name, const LensIntrinsic& k)
@@ -85,14 +82,4 @@ std::vector<Implausible> implausibleIn(const Eeprom& eeprom)
     judgeDepthLens(found, intrinsicOf(eeprom, kDepthLensBlock));
     judgeColourLens(found, intrinsicOf(eeprom, kColourLensBlock));
     return found;
-}
-
-void refuseImplausible(const std::string& file, const std::vector<Implausible>& found)
-{
-    if (found.empty() || common.force)
-        return;
-    std::string text = file + ": ";
-    for (const Implausible& one : found)
-        text += one.text + "; ";
-    throw Failure(kUsage, text + "--force writes it all the same");
 }

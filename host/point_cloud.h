@@ -1,19 +1,16 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// A frame as points in space: files and a picture of them.
+// A frame, or the mean of several, as points in space, and files of such points.
 #pragma once
 
-#include "camera.h"
-#include "pictures.h"
-#include "host/settings.h"
+#include <string>
+#include <vector>
 
-namespace CLI
-{
-class App;
-}
+#include "host/bytes.h"
+#include "host/depth_frame.h"
 
-// One for each pixel, row by row.
+// A cloud has one for each pixel, row by row.
 struct CloudPoint {
     Point3f position; // metres in the library's axes: X right, Y up, Z ahead; NaN where there is no depth
     float amplitude;
@@ -22,38 +19,30 @@ struct CloudPoint {
     bool valid() const { return depth > 0; }
 };
 
-// Of files: optical is x right, y down, z ahead, right-handed; camera is the library's own, left-handed.
+// Axes of cloud files. Optical: x right, y down, z ahead, right-handed. Camera: the library's own, left-handed.
 enum class Axes { optical, camera };
+std::vector<std::string> axesNames();
+Axes axesNamed(const std::string& name); // fails with a usage error for an unknown name
 
-// What frames add up to at one pixel.
+// The sum of several frames at one pixel.
 struct PixelSum {
     double amplitude = 0, depth = 0;
     int valid = 0; // frames with a depth there
 };
 
-// A frame through the library's rays.
-std::vector<CloudPoint> cloudOf(const Frame& frame);
+// The points of one frame.
+std::vector<CloudPoint> cloudOf(const DepthFrame& frame);
 
-// Means of several frames; valid are pixels that are so in half of them at least.
+// The mean of several frames. A pixel is valid when it was valid in at least half of them.
 std::vector<CloudPoint> cloudOf(const std::vector<PixelSum>& sums, int frames);
 
 size_t validPoints(const std::vector<CloudPoint>& cloud);
 
-// Binary, x, y, z and the amplitude as intensity, all float. A ply holds the valid points, a pcd all, as 320 x 240.
+// Binary files of x, y, z and the amplitude as intensity, all float. A ply holds the valid points, a pcd all 320 x 240.
 struct CloudFormat {
     const char* name; // also the extension: "ply", "pcd"
     Bytes (*encode)(const std::vector<CloudPoint>& cloud, Axes axes);
 };
 
-// Fails with a usage error for a name that is not known.
+// Fails with a usage error for an unknown name.
 const CloudFormat& cloudFormat(const std::string& name);
-
-// Adds --axes to a command that writes clouds.
-void addAxes(CLI::App& command, Axes& axes);
-
-// What -s said, and before it what makes a cloud true to scale, where -s says nothing of that. Tells of it on standard
-// error.
-std::vector<Assignment> cloudSettings(const Camera& camera, const std::vector<std::string>& chosen);
-
-// The cloud as seen from above the camera's right shoulder.
-Bytes cloudPicture(const std::vector<CloudPoint>& cloud);

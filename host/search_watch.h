@@ -1,21 +1,27 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Tells people on standard error, while a read of the library blocks, that it has lost its camera and searches for it.
+// Notices, while a read of the library blocks, that the library has lost its camera and searches for it.
 #pragma once
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
-#include <string>
 #include <thread>
 
-class SearchNotes
+// Each may be left out.
+struct SearchEvents {
+    std::function<void()> lost;               // on a thread of its own, while the read is still blocked
+    std::function<void(double seconds)> back; // after that: the search was successful
+};
+
+class SearchWatch
 {
 public:
-    SearchNotes(int number, std::string serial);
-    SearchNotes(const SearchNotes&) = delete;
-    SearchNotes& operator=(const SearchNotes&) = delete;
+    SearchWatch(int number, SearchEvents events);
+    SearchWatch(const SearchWatch&) = delete;
+    SearchWatch& operator=(const SearchWatch&) = delete;
 
     // Around each read. readEnds() says whether the library has opened the camera again.
     void readBegins();
@@ -25,7 +31,7 @@ private:
     void watch(const std::stop_token& stop);
 
     const int m_number;
-    const std::string m_serial;
+    const SearchEvents m_events;
     std::mutex m_mutex;
     std::condition_variable_any m_wake;
     bool m_reading = false, m_told = false;

@@ -1,14 +1,14 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The rows behind get and set: one a setting.
+// The rows of the table. A row is a setting; what differs by behaviour is a function above the rows.
 #include "host/settings.h"
 
 #include <algorithm>
-#include <charconv>
-#include <functional>
 
+#include "VQD_API.h"
 #include "config/param_image.h"
+
 #include "host/failure.h"
 
 namespace
@@ -28,10 +28,14 @@ int sendBytes(int n, std::initializer_list<Byte> bytes)
     return vqdWriteToDevice(n, image);
 }
 
-// For what the library has no getter for.
-int imageByte(int n, ParamOffset offset)
+template <int (*get)(int)> Json read(int n)
 {
-    return stCamParam[n].image[offset];
+    return get(n);
+}
+
+template <int (*set)(int, int)> int write(int n, const int* v)
+{
+    return set(n, v[0]);
 }
 
 Json depthRange(int n)
@@ -42,7 +46,8 @@ Json depthRange(int n)
     return {least, most};
 }
 
-// As at 20 MHz from the factory: 0 to 15000. On the host a range counts once it has been read back.
+// The library's setter would refuse the factory's own range, 0 to 15000 at 20 MHz. A range counts on the host once it
+// has been read back.
 int setDepthRange(int n, const int* v)
 {
     const int sent = sendBytes(
@@ -58,7 +63,7 @@ Json motionBlur(int n)
     return {on, level};
 }
 
-// The setter drops the level when it switches off.
+// The library's setter drops the level when it switches off.
 int setMotionBlur(int n, const int* v)
 {
     const int on = vqdSetRemoveMotionBlur(n, v[0], v[1]);
@@ -67,13 +72,25 @@ int setMotionBlur(int n, const int* v)
 
 Json multiCam(int n)
 {
-    return {imageByte(n, kMultiSync), imageByte(n, kSlaveCount), imageByte(n, kSlaveId)};
+    const uint8_t* image = stCamParam[n].image;
+    return {image[kMultiSync], image[kSlaveCount], image[kSlaveId]};
 }
 
-// Without slaves, as from the factory, too.
+// The library's setter would refuse 0 slaves, which cameras come with.
 int setMultiCam(int n, const int* v)
 {
     return sendBytes(n, {{kMultiSync, v[0]}, {kSlaveCount, v[1]}, {kSlaveId, v[2]}});
+}
+
+// The library has no getter for it.
+Json illumination(int n)
+{
+    return stCamParam[n].image[kGrab];
+}
+
+Json temperature(int n)
+{
+    return vqdGetTemperature(n);
 }
 
 Json logicVersion(int n)
@@ -84,135 +101,49 @@ Json logicVersion(int n)
     return std::to_string(first) + '.' + std::to_string(second);
 }
 
-using V = const int*;
-constexpr Range kSwitch{0, 1};
-constexpr Range kByte{0, 255};
-constexpr Range kDepth{0, 15000};
+constexpr const char* kHt[] = {"VQD-HT110", "VQD-HT120"};
+constexpr const char* kRs[] = {"VQD-RS110", "VQD-RS120"};
+constexpr Choice kOffOn[] = {{0, "off"}, {1, "on"}};
+constexpr Choice kFrequencies[] = {{20, "20 MHz", kHt}, {30, "30 MHz", kHt}, {10, "10 MHz", kRs}};
+constexpr Choice kUndistortions[] = {{0, "none"}, {1, "gated"}, {2, "bilinear"}, {3, "nearest"}};
 
+constexpr SettingValue kSwitch[] = {{"on", 0, 1, kOffOn}};
+constexpr SettingValue kFrequency[] = {{"frequency", 1, 255, kFrequencies}};
+constexpr SettingValue kIntegration[] = {{"time", 0, 25500}};
+constexpr SettingValue kOffset[] = {{"offset", -255, 255}};
+constexpr SettingValue kThreshold[] = {{"threshold", 0, 255}};
+constexpr SettingValue kRange[] = {{"min", 0, 15000}, {"max", 0, 15000}};
+constexpr SettingValue kDelay[] = {{"delay", 0, 100}};
+constexpr SettingValue kMultiCam[] = {{"mode", 0, 1, kOffOn}, {"slaves", 0, 9}, {"id", 0, 9}};
+constexpr SettingValue kMotionBlur[] = {{"on", 0, 1, kOffOn}, {"level", 0, 255}};
+constexpr SettingValue kMode[] = {{"mode", 0, 3, kUndistortions}};
+constexpr SettingValue kTemperature[] = {{.name = "temperature", .type = ValueType::number}};
+constexpr SettingValue kVersion[] = {{.name = "version", .type = ValueType::text}};
+
+// clang-format off
 constexpr Setting kSettings[] = {
-    // First: what the model does not have is refused before anything else is changed.
-    {"frequency",
-     "MHz: 20 or 30 (HT110, HT120), 10 (RS models)",
-     {{1, 255}},
-     1,
-     false,
-     [](int n) -> Json { return vqdGetModuleFrequency(n); },
-     [](int n, V v) { return vqdSetModuleFrequency(n, v[0]); }},
-    {"integration-time", nullptr, {}, 1, false, [](int n) -> Json { return vqdGetIntegrationTime(n); }, nullptr},
-    {"offset",
-     "-255 to 255",
-     {{-255, 255}},
-     1,
-     false,
-     [](int n) -> Json { return vqdGetOffset(n); },
-     [](int n, V v) { return vqdSetOffset(n, v[0]); }},
-    {"scatter-threshold",
-     "0 to 255",
-     {kByte},
-     1,
-     false,
-     [](int n) -> Json { return vqdGetScatterThreshold(n); },
-     [](int n, V v) { return vqdSetScatterThreshold(n, v[0]); }},
-    {"check-threshold",
-     "0 to 255",
-     {kByte},
-     1,
-     false,
-     [](int n) -> Json { return vqdGetCheckThreshold(n); },
-     [](int n, V v) { return vqdSetCheckThreshold(n, v[0]); }},
-    {"depth-range",
-     "MIN,MAX in mm: 0 to 15000, MIN below MAX",
-     {kDepth, kDepth},
-     2,
-     false,
-     depthRange,
-     setDepthRange,
-     true},
-    {"flip-horizontal",
-     "1 or 0",
-     {kSwitch},
-     1,
-     false,
-     [](int n) -> Json { return vqdGetFlipHorizontal(n); },
-     [](int n, V v) { return vqdSetFlipHorizontal(n, v[0]); }},
-    {"flip-vertical",
-     "1 or 0",
-     {kSwitch},
-     1,
-     false,
-     [](int n) -> Json { return vqdGetFlipVertical(n); },
-     [](int n, V v) { return vqdSetFlipVertical(n, v[0]); }},
-    {"fps-delay",
-     "0 to 100",
-     {{0, 100}},
-     1,
-     false,
-     [](int n) -> Json { return vqdGetFPSDelay(n); },
-     [](int n, V v) { return vqdSetFPSDelay(n, v[0]); }},
-    {"multi-cam", "MODE,SLAVES,ID: 1 or 0, 0 to 9, 0 to 9", {kSwitch, {0, 9}, {0, 9}}, 3, false, multiCam, setMultiCam},
-    {"multi-sync",
-     "1 or 0",
-     {kSwitch},
-     1,
-     false,
-     [](int n) -> Json { return vqdGetMultiSyncMode(n); },
-     [](int n, V v) { return vqdSetMultiSyncMode(n, v[0]); }},
-    {"illumination",
-     "1 or 0",
-     {kSwitch},
-     1,
-     false,
-     [](int n) -> Json { return imageByte(n, kGrab); },
-     [](int n, V v) { return vqdIlluminationOnOff(n, v[0]); }},
-    {"remove-edge",
-     "1 or 0",
-     {kSwitch},
-     1,
-     false,
-     [](int n) -> Json { return vqdGetRemoveEdge(n); },
-     [](int n, V v) { return vqdSetRemoveEdge(n, v[0]); }},
-    {"motion-blur", "ON,LEVEL: 1 or 0, 0 to 255", {kSwitch, kByte}, 2, false, motionBlur, setMotionBlur},
-    {"undistortion",
-     "0 none, 1 gated, 2 bilinear, 3 nearest",
-     {{0, 3}},
-     1,
-     false,
-     [](int n) -> Json { return vqdGetUndistortion(n); },
-     [](int n, V v) { return vqdSetUndistortion(n, v[0]); }},
-    {"fppn",
-     "1 or 0",
-     {kSwitch},
-     1,
-     false,
-     [](int n) -> Json { return vqdGetFPPN(n); },
-     [](int n, V v) { return vqdSetFPPN(n, v[0]); }},
-    {"orthogonal",
-     "1 or 0",
-     {kSwitch},
-     1,
-     false,
-     [](int n) -> Json { return vqdGetOrthogonal(n); },
-     [](int n, V v) { return vqdSetOrthogonal(n, v[0]); }},
-    {"temperature", nullptr, {}, 1, true, [](int n) -> Json { return vqdGetTemperature(n); }, nullptr},
-    {"logic-version", nullptr, {}, 1, true, logicVersion, nullptr},
+    // First, so that a frequency that the model does not have is refused before anything else is changed.
+    {"frequency", "Modulation frequency", "MHz", kFrequency, read<vqdGetModuleFrequency>, write<vqdSetModuleFrequency>},
+    {"integration-time", "Integration time", "", kIntegration, read<vqdGetIntegrationTime>, nullptr},
+    {"offset", "Depth offset", "", kOffset, read<vqdGetOffset>, write<vqdSetOffset>},
+    {"scatter-threshold", "Scatter threshold", "", kThreshold, read<vqdGetScatterThreshold>, write<vqdSetScatterThreshold>},
+    {"check-threshold", "Amplitude check threshold", "", kThreshold, read<vqdGetCheckThreshold>, write<vqdSetCheckThreshold>},
+    {"depth-range", "Depth range", "mm", kRange, depthRange, setDepthRange, true},
+    {"flip-horizontal", "Flip left to right", "", kSwitch, read<vqdGetFlipHorizontal>, write<vqdSetFlipHorizontal>},
+    {"flip-vertical", "Flip top to bottom", "", kSwitch, read<vqdGetFlipVertical>, write<vqdSetFlipVertical>},
+    {"fps-delay", "Frame delay", "", kDelay, read<vqdGetFPSDelay>, write<vqdSetFPSDelay>},
+    {"multi-cam", "Lighting in turn with other cameras", "", kMultiCam, multiCam, setMultiCam},
+    {"multi-sync", "Lighting in turn, the switch alone", "", kSwitch, read<vqdGetMultiSyncMode>, write<vqdSetMultiSyncMode>},
+    {"illumination", "Light and capture", "", kSwitch, illumination, write<vqdIlluminationOnOff>},
+    {"remove-edge", "Edge removal", "", kSwitch, read<vqdGetRemoveEdge>, write<vqdSetRemoveEdge>},
+    {"motion-blur", "Motion blur removal", "", kMotionBlur, motionBlur, setMotionBlur},
+    {"undistortion", "Undistortion", "", kMode, read<vqdGetUndistortion>, write<vqdSetUndistortion>},
+    {"fppn", "FPPN correction", "", kSwitch, read<vqdGetFPPN>, write<vqdSetFPPN>},
+    {"orthogonal", "Orthogonal correction", "", kSwitch, read<vqdGetOrthogonal>, write<vqdSetOrthogonal>},
+    {"temperature", "Sensor temperature", "", kTemperature, temperature, nullptr, false, true},
+    {"logic-version", "Logic version", "", kVersion, logicVersion, nullptr, false, true},
 };
-
-std::vector<int> parseNumbers(const std::string& text)
-{
-    std::vector<int> numbers;
-    const char* at = text.data();
-    const char* const end = at + text.size();
-    for (;;) {
-        int value = 0;
-        const auto [next, error] = std::from_chars(at, end, value);
-        if (error != std::errc{} || (next != end && *next != ','))
-            return {};
-        numbers.push_back(value);
-        if (next == end)
-            return numbers;
-        at = next + 1;
-    }
-}
+// clang-format on
 
 } // namespace
 
@@ -221,76 +152,10 @@ std::span<const Setting> allSettings()
     return kSettings;
 }
 
-std::string settingNames()
-{
-    std::string text;
-    for (const Setting& row : kSettings)
-        text += std::string("  ") + row.name + (row.values ? std::string("=  ") + row.values : "  read only") + '\n';
-    return text;
-}
-
 const Setting& settingByName(const std::string& name)
 {
-    const auto row =
-        std::find_if(std::begin(kSettings), std::end(kSettings), [&](const auto& s) { return name == s.name; });
+    const auto* row = std::ranges::find_if(kSettings, [&](const Setting& setting) { return name == setting.name; });
     if (row == std::end(kSettings))
         throw Failure(kUsage, "there is no setting '" + name + "'; the settings are:\n" + settingNames());
     return *row;
-}
-
-Assignment assignmentOf(const Setting& setting, std::vector<int> values)
-{
-    if (setting.set == nullptr)
-        throw Failure(kUsage, std::string(setting.name) + " can only be read");
-    bool fits = values.size() == static_cast<size_t>(setting.arguments);
-    for (size_t i = 0; fits && i < values.size(); ++i)
-        fits = values[i] >= setting.ranges[i].least && values[i] <= setting.ranges[i].most;
-    if (!fits || (setting.ascending && values[0] >= values[1]))
-        throw Failure(kUsage, std::string(setting.name) + " takes " + setting.values);
-    return {&setting, std::move(values)};
-}
-
-Assignment parseAssignment(const std::string& text)
-{
-    const size_t equals = text.find('=');
-    if (equals == std::string::npos)
-        throw Failure(kUsage, "'" + text + "' is not of the form KEY=VALUE");
-    return assignmentOf(settingByName(text.substr(0, equals)), parseNumbers(text.substr(equals + 1)));
-}
-
-std::vector<Assignment> parseAssignments(const std::vector<std::string>& texts)
-{
-    std::vector<Assignment> assignments;
-    for (const std::string& text : texts)
-        assignments.push_back(parseAssignment(text));
-    std::ranges::stable_sort(assignments, std::less(), &Assignment::setting); // as the table orders them
-    return assignments;
-}
-
-Json settingsJson(int n, bool frameRead)
-{
-    Json json;
-    for (const Setting& setting : kSettings)
-        if (frameRead || !setting.needsFrame)
-            json[setting.name] = setting.get(n);
-    return json;
-}
-
-std::string settingText(const Json& value)
-{
-    if (value.is_string())
-        return value.get<std::string>();
-    if (!value.is_array())
-        return value.dump();
-    std::string text;
-    for (const Json& element : value)
-        text += element.dump() + ',';
-    text.resize(text.size() - !text.empty()); // the last comma
-    return text;
-}
-
-void printSettings(Output& output, const Json& settings)
-{
-    for (const auto& [name, value] : settings.items())
-        output.print("%-17s %s\n", name.c_str(), settingText(value).c_str());
 }

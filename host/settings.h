@@ -1,61 +1,54 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The camera's settings by name: what they take, and how they are read and set.
+// The one table of the camera's settings: what each is called, which values it takes, and how it is read and set. The
+// tool's commands, its help and every page or program that shows settings are made from it.
 #pragma once
 
 #include <span>
 #include <string>
-#include <vector>
 
-#include "camera.h"
-#include "output.h"
+#include "host/json.h"
 
-struct Range {
-    int least, most;
+// A value with a meaning of its own. A choice with models is for these models only; a model that has no choice at all
+// keeps the value that it has.
+struct Choice {
+    int value;
+    const char* meaning;
+    std::span<const char* const> models = {};
+};
+
+enum class ValueType { integer, number, text };
+
+// One of the values of a setting. The limits are those of integers; `choices` names some or all of the integers.
+struct SettingValue {
+    const char* name;
+    int least = 0, most = 0;
+    std::span<const Choice> choices = {};
+    ValueType type = ValueType::integer;
 };
 
 struct Setting {
-    const char* name;
-    const char* values; // what set takes; null: read only
-    Range ranges[3];    // of each number that set takes
-    int arguments;      // how many those are, comma-separated
-    bool needsFrame;    // known only once a frame has been read
-    Json (*get)(int n);
-    int (*set)(int n, const int* values); // 1 when the camera took it
-    bool ascending = false;               // the numbers must rise
+    const char* name;  // "depth-range": the key in commands and files
+    const char* label; // "Depth range": for people
+    const char* unit;  // "mm"; may be empty
+    std::span<const SettingValue> values;
+    Json (*get)(int n);                   // a number or a text, or an array of several values
+    int (*set)(int n, const int* values); // 1 when the camera took them; null for a setting that can only be read
+    bool ascending = false;               // each value must be below the next
+    bool needsFrame = false;              // known only after a frame has been read
 };
 
 std::span<const Setting> allSettings();
 
-// Fails with a usage error for a name that is not known.
+// Fails with a usage error for an unknown name.
 const Setting& settingByName(const std::string& name);
 
-// What a setting shall be. Both fail with a usage error for numbers that it does not take.
-struct Assignment {
-    const Setting* setting;
-    std::vector<int> values;
-};
-Assignment assignmentOf(const Setting& setting, std::vector<int> values);
-std::vector<Assignment> parseAssignments(const std::vector<std::string>& texts); // "name=value,value"
+// "-255 to 255", "1 or 0", "MIN,MAX in mm: ...", or "read only"
+std::string valuesText(const Setting& setting);
 
-// Sends them to a claimed camera. Fails when it or the library refuses one, and as requireTaken() does.
-void applySettings(const Camera& camera, std::span<const Assignment> assignments);
+// The table itself: an array with an object for each setting.
+Json settingsTable();
 
-// Fails when the camera's image holds another value: some models take every value and keep what they have.
-void requireTaken(const Camera& camera, std::span<const Assignment> assignments);
-
-// Those that are not what the camera's image holds.
-std::vector<Assignment> differing(const Camera& camera, std::span<const Assignment> assignments);
-
-// All settings; those that need a frame only after one has been read.
-Json settingsJson(int n, bool frameRead);
-
-// "300,4000"
-std::string settingText(const Json& value);
-
-// A line a setting.
-void printSettings(Output& output, const Json& settings);
-
-// "offset=..., ..." for the help.
+// A line for each setting with what it takes, for help texts.
 std::string settingNames();

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// See usb_devices.h. Folders are read with libc's own functions, which a virtual bus redirects.
+// Reads sysfs and /proc. Folders are read with libc's functions, because a virtual bus redirects those.
 #include "host/usb_devices.h"
 
 #include <algorithm>
@@ -15,6 +15,8 @@
 #include <unistd.h>
 
 #include "device/usb_ids.h"
+
+#include "host/formatted.h"
 
 namespace
 {
@@ -86,9 +88,7 @@ std::string usbAttribute(const std::string& port, const char* name)
 
 std::string deviceNode(int bus, int address)
 {
-    char path[48];
-    snprintf(path, sizeof path, "/dev/bus/usb/%03d/%03d", bus, address);
-    return path;
+    return formatted("/dev/bus/usb/%03d/%03d", bus, address);
 }
 
 std::vector<UsbCamera> attachedCameras()
@@ -125,7 +125,7 @@ std::string hubOf(const std::string& port)
 
 std::vector<Holder> holdersOf(const std::string& node)
 {
-    // On a virtual bus the nodes are files in its folder, and whoever made the bus has them open.
+    // On a virtual bus the nodes are files in its folder, and the process that made the bus has them open.
     const char* const virtualBus = getenv("UMOCKDEV_DIR");
     const std::string elsewhere = (virtualBus != nullptr ? virtualBus : "") + node;
     const pid_t simulator = numberIn("VQD_SIM_PID");

@@ -69,7 +69,7 @@ ends 1 "$vqd" sim -- bash -c '"$0" stats >stats.txt 2>&1 & until grep -q 1s stat
     "$0" doctor --json; code=$?; kill -INT $!; wait $!; exit $code' "$vqd"
 problem "vqd (process [0-9]*) has /dev/bus/usb/001/002 open" "end that one"
 ends 1 "$vqd" sim --fault "answers 40 of 128 bytes" -- "$vqd" doctor --json
-problem "EEPROM can not be read: 40 of 128 bytes" "Unplug"
+problem "EEPROM cannot be read: 40 of 128 bytes" "Unplug"
 ends 1 "$vqd" sim --fault "every frame is out of memory" -- "$vqd" doctor --json
 problem "the kernel has none left for a frame" "usbfs_memory_mb"
 ends 1 "$vqd" sim --fault "unplug after frame 5" -- "$vqd" doctor --json

@@ -2,7 +2,7 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# Files that the tool writes: pictures, series, point clouds, tables; and where it can not.
+# Files that the tool writes: pictures, series, point clouds, tables; and where it cannot.
 #   tool_files_test.sh VQD_BINARY
 source "$(dirname "$0")/tool_lib.sh"
 
@@ -128,7 +128,7 @@ mentions err "/proc/nowhere.ply: "
 # --force replaces files alone; a link goes on naming its file.
 mkfifo pipe
 ends 1 "$vqd" sim -- "$vqd" dump -o pipe --force
-mentions err "pipe exists and is no file"
+mentions err "pipe exists and is not a regular file"
 [[ -p pipe ]] || fail "the pipe is gone"
 echo old >named
 ln -s named link

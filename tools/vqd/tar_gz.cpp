@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// See tar_gz.h.
+// Packing with libarchive.
 #include "tar_gz.h"
 
 #include <ctime>
