@@ -89,6 +89,16 @@ std::vector<Assignment> parseAssignments(const std::vector<std::string>& texts)
     return assignments;
 }
 
+std::vector<Assignment> parseForFrames(const std::vector<std::string>& texts)
+{
+    std::vector<Assignment> assignments = parseAssignments(texts);
+    for (const Assignment& assignment : assignments)
+        if (assignment.setting->name == std::string_view("illumination") && assignment.values[0] == 0)
+            throw Failure(kUsage, "illumination=0 also switches the capture off: no frame would come until the library "
+                                  "opened the camera again, which switches both on");
+    return assignments;
+}
+
 std::vector<Assignment> assignmentsFrom(const Json& json, const std::string& file)
 {
     if (!json.contains("settings") || !json["settings"].is_object())

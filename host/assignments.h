@@ -25,6 +25,9 @@ struct Assignment {
 Assignment assignmentOf(const Setting& setting, std::vector<int> values);
 std::vector<Assignment> parseAssignments(const std::vector<std::string>& texts);
 
+// The same for frames that are about to be read: refuses the setting with which no frame would come.
+std::vector<Assignment> parseForFrames(const std::vector<std::string>& texts);
+
 // The "settings" of a dump as assignments, in the order of the table and without those that can only be read. Fails
 // with a usage error for anything that is no setting, or that a setting does not take; `file` is for that message.
 std::vector<Assignment> assignmentsFrom(const Json& json, const std::string& file);

@@ -89,6 +89,7 @@ while read -r at bytes mentioned; do
     # shellcheck disable=SC2016
     ends 0 "$vqd" sim -- sh -c '"$0" eeprom restore odd.bin -y --force && "$0" list && "$0" doctor' "$vqd"
     mentions out "^warning .*its EEPROM: $mentioned"
+    mentions out "^no problem found, but see the warnings above"
     mentions err "warning: the EEPROM of camera 0 at 1-1: $mentioned"
 done <<'END'
 5 \377 the modulation frequency has no known code (255)

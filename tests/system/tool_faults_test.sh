@@ -19,7 +19,7 @@ ends 0 "$vqd" sim VQD-HT120 VQD-RS110 --fault "1: unplug after frame 10, back af
     sh -c '"$0" grab -n 20 -o back -c 24061100000001 -v --format raw --json' "$vqd"
 mentions err 'Device Reset2, -4'
 for words in 'is lost, searching' 'is back after'; do
-    mentions err "camera 24061100000001 $words"
+    mentions err "camera 0 at 1-[12] $words"
 done
 json out '.reopens == 1 and ."lost-estimate" > 20 and ."longest-gap" > 1'
 [[ $(sed 1d back/frames.csv | cut -d , -f 5 | tr -d '\n') == 00000000001000000000 ]] || fail "frames.csv: $(cat back/frames.csv)"
@@ -49,6 +49,9 @@ grep -Eq '^ +[12]s +[0-9.]+ +[0-9.]+ms' out || fail "no line a second"
 grep -Eq '^failed transfers 0, wrong start codes 0, re-opens 0$' out || fail "no summary"
 ends 0 "$vqd" sim -- "$vqd" stats -n 5
 grep -q '^5 frames in ' out || fail "not five frames"
+# An outage before the first frame is a gap, too; a serial number that was not read is null.
+ends 0 "$vqd" sim --fault "first frame has a bad start code; every EEPROM read stalls" -- "$vqd" stats -n 3 --json
+jq -es '.[-1] | .camera == null and .frames == 3 and .reopens == 1 and ."interval-ms".max > 1000' out >all || fail "no gap before the first frame"
 ends 5 "$vqd" sim --fault "unplug after frame 10" -- "$vqd" stats --json
 jq -es '.[-1].frames == 10' out >all || fail "no summary of a lost camera"
 

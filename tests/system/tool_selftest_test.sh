@@ -10,7 +10,8 @@
 source "$(dirname "$0")/tool_lib.sh" "$1"
 
 models=(VQD-HT120 VQD-HT110 VQD-HT950X VQD-RS110 VQD-RS120 VQD-WN120)
-faults=("3rd EEPROM read stalls" "EEPROM"
+faults=("first EEPROM read stalls" "EEPROM"
+    "every EEPROM read answers 100 bytes" "EEPROM"
     "every image refused" "settings"
     "bad start code after frame 3" "start codes"
     "5th frame times out" "frames"

@@ -31,6 +31,8 @@ done <<'END'
 subcommand
 nonsense    nonsense
 vqd.grab    grb -n 1
+eeprom.restore? eeprom restroe given.bin -y
+vqd.table.--help table load orthogonal t.bin
 a.seed.is   sim --seed -1 -- true
 no.camera.2 sim --serial 2:24061100000001 -- true
 14.hexa     sim --serial 2406 -- true
@@ -38,6 +40,7 @@ no.camera.2 sim --serial 2:24061100000001 -- true
 4096.bytes  sim --table orthogonal=/dev/null -- true
 TABLE=FILE  sim --table nothing=/dev/null -- true
 no.frame    grab -s illumination=0
+no.frame    cloud dark.ply -s illumination=00
 not.expected:.--camera.0 list --camera 0
 --frames    grab -n 0
 --frames    grab -n some
@@ -51,7 +54,7 @@ END
 for words in get info dump lens grab stats selftest 'eeprom backup x' 'set offset=1' 'table backup orthogonal x' reset; do
     # shellcheck disable=SC2086
     ends 2 "$vqd" $words -c ""
-    mentions err "camera: it is empty"
+    [[ $(head -n 1 err) == "--camera: it is empty" ]] || fail "not refused as empty: $words"
 done
 
 # Which camera: by port and by address, which a dash and a colon tell apart; the camera at port 1-1 has address 3.

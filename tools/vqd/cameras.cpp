@@ -62,15 +62,15 @@ static const ListedCamera& claimed(const ListedCamera& camera)
     return camera;
 }
 
-static StreamEvents eventsOf(const std::string& serial)
+static StreamEvents eventsOf(const std::string& name)
 {
-    return {{[serial] { note("camera %s is lost, searching", serial.c_str()); },
-             [serial](double seconds) { note("camera %s is back after %.1f s", serial.c_str(), seconds); }},
+    return {{[name] { note("%s is lost, searching", name.c_str()); },
+             [name](double seconds) { note("%s is back after %.1f s", name.c_str(), seconds); }},
             endIfInterrupted,
             [] { note("%s", NoUsbMemory().what()); }};
 }
 
-Stream::Stream(const ListedCamera& camera) : CameraStream(claimed(camera), eventsOf(camera.szSerialNumber))
+Stream::Stream(const ListedCamera& camera) : CameraStream(claimed(camera), eventsOf(nameOf(camera)))
 {
     detail("camera %d is grabbing", camera.nIndex);
 }

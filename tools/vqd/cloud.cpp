@@ -47,7 +47,7 @@ std::vector<PixelSum> addFrames(Stream& stream, int count)
 
 int cloud(const Options& options)
 {
-    std::vector<Assignment> assignments = parseAssignments(options.settings);
+    std::vector<Assignment> assignments = parseForFrames(options.settings);
     const std::string extension = std::filesystem::path(options.file).extension();
     const CloudFormat& format = cloudFormat(!options.format.empty() ? options.format
                                             : extension.empty()     ? ""
@@ -94,7 +94,6 @@ void addCloud(CLI::App& app, Run& run)
         ->capture_default_str();
     command->add_option("-s,--set", options->settings, "A setting for this cloud only, as in vqd set")
         ->type_name("KEY=VALUE")
-        ->check(forFrames)
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     addAxes(*command, options->axes);

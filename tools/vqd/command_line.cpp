@@ -13,14 +13,6 @@
 
 const CLI::Validator notEmpty([](const std::string& text) { return text.empty() ? "it is empty" : std::string(); }, "");
 
-const CLI::Validator forFrames(
-    [](const std::string& text) {
-        return text == "illumination=0" ? "illumination=0 also switches the capture off: no frame would come until the "
-                                          "library opened the camera again, which switches both on"
-                                        : std::string();
-    },
-    "");
-
 std::vector<std::string> wordsOf(const CLI::Option& option)
 {
     const std::string type = option.get_type_name();
@@ -139,23 +131,25 @@ std::shared_ptr<CLI::Formatter> helpFormatter()
     return std::make_shared<HelpFormatter>();
 }
 
-void requireKnownCommand(const CLI::App& app, const std::vector<std::string>& arguments)
+void requireKnownCommand(const CLI::App& app, std::span<const std::string> words, const std::string& path)
 {
-    if (arguments.empty() || arguments[0].starts_with('-'))
+    const auto commands = app.get_subcommands([](const CLI::App*) { return true; });
+    if (commands.empty() || words.empty() || words[0].starts_with('-'))
         return;
     constexpr size_t kNear = 2;
     std::string nearest;
     size_t least = kNear + 1;
-    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+    for (const CLI::App* command : commands) {
         const std::string& name = command->get_name();
-        if (name == arguments[0])
-            return;
-        const size_t away = name.starts_with(arguments[0]) ? 0 : distance(arguments[0], name);
+        if (name == words[0])
+            return requireKnownCommand(*command, words.subspan(1), path + ' ' + name);
+        const size_t away = name.starts_with(words[0]) ? 0 : distance(words[0], name);
         if (!command->get_group().empty() && away < least && away < name.size()) {
             least = away;
             nearest = name;
         }
     }
-    throw Failure(kUsage, "there is no command '" + arguments[0] + "'; " +
-                              (nearest.empty() ? "vqd --help lists them" : "did you mean vqd " + nearest + "?"));
+    throw Failure(kUsage,
+                  "there is no command '" + path + ' ' + words[0] + "'; " +
+                      (nearest.empty() ? path + " --help lists them" : "did you mean " + path + ' ' + nearest + '?'));
 }

@@ -4,6 +4,7 @@
 // The words of the command line: the form of its help, what options accept, and messages about what it does not accept.
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -11,9 +12,6 @@
 
 // Refuses the empty text that an unset variable of a shell leaves behind.
 extern const CLI::Validator notEmpty;
-
-// For settings of frames that are about to be read: refuses the one with which no frame would come.
-extern const CLI::Validator forFrames;
 
 // The words that an option accepts; empty when it is not limited to some words.
 std::vector<std::string> wordsOf(const CLI::Option& option);
@@ -24,5 +22,6 @@ std::shared_ptr<CLI::Formatter> helpFormatter();
 // What the parser says about a command line that it refuses.
 std::string usageMessage(const CLI::App* app, const CLI::Error& error);
 
-// Fails with a usage error when the first word is not a command, and suggests the nearest one.
-void requireKnownCommand(const CLI::App& app, const std::vector<std::string>& arguments);
+// Fails with a usage error when a word stands in the place of a command of `app` but is none, and suggests the nearest
+// one. Looks at commands of commands, too. `path` is what was typed so far, such as "vqd eeprom".
+void requireKnownCommand(const CLI::App& app, std::span<const std::string> words, const std::string& path);

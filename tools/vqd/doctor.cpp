@@ -77,7 +77,7 @@ int doctor(const std::string& reportFile)
     if (common.json)
         output.print(findings.json());
     else
-        output.print(findings.healthy() ? "no problem found\n" : "see the problems above\n");
+        output.print("%s", findings.verdict());
     output.finish();
     if (!reportFile.empty()) {
         writeFile(reportFile, tarGz(reportFiles(findings, cameras, contents.eeproms, contents.lines)), existing());

@@ -30,8 +30,19 @@ std::string findingText(const Finding& finding)
 void Findings::add(Level level, const std::string& subject, const std::string& text, const std::string& remedy)
 {
     m_all.push_back({level, subject, text, remedy});
-    m_problems += level == Level::problem;
     m_told(m_all.back());
+}
+
+bool Findings::has(Level level) const
+{
+    return std::ranges::any_of(m_all, [=](const Finding& finding) { return finding.level == level; });
+}
+
+const char* Findings::verdict() const
+{
+    if (!healthy())
+        return "see the problems above\n";
+    return has(Level::warning) ? "no problem found, but see the warnings above\n" : "no problem found\n";
 }
 
 Json Findings::json() const

@@ -29,14 +29,16 @@ public:
 
     void add(Level level, const std::string& subject, const std::string& text, const std::string& remedy = {});
 
-    bool healthy() const { return m_problems == 0; }
+    bool healthy() const { return !has(Level::problem); }
+    const char* verdict() const; // on all of them, as a line
     const std::vector<Finding>& all() const { return m_all; }
 
     // The document of vqd doctor --json.
     Json json() const;
 
 private:
+    bool has(Level level) const;
+
     const std::function<void(const Finding&)> m_told;
     std::vector<Finding> m_all;
-    int m_problems = 0;
 };

@@ -149,7 +149,7 @@ void readSeries(Stream& stream, const Options& options, DepthFrame& frame, Arriv
 
 int grab(const Options& options)
 {
-    std::vector<Assignment> assignments = parseAssignments(options.settings);
+    std::vector<Assignment> assignments = parseForFrames(options.settings);
     const std::vector<FrameFile> pictures =
         options.format.empty() ? pictureFiles(options.cloud, options.axes) : std::vector<FrameFile>();
     Output output;
@@ -210,7 +210,6 @@ void addGrab(CLI::App& app, Run& run)
         ->default_str("ply");
     command->add_option("-s,--set", options->settings, "A setting for this grab only, as in vqd set")
         ->type_name("KEY=VALUE")
-        ->check(forFrames)
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     addAxes(*command, options->axes);

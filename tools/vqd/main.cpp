@@ -61,7 +61,7 @@ int runCommandLine(int argc, char** argv)
     addSelftest(app, run);
     addDoctor(app, run);
     addSim(app, run, invocation);
-    requireKnownCommand(app, arguments);
+    requireKnownCommand(app, arguments, app.get_name());
     try {
         std::reverse(arguments.begin(), arguments.end()); // as the parser takes them
         app.parse(arguments);

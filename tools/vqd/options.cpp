@@ -4,7 +4,7 @@
 // The common options on the command line.
 #include "options.h"
 
-#include <CLI/CLI.hpp>
+#include "command_line.h"
 
 CommonOptions common;
 
@@ -14,10 +14,7 @@ void addCommon(CLI::App& command, int options)
         command
             .add_option("-c,--camera", common.camera, "Index, serial number, port or BUS:ADDRESS, as shown by vqd list")
             ->type_name("CAMERA")
-            ->each([](const std::string& name) {
-                if (name.empty()) // a script's variable that is not set chooses no camera
-                    throw CLI::ValidationError("--camera", "it is empty");
-            });
+            ->check(notEmpty); // a script's variable that is not set chooses no camera
     if (options & kJson)
         command.add_flag("--json", common.json, "Print one JSON object on standard output");
     if (options & kForce)

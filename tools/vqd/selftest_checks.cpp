@@ -43,17 +43,16 @@ Verdict judge(bool good, const std::string& text)
 
 Verdict eeprom(Bench& bench)
 {
-    HostImage image{};
-    bench.lines.take();
-    if (vqdEEPROM_ParameterData_Load(bench.n, image.data()) != 1)
-        return fails("it cannot be read");
-    const std::vector<std::string> lines = bench.lines.take();
-    const bool fallback = std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
-        return line.find("EEPROM Parameter Load Fail") != std::string::npos;
-    });
-    if (fallback)
-        return fails("no valid signature; the library uses factory settings");
-    return judge(image[kSignature] == kSignatureValue, formatted("signature %02x", image[kSignature]));
+    const uint8_t signature = bench.camera.eeprom[kSignature];
+    switch (bench.camera.known) {
+    case Known::read:
+        return passes(formatted("signature %02x", signature));
+    case Known::notSigned:
+        return fails(formatted("no signature (%02x); the library uses factory settings", signature));
+    case Known::notRead:
+        break;
+    }
+    return fails("it cannot be read; the library uses factory settings");
 }
 
 Verdict lens(Bench& bench)

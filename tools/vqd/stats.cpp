@@ -65,7 +65,7 @@ public:
         const Clock::time_point now = Clock::now();
         const bool came = !failure && !stream.reopened();
         m_outage = m_outage || stream.reopened();
-        const double passed = m_previous ? Seconds(now - *m_previous).count() * 1000 : 0;
+        const double passed = Seconds(now - m_previous.value_or(m_start)).count() * 1000;
         for (Tally* tally : {&m_all, &m_now}) {
             tally->errors += countStarting(stream.lines(), kTransferFailed);
             tally->wrongStartCodes += countStarting(stream.lines(), kWrongStartCode);
@@ -132,7 +132,7 @@ private:
     {
         Json json = document("stats");
         json["type"] = type;
-        json["camera"] = m_camera.szSerialNumber;
+        json["camera"] = identityJson(m_camera)["serial"];
         json["time"] = seconds();
         json["duration"] = passed;
         json["frames"] = tally.frames;
