@@ -108,16 +108,19 @@ void addEeprom(CLI::App& app, Run& run)
         const char* description;
         int common;
         int (*work)(const Options&);
+        const char* example;
     } kWays[] = {
-        {"backup", "Copies the EEPROM into a file", kCamera | kJson | kForce, backup},
-        {"restore", "Writes a file into the EEPROM", kCamera | kJson | kYes, restore},
+        {"backup", "Copies the EEPROM into a file", kCamera | kJson | kForce, backup, "vqd eeprom backup before.bin"},
+        {"restore", "Writes a file into the EEPROM", kCamera | kJson | kYes, restore,
+         "vqd eeprom restore before.bin -c 24061100000001"},
         {"diff", "Compares two files, or a file with the camera; the exit code is 6 when they differ", kCamera | kJson,
-         diff},
+         diff, "vqd eeprom diff before.bin"},
     };
     for (const auto& way : kWays) {
         CLI::App* sub = command->add_subcommand(way.name, way.description);
         sub->add_option("file", options->file, "A file of 128 bytes")->type_name("FILE")->required();
         addCommon(*sub, way.common);
+        sub->footer(std::string("Example: ") + way.example);
         sub->callback([&run, options, work = way.work] { run = [options, work] { return work(*options); }; });
     }
     command->get_subcommand("restore")->add_flag("--force", common.force,

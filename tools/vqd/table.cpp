@@ -272,6 +272,8 @@ void addTable(CLI::App& app, Run& run)
     }
     addCommon(*reader, kCamera | kJson | kForce);
     addCommon(*writer, kCamera | kJson | kYes);
+    reader->footer("Example: vqd table backup orthogonal factors.bin");
+    writer->footer("Example: vqd table restore orthogonal factors.bin");
     reader->add_flag("--csv", options->csv, "Write comma-separated values to look at");
     command->footer("Tables:\n" + tableNames() + "Example: vqd table backup orthogonal factors.bin");
     reader->callback([&run, options] { run = [options] { return backup(*options); }; });
