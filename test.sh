@@ -3,7 +3,7 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Builds and runs every test; installs the Debian packages that they need.
-#   ./test.sh                    the tests
+#   ./test.sh                    the tests, then their share of the code
 #   ./test.sh --asan             the same under the address and undefined-behaviour sanitizers
 #   ./test.sh --valgrind         the same under valgrind, but for the long sweeps
 #   ./test.sh --soak [NUMBER]    so many (2000) disconnects of streaming cameras, under the sanitizers
@@ -35,7 +35,10 @@ check() {
 }
 
 case "${1:-}" in
-'') check dev ;;
+'')
+    check dev
+    tests/share.sh
+    ;;
 --asan) check asan ;;
 --gcc11)
     build_packages+=(g++-11)

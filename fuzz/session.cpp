@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "device/device_state.h"
+#include "frame/frame_state.h"
 
 namespace
 {
@@ -25,7 +26,9 @@ struct Global {
     }
 const Global kGlobals[] = {
 #include "exported_globals.inc"
-    GLOBAL(m_stUsbSlot), GLOBAL(m_stIdentity), GLOBAL(m_pDevList), GLOBAL(m_nDevListCount), GLOBAL(m_nContextUses),
+    GLOBAL(m_stUsbSlot),    GLOBAL(m_stIdentity),       GLOBAL(m_pDevList),     GLOBAL(m_nDevListCount),
+    GLOBAL(m_nContextUses), GLOBAL(m_bContextUseEnded), GLOBAL(m_pListContext), GLOBAL(m_pSlotContext),
+    GLOBAL(m_bStarted),     GLOBAL(m_bStarted_RGB),
 };
 #undef GLOBAL
 
@@ -97,7 +100,7 @@ void Session::closeAll()
         require(false, violation.c_str());
     require(usb.openHandles() == 0, "every handle is closed");
     require(usb.listsHeld == 0, "every device list is freed");
-    require(usb.contextUses == 0, "every use of the context is given back");
+    require(usb.contextUses + usb.furtherContexts == 0, "every use of a context is given back");
     require(usb.configurationsHeld == (configDesc != nullptr), "at most the latest configuration descriptor is held");
     usb_free_config_descriptor(configDesc);
     configDesc = nullptr;

@@ -194,9 +194,10 @@ VQD_API int vqdDeviceOpen(int n);
 /**
  * Stops grabbing, closes the camera's handle and, when no camera is left open, gives libusb's default context back.
  *
- * Each close without a camera left open ends at least one use of the default context (libusb_exit(NULL)), even if the
- * library has none. A program that uses the default context itself must therefore not close a number twice: the
- * second close would end the program's own use, and transfers under way would crash.
+ * A close that leaves no camera open ends every use of the default context that the library has begun. If it has begun
+ * none since the last such close, it calls libusb_exit(NULL) once all the same. A program that uses the default context
+ * itself must therefore not close a number when no camera is open any more: that would end the program's own use, and
+ * transfers under way would crash.
  * @return ::VQD_OK, also for an empty device number; -2 for a number outside 0 to 9
  */
 VQD_API int vqdDeviceClose(int n);
@@ -222,8 +223,8 @@ VQD_API int vqdReadBufInit(int n);
  *
  * A failed transfer is repeated twice at once; after the third failure, with a missing handle or a wrong start code the
  * camera is re-opened (see vqdDeviceReOpen()) and goes on with its settings. A null pointer is noticed only where it
- * would be used, after the transfer. Blocks until the frame is there: up to 3 s
- * a transfer, and up to some 10 s more for a re-open.
+ * would be used, after the transfer. Blocks until the frame is there: up to 3 s a transfer, and up to some 10 s more
+ * for a re-open.
  * @param n      device number
  * @param images two caller-owned images of 320 x 240 uint16: amplitude, then depth in millimetres, 0 invalid
  * @param info   receives the frame's information

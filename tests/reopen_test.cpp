@@ -272,6 +272,28 @@ TEST_F(SeveralCameras, AClosedNumberWaitsForNoCameraButKeepsItsSerialNumber)
     }
 }
 
+TEST_F(SeveralCameras, AClosedNumberThatIsReadAgainWaitsForItsCamera)
+{
+    for (size_t port = 0; port < 3; ++port)
+        setSerial(port, 0);
+    ASSERT_EQ(list(), 3);
+    usb.unplug(0);
+    usb.unplug(1);
+    const auto reopened = [](int n) {
+        int result = 0;
+        m_nReopenTime = 501;
+        printed([&] { result = vqdDeviceReOpen(n); });
+        return result;
+    };
+    printed([] { vqdDeviceClose(0); });
+    EXPECT_EQ(reopened(0), -3);
+    usb.replug(0);
+    EXPECT_EQ(reopened(1), -3); // of two that wait, number 0 comes first
+    EXPECT_EQ(reopened(0), 1);
+    usb.replug(1);
+    EXPECT_EQ(reopened(1), 1);
+}
+
 // A bus that reports one place for all: a lost camera is told by its serial number, without one by its position.
 TEST_F(SeveralCameras, OnOnePlaceComeBackToTheirNumbers)
 {
@@ -300,6 +322,31 @@ TEST_F(SeveralCameras, OnOnePlaceComeBackToTheirNumbers)
         for (int n = 0; n < 3; ++n)
             EXPECT_EQ(serialBehind(n), n + 1) << named;
     }
+}
+
+TEST_F(SeveralCameras, OnOnePlaceTheCameraOfAClosedNumberStaysItsOwn)
+{
+    usb.showOnePlace();
+    for (const bool named : {true, false})
+        for (const int closed : {0, 2}) {
+            for (uint8_t i = 0; i < 3; ++i)
+                setSerial(i, named ? i + 1 : 0);
+            ASSERT_EQ(list(), 3);
+            for (uint8_t i = 0; i < 3; ++i)
+                setSerial(i, i + 1); // tells the test which camera answers
+            printed([&] { vqdDeviceClose(closed); });
+            usb.unplug(1);
+            m_nReopenTime = 501;
+            printed([] { EXPECT_EQ(vqdDeviceReOpen(1), -3); });
+            m_nReopenTime = 600;
+            printed([&] { EXPECT_EQ(vqdDeviceReOpen(closed), 1); }); // asked for while another waits
+            printed([&] { vqdDeviceClose(closed); });
+            usb.replug(1);
+            printed([] { EXPECT_EQ(vqdDeviceReOpen(1), 1); });
+            printed([&] { EXPECT_EQ(vqdDeviceReOpen(closed), 1); });
+            for (int n = 0; n < 3; ++n)
+                EXPECT_EQ(serialBehind(n), n + 1) << named << closed;
+        }
 }
 
 TEST_F(SeveralCameras, AnotherNumbersAddressIsNotTaken)

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <random>
 
 #include "support/library_test.h"
 
@@ -142,6 +143,90 @@ TEST_F(StaleList, AnApplicationThatHoldsTheDefaultContextKeepsIt)
     EXPECT_EQ(usb.furtherContexts, 1);
     printed([] { vqdDeviceClose(0); });
     EXPECT_EQ(usb.furtherContexts, 0);
+    EXPECT_EQ(usb.contextUses, 1); // the library's use ended before the close, which ends none in its place
+    printed([] { vqdDeviceClose(0); });
+    EXPECT_EQ(usb.contextUses, 0); // a second close ends a use again
+}
+
+// A fresh context whose camera cannot be opened has no handle that would end it.
+TEST_F(StaleList, AFreshContextWithoutAHandleEndsWithTheNextListing)
+{
+    libusb_init(nullptr);
+    for (int i = 0; i < 2; ++i)
+        showInSysfs(usb.plug());
+    usb.fail("open", -3);
+    EXPECT_EQ(list(), -2);
+    EXPECT_EQ(usb.furtherContexts, 1);
+    EXPECT_EQ(list(), 2);
+    EXPECT_EQ(usb.furtherContexts, 1);
+
+    usb.fail("open", -3, 2); // number 0 has a handle, and the device list stays held
+    EXPECT_EQ(list(), -2);
+    EXPECT_EQ(usb.listsHeld, 1);
+    printed([] { UnInitialize_vqdapi(0, 0); }); // ends the context of this listing, and its list before
+    printed([] { UnInitialize_vqdapi(1, 0); });
+    EXPECT_EQ(usb.furtherContexts, 0);
+    EXPECT_EQ(usb.listsHeld, 0);
+}
+
+// Any order of what can happen, with and without an application that holds the default context: every context that was
+// begun is ended once.
+TEST_F(StaleList, EveryContextIsEndedOnce)
+{
+    std::mt19937 random{20261124};
+    const auto oneOf = [&](size_t count) { return random() % count; };
+    constexpr size_t kCameras = 3;
+    for (size_t port = 0; port < kCameras; ++port) {
+        sim::Config config;
+        config.product = "VQD-RS110"; // without tables to load
+        showInSysfs(usb.plug(config));
+    }
+    for (int round = 0; round < 100; ++round) {
+        const int held = round % 2;
+        if (held == 1)
+            libusb_init(nullptr);
+        printed([&] {
+            vqdGetDeviceList(devices.data(), &count);
+            for (int step = 0; step < 8; ++step) {
+                const auto n = static_cast<int>(oneOf(kCameras));
+                m_nReopenTime = 512; // twelve searches: enough to prove a list stale
+                switch (oneOf(8)) {
+                case 0:
+                    vqdGetDeviceList(devices.data(), &count);
+                    break;
+                case 1:
+                    usb.fail("open", -3, 1 + random() % 2);
+                    break;
+                case 2:
+                    UnInitialize_vqdapi(n, 0);
+                    break;
+                case 3:
+                    usb.unplug(oneOf(kCameras)); // sysfs still shows it
+                    break;
+                case 4:
+                case 5:
+                    comeBack(oneOf(kCameras));
+                    break;
+                default:
+                    vqdDeviceReOpen(n);
+                }
+            }
+        });
+        EXPECT_LE(usb.furtherContexts, usb.openHandles() + 1) << round;
+        printed([&] {
+            bool closed = false;
+            for (int n = 0; n < static_cast<int>(kCameras); ++n)
+                if (vqdDeviceIsOpen(n) == 1)
+                    closed = vqdDeviceClose(n) == 1;
+            if (!closed)
+                vqdDeviceClose(0);
+        });
+        EXPECT_EQ(usb.contextUses, held) << round;
+        EXPECT_EQ(usb.furtherContexts + usb.openHandles() + usb.listsHeld, 0) << round;
+        if (held == 1)
+            libusb_exit(nullptr);
+        ASSERT_FALSE(HasFailure());
+    }
 }
 
 // The list follows sysfs by what udev needs; that is no reason for another context.
@@ -158,6 +243,19 @@ TEST_F(StaleList, AHealthyHostGetsNoSecondContext)
     usb.conversation();
     printed([] { EXPECT_EQ(vqdDeviceReOpen(0), 1); });
     EXPECT_EQ(occurrences(usb.conversation(), "init"), 0u);
+    closeAll(1);
+}
+
+TEST_F(StaleList, ACameraThatNoContextListsCausesFreshOnesEveryTenSearches)
+{
+    plugListed(1);
+    showInSysfs(usb.plug());
+    usb.unplug(1);
+    usb.unplug(0);
+    printed([] { EXPECT_EQ(vqdDeviceReOpen(0), -3); });
+    const std::string conversation = usb.conversation();
+    EXPECT_EQ(occurrences(conversation, "init another"), 10u) << conversation;
+    EXPECT_EQ(occurrences(conversation, "init"), 20u) << conversation; // the default context again, then another
     closeAll(1);
 }
 

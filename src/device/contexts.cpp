@@ -4,12 +4,29 @@
 
 #include "device/device_state.h"
 
+static void endDefaultUses()
+{
+    for (; m_nContextUses > 0; --m_nContextUses) {
+        libusb_exit(nullptr);
+        m_bContextUseEnded = true;
+    }
+}
+
+// Makes `context` the one to list from. The one before ends, unless a slot still needs it.
+static void listFrom(libusb_context* context)
+{
+    ReleaseDeviceList(); // its devices belong to the context before
+    libusb_context* const before = m_pListContext;
+    m_pListContext = context;
+    EndIfUnused(before);
+}
+
 bool BeginContextUse()
 {
     if (libusb_init(nullptr) < 0)
         return false;
     if (m_nContextUses++ == 0)
-        m_pListContext = nullptr; // just started, so its list is the freshest; other contexts live on in the slots
+        listFrom(nullptr); // just started, so its list is the freshest
     return true;
 }
 
@@ -26,12 +43,6 @@ void ReleaseDeviceList()
     m_pDevList = nullptr;
 }
 
-static void endDefaultUses()
-{
-    for (; m_nContextUses > 0; --m_nContextUses)
-        libusb_exit(nullptr);
-}
-
 void EndIfUnused(libusb_context* context)
 {
     if (context == nullptr && m_pListContext == nullptr)
@@ -44,7 +55,7 @@ void EndIfUnused(libusb_context* context)
         return;
     }
     if (m_pListContext == context) {
-        ReleaseDeviceList(); // its devices belong to the context
+        ReleaseDeviceList();
         m_pListContext = nullptr;
     }
     libusb_exit(context);
@@ -53,9 +64,7 @@ void EndIfUnused(libusb_context* context)
 bool TakeFreshContext(bool again)
 {
     if (SlotsWithHandle() == 0 && !again) {
-        ReleaseDeviceList();
-        if (m_pListContext != nullptr)
-            EndIfUnused(m_pListContext);
+        listFrom(nullptr);
         endDefaultUses();
         BeginContextUse(); // GetUsbDevice() tries again and reports a failure
         return true;
@@ -65,10 +74,7 @@ bool TakeFreshContext(bool again)
     libusb_context* fresh = nullptr;
     if (libusb_init(&fresh) < 0)
         return false;
-    ReleaseDeviceList();
-    libusb_context* const before = m_pListContext;
-    m_pListContext = fresh;
-    EndIfUnused(before);
+    listFrom(fresh);
     return true;
 }
 
@@ -83,10 +89,10 @@ void EndContextUses()
 {
     if (SlotsWithHandle() > 0)
         return;
-    if (m_pListContext != nullptr)
-        EndIfUnused(m_pListContext);
-    // Every close ends a use of the default context, also where the library has none left.
-    if (m_nContextUses == 0 && kExitWithoutContextIsSafe)
-        libusb_exit(nullptr);
+    listFrom(nullptr);
     endDefaultUses();
+    // A close ends a use of the default context also where the library has begun none since the last one.
+    if (!m_bContextUseEnded && kExitWithoutContextIsSafe)
+        libusb_exit(nullptr);
+    m_bContextUseEnded = false;
 }

@@ -33,6 +33,7 @@ CameraIdentity m_stIdentity[VQD_MAX_DEVICES]; // written by enumeration and list
 libusb_device** m_pDevList;                   // libusb's device list; held from GetUsbDevice to the enumeration's end
 int m_nDevListCount;                          // entries in it, or libusb's negative error
 int m_nContextUses;             // libusb_init calls on the default context that libusb_exit has not yet balanced
+bool m_bContextUseEnded;        // a use of the library's own was ended since the last close
 libusb_context* m_pListContext; // where device lists come from; null: the default context
 libusb_context* m_pSlotContext[VQD_MAX_DEVICES]; // where the slot's handle came from; null: the default context
 

@@ -14,7 +14,7 @@
 
 // The USB side of one device number. Usable when bOpened is not 0 and pHandle not null.
 struct UsbDeviceSlot {
-    libusb_device* pDevice;        // where the handle came from; not owned and never read
+    libusb_device* pDevice;        // where the handle came from; not owned; compared, never read
     libusb_device_handle* pHandle; // owned by the slot: opened by enumeration, closed by release
     uint16_t nVendorId;
     uint16_t nProductId;
@@ -28,7 +28,7 @@ static_assert(sizeof(UsbDeviceSlot) == 24);
 // again.
 struct CameraIdentity {
     bool known;
-    bool closed; // by the application, so nobody is looking for it
+    bool closed; // by the application, which has not asked for the camera since, so it waits for none
     uint8_t bus;
     uint8_t address;
     uint16_t vendorId;
@@ -41,6 +41,7 @@ extern CameraIdentity m_stIdentity[VQD_MAX_DEVICES];
 extern libusb_device** m_pDevList;
 extern int m_nDevListCount;
 extern int m_nContextUses;
+extern bool m_bContextUseEnded;
 extern libusb_context* m_pListContext;
 extern libusb_context* m_pSlotContext[VQD_MAX_DEVICES];
 

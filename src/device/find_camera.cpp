@@ -25,6 +25,12 @@ static bool isSamePlace(const CameraIdentity& a, const CameraIdentity& b)
            a.productId == b.productId;
 }
 
+// Whether the camera of number n can be told from all others by its serial number.
+static bool isNamed(int n)
+{
+    return m_stIdentity[n].serial[0] != '\0' && strcmp(m_stIdentity[n].serial, kNoSerial) != 0;
+}
+
 // Some buses report one place for several cameras, which then tells nothing about them.
 static bool isPlaceShared(int n)
 {
@@ -34,12 +40,20 @@ static bool isPlaceShared(int n)
     return false;
 }
 
+// The device that number n talks to. Of a closed number whose camera has no serial number, it is all that is known.
+static libusb_device* deviceOf(int n)
+{
+    if (HandleOf(n) != nullptr)
+        return libusb_get_device(HandleOf(n));
+    return m_stIdentity[n].closed && !isNamed(n) ? m_stUsbSlot[n].pDevice : nullptr;
+}
+
 // A place alone is not enough: after a replug another camera may have the address.
 static bool isAtPlaceOf(int n, libusb_device* device, const libusb_device_descriptor& descriptor)
 {
     const CameraIdentity& known = m_stIdentity[n];
     if (isPlaceShared(n))
-        return HandleOf(n) != nullptr && libusb_get_device(HandleOf(n)) == device;
+        return deviceOf(n) == device;
     return known.known && known.bus == libusb_get_bus_number(device) &&
            known.address == libusb_get_device_address(device) && known.vendorId == descriptor.idVendor &&
            known.productId == descriptor.idProduct;
@@ -95,7 +109,7 @@ static int findCandidates(int n, libusb_device** candidates, int& suited)
 
 static bool hasSerial(int n, const char* serial)
 {
-    return strcmp(serial, kNoSerial) != 0 && strcmp(serial, m_stIdentity[n].serial) == 0;
+    return isNamed(n) && strcmp(serial, m_stIdentity[n].serial) == 0;
 }
 
 // Missing, and the application still wants it.
@@ -108,9 +122,7 @@ static bool isLost(int n)
 // told by its serial number it is nobody else's.
 static bool isRival(int other)
 {
-    const CameraIdentity& identity = m_stIdentity[other];
-    const bool named = identity.serial[0] != '\0' && strcmp(identity.serial, kNoSerial) != 0;
-    return isMissing(other) && (!identity.closed || named);
+    return isMissing(other) && (!m_stIdentity[other].closed || isNamed(other));
 }
 
 // The number other than n that a camera with this serial number belongs to, or -1.
@@ -219,6 +231,8 @@ int FindCamera(int n, UnlistedCameras& unlisted)
     const int result = takeCamera(n);
     if (result != VQD_NOT_OPEN)
         ReleaseDeviceList();
+    if (result == VQD_NO_HANDLE)
+        m_stIdentity[n].closed = false; // asked for and not there: it waits for its camera from now on
     m_nDeviceCount = SlotsWithHandle();
     return result;
 }

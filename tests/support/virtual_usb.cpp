@@ -216,9 +216,13 @@ void VirtualUsb::exit(libusb_context* context)
     note(context == nullptr ? "exit" : "exit another");
     if (context == nullptr && (contextUses == 0 || --contextUses > 0))
         return;
+    const libusb_context* const ended = context == nullptr ? m_default.get() : context;
     for (const auto& handle : m_handles)
-        if (handle->open && handle->context == (context == nullptr ? m_default.get() : context))
+        if (handle->open && handle->context == ended)
             violations.push_back("context ended with open handles");
+    for (const auto& [list, from] : m_lists)
+        if (from == ended)
+            violations.push_back("context ended with a device list held");
     if (context == nullptr) {
         m_default.reset();
         return;
@@ -278,6 +282,7 @@ struct LibusbCalls {
         *list = new libusb_device*[found.size() + 1]();
         std::copy(found.begin(), found.end(), *list);
         ++usb.listsHeld;
+        usb.m_lists[*list] = context;
         return static_cast<ssize_t>(found.size());
     }
 
@@ -286,6 +291,7 @@ struct LibusbCalls {
         VirtualUsb& usb = VirtualUsb::get();
         if (unref != 1)
             usb.violations.push_back("device list freed without its devices");
+        usb.m_lists.erase(list);
         delete[] list;
         --usb.listsHeld;
     }

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <span>
 #include <string>
@@ -97,6 +98,7 @@ private:
     std::vector<Port> m_ports;
     std::vector<std::shared_ptr<libusb_device>> m_everSeen;
     std::vector<std::unique_ptr<libusb_device_handle>> m_handles;
+    std::map<libusb_device**, libusb_context*> m_lists; // held, and where each came from
     std::vector<Failure> m_failures;
     std::vector<std::string> m_log;
     bool m_onePlace = false;
