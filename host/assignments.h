@@ -11,7 +11,7 @@
 #include "host/listed_camera.h"
 #include "host/settings.h"
 
-// The values that a setting shall have.
+// A setting, and the values that it is to get.
 struct Assignment {
     const Setting* setting;
     std::vector<int> values;

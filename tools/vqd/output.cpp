@@ -19,7 +19,7 @@
 
 Output::Output()
 {
-    signal(SIGPIPE, SIG_IGN); // when the reader is gone, writing shall fail: a signal would leave a camera grabbing
+    signal(SIGPIPE, SIG_IGN); // when the reader is gone, a write fails; the signal would leave a camera grabbing
     const int data = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     m_data = data < 0 ? nullptr : fdopen(data, "w");
     m_library = common.verbose ? dup(STDERR_FILENO) : memfd_create("library", MFD_CLOEXEC);
