@@ -3,23 +3,21 @@
 # SPDX-License-Identifier: Apache-2.0
 """Which tests notice which breaks? Makes random one-line breaks in a copy of the tree, one at a time, and runs the tests.
 
-  tests/random_breaks.py all [-n NUMBER] [-o FILE]   draws NUMBER breaks (300) and records every test that notices each
-  tests/random_breaks.py quick BEFORE [-o FILE]      makes the breaks of BEFORE again and stops at the first test that notices
-  tests/random_breaks.py report FILE                 what each test and each suite notices, and what nothing else does
+  tests/random_breaks.py all [-n NUMBER] [-o FILE]   draws NUMBER (300) breaks and records the tests that notice each
+  tests/random_breaks.py quick BEFORE [-o FILE]      makes the breaks of BEFORE again, until one test notices each
+  tests/random_breaks.py report FILE                 what each suite and each test notices
 
-The seed is fixed, so the same tree is broken in the same places. A break is known by the text of its line and of the lines
-around it, not by its number: quick finds it in files that were split or moved, and calls it gone if the text is no longer
-there. A run that is started again goes on where it stopped. Results are separated by tabs, a row each.
+The seed is fixed, so the same tree is broken in the same places. A break is known by the text of its line, of the lines around
+it and of the function's head: quick finds it in a file that was split or moved, and calls it gone if the text is. A run that is
+started again goes on where it stopped. A result is a row of fields separated by tabs, as `Row` names them.
 """
 import argparse
 import collections
-import csv
 import hashlib
 import json
 import os
 import random
 import re
-import resource
 import shutil
 import signal
 import subprocess
@@ -38,185 +36,140 @@ SEED = 20261124
 # Half of the breaks are in the library. A short run is spread like a long one.
 TURNS = [("src/",), ("sim/",), ("src/",), ("tools/", "host/")]
 # They repeat what others check, or check what a break in the code cannot change.
-SLOW = re.compile(r"soak|clone|install_and_link|abi|docs")
-ENOUGH_HANGS = 10  # each costs its whole time limit
-# Where several cheap tests notice, a costly one adds nothing: "..." at the end of a row says that it was not asked.
-COSTLY_SECONDS, ENOUGH_CHEAP = 1, 5
+LEFT_OUT = re.compile(r"soak|clone|install_and_link|abi|docs")
+# Where several cheap tests notice, a costly one is not asked, and none after many that hang: the row ends in "...".
+COSTLY_SECONDS, SEVERAL, MANY_HANGS = 0.3, 5, 10
 
+# The columns up to `new` name the break, the others say what came of it. The cheapest test stands first in `noticed`.
 Row = collections.namedtuple("Row", "file heading above text below new outcome noticed")
 
-# Strings and characters are no place for a break, comments neither.
-MASKED = re.compile(r'"(?:\\.|[^"\\])*"|(?<![0-9A-Fa-f])\'(?:\\.|[^\'\\])+\'|//.*')
-UNTOUCHED = re.compile(r"^(#|static_assert|template|namespace|using|extern|SPDX)|\bkill\(|\bremove\(")
+# Strings and characters are no place for a break.
+QUOTED = re.compile(r'"(?:\\.|[^"\\])*"|(?<![0-9A-Fa-f])\'(?:\\.|[^\'\\])+\'')
+UNTOUCHED = re.compile(r"^(#|static_assert|template|namespace|using|extern)|\bkill\(")
 # What is looked for, and what may stand there instead.
-SWAPS = [
-    ("comparison", r" == ", " != "), ("comparison", r" != ", " == "),
-    ("comparison", r" < ", " <= "), ("comparison", r" < ", " >= "), ("comparison", r" <= ", " < "),
-    ("comparison", r" > ", " >= "), ("comparison", r" > ", " <= "), ("comparison", r" >= ", " > "),
-    ("logic", r" && ", " || "), ("logic", r" \|\| ", " && "), ("logic", r"(?<=[( ])!(?=[\w(])", ""),
-    ("logic", r"\btrue\b", "false"), ("logic", r"\bfalse\b", "true"),
-    ("operator", r" \+ ", " - "), ("operator", r" - ", " + "), ("operator", r" \* ", " / "), ("operator", r" / ", " * "),
-    ("operator", r" & ", " | "), ("operator", r" \| ", " & "), ("operator", r" << ", " >> "), ("operator", r" >> ", " << "),
-    ("operator", r" \+= ", " -= "), ("operator", r" -= ", " += "), ("operator", r" &= ", " |= "), ("operator", r" \|= ", " &= "),
-    ("operator", r"\+\+", "--"), ("operator", r"--", "++"),
-    ("operator", r"\bmin\(", "max("), ("operator", r"\bmax\(", "min("),
-]
-NUMBER = re.compile(r"(?<![\w.'])(0x[0-9A-Fa-f]+|\d[\d']*)(?=[uUlL]*\b)")
-CONDITION = re.compile(r"\b(?:if|while) \((.*)\)(?: \{)?$")
+SWAPS = {
+    "comparison": [(" == ", " != "), (" != ", " == "), (" < ", " <= "), (" < ", " >= "), (" <= ", " < "), (" > ", " >= "),
+                   (" > ", " <= "), (" >= ", " > ")],
+    "logic": [(" && ", " || "), (r" \|\| ", " && "), (r"(?<=[( ])!(?=[\w(])", ""), (r"\btrue\b", "false"),
+              (r"\bfalse\b", "true")],
+    "operator": [(r" \+ ", " - "), (" - ", " + "), (r" \* ", " / "), (" / ", " * "), (" & ", " | "), (r" \| ", " & "),
+                 (" << ", " >> "), (" >> ", " << "), (r" \+= ", " -= "), (" -= ", " += "), (" &= ", " |= "),
+                 (r" \|= ", " &= "), (r"\+\+", "--"), ("--", "++"), (r"\bmin\(", "max("), (r"\bmax\(", "min(")],
+}
+NUMBER = re.compile(r"(?<![\w.'])(0x[0-9A-Fa-f]+|[1-9][\d']*|0(?!\d))(?=[uUlL]*\b)")
+CONDITION = re.compile(r"\b(?:if|while) \(([^;]*)\)(?: \{)?$")
 STATEMENT = re.compile(r"(?:[\w:.\[\]>-]+\(.*\)|[\w:.\[\]>*()-]+ [-+*/|&^]?= .*|\+\+[\w.>-]+|return|break|continue);$")
 
 
+def code_of(line):
+    """The line without its comment, and with strings of the same length that say nothing."""
+    return QUOTED.sub(lambda m: "_" * len(m[0]), line).split("//")[0].rstrip()
+
+
 def breaks_of(text, above):
-    """Every break of a line, as {kind: [new text]}."""
-    found = collections.defaultdict(list)
-    masked = MASKED.sub(lambda m: "_" * len(m[0]) if m[0][0] != "/" else "", text).rstrip()
-    if not masked or UNTOUCHED.search(text):
+    """Every break of a line: kind -> the texts that may stand there."""
+    found, code = collections.defaultdict(list), code_of(text)
+    if UNTOUCHED.search(code):
         return found
 
     def replace(kind, start, end, new):
         found[kind].append(text[:start] + new + text[end:])
 
-    for kind, old, new in SWAPS:
-        for m in re.finditer(old, masked):
-            replace(kind, *m.span(), new)
-    for m in NUMBER.finditer(masked):
-        value, write = (int(m[0], 16), "0x{:02X}") if m[0][:2] == "0x" else (int(m[0].replace("'", "")), "{}")
-        for near in (value + 1, value - 1):
-            replace("number", *m.span(), write.format(near))
-    if (m := CONDITION.search(masked)) and "; " not in m[1]:
-        replace("condition", *m.span(1), "!(" + text[m.start(1):m.end(1)] + ")")
-    if STATEMENT.match(masked) and (not above or above[-1] in ";{}):" or above.endswith("else")):
-        replace("statement", 0, len(masked), ";")
+    for kind, swaps in SWAPS.items():
+        for old, new in swaps:
+            for m in re.finditer(old, code):
+                replace(kind, *m.span(), new)
+    for m in NUMBER.finditer(code):
+        for step in (1, -1):
+            value = int(m[0].replace("'", ""), 0) + step
+            replace("number", *m.span(), f"0x{value:02X}" if m[0].startswith("0x") and value >= 0 else str(value))
+    if m := CONDITION.search(code):
+        replace("condition", *m.span(1), f"!({text[m.start(1):m.end(1)]})")
+    if STATEMENT.match(code) and re.search(r"([;{}):]|else|^)$", code_of(above)):
+        replace("statement", 0, len(code), ";")
     return found
 
 
 def tracked():
-    return subprocess.check_output(["git", "ls-files"], cwd=ROOT, text=True).splitlines()
+    return [name for name in subprocess.check_output(["git", "ls-files"], cwd=ROOT, text=True).splitlines()
+            if (ROOT / name).is_file()]
 
 
-def places(folders):
-    """The lines of code in these folders, as (line index, Row without a break)."""
+def lines_of_code(folders):
+    """Each line of code in these folders: its index in the file, and a Row that does not break it yet."""
     for name in tracked():
-        if not name.startswith(folders) or Path(name).suffix not in (".cpp", ".h") or not (ROOT / name).is_file():
-            continue
-        lines = [(i, line.strip()) for i, line in enumerate((ROOT / name).read_text().splitlines())]
-        lines = [(i, line) for i, line in lines if line and not line.startswith("//")]
-        starts = {i for i, line in enumerate((ROOT / name).read_text().splitlines()) if re.match(r"[A-Za-z]", line)}
-        heading = ""
-        for at, (i, line) in enumerate(lines):
-            if i in starts:
-                heading = line
-            above = lines[at - 1][1] if at else ""
-            below = lines[at + 1][1] if at + 1 < len(lines) else ""
-            yield i, Row(name, heading, above, line, below, "", "", "")
+        if name.startswith(folders) and name.endswith((".cpp", ".h")):
+            lines = [(i, line.rstrip()) for i, line in enumerate((ROOT / name).read_text().splitlines())
+                     if code_of(line)]
+            texts = ["", *(line.strip() for _, line in lines), ""]
+            heading = ""
+            for at, (i, line) in enumerate(lines, 1):
+                heading = line if re.match(r"[A-Za-z].*[^:]$", line) else heading
+                yield i, Row(name, heading, texts[at - 1], texts[at], texts[at + 1], "", "", "")
 
 
 def drawn():
-    """All breaks in the order of the draw, each with its place."""
+    """Breaks in the order of the draw, each with the line that it breaks."""
     rng = random.Random(SEED)
     piles = {}
     for folders in sorted(set(TURNS)):
-        piles[folders] = [(i, row, kinds) for i, row in places(folders)
-                          if (kinds := breaks_of(row.text, MASKED.sub(lambda m: m[0] if m[0][0] != "/" else "",
-                                                                      row.above).rstrip()))]
+        piles[folders] = [line for line in lines_of_code(folders) if breaks_of(line[1].text, line[1].above)]
         rng.shuffle(piles[folders])
-    turn = 0
     while any(piles.values()):
-        pile = piles[TURNS[turn % len(TURNS)]]
-        turn += 1
-        if pile:
-            i, row, kinds = pile.pop()
-            yield (i, row), row._replace(new=rng.choice(kinds[rng.choice(sorted(kinds))]))
+        for folders in TURNS:
+            if piles[folders]:
+                i, row = piles[folders].pop()
+                kinds = breaks_of(row.text, row.above)
+                yield (i, row), row._replace(new=rng.choice(kinds[rng.choice(sorted(kinds))]))
 
 
 def found_again(rows):
-    """The breaks of an earlier run, each with its place in today's tree, or None where its line is gone."""
+    """The breaks of an earlier run, each with the line that it breaks today, or None."""
     today = collections.defaultdict(list)
-    for i, place in places(tuple(folder for turn in TURNS for folder in turn)):
-        today[place.text].append((i, place))
+    for line in lines_of_code(sum(TURNS, ())):
+        today[line[1].text].append(line)
     for row in rows:
-        def likeness(candidate):
-            return sum(getattr(candidate[1], key) == getattr(row, key) for key in ("file", "heading", "above", "below"))
-        candidates = sorted(today[row.text], key=likeness, reverse=True)
-        if len(candidates) > 1 and (likeness(candidates[0]) == likeness(candidates[1]) or likeness(candidates[0]) == 0):
-            candidates = []
-        yield (candidates[0] if candidates else None), row
-
-
-def copy_tree():
-    names = tracked()
-    for name in names:
-        source, copy = ROOT / name, TREE / name
-        if source.is_file() and not (copy.is_file() and copy.read_bytes() == source.read_bytes()):
-            copy.parent.mkdir(parents=True, exist_ok=True)
-            shutil.copy(source, copy)
-    for copy in TREE.rglob("*"):
-        if copy.is_file() and BUILD not in copy.parents and str(copy.relative_to(TREE)) not in names:
-            copy.unlink()
-
-
-def configure():
-    options = ["-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-O1 -g0 -w", "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON"]
-    if shutil.which("ninja"):
-        options += ["-G", "Ninja"]
-    if shutil.which("ccache"):
-        options += ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"]
-    subprocess.run(["cmake", "-S", TREE, "-B", BUILD, *options], check=True, stdout=subprocess.DEVNULL)
-
-
-def build():
-    with open(WORK / "build.log", "w") as log:
-        return subprocess.run(["cmake", "--build", BUILD, "-j", str(JOBS)], stdout=log, stderr=log).returncode == 0
-
-
-def programs():
-    """What the build made, by the hash of its content."""
-    return {str(path): hashlib.sha1(path.read_bytes()).digest() for path in BUILD.iterdir()
-            if path.is_file() and os.access(path, os.X_OK)}
+        likeness = [sum(getattr(line, key) == getattr(row, key) for key in ("file", "heading", "above", "below"))
+                    for _, line in today[row.text]]
+        best = max(likeness, default=0)
+        yield today[row.text][likeness.index(best)] if best and likeness.count(best) == 1 else None, row
 
 
 class Test:
-    def __init__(self, name, command, properties, libraries):
-        self.name, self.command = name, command
+    def __init__(self, listed, libraries):
+        properties = {p["name"]: p["value"] for p in listed["properties"]}
+        self.name = listed["name"].split()[0]
+        self.command = listed["command"]
+        self.uses = set(self.command).union(*(libraries.get(word, ()) for word in self.command))
         self.environment = dict(e.split("=", 1) for e in properties.get("ENVIRONMENT", []))
         self.folder = properties.get("WORKING_DIRECTORY", BUILD)
         self.skipped = properties.get("SKIP_RETURN_CODE", 0)
-        self.uses = set(command).union(*(libraries.get(word, ()) for word in command))
-        self.cpu_limit, self.limit = 300, 1200  # seconds, until measured
         self.seconds, self.hung = 0.0, False
+        self.cpu_limit, self.limit = 300, 1200  # seconds, until measured
 
     def passes(self):
         """Runs the test in a session and a folder of its own, which end with it."""
-        limits = ["prlimit", f"--cpu={self.cpu_limit}", f"--as={8 << 30}", f"--fsize={1 << 30}", "--core=0", "--"]
+        limits = ["prlimit", f"--cpu={self.cpu_limit}:{self.cpu_limit + 5}", f"--as={8 << 30}", f"--fsize={1 << 30}", "--core=0"]
         with tempfile.TemporaryDirectory(prefix="breaks-", ignore_cleanup_errors=True) as scratch:
-            child = subprocess.Popen(limits + self.command, cwd=self.folder, stdin=subprocess.DEVNULL,
-                                     stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True,
+            child = subprocess.Popen([*limits, "--", *self.command], cwd=self.folder, start_new_session=True,
+                                     stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                                      env={**os.environ, **self.environment, "TMPDIR": scratch})
             late = threading.Timer(self.limit, os.killpg, (child.pid, signal.SIGKILL))
             late.start()
-            # The test has ended but is not yet reaped, so its number is still its group's.
+            # It has ended but is not reaped yet, so that its number still is that of its group.
             os.waitid(os.P_PID, child.pid, os.WEXITED | os.WNOWAIT)
             self.hung = not late.is_alive()
             late.cancel()
             os.killpg(child.pid, signal.SIGKILL)
             _, status, usage = os.wait4(child.pid, 0)
         child.returncode = os.waitstatus_to_exitcode(status)
-        self.hung |= child.returncode in (-signal.SIGXCPU, 128 + signal.SIGXCPU)
+        self.hung |= child.returncode == -signal.SIGXCPU
         self.seconds = usage.ru_utime + usage.ru_stime
         return child.returncode in (0, self.skipped)
 
 
-def all_tests():
-    listed = subprocess.check_output(["ctest", "--test-dir", BUILD, "--show-only=json-v1"], text=True)
-    made = programs()
-    libraries = {program: set(re.findall(r"=> (\S+)", subprocess.run(["ldd", program], capture_output=True, text=True).stdout))
-                 for program in made}
-    return [Test(t["name"], t["command"], {p["name"]: p["value"] for p in t["properties"]}, libraries)
-            for t in json.loads(listed)["tests"] if not SLOW.search(t["name"])]
-
-
-def noticing(tests, enough=lambda found, test: False):
-    """The tests that fail, in the order given, and whether some were not run. A second run rules out chance."""
+def noticing(tests, enough):
+    """The tests that fail, in the order given, and whether some were not asked. A second run rules out chance."""
     queue, found, lock = collections.deque(tests), [], threading.Lock()
 
     def work():
@@ -225,7 +178,7 @@ def noticing(tests, enough=lambda found, test: False):
                 if not queue or enough(found, queue[0]):
                     return
                 test = queue.popleft()
-            if not test.passes() and (len(found) >= ENOUGH_CHEAP or not test.passes()):
+            if not test.passes() and (len(found) >= SEVERAL or not test.passes()):
                 with lock:
                     found.append(test)
 
@@ -237,38 +190,52 @@ def noticing(tests, enough=lambda found, test: False):
     return sorted(found, key=tests.index), bool(queue)
 
 
-def enough_to_compare(found, test):
-    return sum(t.hung for t in found) >= ENOUGH_HANGS or (test.seconds > COSTLY_SECONDS and len(found) >= ENOUGH_CHEAP)
+def build():
+    with open(WORK / "build.log", "w") as log:
+        return subprocess.run(["cmake", "--build", BUILD, "-j", str(JOBS)], stdout=log, stderr=log).returncode == 0
 
 
-def one_is_enough(found, test):
-    return bool(found)
+def programs():
+    """What was built, each with a hash of its content."""
+    return {str(path): hashlib.sha1(path.read_bytes()).digest() for path in BUILD.iterdir()
+            if path.is_file() and os.access(path, os.X_OK)}
 
 
 def prepare():
-    """Builds the copy and runs its tests as they are. Returns them, the cheapest first, and what was built."""
-    WORK.mkdir(parents=True, exist_ok=True)
-    copy_tree()
-    configure()
+    """Builds the copy and runs its tests without a break. Returns the tests, the cheapest first, and what was built."""
+    names = tracked()
+    for name in names:
+        copy = TREE / name
+        if not copy.is_file() or copy.read_bytes() != (ROOT / name).read_bytes():
+            copy.parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(ROOT / name, copy)
+    for copy in TREE.rglob("*"):
+        if copy.is_file() and BUILD not in copy.parents and str(copy.relative_to(TREE)) not in names:
+            copy.unlink()
+    options = ["-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-O1 -g0 -w", "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON"]
+    options += ["-G", "Ninja"] if shutil.which("ninja") else []
+    options += ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"] if shutil.which("ccache") else []
+    subprocess.run(["cmake", "-S", TREE, "-B", BUILD, *options], check=True, stdout=subprocess.DEVNULL)
     if not build():
-        sys.exit(f"The tree does not build: {WORK / 'build.log'}")
-    tests = all_tests()
+        sys.exit(f"The tree does not build: {WORK}/build.log")
+    clean = programs()
+    libraries = {name: re.findall(r"=> (\S+)", subprocess.run(["ldd", name], capture_output=True, text=True).stdout)
+                 for name in clean}
+    listed = json.loads(subprocess.check_output(["ctest", "--test-dir", BUILD, "--show-only=json-v1"]))["tests"]
+    tests = [Test(test, libraries) for test in listed if not LEFT_OUT.search(test["name"])]
     started = time.monotonic()
-    failed, _ = noticing(tests)
-    if failed:
-        sys.exit("The tests fail without a break: " + ", ".join(t.name for t in failed))
-    slowness = (time.monotonic() - started) * JOBS / sum(t.seconds for t in tests)
+    if failed := noticing(tests, lambda found, test: False)[0]:
+        sys.exit("The tests fail without a break: " + ", ".join(test.name for test in failed))
+    total = sum(test.seconds for test in tests)
+    slowness = (time.monotonic() - started) * JOBS / total
+    print(f"{len(tests)} tests pass, in {total:.0f} s of processor time", flush=True)
     for test in tests:
-        test.cpu_limit, test.limit = int(6 + 3 * test.seconds), 60 + 10 * slowness * test.seconds
-    tests.sort(key=lambda t: t.seconds)
-    with open(WORK / "costs.tsv", "w") as costs:
-        costs.writelines(f"{t.name}\t{t.seconds:.2f}\n" for t in tests)
-    print(f"{len(tests)} tests, {sum(t.seconds for t in tests):.0f} s of processor time", flush=True)
-    return tests, programs()
+        test.cpu_limit, test.limit = int(5 + 3 * test.seconds), 60 + 10 * slowness * test.seconds
+    return sorted(tests, key=lambda test: test.seconds), clean
 
 
-def break_and_test(place, row, tests, clean, before=None):
-    """Makes the break, runs the tests that it can reach, mends it. Returns the outcome and the tests that notice."""
+def outcome_of(place, row, tests, clean, first):
+    """Breaks the line, runs the tests that this can reach, mends it. `first` are asked first, and then one is enough."""
     i, file = place[0], TREE / place[1].file
     whole = file.read_text()
     lines = whole.splitlines(keepends=True)
@@ -278,83 +245,75 @@ def break_and_test(place, row, tests, clean, before=None):
         if not build():
             return "does not build", []
         changed = {name for name, digest in programs().items() if clean.get(name) != digest}
-        reached = [t for t in tests if t.uses & changed]
         if not changed:
             return "changes no program", []
-        if before is not None:
-            reached.sort(key=lambda t: t.name not in before)  # keeps the cheapest first among equals
-        found, cut_short = noticing(reached, enough_to_compare if before is None else one_is_enough)
-        return "noticed" if found else "missed", [t.name for t in found] + ["..."] * cut_short
+
+        def enough(found, test):
+            return (found and first is not None or sum(t.hung for t in found) >= MANY_HANGS or
+                    test.seconds > COSTLY_SECONDS and len(found) >= SEVERAL)
+
+        reached = sorted((test for test in tests if test.uses & changed), key=lambda test: test.name not in (first or []))
+        found, more = noticing(reached, enough)
+        return "noticed" if found else "missed", [test.name for test in found] + ["..."] * more
     finally:
         file.write_text(whole)
 
 
-def counts(row):
-    return row.outcome in ("noticed", "missed")
-
-
-def identity(row):
-    return row.file, row.heading, row.above, row.text, row.new
+def run(number, before, output):
+    output.parent.mkdir(parents=True, exist_ok=True)
+    done = read(output) if output.exists() else []
+    finished, counted = {row[:6] for row in done}, len(judged(done))
+    tests, clean = prepare()
+    for place, row in found_again(judged(before)) if before else drawn():
+        if not before and counted >= number:
+            break
+        if row[:6] in finished:
+            continue
+        started = time.monotonic()
+        first = row.noticed.split() if before else None
+        outcome, names = outcome_of(place, row, tests, clean, first) if place else ("gone", [])
+        with open(output, "a") as file:
+            file.write("\t".join([*row[:6], outcome, " ".join(names)]) + "\n")
+        counted += outcome in ("noticed", "missed")
+        print(f"{counted:3}, {time.monotonic() - started:3.0f} s: {row.file}: {row.text}  ->  {row.new}: {outcome}",
+              *names[:2], len(names), flush=True)
+    summary(read(output), before)
 
 
 def read(path):
-    with open(path) as file:
-        return [Row(*fields) for fields in csv.reader(file, delimiter="\t", quoting=csv.QUOTE_NONE)]
+    return [Row(*line.split("\t")) for line in path.read_text().splitlines()]
+
+
+def judged(rows):
+    return [row for row in rows if row.outcome in ("noticed", "missed")]
 
 
 def summary(rows, before):
-    """How many breaks are noticed; of a quick run also how many of the same were noticed before."""
     for folders in [("",), *sorted(set(TURNS))]:
-        here = [r for r in rows if counts(r) and r.file.startswith(folders)]
-        print(f"{' '.join(folders) or 'all':12} {sum(r.outcome != 'missed' for r in here):3} of {len(here)} breaks noticed")
-    if before is None:
-        return
-    earlier = {identity(r): r for r in before}
-    same = [(r, earlier[identity(r)]) for r in rows if counts(r)]
-    print(f"before: {sum(b.outcome != 'missed' for _, b in same)} of the same {len(same)}; "
-          f"gone: {sum(r.outcome == 'gone' for r in rows)}")
-    for r, b in same:
-        if r.outcome == "missed" and b.outcome != "missed":
-            print(f"no longer noticed: {r.file}: {r.text}  ->  {r.new} (by {b.noticed.split()[0]})")
+        here = [row for row in judged(rows) if row.file.startswith(folders)]
+        print(f"{' '.join(folders)}: {sum(row.outcome == 'noticed' for row in here)} of {len(here)} breaks noticed")
+    if before:
+        earlier = {row[:6]: row for row in before}
+        pairs = [(row, earlier[row[:6]]) for row in judged(rows)]
+        print(f"Before, {sum(old.outcome == 'noticed' for _, old in pairs)} of the same {len(pairs)} were noticed; "
+              f"{len(rows) - len(pairs)} are gone")
+        for row, old in pairs:
+            if row.outcome == "missed" and old.outcome == "noticed":
+                print(f"No longer noticed: {row.file}: {row.text}  ->  {row.new}, once by {old.noticed.split()[0]}")
 
 
 def report(rows):
-    """Of each suite and test: the breaks that it notices, those where it is the cheapest to do so, those where nothing else does."""
-    for title, part in (("suite", lambda name: name.split(".")[0]), ("test", lambda name: name)):
+    """How many breaks each notices, where it is the cheapest to notice, and where nothing else does."""
+    for part in (lambda name: name.split(".")[0]), (lambda name: name):
         noticed, cheapest, alone = collections.Counter(), collections.Counter(), collections.Counter()
         for row in rows:
             names = list(dict.fromkeys(part(name) for name in row.noticed.split() if name != "..."))
             noticed.update(names)
             cheapest.update(names[:1])
             alone.update(names if len(names) == 1 else [])
-        print(f"\n{'noticed':>8} {'cheapest':>9} {'alone':>6}  {title}")
-        for name in sorted(noticed, key=lambda n: (alone[n], cheapest[n], noticed[n], n), reverse=True):
-            print(f"{noticed[name]:8} {cheapest[name]:9} {alone[name]:6}  {name}")
-
-
-def run(number, before, output):
-    WORK.mkdir(parents=True, exist_ok=True)
-    done = read(output) if output.exists() else []
-    tests, clean = prepare()
-    planned = found_again(filter(counts, before)) if before else drawn()
-    finished, counted = set(map(identity, done)), sum(map(counts, done))
-    with open(output, "a") as file:
-        for place, row in planned:
-            if not before and counted >= number:
-                break
-            if identity(row) in finished:
-                continue
-            started = time.monotonic()
-            outcome, names = "gone", []
-            if place:
-                outcome, names = break_and_test(place, row, tests, clean, row.noticed.split() if before else None)
-            result = row._replace(outcome=outcome, noticed=" ".join(names))
-            file.write("\t".join(result) + "\n")
-            file.flush()
-            counted += counts(result)
-            print(f"{counted:3}, {time.monotonic() - started:3.0f} s: {row.file}: {row.text}  ->  {row.new}: "
-                  f"{outcome} {' '.join(names[:2])} ({len(names)})", flush=True)
-    summary(read(output), before)
+        print("\nnoticed cheapest alone")
+        for name in sorted(noticed, key=lambda name: (-alone[name], -cheapest[name], -noticed[name])):
+            print(f"{noticed[name]:7} {cheapest[name]:8} {alone[name]:5}  {name}")
 
 
 def main():
@@ -370,17 +329,16 @@ def main():
     if arguments.command == "report":
         summary(read(arguments.file), None)
         report(read(arguments.file))
-        return
-    # A broken kill() must reach nothing but the tests, and nothing that they started may outlive this run.
-    if os.environ.pop("VQD_BREAKS_APART", None) is None:
+    elif os.environ.pop("VQD_BREAKS_APART", None) is None:
+        # In a process namespace a broken signal reaches the tests only, and what they leave behind ends with this run.
         user = [] if os.geteuid() == 0 else ["--user", "--map-current-user"]
-        os.environ["VQD_BREAKS_APART"] = "1"
+        os.environ["VQD_BREAKS_APART"] = "yes"
         os.execvp("unshare", ["unshare", *user, "--pid", "--fork", "--kill-child", "--mount-proc", sys.executable, *sys.argv])
-    os.nice(10)
-    if arguments.command == "all":
-        run(arguments.n, None, arguments.o)
     else:
-        run(0, read(arguments.before), arguments.o)
+        os.nice(10)
+        before = read(arguments.before) if arguments.command == "quick" else None
+        run(getattr(arguments, "n", 0), before, arguments.o)
 
 
-main()
+if __name__ == "__main__":
+    main()
