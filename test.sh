@@ -12,7 +12,8 @@
 #   ./test.sh --lint             clang-tidy and cppcheck
 #   ./test.sh --mutations        breaks the library in 40 places, one at a time: do the tests notice?
 #   ./test.sh --bench            no tests: builds for speed, and times the library against OpenCV
-#   ./test.sh --packages         the Debian packages in a fresh Debian, from install to purge
+#   ./test.sh --packages         the Debian packages in a fresh Debian, from install to purge; with --arm64 after it, those
+#                                for 64-bit Arm under qemu-user
 #   ./test.sh --arm64            the unit tests, built for 64-bit Arm, under qemu-user
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
@@ -65,7 +66,7 @@ case "${1:-}" in
     build_preset bench
     exec build/bench/vqd_bench
     ;;
---packages) exec tests/packages.sh ;;
+--packages) exec tests/packages.sh "${@:2}" ;;
 --arm64) exec tests/arm64.sh ;;
 --help) sed -n 's/^#   //p' "$0" ;;
 *)

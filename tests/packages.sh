@@ -4,50 +4,62 @@
 #
 # Builds the Debian packages and takes them through their life in a fresh Debian: install, use, build against, upgrade,
 # remove, purge. Nothing may be left behind. Run by ./test.sh --packages.
+#   packages.sh            for this machine
+#   packages.sh --arm64    cross-built for 64-bit Arm; the fresh Debian runs under qemu-user
 set -euo pipefail
 script=$(readlink -f "$0")
+cd "$(dirname "$script")/.."
+source tests/debian.sh
+native=$(dpkg --print-architecture)
 
-if [[ ${1:-} == --in-namespace ]]; then
-    # What is mounted here is gone with this process, however it ends.
-    root=$2
-    mount -t proc proc "$root/proc"
-    mount --rbind /sys "$root/sys"
-    mount --rbind /dev "$root/dev"
-    exec env -i PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin DEBIAN_FRONTEND=noninteractive HOME=/root \
-        chroot "$root" bash /tmp/life.sh
-fi
-
-if [[ ${1:-} != --debian ]]; then
-    cd "$(dirname "$script")/.."
+if [[ ${1:-} != --as-root ]]; then
     source tools/setup.sh
+    arch=$native preset=packages
     install_packages g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev umockdev libumockdev-dev libcli11-dev libarchive-dev libpng-dev \
         nlohmann-json3-dev dpkg-dev file doxygen help2man lintian mmdebstrap
+    if [[ ${1:-} == --arm64 ]]; then
+        arch=arm64 preset=packages-arm64
+        source tests/arm64_sysroot.sh
+        install_packages qemu-user-static binfmt-support
+        if [[ ! -e /proc/sys/fs/binfmt_misc/qemu-aarch64 ]]; then
+            echo "The kernel does not run programs for 64-bit Arm under qemu-aarch64: mount binfmt_misc and run update-binfmts." >&2
+            exit 1
+        fi
+    fi
     for revision in 2 1; do # the newer one for the upgrade
-        cmake --preset packages -DVQD_DEB_REVISION=$revision
-        cmake --build --preset packages -j "$(nproc)" --target all docs
-        (cd build/packages && rm -rf packages-$revision && cpack -B packages-$revision)
+        cmake --preset $preset -DVQD_DEB_REVISION=$revision
+        cmake --build --preset $preset -j "$(nproc)" --target all docs
+        cp build/$preset/CPackConfig.cmake build/$preset/revision-$revision.cmake
+        rm -rf build/$preset/packages-$revision
+        [[ $arch != "$native" ]] || (cd build/packages && cpack --config revision-$revision.cmake -B packages-$revision)
     done
-    # The address is an example, and there was no bug report that asked for packages.
-    lintian --allow-root --fail-on error --suppress-tags bogus-mail-host,initial-upload-closes-no-bugs build/packages/packages-1/*.deb
     as_root=()
     [[ $EUID -eq 0 ]] || as_root=(sudo)
-    exec "${as_root[@]}" "$script" --debian build/packages/packages-1 build/packages/packages-2
+    exec "${as_root[@]}" "$script" --as-root "$arch" build/$preset
 fi
-shift
+arch=$2 build=$PWD/$3
 
 work=$(mktemp -d)
 trap 'rm -rf --one-file-system "$work"' EXIT
 root=$work/root
-
-# Debian as this machine gets it: its own archive and apt's settings for it.
-apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' 'Origin: Debian' |
-    sort -u >"$work/sources.list"
-apt-config dump Acquire >"$work/apt.conf"
-mmdebstrap --quiet --variant=minbase --include=g++,cmake,make,pkg-config,udev --aptopt="$work/apt.conf" \
-    "$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)" "$root" "$work/sources.list"
+new_debian "$root" "$arch" minbase g++,cmake,make,pkg-config,udev
+if [[ $arch != "$native" ]]; then
+    # Packing asks Debian's tools for the packages of the libraries, and the tool for its man pages. Both are done where
+    # they are of the architecture.
+    cp -a "$root" "$work/packing"
+    in_debian "$work/packing" "$PWD" bash -euc '
+        apt-get -qq update
+        apt-get -qq -y install --no-install-recommends dpkg-dev file help2man libusb-1.0-0-dev libumockdev-dev libarchive-dev \
+            libpng-dev >/dev/null
+        cd "$1"
+        "$2/tools/vqd/make_reference.sh" "$1/vqd" "$1/reference" help2man
+        for revision in 2 1; do cpack --config revision-$revision.cmake -B packages-$revision; done' bash "$build" "$PWD"
+fi
+# The address is an example, and there was no bug report that asked for packages.
+lintian --allow-root --fail-on error --suppress-tags bogus-mail-host,initial-upload-closes-no-bugs "$build"/packages-1/*.deb
 mkdir "$root/tmp/old" "$root/tmp/new"
-cp "$1"/*.deb "$root/tmp/old"
-cp "$2"/*.deb "$root/tmp/new"
+cp "$build"/packages-1/*.deb "$root/tmp/old"
+cp "$build"/packages-2/*.deb "$root/tmp/new"
 
 cat >"$root/tmp/life.sh" <<'END'
 set -euo pipefail
@@ -112,4 +124,4 @@ listing >/tmp/after
 diff /tmp/before /tmp/after
 step "nothing is left behind"
 END
-unshare --mount --pid --fork --kill-child "$script" --in-namespace "$root"
+in_debian "$root" "" bash /tmp/life.sh

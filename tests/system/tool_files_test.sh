@@ -128,7 +128,7 @@ mentions err "/proc/nowhere.ply: "
 # --force replaces files alone; a link goes on naming its file.
 mkfifo pipe
 ends 1 "$vqd" sim -- "$vqd" dump -o pipe --force
-mentions err "pipe exists and is no file"
+mentions err "pipe exists and is not a regular file"
 [[ -p pipe ]] || fail "the pipe is gone"
 echo old >named
 ln -s named link

@@ -22,6 +22,24 @@ for words in 'set depth-range=500,500' 'set offset' 'set offset=' 'set offset=1,
     ends 2 "$vqd" $words
 done
 
+# What vqd settings prints is what is accepted: values beyond the limits of any of them are refused before a camera is looked
+# for, and the manual has them all.
+ends 0 "$vqd" settings --json
+json out '.schema == "vqd.settings/1" and (.settings | length == 19)'
+jq -r '.settings[] | select(."read-only" | not) | .name as $name | .values
+    | to_entries[] as $beyond | map(.maximum) as $most | map(.minimum) as $least
+    | ($most | .[$beyond.key] += 1), ($least | .[$beyond.key] -= 1) | "\($name)=\(map(tostring) | join(","))"' out >beyond
+[[ $(wc -l <beyond) -gt 30 ]] || fail "values beyond the limits: $(cat beyond)"
+while read -r assignment; do
+    ends 2 "$vqd" set "$assignment"
+    mentions err "^vqd: ${assignment%=*} takes "
+done <beyond
+ends 0 "$vqd" settings
+mentions out '^depth-range  *Depth range  *MIN,MAX in mm: 0 to 15000, MIN below MAX$'
+while read -r name _; do
+    mentions "$tests/../../docs/settings.md" "^| \`$name\`"
+done <out
+
 # Whether a value took is looked at; why it did not is said. FPPN that adds nothing is no surprise.
 while read -r code model fault assignment mentioned; do
     ends "$code" "$vqd" sim "$model" --fault "${fault//_/ }" -- "$vqd" set "$assignment"
@@ -106,6 +124,7 @@ while read -r schema words; do
 done <<'END'
 list list
 info info
+settings settings
 get get offset logic-version
 set set offset=3
 dump dump

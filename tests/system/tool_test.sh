@@ -122,7 +122,7 @@ wait $!
 help2man=$(command -v help2man)
 ends 0 "$tests/../../tools/vqd/make_reference.sh" "$vqd" reference ${help2man:+"$help2man"}
 while read -r command; do
-    [[ -z $help2man || -s reference/vqd-$command.1 ]] || fail "no man page of $command"
+    [[ -z $help2man || -s reference/vqd-$command.1.gz ]] || fail "no man page of $command"
     grep -q "^## $command\$" "$manual" || fail "$manual does not describe $command"
 done < <("$vqd" --help | sed '1,/Subcommands:/d' | sed -En 's/^  ([a-z]+) .*/\1/p')
 complete_words() {

@@ -1,18 +1,20 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// vqd cloud: what a camera sees as one point cloud, the mean of several frames.
+// vqd cloud: what a camera sees as one point cloud, from the mean of several frames.
 #include <filesystem>
 #include <memory>
 
 #include <CLI/CLI.hpp>
 
+#include "cameras.h"
+#include "cloud_options.h"
 #include "command_line.h"
 #include "commands.h"
-#include "common.h"
-#include "exit_codes.h"
-#include "point_cloud.h"
-#include "settings.h"
+#include "options.h"
+#include "output.h"
+#include "progress.h"
+#include "settings_apply.h"
 
 namespace
 {
@@ -27,7 +29,7 @@ struct Options {
 std::vector<PixelSum> addFrames(Stream& stream, int count)
 {
     std::vector<PixelSum> sums(VQD_PIXELS);
-    const auto frame = std::make_unique<Frame>();
+    const auto frame = std::make_unique<DepthFrame>();
     Progress progress("frame", count);
     for (int i = 0; i < count; ++i) {
         stream.read(*frame);
@@ -50,20 +52,20 @@ int cloud(const Options& options)
     const CloudFormat& format = cloudFormat(!options.format.empty() ? options.format
                                             : extension.empty()     ? ""
                                                                     : extension.substr(1));
-    requireWritableFile(options.file);
+    requireWritableFile(options.file, existing());
     Output output;
-    const Session session;
-    const Camera& camera = assignments.empty() ? session.choose() : session.chooseToChange();
-    session.loadAlone(camera);
+    const Cameras cameras;
+    const ListedCamera& camera = assignments.empty() ? cameras.choose() : cameras.chooseToChange();
+    cameras.loadAlone(camera);
     assignments = cloudSettings(camera, options.settings);
     std::vector<CloudPoint> points;
     {
         Stream stream(camera);
         applySettings(camera, assignments);
-        addFrames(stream, 1); // may be under way with the settings before
+        addFrames(stream, 1); // it may have been exposed with the settings before
         points = cloudOf(addFrames(stream, options.frames), options.frames);
     }
-    writeFile(options.file, format.encode(points, options.axes));
+    writeFile(options.file, format.encode(points, options.axes), existing());
     const size_t valid = validPoints(points);
     Json json = document("cloud");
     json["camera"] = identityJson(camera);
@@ -82,22 +84,24 @@ int cloud(const Options& options)
 
 void addCloud(CLI::App& app, Run& run)
 {
-    CLI::App* command = app.add_subcommand("cloud", "Writes what the camera sees as one point cloud");
+    CLI::App* command = app.add_subcommand("cloud", "Writes what a camera sees as one point cloud");
     const auto options = std::make_shared<Options>();
     command->add_option("file", options->file, "FILE.ply or FILE.pcd")->type_name("FILE")->check(notEmpty)->required();
-    command->add_option("--format", options->format, "Whatever the file is called")
+    command->add_option("--format", options->format, "Format of the file, whatever its name is")
         ->check(CLI::IsMember({"ply", "pcd"}));
-    command->add_option("-n,--frames", options->frames, "Frames to take the mean of")
+    command->add_option("-n,--frames", options->frames, "Number of frames, of which the mean is taken")
         ->check(CLI::Range(1, 100'000))
         ->capture_default_str();
-    command->add_option("-s,--set", options->settings, "Settings for this cloud only; see vqd set")
+    command->add_option("-s,--set", options->settings, "A setting for this cloud only, as in vqd set")
         ->type_name("KEY=VALUE")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     addAxes(*command, options->axes);
     addCommon(*command, kCamera | kJson | kForce);
-    command->footer("In metres, true to scale: undistortion=1, and orthogonal=1 for the models that the host corrects, "
-                    "are set for this cloud unless -s says otherwise. A point needs a depth in half of the frames.\n"
-                    "Example: vqd cloud room.ply -n 30");
+    command->footer(
+        "Points are in metres and true to scale: for this cloud, undistortion=1 is set, and orthogonal=1 for "
+        "models that the host corrects, unless -s says otherwise. A pixel becomes a point when at least half "
+        "of the frames have a depth there.\n"
+        "Example: vqd cloud room.ply -n 30");
     command->callback([&run, options] { run = [options] { return cloud(*options); }; });
 }

@@ -1,15 +1,15 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// See command_line.h. What an option takes is known to the parser as "TYPE:CHECK", such as "INT:INT in [1 - 100]" or
-// "TEXT:{png,pgm}".
+// The parser describes what an option takes as "TYPE:CHECK", for instance "INT:INT in [1 - 100]" or "TEXT:{png,pgm}".
+// Help texts are made from that.
 #include "command_line.h"
 
 #include <algorithm>
 #include <numeric>
 #include <sstream>
 
-#include "exit_codes.h"
+#include "host/failure.h"
 
 const CLI::Validator notEmpty([](const std::string& text) { return text.empty() ? "it is empty" : std::string(); }, "");
 
@@ -25,7 +25,7 @@ std::vector<std::string> wordsOf(const CLI::Option& option)
 namespace
 {
 
-constexpr size_t kMostShownWords = 4; // in place of a value's name; more are told in the description
+constexpr size_t kMostShownWords = 4; // in place of a value's name; longer lists stand in the description
 
 std::string valueName(const CLI::Option& option)
 {
@@ -79,7 +79,7 @@ public:
         return option->get_description() + (notes.empty() ? "" : " (" + CLI::detail::join(notes, "; ") + ")");
     }
 
-    // Lines that start so become a list at the end, as man pages have it too.
+    // Lines that start with kExample become a list at the end, as in man pages.
     std::string make_footer(const CLI::App* app) const override
     {
         constexpr char kExample[] = "Example: ";
@@ -95,7 +95,7 @@ public:
     }
 };
 
-// How many letters must change, come or go.
+// How many letters must be changed, added or removed.
 size_t distance(const std::string& from, const std::string& to)
 {
     std::vector<size_t> row(to.size() + 1);
@@ -113,6 +113,18 @@ size_t distance(const std::string& from, const std::string& to)
 }
 
 } // namespace
+
+// CLI11 lists unexpected words from the last to the first.
+std::string usageMessage(const CLI::App* app, const CLI::Error& error)
+{
+    std::string text = error.what();
+    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError)) {
+        text = "not expected:";
+        for (const std::string& word : app->remaining(true))
+            text += ' ' + word;
+    }
+    return text + "\nRun with --help for more information.\n";
+}
 
 std::shared_ptr<CLI::Formatter> helpFormatter()
 {
@@ -137,6 +149,7 @@ void requireKnownCommand(const CLI::App& app, std::span<const std::string> words
             nearest = name;
         }
     }
-    throw Failure(kUsage, "there is no command '" + path + ' ' + words[0] + "'; " +
-                              (nearest.empty() ? path + " --help lists them" : "do you mean " + path + ' ' + nearest + '?'));
+    throw Failure(kUsage,
+                  "there is no command '" + path + ' ' + words[0] + "'; " +
+                      (nearest.empty() ? path + " --help lists them" : "did you mean " + path + ' ' + nearest + '?'));
 }

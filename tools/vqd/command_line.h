@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// How the command line speaks: the form of its help, and what it says of words that it does not know.
+// The words of the command line: the form of its help, what options accept, and messages about what it does not accept.
 #pragma once
 
 #include <span>
@@ -13,12 +13,15 @@
 // Refuses the empty text that an unset variable of a shell leaves behind.
 extern const CLI::Validator notEmpty;
 
-// The words that an option takes, none when it takes others.
+// The words that an option accepts; empty when it is not limited to some words.
 std::vector<std::string> wordsOf(const CLI::Option& option);
 
 // Help in the form "-n, --frames N   Number of frames (1 to 100; default 1)".
 std::shared_ptr<CLI::Formatter> helpFormatter();
 
-// Fails with a usage error when a word stands where a command of the app, whose name is the path, should and is none;
-// suggests what may be meant. Looks below commands that have commands of their own, too.
+// What the parser says about a command line that it refuses.
+std::string usageMessage(const CLI::App* app, const CLI::Error& error);
+
+// Fails with a usage error when a word stands in the place of a command of `app` but is none, and suggests the nearest
+// one. Looks at commands of commands, too. `path` is what was typed so far, such as "vqd eeprom".
 void requireKnownCommand(const CLI::App& app, std::span<const std::string> words, const std::string& path);

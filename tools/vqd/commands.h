@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The sub-commands. Each adds its command line to the application; when it is the one that was asked for, parsing puts
-// what does the work, and gives the exit code, into `run`.
+// The sub-commands. Each adds its command line to the application. Parsing then puts the work of the command that was
+// asked for into `run`, which returns the exit code.
 #pragma once
 
 #include <functional>
@@ -21,6 +21,7 @@ void addInfo(CLI::App& app, Run& run);
 void addDumpLoad(CLI::App& app, Run& run);
 void addGrab(CLI::App& app, Run& run);
 void addGetSet(CLI::App& app, Run& run);
+void addSettings(CLI::App& app, Run& run);
 void addCloud(CLI::App& app, Run& run);
 void addEeprom(CLI::App& app, Run& run);
 void addLens(CLI::App& app, Run& run);
@@ -35,6 +36,6 @@ void addDoctor(CLI::App& app, Run& run);
 // How the tool was called.
 struct Invocation {
     char** arguments;                 // all, as main() got them
-    std::vector<std::string> program; // sim: what stands behind the first "--"
+    std::vector<std::string> program; // of sim: what follows the first "--"
 };
 void addSim(CLI::App& app, Run& run, const Invocation& invocation);

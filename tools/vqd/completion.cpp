@@ -1,16 +1,17 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// vqd completion, for the build: bash completion, made from the description of the command line.
+// vqd completion, which the build runs: prints the completion for bash, made from the description of the command line.
 #include <algorithm>
 
 #include <CLI/CLI.hpp>
 
+#include "host/failure.h"
+#include "host/settings.h"
+
 #include "command_line.h"
 #include "commands.h"
-#include "exit_codes.h"
 #include "output.h"
-#include "settings.h"
 
 namespace
 {
@@ -29,7 +30,7 @@ std::vector<const CLI::App*> shownCommands(const CLI::App& app)
     return app.get_subcommands([](const CLI::App* command) { return !command->get_group().empty(); });
 }
 
-// What stands behind an option or in a positional place, where that is known.
+// The words that may follow an option or stand in a positional place, where they are known.
 std::string valueWords(const CLI::Option& option)
 {
     const std::string type = option.get_type_name();
@@ -72,7 +73,7 @@ std::string bashCompletion(const CLI::App& app)
 {
     Completion completion;
     describe(completion, app, "");
-    return "# bash completion for vqd; files where nothing else fits\n"
+    return "# bash completion for vqd; file names where no word fits\n"
            "_vqd()\n{\n"
            "    local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]} path= words= word\n"
            "    for word in \"${COMP_WORDS[@]:1:COMP_CWORD-1}\"; do\n"

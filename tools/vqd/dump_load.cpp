@@ -1,19 +1,18 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// vqd dump and vqd load: all settings and the lens of a camera as a JSON file, out and in.
-#include <cmath>
+// vqd dump and vqd load: all settings and the lens of a camera, into a JSON file and from it.
 #include <memory>
 #include <optional>
 
 #include <CLI/CLI.hpp>
 
+#include "cameras.h"
 #include "commands.h"
-#include "common.h"
 #include "eeprom_change.h"
-#include "exit_codes.h"
-#include "lens_json.h"
-#include "settings.h"
+#include "messages.h"
+#include "options.h"
+#include "settings_apply.h"
 
 namespace
 {
@@ -26,12 +25,12 @@ struct Options {
 int dump(const Options& options)
 {
     if (!options.file.empty())
-        requireNewFile(options.file);
+        requireNewFile(options.file, existing());
     Output output;
-    const Session session;
-    const Camera& camera = session.choose();
+    const Cameras cameras;
+    const ListedCamera& camera = cameras.choose();
     requireEeprom(camera);
-    session.loadAlone(camera);
+    cameras.loadAlone(camera);
     Json json = document("dump");
     json["camera"] = identityJson(camera);
     json["settings"] = settingsJson(camera.nIndex, false);
@@ -39,40 +38,13 @@ int dump(const Options& options)
     if (options.file.empty())
         output.print(json);
     else
-        writeJson(options.file, json);
+        writeDocument(options.file, json, existing());
     output.finish();
     return kDone;
 }
 
-// A number or several; none where there is anything else.
-std::vector<int> numbersIn(const Json& json)
-{
-    constexpr double kMost = 1e6; // far beyond what any setting takes
-    std::vector<int> numbers;
-    for (const Json& element : json.is_array() ? json : Json::array({json})) {
-        if (!element.is_number_integer() || std::abs(element.get<double>()) > kMost)
-            return {};
-        numbers.push_back(element.get<int>());
-    }
-    return numbers;
-}
-
-// Settings that can only be read are left out.
-std::vector<Assignment> assignmentsFrom(const Json& json, const std::string& file)
-{
-    if (!json.contains("settings") || !json["settings"].is_object())
-        throw Failure(kUsage, file + ": \"settings\" is missing or no object");
-    std::vector<Assignment> assignments;
-    for (const Setting& setting : allSettings()) // in their order, whatever that of the file
-        if (setting.set != nullptr && json["settings"].contains(setting.name))
-            assignments.push_back(assignmentOf(setting, numbersIn(json["settings"][setting.name])));
-    for (const auto& [name, unused] : json["settings"].items())
-        settingByName(name);
-    return assignments;
-}
-
-// A lens belongs to one camera. Settings may go to others.
-void compareCameras(const Camera& camera, const Json& json, const Options& options)
+// A lens belongs to one camera, but settings may go to others.
+void compareCameras(const ListedCamera& camera, const Json& json, const Options& options)
 {
     const Json from = json.value("camera", Json::object());
     const Json serial = from.is_object() && from.contains("serial") ? from["serial"] : Json();
@@ -87,7 +59,7 @@ void compareCameras(const Camera& camera, const Json& json, const Options& optio
         note("%s", text.c_str());
 }
 
-void show(const Camera& camera, const Options& options, bool saved, Output& output)
+void show(const ListedCamera& camera, const Options& options, bool saved, Output& output)
 {
     Json json = document("load");
     json["camera"] = identityJson(camera);
@@ -108,18 +80,18 @@ int load(const Options& options)
     const std::vector<Assignment> assignments = assignmentsFrom(json, options.file);
     std::optional<Calibration> lens;
     if (options.lens)
-        lens = calibrationFrom(json.value("lens", Json::object()), options.file);
+        lens = calibrationToWrite(json.value("lens", Json::object()), options.file);
     const bool save = options.save || lens;
     if (save)
         requireConfirmable();
     Output output;
-    const Session session;
-    const Camera& camera = session.chooseToChange();
+    const Cameras cameras;
+    const ListedCamera& camera = cameras.chooseToChange();
     compareCameras(camera, json, options);
-    session.loadAlone(camera);
+    cameras.loadAlone(camera);
     claim(camera);
     changeSettings(camera, save, lens ? "save these settings and this lens?" : "save these settings?", [&] {
-        // Not those that are there already: not every model takes its own factory values back.
+        // Only what differs is sent, because not every model takes its own factory values back.
         applySettings(camera, differing(camera, assignments));
         requireTaken(camera, assignments);
         if (lens)
@@ -136,19 +108,20 @@ int load(const Options& options)
 void addDumpLoad(CLI::App& app, Run& run)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App* dumper = app.add_subcommand("dump", "Writes all settings, switches and the lens as JSON");
-    dumper->add_option("-o,--output", options->file, "File; without it standard output")->type_name("FILE");
+    CLI::App* dumper = app.add_subcommand("dump", "Writes all settings and the lens as JSON");
+    dumper->add_option("-o,--output", options->file, "File to write; standard output when not given")
+        ->type_name("FILE");
     addCommon(*dumper, kCamera | kJson | kForce);
     dumper->footer("Example: vqd dump -o camera.json");
     CLI::App* loader = app.add_subcommand("load", "Applies the settings of a dump");
-    loader->add_option("file", options->file, "What vqd dump wrote; - for standard input")
+    loader->add_option("file", options->file, "File that vqd dump wrote; - for standard input")
         ->type_name("FILE")
         ->required();
     loader->add_flag("--save", options->save, "Keep the settings in the camera's EEPROM");
-    loader->add_flag("--lens", options->lens, "Also the lens, which belongs to one camera; implies --save");
-    loader->add_flag("--force", common.force, "Also the lens of another camera, or one that is not plausible");
+    loader->add_flag("--lens", options->lens, "Also write the lens, which belongs to one camera; implies --save");
+    loader->add_flag("--force", common.force, "Write the lens even if it is another camera's or not plausible");
     addCommon(*loader, kCamera | kJson | kYes);
-    loader->footer("The file is checked as a whole before the camera is touched.\n"
+    loader->footer("The whole file is checked before the camera is touched.\n"
                    "Example: vqd load camera.json --save");
     dumper->callback([&run, options] { run = [options] { return dump(*options); }; });
     loader->callback([&run, options] { run = [options] { return load(*options); }; });

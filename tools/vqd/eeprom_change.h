@@ -1,33 +1,45 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Writing to a camera's EEPROM with a way back: what was there is in a file before, and is compared after.
+// Commands that write to a camera's EEPROM: they ask, keep what was there in a file, compare afterwards, and show what
+// has changed.
 #pragma once
 
 #include <functional>
-#include <span>
 
-#include "camera.h"
+#include "host/eeprom_fields.h"
+#include "host/lens_json.h"
+#include "host/listed_camera.h"
+#include "host/plausibility.h"
 
-// Keeps what the camera held in a file of its own, below $XDG_STATE_HOME or ~/.local/state, and says where. Of each
-// camera the first file and the newest 19 stay.
-void backUp(const Camera& camera, const std::string& what, std::span<const uint8_t> bytes);
+#include "output.h"
 
-enum class Unreadable {
-    refuse, // an EEPROM that was not read would lose its serial number and lens
-    replace
-};
+// Fails with a usage error when something was found in the file, unless --force was given.
+void refuseImplausible(const std::string& file, const std::vector<Implausible>& found);
 
-// Asks, backs the EEPROM up, runs `write`, which ends with the host's image saved, and reads back.
-// Call requireConfirmable() before the cameras are touched.
-void changeEeprom(const Camera& camera, const std::string& question, Unreadable unreadable,
+// The calibration that a file holds, refused like that.
+Calibration calibrationToWrite(const Json& json, const std::string& file);
+
+// Keeps what the camera held in a file, and says where.
+void backUpAndTell(const ListedCamera& camera, const std::string& what, std::span<const uint8_t> bytes);
+
+// What to do with an EEPROM that was not read: writing to it would lose its serial number and lens.
+enum class Unreadable { refuse, replace };
+
+// Asks, backs the EEPROM up, runs `write`, which ends by saving the host's image, and reads back. Call
+// requireConfirmable() before any camera is touched.
+void changeEeprom(const ListedCamera& camera, const std::string& question, Unreadable unreadable,
                   const std::function<void()>& write);
 
-// Runs `change` on the settings of a claimed camera; with `save` as changeEeprom() does, and keeps them.
-void changeSettings(const Camera& camera, bool save, const std::string& question, const std::function<void()>& change);
+// Runs `change` on the settings of a claimed camera. With `save` they are kept, in the way of changeEeprom().
+void changeSettings(const ListedCamera& camera, bool save, const std::string& question,
+                    const std::function<void()>& change);
 
 inline constexpr char kNotSaved[] =
-    "not saved; the next program that lists the camera has its stored settings again (--save keeps)";
+    "not saved: the next program that lists the camera gets its stored settings again (--save keeps these)";
 
-// Saves the host's image. A camera does not start to capture by itself.
-void saveImage(const Camera& camera);
+// A line for each difference.
+void printDifferences(Output& output, const std::vector<EepromDifference>& differences);
+
+// What a command has made of the EEPROM that the camera had when it was listed.
+void showChange(Output& output, const char* command, const ListedCamera& camera, const Eeprom& after);

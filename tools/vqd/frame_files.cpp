@@ -1,8 +1,14 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// See frame_files.h.
+// Names and encodings, for the last frame as pictures and for each frame of a series.
 #include "frame_files.h"
+
+#include "host/formatted.h"
+
+#include "cloud_picture.h"
+#include "options.h"
+#include "pictures.h"
 
 namespace
 {
@@ -15,7 +21,7 @@ constexpr struct {
 FrameFile cloudFile(const std::string& stem, const std::string& cloud, Axes axes)
 {
     return {stem + "." + cloud,
-            [&format = cloudFormat(cloud), axes](const Frame& f) { return format.encode(cloudOf(f), axes); }};
+            [&format = cloudFormat(cloud), axes](const DepthFrame& f) { return format.encode(cloudOf(f), axes); }};
 }
 
 } // namespace
@@ -23,14 +29,14 @@ FrameFile cloudFile(const std::string& stem, const std::string& cloud, Axes axes
 std::vector<FrameFile> pictureFiles(const std::string& cloud, Axes axes)
 {
     std::vector<FrameFile> files = {
-        {"depth.png", [](const Frame& f) { return depthPicture(f.depth); }},
-        {"amplitude.png", [](const Frame& f) { return amplitudePicture(f.amplitude); }},
-        {"depth16.png", [](const Frame& f) { return exactPicture(f.depth); }},
-        {"amplitude16.png", [](const Frame& f) { return exactPicture(f.amplitude); }},
+        {"depth.png", [](const DepthFrame& f) { return depthPicture(f.depth); }},
+        {"amplitude.png", [](const DepthFrame& f) { return amplitudePicture(f.amplitude); }},
+        {"depth16.png", [](const DepthFrame& f) { return exactPicture(f.depth); }},
+        {"amplitude16.png", [](const DepthFrame& f) { return exactPicture(f.amplitude); }},
     };
     if (!cloud.empty()) {
         files.push_back(cloudFile("points", cloud, axes));
-        files.push_back({"points.png", [](const Frame& f) { return cloudPicture(cloudOf(f)); }});
+        files.push_back({"points.png", [](const DepthFrame& f) { return cloudPicture(cloudOf(f)); }});
     }
     return files;
 }
@@ -45,18 +51,17 @@ std::vector<std::string> seriesFormats()
 
 std::vector<FrameFile> seriesFiles(const SeriesFormat& series, int number)
 {
-    char suffix[16];
-    snprintf(suffix, sizeof suffix, "-%06d", number);
+    const std::string suffix = formatted("-%06d", number);
     std::vector<FrameFile> files;
     for (const auto& [name, encode] : kFormats) {
         if (series.plane != name)
             continue;
-        const std::string end = std::string(suffix) + "." + name;
-        files.push_back({"depth" + end, [e = encode](const Frame& f) { return e(f.depth); }});
-        files.push_back({"amplitude" + end, [e = encode](const Frame& f) { return e(f.amplitude); }});
+        const std::string end = suffix + "." + name;
+        files.push_back({"depth" + end, [e = encode](const DepthFrame& f) { return e(f.depth); }});
+        files.push_back({"amplitude" + end, [e = encode](const DepthFrame& f) { return e(f.amplitude); }});
     }
     if (!series.cloud.empty())
-        files.push_back(cloudFile(std::string("points") + suffix, series.cloud, series.axes));
+        files.push_back(cloudFile("points" + suffix, series.cloud, series.axes));
     return files;
 }
 
@@ -68,12 +73,12 @@ std::vector<SeriesName> seriesNames()
 void requireNewFiles(const std::filesystem::path& directory, const std::vector<FrameFile>& files)
 {
     for (const FrameFile& file : files)
-        requireNewFile(directory / file.name);
+        requireNewFile(directory / file.name, existing());
 }
 
-void writeFiles(const std::filesystem::path& directory, const std::vector<FrameFile>& files, const Frame& frame,
+void writeFiles(const std::filesystem::path& directory, const std::vector<FrameFile>& files, const DepthFrame& frame,
                 OnDisk when)
 {
     for (const FrameFile& file : files)
-        writeFile(directory / file.name, file.encode(frame), when);
+        writeFile(directory / file.name, file.encode(frame), existing(), when);
 }

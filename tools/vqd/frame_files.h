@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The files that one frame becomes.
+// The files in which a frame is kept.
 #pragma once
 
 #include <filesystem>
@@ -9,20 +9,18 @@
 #include <string>
 #include <vector>
 
-#include "camera.h"
-#include "output.h"
-#include "pictures.h"
-#include "point_cloud.h"
+#include "host/point_cloud.h"
+#include "host/whole_files.h"
 
 struct FrameFile {
     std::string name;
-    std::function<Bytes(const Frame& frame)> encode;
+    std::function<Bytes(const DepthFrame& frame)> encode;
 };
 
-// For eyes and programs; `cloud` is a cloud format, or empty.
+// Pictures for people and exact values for programs; `cloud` is a cloud format, or empty.
 std::vector<FrameFile> pictureFiles(const std::string& cloud, Axes axes);
 
-// Frames of a series, exact values.
+// The exact values of the frames of a series.
 struct SeriesFormat {
     std::string plane, cloud; // the cloud's may be empty
     Axes axes;
@@ -30,7 +28,7 @@ struct SeriesFormat {
 std::vector<std::string> seriesFormats();                                   // of planes
 std::vector<FrameFile> seriesFiles(const SeriesFormat& format, int number); // from 1; the depth comes first
 
-// What the names of a series start with, and how they may end.
+// How names of files of a series start, and how they may end.
 struct SeriesName {
     std::string stem;
     std::vector<std::string> extensions;
@@ -38,5 +36,5 @@ struct SeriesName {
 std::vector<SeriesName> seriesNames();
 
 void requireNewFiles(const std::filesystem::path& directory, const std::vector<FrameFile>& files);
-void writeFiles(const std::filesystem::path& directory, const std::vector<FrameFile>& files, const Frame& frame,
+void writeFiles(const std::filesystem::path& directory, const std::vector<FrameFile>& files, const DepthFrame& frame,
                 OnDisk when = OnDisk::now);

@@ -7,11 +7,12 @@
 
 #include <CLI/CLI.hpp>
 
+#include "cameras.h"
 #include "commands.h"
-#include "common.h"
 #include "eeprom_change.h"
-#include "exit_codes.h"
-#include "settings.h"
+#include "messages.h"
+#include "options.h"
+#include "settings_apply.h"
 
 namespace
 {
@@ -21,7 +22,7 @@ struct Options {
     bool save = false;
 };
 
-void show(Output& output, const Camera& camera, const char* command, const std::vector<const Setting*>& settings)
+void show(Output& output, const ListedCamera& camera, const char* command, const std::vector<const Setting*>& settings)
 {
     Json json = document(command);
     json["camera"] = identityJson(camera);
@@ -44,12 +45,12 @@ int get(const Options& options)
             wanted.push_back(&setting);
 
     Output output;
-    const Session session;
-    const Camera& camera = session.choose();
+    const Cameras cameras;
+    const ListedCamera& camera = cameras.choose();
     requireEeprom(camera);
-    session.loadAlone(camera);
+    cameras.loadAlone(camera);
     if (std::any_of(wanted.begin(), wanted.end(), [](const Setting* s) { return s->needsFrame; })) {
-        const auto frame = std::make_unique<Frame>();
+        const auto frame = std::make_unique<DepthFrame>();
         Stream(camera).read(*frame);
     }
     show(output, camera, "get", wanted);
@@ -62,9 +63,9 @@ int set(const Options& options)
     if (options.save)
         requireConfirmable();
     Output output;
-    const Session session;
-    const Camera& camera = session.chooseToChange();
-    session.loadAlone(camera);
+    const Cameras cameras;
+    const ListedCamera& camera = cameras.chooseToChange();
+    cameras.loadAlone(camera);
     claim(camera);
     changeSettings(camera, options.save, "save these settings?", [&] { applySettings(camera, assignments); });
     std::vector<const Setting*> changed;
@@ -82,10 +83,10 @@ void addGetSet(CLI::App& app, Run& run)
 {
     const auto options = std::make_shared<Options>();
     CLI::App* getter = app.add_subcommand("get", "Shows settings");
-    getter->add_option("key", options->words, "Settings; all when none is named")->type_name("KEY");
+    getter->add_option("key", options->words, "Settings to show; all when none is named")->type_name("KEY");
     addCommon(*getter, kCamera | kJson);
     CLI::App* setter = app.add_subcommand("set", "Changes settings");
-    setter->add_option("assignment", options->words, "What to change")->type_name("KEY=VALUE")->required();
+    setter->add_option("assignment", options->words, "Settings to change")->type_name("KEY=VALUE")->required();
     setter->add_flag("--save", options->save, "Keep the settings in the camera's EEPROM");
     addCommon(*setter, kCamera | kJson | kYes);
     setter->footer("Example: vqd set depth-range=300,4000 flip-horizontal=1 --save\nSettings:\n" + settingNames());

@@ -8,14 +8,19 @@
 
 #include <CLI/CLI.hpp>
 
-#include "arrivals.h"
+#include "host/arrivals.h"
+
+#include "cameras.h"
+#include "cloud_options.h"
 #include "command_line.h"
 #include "commands.h"
-#include "common.h"
-#include "exit_codes.h"
 #include "frame_files.h"
+#include "messages.h"
+#include "options.h"
+#include "output.h"
+#include "progress.h"
 #include "series.h"
-#include "settings.h"
+#include "settings_apply.h"
 
 namespace
 {
@@ -28,8 +33,8 @@ struct Options {
     Axes axes = Axes::optical;
 };
 
-// Reads all frames and hands them to the series, where there is one; the last one stays.
-void readFrames(Stream& stream, int count, Frame& frame, Arrivals& arrivals, Series* series)
+// Reads all frames and hands them to the series, if there is one. The last frame stays in `frame`.
+void readFrames(Stream& stream, int count, DepthFrame& frame, Arrivals& arrivals, Series* series)
 {
     Progress progress("frame", count);
     for (int i = 1; i <= count; ++i) {
@@ -42,8 +47,8 @@ void readFrames(Stream& stream, int count, Frame& frame, Arrivals& arrivals, Ser
     }
 }
 
-// Median of the valid pixels of 5 x 5 at the centre; 0 when none is valid.
-unsigned centreDepth(const Frame& frame)
+// The median of the valid pixels among the 5 x 5 at the centre; 0 when none is valid.
+unsigned centreDepth(const DepthFrame& frame)
 {
     std::vector<uint16_t> valid;
     for (int y = VQD_HEIGHT / 2 - 2; y <= VQD_HEIGHT / 2 + 2; ++y)
@@ -57,7 +62,7 @@ unsigned centreDepth(const Frame& frame)
     return *middle;
 }
 
-Json summaryJson(const Camera& camera, const Options& options, const Arrivals& arrivals, unsigned depth)
+Json summaryJson(const ListedCamera& camera, const Options& options, const Arrivals& arrivals, unsigned depth)
 {
     const int n = camera.nIndex;
     const auto known = [](auto value) { return value > 0 ? Json(value) : Json(); };
@@ -75,7 +80,7 @@ Json summaryJson(const Camera& camera, const Options& options, const Arrivals& a
     return json;
 }
 
-void tell(Output& output, const Camera& camera, const Options& options, const Arrivals& arrivals, unsigned depth)
+void tell(Output& output, const ListedCamera& camera, const Options& options, const Arrivals& arrivals, unsigned depth)
 {
     const int n = camera.nIndex;
     output.print("camera %d: %s, serial %s, USB %s\n", n, camera.szDeviceName, camera.szSerialNumber,
@@ -110,7 +115,7 @@ void tellFiles(Output& output, const Options& options)
                      options.cloud.c_str());
 }
 
-// A series that ends early keeps what it has.
+// A series that ends early keeps the frames that it has.
 [[noreturn]] void failSeries(const Failure& failure, const Options& options, int kept)
 {
     const bool stopped = failure.code == kInterrupted;
@@ -119,7 +124,7 @@ void tellFiles(Output& output, const Options& options)
                                                         " frames are complete in " + options.directory);
 }
 
-void readSeries(Stream& stream, const Options& options, Frame& frame, Arrivals& arrivals)
+void readSeries(Stream& stream, const Options& options, DepthFrame& frame, Arrivals& arrivals)
 {
     Series series(options.directory, {options.format, options.cloud, options.axes});
     std::optional<Failure> failure;
@@ -130,7 +135,7 @@ void readSeries(Stream& stream, const Options& options, Frame& frame, Arrivals& 
     }
     try {
         series.finish();
-    } catch (const Failure& caught) { // the reason, where reading has failed for it
+    } catch (const Failure& caught) { // if reading failed too, then for this reason
         failure = caught;
     }
     if (failure && series.kept() == 0)
@@ -138,7 +143,7 @@ void readSeries(Stream& stream, const Options& options, Frame& frame, Arrivals& 
     if (failure)
         failSeries(*failure, options, series.kept());
     if (series.heldUp())
-        note("writing %s was at times slower than the camera; frames.csv tells where frames are missing",
+        note("writing %s was at times slower than the camera; frames.csv shows where frames are missing",
              options.format.c_str());
 }
 
@@ -148,20 +153,20 @@ int grab(const Options& options)
     const std::vector<FrameFile> pictures =
         options.format.empty() ? pictureFiles(options.cloud, options.axes) : std::vector<FrameFile>();
     Output output;
-    const Session session;
-    const Camera& camera = assignments.empty() ? session.choose() : session.chooseToChange();
+    const Cameras cameras;
+    const ListedCamera& camera = assignments.empty() ? cameras.choose() : cameras.chooseToChange();
     requireWritableDirectory(options.directory);
     requireNewFiles(options.directory, pictures);
     if (!options.format.empty())
         requireNoSeries(options.directory);
-    session.loadAlone(camera);
+    cameras.loadAlone(camera);
     if (!options.cloud.empty())
         assignments = cloudSettings(camera, options.settings);
-    const auto frame = std::make_unique<Frame>();
+    const auto frame = std::make_unique<DepthFrame>();
     Stream stream(camera);
     applySettings(camera, assignments);
     if (!assignments.empty())
-        stream.read(*frame); // may be under way with the settings before
+        stream.read(*frame); // it may have been exposed with the settings before
     Arrivals arrivals(nominalInterval(camera.nIndex));
     if (options.format.empty())
         readFrames(stream, options.frames, *frame, arrivals, nullptr);
@@ -183,26 +188,27 @@ int grab(const Options& options)
 
 void addGrab(CLI::App& app, Run& run)
 {
-    CLI::App* command = app.add_subcommand("grab", "Grabs frames; keeps the last one as PNG pictures, or all of them");
+    CLI::App* command =
+        app.add_subcommand("grab", "Grabs frames and keeps the last one as PNG pictures, or all of them");
     const auto options = std::make_shared<Options>();
     command->add_option("-n,--frames", options->frames, "Number of frames")
         ->check(CLI::Range(1, 100'000'000))
         ->capture_default_str();
-    command->add_option("-o,--output", options->directory, "Directory for the files; made if need be")
+    command->add_option("-o,--output", options->directory, "Directory for the files; created if need be")
         ->type_name("DIR")
         ->check(notEmpty)
         ->capture_default_str();
     command
         ->add_option("--format", options->format,
-                     "Keep every frame, exact values: depth-000001.FORMAT, amplitude-000001.FORMAT, ...")
+                     "Keep the exact values of every frame: depth-000001.FORMAT, amplitude-000001.FORMAT, ...")
         ->check(CLI::IsMember(seriesFormats()));
     command
         ->add_option("--cloud", options->cloud,
-                     "Also point clouds, true to scale; all files of this grab are undistorted then")
+                     "Also write point clouds, true to scale; all files of this grab are then undistorted")
         ->check(CLI::IsMember({"ply", "pcd"}))
         ->expected(0, 1)
         ->default_str("ply");
-    command->add_option("-s,--set", options->settings, "Settings for this grab only; see vqd set")
+    command->add_option("-s,--set", options->settings, "A setting for this grab only, as in vqd set")
         ->type_name("KEY=VALUE")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
@@ -210,8 +216,9 @@ void addGrab(CLI::App& app, Run& run)
     addCommon(*command, kCamera | kJson | kForce);
     command->footer(
         "raw: 320 x 240 values of 16 bits, low byte first, rows from the top. npy: NumPy 1.0.\n"
-        "Depth is in mm, 0 invalid. frames.csv has a line a frame: host time, stamp, re-opened, frames lost before.\n"
-        "A directory holds one series; --force replaces it as a whole.\n"
+        "Depth is in mm; 0 is invalid. frames.csv has a line for each frame: host time, stamp, re-opened, frames lost\n"
+        "before it.\n"
+        "A directory holds one series, and --force replaces the whole series.\n"
         "Example: vqd grab -n 30 -o pictures\n"
         "Example: vqd grab -n 100 --format npy --cloud pcd -o series");
     command->callback([&run, options] { run = [options] { return grab(*options); }; });

@@ -1,18 +1,20 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// vqd info: everything that one camera tells of itself.
+// vqd info: everything that one camera tells about itself.
 #include <memory>
 
 #include <CLI/CLI.hpp>
 
-#include "commands.h"
-#include "common.h"
-#include "exit_codes.h"
-#include "lens_json.h"
-#include "settings.h"
+#include "host/assignments.h"
+#include "host/lens_json.h"
 
-// Names of nested members joined by dots, a line each.
+#include "cameras.h"
+#include "commands.h"
+#include "options.h"
+#include "output.h"
+
+// Prints a line for each member; the names of nested members are joined by dots.
 static void printTree(Output& output, const Json& json, const std::string& prefix)
 {
     for (const auto& [name, value] : json.items()) {
@@ -26,12 +28,12 @@ static void printTree(Output& output, const Json& json, const std::string& prefi
 static int info()
 {
     Output output;
-    const Session session;
-    const Camera& camera = session.choose();
+    const Cameras cameras;
+    const ListedCamera& camera = cameras.choose();
     requireEeprom(camera);
-    session.loadAlone(camera);
-    const auto frame = std::make_unique<Frame>();
-    Stream(camera).read(*frame); // tells temperature and logic version
+    cameras.loadAlone(camera);
+    const auto frame = std::make_unique<DepthFrame>();
+    Stream(camera).read(*frame); // it brings temperature and logic version
     Json json = document("info");
     json["camera"] = identityJson(camera);
     json["settings"] = settingsJson(camera.nIndex, true);
@@ -49,10 +51,9 @@ static int info()
 
 void addInfo(CLI::App& app, Run& run)
 {
-    CLI::App* command =
-        app.add_subcommand("info", "Shows identity, settings, switches, lens, temperature and logic version");
+    CLI::App* command = app.add_subcommand("info", "Shows identity, settings, lens, temperature and logic version");
     addCommon(*command, kCamera | kJson);
-    command->footer("Grabs one frame, which tells temperature and logic version.\n"
+    command->footer("It grabs one frame, which brings temperature and logic version.\n"
                     "Example: vqd info -c 1 --json | jq .settings.temperature");
     command->callback([&run] { run = info; });
 }

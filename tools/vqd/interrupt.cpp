@@ -1,13 +1,13 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// See interrupt.h.
+// The first signal sets a flag, which the work looks at between its steps.
 #include "interrupt.h"
 
 #include <csignal>
 #include <unistd.h>
 
-#include "exit_codes.h"
+#include "host/failure.h"
 
 static volatile std::sig_atomic_t g_interrupted = 0;
 
@@ -39,7 +39,7 @@ void catchInterrupts()
     struct sigaction present {
     };
     sigaction(SIGHUP, nullptr, &present);
-    if (present.sa_handler != SIG_IGN) // else nohup wants the command to outlive its terminal
+    if (present.sa_handler != SIG_IGN) // otherwise nohup wants the command to outlive its terminal
         sigaction(SIGHUP, &action, nullptr);
 }
 

@@ -1,28 +1,28 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// vqd lens: the camera's three calibration sets as JSON, out and in.
+// vqd lens: the camera's three calibration sets, shown as JSON and written from JSON.
 #include <memory>
 #include <optional>
 
 #include <CLI/CLI.hpp>
 
+#include "cameras.h"
 #include "commands.h"
-#include "common.h"
 #include "eeprom_change.h"
-#include "exit_codes.h"
-#include "lens_json.h"
+#include "messages.h"
+#include "options.h"
 
 static int lens(const std::string& file)
 {
     std::optional<Calibration> wanted;
     if (!file.empty()) {
-        wanted = calibrationFrom(readDocument(file, "lens"), file);
+        wanted = calibrationToWrite(readDocument(file, "lens"), file);
         requireConfirmable();
     }
     Output output;
-    const Session session;
-    const Camera& camera = wanted ? session.chooseToChange() : session.choose();
+    const Cameras cameras;
+    const ListedCamera& camera = wanted ? cameras.chooseToChange() : cameras.choose();
     if (!wanted)
         requireEeprom(camera);
     else
@@ -38,12 +38,12 @@ void addLens(CLI::App& app, Run& run)
 {
     const auto file = std::make_shared<std::string>();
     CLI::App* command = app.add_subcommand("lens", "Shows the calibration of both lenses and the transform, as JSON");
-    command->add_option("--set", *file, "Write the sets of this JSON file to the camera's EEPROM; - for standard input")
+    command->add_option("--set", *file, "Write the sets in this JSON file to the camera's EEPROM; - for standard input")
         ->type_name("FILE");
-    command->add_flag("--force", common.force, "Also a lens that is not plausible");
+    command->add_flag("--force", common.force, "Write a lens even if it is not plausible");
     addCommon(*command, kCamera | kJson | kYes);
     command->footer("Example: vqd lens >lens.json; vqd lens --set lens.json\n"
-                    "Values are rounded to what the EEPROM can hold, and shown as it holds them. Of the transform "
-                    "only the first four numbers fit into it.");
+                    "Values are rounded to what the EEPROM can hold, and shown as it holds them. Only the first four "
+                    "numbers of the transform fit into it.");
     command->callback([&run, file] { run = [file] { return lens(*file); }; });
 }

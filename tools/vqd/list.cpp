@@ -1,13 +1,12 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// vqd list: the attached cameras, a line each.
+// vqd list: a line for each attached camera.
 #include <CLI/CLI.hpp>
 
-#include "camera.h"
+#include "cameras.h"
 #include "commands.h"
-#include "common.h"
-#include "exit_codes.h"
+#include "options.h"
 #include "output.h"
 
 static int list()
@@ -16,8 +15,8 @@ static int list()
     Json json = document("list");
     json["cameras"] = Json::array();
     try {
-        const Session session;
-        for (const Camera& camera : session.cameras()) {
+        const Cameras cameras;
+        for (const ListedCamera& camera : cameras.all()) {
             warnOfEeprom(camera);
             json["cameras"].push_back(identityJson(camera));
             if (!common.json)

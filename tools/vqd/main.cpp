@@ -8,15 +8,15 @@
 
 #include <CLI/CLI.hpp>
 
+#include "host/whole_files.h"
+
 #include "command_line.h"
 #include "commands.h"
-#include "common.h"
-#include "exit_codes.h"
 
 namespace
 {
 
-// Takes the program that `sim` runs off the arguments: its options are not ours to parse.
+// Takes the program that `sim` runs from the arguments, because its options are not ours to parse.
 std::vector<std::string> takeProgram(std::vector<std::string>& arguments)
 {
     if (arguments.empty() || arguments[0] != "sim")
@@ -47,6 +47,7 @@ int runCommandLine(int argc, char** argv)
     addList(app, run);
     addInfo(app, run);
     addGetSet(app, run);
+    addSettings(app, run);
     addDumpLoad(app, run);
     addGrab(app, run);
     addCloud(app, run);
@@ -76,6 +77,9 @@ int main(int argc, char** argv)
 {
     try {
         return runCommandLine(argc, argv);
+    } catch (const FileExists& failure) {
+        fprintf(stderr, "vqd: %s; --force replaces it\n", failure.what());
+        return failure.code;
     } catch (const Failure& failure) {
         fprintf(stderr, "vqd: %s\n", failure.what());
         return failure.code;

@@ -1,21 +1,15 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the tool writes: data on standard output, where nothing else may appear, and files that are whole or not there.
+// What the tool writes on standard output: its data, and nothing else.
 #pragma once
 
-#include <cstdint>
 #include <cstdio>
-#include <filesystem>
-#include <span>
-#include <vector>
 
-#include <nlohmann/json.hpp>
+#include "host/documents.h"
 
-using Json = nlohmann::ordered_json;
-
-// Standard output for the tool's data alone: make it before the first call of the library. While one lives, the lines
-// that the library prints are kept back, and land on standard error when something fails; with -v they do at once.
+// Standard output for the tool's data alone. Make it before the first call of the library. While it exists, the lines
+// that the library prints are kept back and appear on standard error when something fails; with -v they appear at once.
 class Output
 {
 public:
@@ -27,37 +21,13 @@ public:
     void print(const char* format, ...) __attribute__((format(printf, 2, 3)));
     void print(const Json& json);
 
-    // Fails when not all that was printed could be written.
+    // Fails unless everything that was printed could be written.
     void finish();
 
-    // For a failure that is no exception.
+    // For a failure that is not an exception.
     void showLibraryLines();
 
 private:
     FILE* m_data;
     int m_library; // where the library's lines go
 };
-
-// What every JSON output starts with: "schema": "vqd.COMMAND/1".
-Json document(const std::string& command);
-// Reads such a file, - for standard input. Fails unless it holds one object of that schema.
-Json readDocument(const std::string& file, const std::string& command);
-
-// Makes the directory if need be; fails when no file can be written there.
-void requireWritableDirectory(const std::filesystem::path& directory);
-
-// Fails when the file exists, unless --force; also then when it is a directory or a device. For a look before long
-// work: writeFile() looks again.
-void requireNewFile(const std::filesystem::path& path);
-
-// The same, and fails when nothing can be written there.
-void requireWritableFile(const std::filesystem::path& path);
-
-// Writes beside the name and renames when all is on the disk. After a failure there is no new file. Replaces an
-// existing one only with --force. `later`: it is on the disk once the caller has seen to it, for many files in a row.
-enum class OnDisk { now, later };
-void writeFile(const std::filesystem::path& path, std::span<const uint8_t> bytes, OnDisk when = OnDisk::now);
-void writeJson(const std::filesystem::path& path, const Json& json);
-
-// Fails when the file cannot be read or has another size.
-std::vector<uint8_t> readFile(const std::filesystem::path& path, size_t size);

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// See pictures.h.
+// Colours and greys for the eye, and the encodings of files.
 #include "pictures.h"
 
 #include <algorithm>
@@ -19,7 +19,7 @@ namespace
 
 using Colour = std::array<float, 3>;
 
-// Red to violet in steps of the same length, brightest in the middle so that neither end swallows detail.
+// From red to violet in equal steps, brightest in the middle, so that detail is visible at both ends.
 constexpr Colour kColours[] = {
     {132, 8, 4},    {186, 32, 2},   {226, 66, 8},   {248, 112, 26}, {252, 164, 46},
     {236, 206, 54}, {200, 236, 60}, {148, 252, 84}, {84, 248, 138}, {34, 224, 188},
@@ -38,7 +38,8 @@ struct Range {
     }
 };
 
-// What is not 0, without `cut` percent at either end, and at least kLeastRange wide, so that noise alone stays calm.
+// The range of the values that are not 0, without `cut` percent at either end. It is at least kLeastRange wide, so that
+// noise alone does not fill the picture with colours.
 Range robustRange(Values plane, size_t cut)
 {
     std::vector<uint16_t> values;
@@ -109,10 +110,10 @@ Bytes encoded(const uint8_t* pixels, const Format& format)
 {
     constexpr size_t kMostBytesPerPixel = 4, kMargin = 4096;
     Bytes file;
-    // No picture needs more, so libpng never waits for memory of ours.
+    // No picture needs more, so the vector never grows, and never throws, inside libpng.
     file.reserve(kMostBytesPerPixel * format.width * format.height + kMargin);
     if (!encode(file, pixels, format))
-        throw std::bad_alloc(); // in memory nothing else can fail
+        throw std::bad_alloc(); // nothing else can fail when encoding in memory
     return file;
 }
 

@@ -1,43 +1,30 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// vqd reset: the settings in the EEPROM as they were at the factory. Serial number, lens and tables stay.
-#include <algorithm>
-
+// vqd reset: puts the settings in the EEPROM back to the factory's. Serial number, lens and tables stay.
 #include <CLI/CLI.hpp>
 
-#include "commands.h"
-#include "common.h"
-#include "config/param_image.h"
-#include "eeprom_fields.h"
-#include "exit_codes.h"
+#include "host/eeprom_store.h"
 
-static Eeprom withFactorySettings(const Eeprom& eeprom)
-{
-    Eeprom factory{};
-    FillFactoryImage(factory.data());
-    Eeprom changed = eeprom;
-    for (const EepromField& field : eepromFields(eeprom))
-        if (field.isSetting)
-            std::copy_n(factory.begin() + field.offset, field.bytes, changed.begin() + field.offset);
-    return changed;
-}
+#include "cameras.h"
+#include "commands.h"
+#include "eeprom_change.h"
+#include "messages.h"
+#include "options.h"
 
 static int reset()
 {
     requireConfirmable();
     Output output;
-    const Session session;
-    const Camera& camera = session.chooseToChange();
+    const Cameras cameras;
+    const ListedCamera& camera = cameras.chooseToChange();
     const Eeprom after = withFactorySettings(camera.eeprom);
     claim(camera);
-    changeEeprom(camera, "put all settings back to the factory's?", Unreadable::refuse, [&] {
-        if (vqdEEPROM_ParameterData_Save(camera.nIndex, after.data()) != 1)
-            failOn(camera, "the EEPROM was not written");
-    });
-    // The camera works with the image that it was sent last.
+    changeEeprom(camera, "put all settings back to the factory's?", Unreadable::refuse,
+                 [&] { saveEeprom(camera, after); });
+    // The camera does not look at its EEPROM: it works with the image that was sent last.
     if (vqdWriteToDevice(camera.nIndex, stCamParam[camera.nIndex].image) != 1)
-        failOn(camera, "the settings are saved but were not sent to the camera");
+        failOn(camera, "the settings are saved, but they could not be sent to the camera");
     showChange(output, "reset", camera, after);
     return kDone;
 }

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// See series.h.
+// A queue of frames, a thread that writes their files, and the table beside them.
 #include "series.h"
 
 #include <algorithm>
@@ -10,8 +10,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "exit_codes.h"
-#include "output.h"
+#include "host/failure.h"
+#include "host/formatted.h"
+
+#include "options.h"
 
 namespace
 {
@@ -50,7 +52,7 @@ std::vector<std::string> seriesIn(const std::filesystem::path& directory)
     return names;
 }
 
-// One call for all files, instead of a wait for each.
+// One call for all files costs less than waiting for each.
 void bringToDisk(const std::filesystem::path& directory)
 {
     const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -65,7 +67,7 @@ void bringToDisk(const std::filesystem::path& directory)
 
 } // namespace
 
-// A file of whole lines, also when the disk is full.
+// A file of whole lines, even when the disk is full.
 class Series::Table
 {
 public:
@@ -101,7 +103,7 @@ private:
 void requireNoSeries(const std::filesystem::path& directory)
 {
     for (const std::string& name : seriesIn(directory))
-        requireNewFile(directory / name);
+        requireNewFile(directory / name, existing());
 }
 
 Series::Series(std::filesystem::path directory, SeriesFormat format)
@@ -128,7 +130,7 @@ void Series::end(bool drop)
         m_thread.join();
 }
 
-void Series::add(const Frame& frame, const Arrival& arrival)
+void Series::add(const DepthFrame& frame, const Arrival& arrival)
 {
     auto job = std::unique_ptr<Job>(new Job{frame, arrival});
     std::unique_lock lock(m_mutex);
@@ -186,11 +188,10 @@ void Series::write(const Job& job, int number)
         m_table = std::make_unique<Table>(m_directory / kTable);
         m_table->append("file,frame,host_time,stamp_ms,reopened,lost_estimate\n");
     }
-    char line[128];
-    snprintf(line, sizeof line, "%s,%d,%.6f,%lld,%d,%d\n", files.front().name.c_str(), number,
-             std::chrono::duration<double>(job.arrival.time.time_since_epoch()).count(),
-             static_cast<long long>(job.frame.info.nTimeStamp), job.arrival.reopened, job.arrival.lost);
-    m_table->append(line);
+    m_table->append(formatted("%s,%d,%.6f,%lld,%d,%d\n", files.front().name.c_str(), number,
+                              std::chrono::duration<double>(job.arrival.time.time_since_epoch()).count(),
+                              static_cast<long long>(job.frame.info.nTimeStamp), job.arrival.reopened,
+                              job.arrival.lost));
 }
 
 void Series::removeOlder(const std::vector<FrameFile>& but)

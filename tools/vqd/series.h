@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// A series of frames in a directory, one series a directory: its files, and frames.csv with a line for each frame.
+// A series of frames in a directory of its own: the files of each frame, and frames.csv with a line for each.
 #pragma once
 
 #include <condition_variable>
@@ -12,26 +12,27 @@
 #include <mutex>
 #include <thread>
 
-#include "arrivals.h"
+#include "host/arrivals.h"
+
 #include "frame_files.h"
 
-// Fails when the directory holds files of a series, unless --force.
+// Fails when the directory holds files of a series, unless --force was given.
 void requireNoSeries(const std::filesystem::path& directory);
 
-// Writes on a thread of its own, so that a slow file does not hold up the reading. The first frame that is complete
-// removes what is left of an older series. A line of frames.csv follows when the frame's files are there.
+// Writes on a thread of its own, so that a slow disk does not hold up the reading. When the first frame is complete,
+// the rest of an older series is removed. A line of frames.csv is written once the frame's files are complete.
 class Series
 {
 public:
     Series(std::filesystem::path directory, SeriesFormat format);
-    ~Series(); // what waits is not written
+    ~Series(); // frames that still wait are not written
     Series(const Series&) = delete;
     Series& operator=(const Series&) = delete;
 
-    // Waits while many frames wait already. Fails when a file could not be written.
-    void add(const Frame& frame, const Arrival& arrival);
+    // Waits while too many frames wait already. Fails when a file could not be written.
+    void add(const DepthFrame& frame, const Arrival& arrival);
 
-    // Writes what waits and brings all to the disk; fails as add().
+    // Writes the waiting frames and brings all files to the disk. Fails as add() does.
     void finish();
 
     int kept() const { return m_kept; }      // complete frames, after finish()
@@ -40,7 +41,7 @@ public:
 private:
     class Table;
     struct Job {
-        Frame frame;
+        DepthFrame frame;
         Arrival arrival;
     };
 

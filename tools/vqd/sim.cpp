@@ -20,20 +20,20 @@
 
 #include <CLI/CLI.hpp>
 
-#include "command_line.h"
-#include "commands.h"
-#include "exit_codes.h"
-#include "output.h"
+#include "host/whole_files.h"
 #include "sim/fault_language.h"
 #include "sim/scene.h"
 #include "sim/umockdev_bus.h"
+
+#include "command_line.h"
+#include "commands.h"
 
 namespace
 {
 
 constexpr char kPreload[] = "libumockdev-preload.so.0";
-constexpr char kGuard[] = "VQD_SIM_PRELOADED"; // set for the run of this program that has the preload already
-constexpr size_t kMostCameras = 11;            // one more than the library takes
+constexpr char kGuard[] = "VQD_SIM_PRELOADED"; // set for the run of this program that has the preload
+constexpr size_t kMostCameras = 11;            // one more than the library can use, so that its refusal can be seen
 
 constexpr struct {
     const char* name;
@@ -45,7 +45,7 @@ constexpr struct {
 
 constexpr size_t kSerialInEeprom = 57;
 
-// Of the camera's memory, by the name that vqd table has for them.
+// Tables in the camera's memory, by their names in vqd table.
 constexpr struct {
     const char* name;
     uint16_t region;
@@ -79,13 +79,14 @@ std::string checkModel(const std::string& name)
     for (const auto& model : kModels)
         if (name == model.name)
             return {};
-    return "unknown model " + name + "; known are " + knownModels(", ") + " (the program to run stands behind \"--\")";
+    return "unknown model " + name + "; known models are " + knownModels(", ") +
+           " (the program to run stands after \"--\")";
 }
 
-// Of a negative number the parser would make a large one.
+// The parser would turn a negative number into a large one.
 std::string checkSeed(const std::string& text)
 {
-    return text.find_first_not_of("0123456789") == std::string::npos ? "" : "a seed is a whole number from 0";
+    return text.find_first_not_of("0123456789") == std::string::npos ? "" : "a seed is a whole number, 0 or more";
 }
 
 void prependVariable(const char* name, const std::string& value)
@@ -95,7 +96,7 @@ void prependVariable(const char* name, const std::string& value)
     setenv(name, (empty ? value : value + ":" + present).c_str(), 1);
 }
 
-// The process that owns the bus must run under the preload, as its clients do. Returns in that process only.
+// The process that owns the bus must run under the preload, as its clients do. This returns in that process only.
 void ensurePreload(char** arguments)
 {
     if (getenv(kGuard) != nullptr) {
@@ -104,15 +105,15 @@ void ensurePreload(char** arguments)
     }
     setenv(kGuard, "1", 1);
     prependVariable("LD_PRELOAD", kPreload);
-    // Programs built with the address sanitizer want no preload before it.
+    // The address sanitizer refuses to run behind a preload, unless it is told not to look.
     prependVariable("ASAN_OPTIONS", "verify_asan_link_order=0");
     execv("/proc/self/exe", arguments);
     throw Failure(kFailed, std::string("/proc/self/exe: ") + strerror(errno));
 }
 
-// An option for one camera or for each of them, named as in a fault plan: "2:24061100000099".
+// An option for one camera or for all, addressed as in a fault plan: "2:24061100000099".
 struct ForCamera {
-    size_t camera; // 1 is the first of the command line, 0 each
+    size_t camera; // 1 is the first on the command line, 0 means all
     std::string value;
 
     bool concerns(size_t index) const { return camera == 0 || camera == index + 1; }
@@ -145,7 +146,7 @@ std::array<uint8_t, 7> parseSerial(const std::string& digits)
     return serial;
 }
 
-// A camera, and what its memory holds other than from the factory.
+// A camera, and what its memory holds instead of the factory's content.
 struct Plugged {
     sim::Config config;
     std::optional<sim::Eeprom> eeprom;
@@ -200,7 +201,8 @@ std::vector<Plugged> camerasOf(const Options& options)
 
 void plugCameras(sim::Bus& bus, std::vector<Plugged> cameras)
 {
-    // libusb lists the last port, by name, first: so the ports fall, and indexes follow the command line.
+    // libusb lists ports in falling order of their names. Ports that fall give indexes in the order of the command
+    // line.
     std::vector<std::string> ports;
     for (size_t i = 1; i <= cameras.size(); ++i)
         ports.push_back(std::to_string(i));
@@ -215,7 +217,7 @@ void plugCameras(sim::Bus& bus, std::vector<Plugged> cameras)
     }
 }
 
-// Signals that end a process, and the news that a child has ended: taken one by one, by wait() below.
+// The signals that end a process, and the one that says that a child has ended. wait() takes them one by one.
 class Signals
 {
 public:
@@ -246,7 +248,7 @@ public:
         return child;
     }
 
-    // Passes signals on until the child ends. Returns what a shell would say of it.
+    // Passes signals on until the child ends. Returns the exit code that a shell would give it.
     int wait(pid_t child) const
     {
         for (;;) {
@@ -255,7 +257,7 @@ public:
             int status = 0;
             if (number == SIGCHLD && waitpid(child, &status, WNOHANG) == child)
                 return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-            // What a terminal sends, it sends to the child too.
+            // The terminal sends its signals to the child as well.
             if (number > 0 && number != SIGCHLD && info.si_code != SI_KERNEL)
                 kill(child, number);
         }
@@ -267,12 +269,13 @@ private:
 
 int simulate(const Options& options)
 {
-    std::vector<Plugged> cameras = camerasOf(options); // what is wrong with them is said before anything starts
+    std::vector<Plugged> cameras = camerasOf(options); // mistakes in the options are reported before anything starts
     ensurePreload(options.invocation.arguments);
-    const Signals signals; // before the bus, whose threads shall not take them
+    const Signals signals; // before the bus, so that its threads do not take them
     sim::Bus bus;
     plugCameras(bus, std::move(cameras));
-    setenv("VQD_SIM_PID", std::to_string(getpid()).c_str(), 1); // tells vqd doctor whose the device nodes are
+    setenv("VQD_SIM_PID", std::to_string(getpid()).c_str(),
+           1); // tells vqd doctor which process has the device nodes open
     return signals.wait(signals.start(options.invocation.program));
 }
 
@@ -283,7 +286,7 @@ void addSim(CLI::App& app, Run& run, const Invocation& invocation)
     CLI::App* command = app.add_subcommand("sim", "Runs a program with virtual cameras plugged into its libusb");
     const auto options = std::make_shared<Options>();
     options->invocation = invocation;
-    command->add_option("MODEL", options->models, "Cameras to plug in; index 0 is the first")
+    command->add_option("MODEL", options->models, "Cameras to plug in; the first has index 0")
         ->check(CLI::Validator(checkModel, "{" + knownModels(",") + "}"))
         ->expected(0, -1)
         ->type_name("MODEL")
@@ -291,10 +294,10 @@ void addSim(CLI::App& app, Run& run, const Invocation& invocation)
     command->add_option("--scene", options->scene, "What the cameras see")
         ->check(CLI::IsMember({"room", "wall", "ramp", "plane"}))
         ->capture_default_str();
-    command->add_option("--seed", options->seed, "Seed of everything random")
+    command->add_option("--seed", options->seed, "Seed of everything that is random")
         ->check(CLI::Validator(checkSeed, ""))
         ->capture_default_str();
-    command->add_option("--fps", options->framesPerSecond, "Frames per second; 0: a frame is always ready")
+    command->add_option("--fps", options->framesPerSecond, "Frames per second; with 0, a frame is always ready")
         ->check(CLI::Range(0.0, 1000.0))
         ->capture_default_str();
     command
@@ -308,21 +311,21 @@ void addSim(CLI::App& app, Run& run, const Invocation& invocation)
             ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     };
     perCamera("--serial", options->serials, "[CAMERA:]DIGITS",
-              "Serial number of 14 digits; 2:... is the second camera's");
+              "Serial number of 14 digits; 2:... is for the second camera");
     perCamera("--eeprom", options->eeproms, "[CAMERA:]FILE",
-              "What the EEPROM holds: 128 bytes, from vqd eeprom backup");
+              "Content of the EEPROM: 128 bytes, as from vqd eeprom backup");
     perCamera("--table", options->tables, "[CAMERA:]TABLE=FILE",
-              "A calibration table in the camera, by its vqd table name");
+              "A calibration table in the camera, by its name in vqd table");
     command->footer("vqd sim [OPTIONS] [MODEL...] -- PROGRAM [ARGUMENTS...]\n"
-                    "Ends with the program's exit code, 128 + signal when it was killed.\n"
-                    "The manual (docs/virtual-camera.md) has the language of fault plans.\n"
+                    "The exit code is that of the program, or 128 + signal when a signal killed it.\n"
+                    "docs/virtual-camera.md describes the language of fault plans.\n"
                     "Example: vqd sim VQD-HT120 VQD-RS110 --scene wall -- vqd list\n"
                     "Example: vqd sim --fault \"third bulk IN stalls; every EEPROM write refused\" -- PROGRAM");
     command->callback([&run, options] {
         if (options->invocation.program.empty())
             throw CLI::RequiredError("-- PROGRAM");
-        if (std::isnan(options->framesPerSecond)) // within every range, CLI11 says
-            throw CLI::ValidationError("--fps", "not a number");
+        if (std::isnan(options->framesPerSecond)) // CLI11 takes it as within every range
+            throw CLI::ValidationError("--fps", "it is not a number");
         if (options->models.size() > kMostCameras)
             throw CLI::ValidationError("MODEL", "at most " + std::to_string(kMostCameras) + " cameras");
         try {

@@ -1,11 +1,11 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// vqd sim in a build without the virtual bus: says so.
+// vqd sim in a build without the virtual bus, which only says so.
 #include <CLI/CLI.hpp>
 
 #include "commands.h"
-#include "exit_codes.h"
+#include "host/failure.h"
 
 void addSim(CLI::App& app, Run& run, const Invocation&)
 {
@@ -13,7 +13,8 @@ void addSim(CLI::App& app, Run& run, const Invocation&)
     command->allow_extras();
     command->callback([&run] {
         run = []() -> int {
-            throw Failure(kFailed, "this build has no virtual camera: libumockdev-dev was missing when it was made");
+            throw Failure(kFailed,
+                          "this build has no virtual camera, because libumockdev-dev was missing when it was made");
         };
     });
 }

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// vqd stats: how well frames come, a line a second.
+// vqd stats: how regularly frames arrive, a line for each second.
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -10,11 +10,10 @@
 
 #include <CLI/CLI.hpp>
 
-#include "camera.h"
+#include "cameras.h"
 #include "commands.h"
-#include "common.h"
-#include "exit_codes.h"
 #include "interrupt.h"
+#include "options.h"
 #include "output.h"
 
 namespace
@@ -23,7 +22,7 @@ namespace
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
-// What happened over some time. Mean and jitter are of the intervals without a re-open, the longest is of all.
+// What happened in some period. Mean and jitter leave out intervals with a re-open; the longest interval counts all.
 struct Tally {
     int frames = 0, errors = 0, wrongStartCodes = 0, reopens = 0;
     int intervals = 0;
@@ -39,7 +38,7 @@ struct Tally {
         ++intervals;
     }
     double mean() const { return intervals > 0 ? sum / intervals : 0; }
-    // Standard deviation.
+    // The standard deviation.
     double jitter() const
     {
         return intervals > 0 ? std::sqrt(std::max(squares / intervals - mean() * mean(), 0.0)) : 0;
@@ -49,13 +48,13 @@ struct Tally {
 class Statistics
 {
 public:
-    explicit Statistics(const Camera& camera) : m_camera(camera), m_start(Clock::now()), m_second(m_start) {}
+    explicit Statistics(const ListedCamera& camera) : m_camera(camera), m_start(Clock::now()), m_second(m_start) {}
 
     double seconds() const { return Seconds(Clock::now() - m_start).count(); }
     const Tally& all() const { return m_all; }
 
-    // Reads a frame and takes note of how.
-    void read(Stream& stream, Frame& frame)
+    // Reads a frame and takes note of how it went.
+    void read(Stream& stream, DepthFrame& frame)
     {
         std::optional<Failure> failure;
         try {
@@ -70,9 +69,9 @@ public:
         for (Tally* tally : {&m_all, &m_now}) {
             tally->errors += countStarting(stream.lines(), kTransferFailed);
             tally->wrongStartCodes += countStarting(stream.lines(), kWrongStartCode);
-            tally->reopens += stream.reopened(); // also where the read failed or was interrupted
+            tally->reopens += stream.reopened(); // even if the read failed or was interrupted
             tally->frames += came;
-            if (!came || m_outage) // an outage lasts until a frame comes, or the end
+            if (!came || m_outage) // an outage lasts until a frame comes
                 tally->addGap(passed);
             else if (m_previous)
                 tally->addInterval(passed);
@@ -85,7 +84,7 @@ public:
             throw Failure(*failure);
     }
 
-    // Prints a line when a second is over.
+    // Prints a line when a second has passed.
     void tick(Output& output)
     {
         const double passed = Seconds(Clock::now() - m_second).count();
@@ -97,7 +96,7 @@ public:
             printLine(output, m_now, passed);
         output.finish();
         m_now = {};
-        // In step with the start, unless a read took longer.
+        // Lines stay in step with the start, unless a read took longer than a second.
         m_second = passed < 2 ? m_second + std::chrono::seconds(1) : Clock::now();
     }
 
@@ -147,10 +146,10 @@ private:
         output.print("%s\n", json.dump(-1, ' ', false, Json::error_handler_t::replace).c_str());
     }
 
-    const Camera& m_camera;
+    const ListedCamera& m_camera;
     Clock::time_point m_start, m_second;
     std::optional<Clock::time_point> m_previous; // frame
-    bool m_outage = false;                       // the camera was opened again since
+    bool m_outage = false;                       // the camera was re-opened since then
     Tally m_all, m_now;
 };
 
@@ -161,10 +160,10 @@ struct Options {
 int stats(const Options& options)
 {
     Output output;
-    const Session session;
-    const Camera& camera = session.choose();
-    session.loadAlone(camera);
-    const auto frame = std::make_unique<Frame>();
+    const Cameras cameras;
+    const ListedCamera& camera = cameras.choose();
+    cameras.loadAlone(camera);
+    const auto frame = std::make_unique<DepthFrame>();
     Stream stream(camera);
     Statistics statistics(camera);
     Statistics::header(output);
@@ -176,7 +175,7 @@ int stats(const Options& options)
             statistics.tick(output);
         }
     } catch (const Failure& failure) {
-        if (failure.code != kInterrupted) { // a signal is the usual end
+        if (failure.code != kInterrupted) { // a signal is the usual way to end
             statistics.summary(output);
             output.finish();
             throw;
@@ -191,15 +190,17 @@ int stats(const Options& options)
 
 void addStats(CLI::App& app, Run& run)
 {
-    CLI::App* command = app.add_subcommand("stats", "Shows how frames come, a line a second, until Ctrl-C");
+    CLI::App* command =
+        app.add_subcommand("stats", "Shows how regularly frames arrive, a line each second, until Ctrl-C");
     const auto options = std::make_shared<Options>();
-    command->add_option("-n,--frames", options->frames, "Ends after so many frames")->check(CLI::Range(1, 100'000'000));
-    command->add_option("--for", options->seconds, "Ends after so many seconds")
+    command->add_option("-n,--frames", options->frames, "Number of frames after which it ends")
+        ->check(CLI::Range(1, 100'000'000));
+    command->add_option("--for", options->seconds, "Number of seconds after which it ends")
         ->check(CLI::Range(1, 100'000'000))
         ->type_name("SECONDS");
     addCommon(*command, kCamera | kJson);
-    command->footer("Intervals are between frames as they arrive; jitter is their standard deviation. The longest "
-                    "counts an outage too. With --json an "
-                    "object a line.\nExample: vqd stats --for 60");
+    command->footer(
+        "An interval is the time between two frames as they arrive, and jitter is its standard deviation. "
+        "The longest interval includes outages. With --json, each line is an object.\nExample: vqd stats --for 60");
     command->callback([&run, options] { run = [options] { return stats(*options); }; });
 }

@@ -1,20 +1,21 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// vqd table: calibration tables between a camera and a file, as the raw bytes that travel, or as values to look at.
+// vqd table: copies calibration tables between a camera and a file, as the bytes that travel or as values to look at.
 #include <algorithm>
 #include <memory>
 
 #include <CLI/CLI.hpp>
 
-#include "camera.h"
+#include "host/formatted.h"
+
+#include "cameras.h"
 #include "commands.h"
-#include "common.h"
 #include "eeprom_change.h"
-#include "exit_codes.h"
 #include "interrupt.h"
+#include "messages.h"
+#include "options.h"
 #include "output.h"
-#include "pictures.h"
 
 namespace
 {
@@ -24,7 +25,7 @@ struct Options {
     bool csv = false;
 };
 
-// A table's values and how they travel: two bytes each, the first the more significant.
+// The values of a table. They travel as two bytes each, the more significant one first.
 using Values = std::vector<double>;
 
 Bytes bigEndian(const Values& values, double scale)
@@ -38,7 +39,7 @@ Bytes bigEndian(const Values& values, double scale)
     return bytes;
 }
 
-// 5 x 5 FPPN: a sign byte, 2 for negative, and a magnitude.
+// 5 x 5 FPPN values travel as a sign byte, 2 for negative, and a magnitude.
 Bytes signBytes(const Values& values)
 {
     Bytes bytes;
@@ -83,9 +84,9 @@ struct Table {
     const char* name;
     size_t bytes;
     int columns;   // of the values in a CSV file
-    double waitMs; // that writing takes at least
+    double waitMs; // the least time that writing takes
     int (*write)(int n, const unsigned char* data);
-    bool (*read)(int n, Values& values); // null: the camera does not give it back
+    bool (*read)(int n, Values& values); // null when the camera does not give the table back
     Bytes (*encode)(const Values& values);
     bool readsWhatIsWritten; // from the same region
     bool large;              // more than libusb on Linux moves in one control transfer
@@ -133,8 +134,8 @@ const Table& tableByName(const std::string& name)
     return *row;
 }
 
-// The library delivers zeros for what was not read: all of a large table, the end of one whose answer was cut short. An
-// empty table is zeros from its start.
+// The library delivers zeros for what was not read: for the whole of a large table, or for the end of one whose answer
+// was cut short. An empty table has zeros from its start.
 bool isUnread(const Table& table, const Values& values)
 {
     const auto isZero = [](double value) { return value == 0; };
@@ -144,10 +145,9 @@ bool isUnread(const Table& table, const Values& values)
 
 const char* whyUnread(const Table& table)
 {
-    return table.large
-               ? "reads as zeros: it is empty, or this libusb refuses control transfers above 4096 bytes, as it "
-                 "does on Linux"
-               : "could not be read to its end";
+    return table.large ? "reads as zeros: it is empty, or this libusb refuses control transfers above 4096 bytes, as "
+                         "libusb does on Linux"
+                       : "could not be read to its end";
 }
 
 Bytes csvFile(const Table& table, const Values& values)
@@ -155,10 +155,9 @@ Bytes csvFile(const Table& table, const Values& values)
     const int columns = std::max(table.columns, 1);
     Bytes file;
     for (size_t i = 0; i < values.size(); ++i) {
-        char text[32];
         const bool last = (i + 1) % static_cast<size_t>(columns) == 0 || i + 1 == values.size();
-        const int length = snprintf(text, sizeof text, "%g%c", values[i], last ? '\n' : ',');
-        file.insert(file.end(), text, text + length);
+        const std::string text = formatted("%g%c", values[i], last ? '\n' : ',');
+        file.insert(file.end(), text.begin(), text.end());
     }
     return file;
 }
@@ -169,9 +168,9 @@ int backup(const Options& options)
     if (table.read == nullptr)
         throw Failure(kUsage, std::string("the camera does not give '") + table.name + "' back");
     Output output;
-    requireWritableFile(options.file);
-    const Session session;
-    const Camera& camera = session.choose();
+    requireWritableFile(options.file, existing());
+    const Cameras cameras;
+    const ListedCamera& camera = cameras.choose();
     const int n = camera.nIndex;
     Values values;
     if (!table.read(n, values))
@@ -180,7 +179,7 @@ int backup(const Options& options)
         failOn(camera, std::string("'") + table.name + "' " + whyUnread(table) + "; no file was written");
     endIfInterrupted();
     const Bytes file = options.csv ? csvFile(table, values) : table.encode(values);
-    writeFile(options.file, file);
+    writeFile(options.file, file, existing());
     Json json = document("table-backup");
     json["camera"] = identityJson(camera);
     json["table"] = table.name;
@@ -194,8 +193,8 @@ int backup(const Options& options)
     return kDone;
 }
 
-// Why what was written is not verified; nothing when it is.
-std::string unverified(const Camera& camera, const Table& table, const Bytes& bytes)
+// Says why the written table is not verified; empty when it is.
+std::string unverified(const ListedCamera& camera, const Table& table, const Bytes& bytes)
 {
     if (table.read == nullptr || !table.readsWhatIsWritten)
         return "the camera does not give it back";
@@ -217,14 +216,14 @@ std::string unverified(const Camera& camera, const Table& table, const Bytes& by
                                      " different bytes");
 }
 
-void backUpTable(const Camera& camera, const Table& table)
+void backUpTable(const ListedCamera& camera, const Table& table)
 {
     Values values;
     if (table.read == nullptr || !table.readsWhatIsWritten || !table.read(camera.nIndex, values) ||
         isUnread(table, values))
         note("'%s' is not backed up: the camera or this libusb does not give it back", table.name);
     else
-        backUp(camera, table.name, table.encode(values));
+        backUpAndTell(camera, table.name, table.encode(values));
 }
 
 int restore(const Options& options)
@@ -233,8 +232,8 @@ int restore(const Options& options)
     const Bytes bytes = readFile(options.file, table.bytes);
     Output output;
     requireConfirmable();
-    const Session session;
-    const Camera& camera = session.chooseToChange();
+    const Cameras cameras;
+    const ListedCamera& camera = cameras.chooseToChange();
     const int n = camera.nIndex;
     confirm(nameOf(camera) + ", serial " + camera.szSerialNumber + ": replace its table '" + table.name + "'?");
     backUpTable(camera, table);
@@ -263,17 +262,19 @@ int restore(const Options& options)
 void addTable(CLI::App& app, Run& run)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App* command = app.add_subcommand("table", "Calibration tables: from the camera into a file, and back");
+    CLI::App* command = app.add_subcommand("table", "Copies calibration tables from the camera into a file, and back");
     command->require_subcommand(1);
-    CLI::App* reader = command->add_subcommand("backup", "From the camera into a file");
-    CLI::App* writer = command->add_subcommand("restore", "From a file into the camera");
+    CLI::App* reader = command->add_subcommand("backup", "Copies a table into a file");
+    CLI::App* writer = command->add_subcommand("restore", "Writes a file into the camera");
     for (CLI::App* way : {reader, writer}) {
         way->add_option("table", options->table, "Name of the table")->type_name("TABLE")->required();
-        way->add_option("file", options->file, "Raw bytes as they travel")->type_name("FILE")->required();
+        way->add_option("file", options->file, "File with the bytes as they travel")->type_name("FILE")->required();
     }
     addCommon(*reader, kCamera | kJson | kForce);
     addCommon(*writer, kCamera | kJson | kYes);
-    reader->add_flag("--csv", options->csv, "Values to look at, comma-separated");
+    reader->footer("Example: vqd table backup orthogonal factors.bin");
+    writer->footer("Example: vqd table restore orthogonal factors.bin");
+    reader->add_flag("--csv", options->csv, "Write comma-separated values to look at");
     command->footer("Tables:\n" + tableNames() + "Example: vqd table backup orthogonal factors.bin");
     reader->callback([&run, options] { run = [options] { return backup(*options); }; });
     writer->callback([&run, options] { run = [options] { return restore(*options); }; });

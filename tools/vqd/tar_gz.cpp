@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// See tar_gz.h.
+// Packing with libarchive.
 #include "tar_gz.h"
 
 #include <ctime>
@@ -10,7 +10,7 @@
 #include <archive.h>
 #include <archive_entry.h>
 
-#include "exit_codes.h"
+#include "host/failure.h"
 
 static la_ssize_t append(struct archive*, void* bytes, const void* data, size_t size)
 {

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Files packed into one.
+// Several files packed into one.
 #pragma once
 
 #include <cstdint>
@@ -12,5 +12,5 @@ struct PackedFile {
     std::string name, content;
 };
 
-// A .tar.gz in memory. Its files belong to nobody in particular.
+// A .tar.gz in memory. Its files have no owner.
 std::vector<uint8_t> tarGz(const std::vector<PackedFile>& files);

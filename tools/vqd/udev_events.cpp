@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// See udev_events.h.
+// Which sockets listen to USB events is known from /proc/net/netlink.
 #include "udev_events.h"
 
 #include <filesystem>
@@ -26,7 +26,7 @@ bool eventsReach(const std::string& table, const std::set<uint64_t>& own)
         fields >> socket >> protocol >> port >> std::hex >> groups >> std::dec;
         for (int i = 0; i < 5; ++i) // Rmem, Wmem, Dump, Locks, Drops
             fields >> skipped;
-        if (!(fields >> inode) || protocol != kUevents) // the heading, too
+        if (!(fields >> inode) || protocol != kUevents) // the heading as well
             continue;
         const bool ours = own.contains(inode), kernel = (groups & kFromKernel) != 0;
         udevd = udevd || kernel;
@@ -53,7 +53,7 @@ bool eventsReachThisProcess()
 {
     libusb_context* context = nullptr;
     if (libusb_init(&context) != 0)
-        return true; // another finding tells
+        return true; // another finding says so
     std::ifstream file("/proc/net/netlink");
     const std::string table((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
     const bool reach = table.empty() || eventsReach(table, ownSockets());

@@ -13,12 +13,12 @@
 
 #include <CLI/CLI.hpp>
 
-#include "camera.h"
+#include "host/formatted.h"
+
+#include "cameras.h"
 #include "commands.h"
-#include "common.h"
-#include "exit_codes.h"
 #include "interrupt.h"
-#include "library_lines.h"
+#include "options.h"
 #include "output.h"
 #include "pictures.h"
 
@@ -42,7 +42,7 @@ int numberIn(const char* variable, int otherwise)
     return number > 0 ? std::min(number, 10'000) : otherwise;
 }
 
-// Of the terminal; where there is none, of the variables that shells keep.
+// The size of the terminal. Where there is none, the variables that shells keep tell it.
 Size terminalSize(int terminal)
 {
     winsize size{};
@@ -65,9 +65,9 @@ struct Fit {
     }
 };
 
-// Of each block of pixels the middle one, or, where that is invalid, the nearest that is not. No averages: between
-// two surfaces there is nothing.
-std::vector<uint16_t> shrink(const Frame& frame, const Fit& fit)
+// Takes the middle pixel of each block, or, where that is invalid, the nearest valid one. An average would show
+// something between two surfaces, where there is nothing.
+std::vector<uint16_t> shrink(const DepthFrame& frame, const Fit& fit)
 {
     std::vector<uint16_t> small;
     for (int y = 0; y < fit.height; ++y)
@@ -86,8 +86,8 @@ std::vector<uint16_t> shrink(const Frame& frame, const Fit& fit)
     return small;
 }
 
-// Rows of half blocks: the upper pixel is the character's colour, the lower one its background. A colour is sent when
-// it changes.
+// Draws rows of half blocks: the upper pixel is the character's colour, the lower one its background. A colour is only
+// sent when it changes.
 std::string drawing(const Bytes& colours, const Fit& fit)
 {
     std::string text;
@@ -97,9 +97,7 @@ std::string drawing(const Bytes& colours, const Fit& fit)
         const uint8_t *ink = nullptr, *paper = nullptr;
         const auto change = [&](int plane, const uint8_t*& present, const uint8_t* wanted) {
             if (present == nullptr || !std::equal(wanted, wanted + 3, present)) {
-                char code[32];
-                snprintf(code, sizeof code, "\33[%d;2;%u;%u;%um", plane, wanted[0], wanted[1], wanted[2]);
-                text += code;
+                text += formatted("\33[%d;2;%u;%u;%um", plane, wanted[0], wanted[1], wanted[2]);
             }
             present = wanted;
         };
@@ -113,22 +111,22 @@ std::string drawing(const Bytes& colours, const Fit& fit)
     return text;
 }
 
-std::string caption(const Frame& frame, const Camera& camera, const std::string& more, int columns)
+std::string caption(const DepthFrame& frame, const ListedCamera& camera, const std::string& more, int columns)
 {
-    char text[512];
-    snprintf(text, sizeof text, "%s  centre %u mm  %.1f degrees%s", camera.szSerialNumber,
-             unsigned{frame.depth[VQD_PIXELS / 2 + VQD_WIDTH / 2]}, vqdGetTemperature(camera.nIndex), more.c_str());
-    return std::string(text).substr(0, static_cast<size_t>(columns));
+    const std::string text = formatted("%s  centre %u mm  %.1f degrees%s", camera.szSerialNumber,
+                                       unsigned{frame.depth[VQD_PIXELS / 2 + VQD_WIDTH / 2]},
+                                       vqdGetTemperature(camera.nIndex), more.c_str());
+    return text.substr(0, static_cast<size_t>(columns));
 }
 
-int g_terminal = -1; // for the way out through a signal handler
+int g_terminal = -1; // also for a signal handler on the way out
 
 void send(const char* text)
 {
     [[maybe_unused]] const ssize_t sent = write(g_terminal, text, strlen(text));
 }
 
-// The terminal's second screen, without a cursor; given back on every way out, that of a second signal too.
+// The terminal's second screen, without a cursor. The first is given back on every way out, even after a second signal.
 class Screen
 {
 public:
@@ -150,13 +148,13 @@ private:
     static void leave() { send("\33[0m\33[?25h\33[?1049l"); }
 };
 
-std::string picture(const Frame& frame, const Camera& camera, Size size, const std::string& more)
+std::string picture(const DepthFrame& frame, const ListedCamera& camera, Size size, const std::string& more)
 {
     const Fit fit(size);
     return drawing(depthColours(shrink(frame, fit)), fit) + caption(frame, camera, more, size.columns);
 }
 
-void showAll(Stream& stream, Frame& frame, Output& output, const Camera& camera, int frames)
+void showAll(Stream& stream, DepthFrame& frame, Output& output, const ListedCamera& camera, int frames)
 {
     using Clock = std::chrono::steady_clock;
     Size drawn{};
@@ -165,31 +163,30 @@ void showAll(Stream& stream, Frame& frame, Output& output, const Camera& camera,
         const Clock::time_point start = Clock::now();
         stream.read(frame);
         const Size size = terminalSize(g_terminal);
-        char more[64];
-        snprintf(more, sizeof more, "  %.1f frames a second  Ctrl-C ends", rate);
-        // A picture of another size leaves no rest of the one before.
+        const std::string more = formatted("  %.1f frames a second  Ctrl-C ends", rate);
+        // When the size has changed, the screen is cleared of the previous picture.
         output.print("%s\33[H%s\33[K", size == drawn ? "" : "\33[2J", picture(frame, camera, size, more).c_str());
         output.finish();
         drawn = size;
         const double now = 1 / std::chrono::duration<double>(Clock::now() - start).count();
         if (i > 0)                                         // the first frame has waited
-            rate = i == 1 ? now : rate + (now - rate) / 8; // else it cannot be read
+            rate = i == 1 ? now : rate + (now - rate) / 8; // smoothed, or nobody could read it
     }
 }
 
 int view(const Options& options)
 {
     if (!options.once && !isatty(STDOUT_FILENO))
-        throw Failure(kUsage, "standard output is no terminal; vqd view --once prints one frame");
+        throw Failure(kUsage, "standard output is not a terminal; vqd view --once prints one frame");
     const Size size = terminalSize(STDOUT_FILENO);
     const int terminal =
         fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1); // standard output goes elsewhere soon
     Output output;
     LibraryLines lines; // not into the picture
-    const Session session;
-    const Camera& camera = session.choose();
-    session.loadAlone(camera);
-    const auto frame = std::make_unique<Frame>();
+    const Cameras cameras;
+    const ListedCamera& camera = cameras.choose();
+    cameras.loadAlone(camera);
+    const auto frame = std::make_unique<DepthFrame>();
     Stream stream(camera);
     if (options.once) {
         stream.read(*frame);
@@ -201,7 +198,7 @@ int view(const Options& options)
     try {
         showAll(stream, *frame, output, camera, options.frames);
     } catch (const Failure& failure) {
-        if (failure.code != kInterrupted) // the usual end
+        if (failure.code != kInterrupted) // the usual way to end
             throw;
     }
     return kDone;
@@ -213,10 +210,11 @@ void addView(CLI::App& app, Run& run)
 {
     CLI::App* command = app.add_subcommand("view", "Shows the depth image in the terminal, until Ctrl-C");
     const auto options = std::make_shared<Options>();
-    command->add_option("-n,--frames", options->frames, "Ends after so many frames")->check(CLI::Range(1, 100'000'000));
-    command->add_flag("--once", options->once, "Prints one frame and ends; not only on a terminal");
+    command->add_option("-n,--frames", options->frames, "Number of frames after which it ends")
+        ->check(CLI::Range(1, 100'000'000));
+    command->add_flag("--once", options->once, "Print one frame and end; this also works without a terminal");
     addCommon(*command, kCamera);
-    command->footer("Near is red, far is violet, invalid is black. The terminal must know 24-bit colours.\n"
+    command->footer("Near is red, far is violet, invalid is black. The terminal must support 24-bit colours.\n"
                     "Example: ssh -t robot vqd view");
     command->callback([&run, options] { run = [options] { return view(*options); }; });
 }

@@ -1,0 +1,15 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The cameras that this process has to itself.
+#pragma once
+
+#include "host/listed_camera.h"
+
+// Claims the camera. The first only tells whether that worked; the second fails and names who has the camera open.
+bool tryClaim(const ListedCamera& camera);
+void requireClaim(const ListedCamera& camera);
+
+// Closes the cameras that were claimed, and no other: the library stops the grabbing of each camera that it closes,
+// even where another program grabs. Cameras that were only listed are let go by the end of the process.
+void closeClaimed();

@@ -1,0 +1,54 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Reading refuses what is no document of ours, before anything looks at its members.
+#include "host/documents.h"
+
+#include <fstream>
+#include <iostream>
+#include <span>
+
+// Deeper nesting could overflow the stack when the document is destroyed or printed, because both recurse.
+static bool refuseDeepJson(int depth, Json::parse_event_t, const Json&)
+{
+    constexpr int kMost = 16; // our own documents have four levels
+    if (depth > kMost)
+        throw Failure(kUsage, "nested more than " + std::to_string(kMost) + " levels deep");
+    return true;
+}
+
+Json document(const std::string& command)
+{
+    return Json::object({{"schema", "vqd." + command + "/1"}});
+}
+
+std::string documentText(const Json& json)
+{
+    return json.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
+}
+
+void writeDocument(const std::filesystem::path& path, const Json& json, Existing existing)
+{
+    const std::string text = documentText(json);
+    writeFile(path, std::span(reinterpret_cast<const uint8_t*>(text.data()), text.size()), existing);
+}
+
+Json readDocument(const std::string& file, const std::string& command)
+{
+    std::ifstream stream(file);
+    if (file != "-" && !stream)
+        throw Failure(kFailed, file + " cannot be read");
+    Json json;
+    try {
+        json = Json::parse(file == "-" ? std::cin : stream, refuseDeepJson);
+    } catch (const Failure& deep) {
+        throw Failure(deep.code, file + ": " + deep.what());
+    } catch (const Json::exception& error) {
+        throw Failure(kUsage, file + ": " + error.what());
+    } catch (const std::ios_base::failure&) { // a directory
+        throw Failure(kFailed, file + " cannot be read");
+    }
+    if (!json.is_object() || !json.contains("schema") || json["schema"] != document(command)["schema"])
+        throw Failure(kUsage, file + ": \"schema\" is not \"vqd." + command + "/1\"");
+    return json;
+}

@@ -1,0 +1,16 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Writing a camera's EEPROM, and looking at what it holds afterwards.
+#pragma once
+
+#include "host/listed_camera.h"
+
+// Writes these bytes, or the host's image. A camera does not start to capture by itself, so the image is saved with its
+// light and capture switched off.
+void saveEeprom(const ListedCamera& camera, const Eeprom& eeprom);
+void saveImage(const ListedCamera& camera);
+
+// Fails unless the EEPROM holds the start of the host's image. The library's result is not enough, since it calls a
+// refused write a success.
+void requireStored(const ListedCamera& camera);

@@ -1,0 +1,36 @@
+# SPDX-FileCopyrightText: VQD_API contributors
+# SPDX-License-Identifier: Apache-2.0
+# shellcheck shell=bash
+#
+# Sourced by the scripts that need a Debian of their own in a folder.
+
+# Fills a folder with Debian, from the archive and with apt's settings of this machine.
+#   new_debian ROOT ARCHITECTURE VARIANT PACKAGES
+new_debian() {
+    local settings
+    settings=$(mktemp -d)
+    apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' 'Origin: Debian' |
+        sort -u >"$settings/sources.list"
+    apt-config dump Acquire >"$settings/apt.conf"
+    mmdebstrap --quiet --variant="$3" --architectures="$2" --include="$4" --aptopt="$settings/apt.conf" \
+        "$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)" "$1" "$settings/sources.list"
+    rm -r "$settings"
+}
+
+# Runs a command in such a folder, with nothing of this machine's environment; SHARED, if not empty, is a folder of this
+# machine that is seen there too. What is mounted for it is gone with the process, however it ends.
+#   in_debian ROOT SHARED COMMAND [ARGUMENTS]
+in_debian() {
+    unshare --mount --pid --fork --kill-child bash -euc '
+        root=$1 shared=$2
+        shift 2
+        mount -t proc proc "$root/proc"
+        mount --rbind /sys "$root/sys"
+        mount --rbind /dev "$root/dev"
+        if [[ -n $shared ]]; then
+            mkdir -p "$root$shared"
+            mount --bind "$shared" "$root$shared"
+        fi
+        exec env -i PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin DEBIAN_FRONTEND=noninteractive HOME=/root \
+            chroot "$root" "$@"' bash "$@"
+}
