@@ -59,7 +59,10 @@ case "${1:-}" in
     build dev
     exec tests/lint.sh
     ;;
---mutations) exec tests/mutations.sh ;;
+--mutations)
+    install_packages "${build_packages[@]}" python3
+    exec tests/random_breaks.py chosen
+    ;;
 --bench)
     install_packages g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev umockdev libumockdev-dev libbenchmark-dev \
         libopencv-dev

@@ -5,6 +5,7 @@
 
   tests/random_breaks.py all [-n NUMBER] [-o FILE]   draws NUMBER (300) breaks and records the tests that notice each
   tests/random_breaks.py quick BEFORE [-o FILE]      makes the breaks of BEFORE again, until one test notices each
+  tests/random_breaks.py chosen [-o FILE]            makes those of tests/mutations.txt; at most two may go unnoticed
   tests/random_breaks.py report FILE                 what each suite and each test notices
 
 The seed is fixed, so the same tree is broken in the same places. A break is known by the text of its line, of the lines around
@@ -108,8 +109,16 @@ def lines_of_code(folders):
                 yield i, Row(name, heading, texts[at - 1], texts[at], texts[at + 1], "", "", "")
 
 
+def broken_line(line, row):
+    """The file with the line broken."""
+    i, (name, *_) = line
+    lines = (ROOT / name).read_text().splitlines(keepends=True)
+    lines[i] = lines[i].replace(row.text, row.new, 1)
+    return name, "".join(lines)
+
+
 def drawn():
-    """Breaks in the order of the draw, each with the line that it breaks."""
+    """Breaks in the order of the draw, each with its file and that file's text when it is broken."""
     rng = random.Random(SEED)
     piles = {}
     for folders in sorted(set(TURNS)):
@@ -120,11 +129,12 @@ def drawn():
             if piles[folders]:
                 i, row = piles[folders].pop()
                 kinds = breaks_of(row.text, row.above)
-                yield (i, row), row._replace(new=rng.choice(kinds[rng.choice(sorted(kinds))]))
+                row = row._replace(new=rng.choice(kinds[rng.choice(sorted(kinds))]))
+                yield broken_line((i, row), row), row
 
 
 def found_again(rows):
-    """The breaks of an earlier run, each with the line that it breaks today, or None."""
+    """The breaks of an earlier run, each with its file of today and that file's text when it is broken, or None."""
     today = collections.defaultdict(list)
     for line in lines_of_code(sum(TURNS, ())):
         today[line[1].text].append(line)
@@ -132,7 +142,18 @@ def found_again(rows):
         likeness = [sum(getattr(line, key) == getattr(row, key) for key in ("file", "heading", "above", "below"))
                     for _, line in today[row.text]]
         best = max(likeness, default=0)
-        yield today[row.text][likeness.index(best)] if best and likeness.count(best) == 1 else None, row
+        found = best and likeness.count(best) == 1
+        yield broken_line(today[row.text][likeness.index(best)], row) if found else None, row
+
+
+def chosen():
+    """The breaks of tests/mutations.txt, as those of an earlier run. Each breaks the first place of its text."""
+    for line in (ROOT / "tests/mutations.txt").read_text().splitlines():
+        if not line.startswith("#"):
+            name, old, new = (field.replace(r"\|", "|") for field in re.split(r" (?<!\\)\| ", line))
+            whole = (ROOT / name).read_text()
+            broken = whole.replace(*(field.replace(r"\n", "\n") for field in (old, new)), 1)
+            yield (name, broken) if broken != whole else None, Row(name, "", "", old, "", new, "", "")
 
 
 class Test:
@@ -234,13 +255,11 @@ def prepare():
     return sorted(tests, key=lambda test: test.seconds), clean
 
 
-def outcome_of(place, row, tests, clean, first):
-    """Breaks the line, runs the tests that this can reach, mends it. `first` are asked first, and then one is enough."""
-    i, file = place[0], TREE / place[1].file
+def outcome_of(name, broken, tests, clean, first):
+    """Breaks the file, runs the tests that this can reach, mends it. `first` are asked first, and then one is enough."""
+    file = TREE / name
     whole = file.read_text()
-    lines = whole.splitlines(keepends=True)
-    lines[i] = lines[i].replace(row.text, row.new, 1)
-    file.write_text("".join(lines))
+    file.write_text(broken)
     try:
         if not build():
             return "does not build", []
@@ -259,25 +278,26 @@ def outcome_of(place, row, tests, clean, first):
         file.write_text(whole)
 
 
-def run(number, before, output):
+def run(breaks, number, output):
+    """Makes up to `number` breaks, all of them if that is None: then one test that notices is enough."""
     output.parent.mkdir(parents=True, exist_ok=True)
     done = read(output) if output.exists() else []
     finished, counted = {row[:6] for row in done}, len(judged(done))
     tests, clean = prepare()
-    for place, row in found_again(judged(before)) if before else drawn():
-        if not before and counted >= number:
+    for place, row in breaks:
+        if counted == number:
             break
         if row[:6] in finished:
             continue
         started = time.monotonic()
-        first = row.noticed.split() if before else None
-        outcome, names = outcome_of(place, row, tests, clean, first) if place else ("gone", [])
+        first = row.noticed.split() if number is None else None
+        outcome, names = outcome_of(*place, tests, clean, first) if place else ("gone", [])
         with open(output, "a") as file:
             file.write("\t".join([*row[:6], outcome, " ".join(names)]) + "\n")
         counted += outcome in ("noticed", "missed")
         print(f"{counted:3}, {time.monotonic() - started:3.0f} s: {row.file}: {row.text}  ->  {row.new}: {outcome}",
               *names[:2], len(names), flush=True)
-    summary(read(output), before)
+    return read(output)
 
 
 def read(path):
@@ -288,7 +308,7 @@ def judged(rows):
     return [row for row in rows if row.outcome in ("noticed", "missed")]
 
 
-def summary(rows, before):
+def summary(rows, before=()):
     for folders in [("",), *sorted(set(TURNS))]:
         here = [row for row in judged(rows) if row.file.startswith(folders)]
         print(f"{' '.join(folders)}: {sum(row.outcome == 'noticed' for row in here)} of {len(here)} breaks noticed")
@@ -324,10 +344,11 @@ def main():
     everything.add_argument("-o", type=Path, default=WORK / "all.tsv")
     quick.add_argument("before", type=Path)
     quick.add_argument("-o", type=Path, default=WORK / "quick.tsv")
+    commands.add_parser("chosen").add_argument("-o", type=Path, default=WORK / "chosen.tsv")
     commands.add_parser("report").add_argument("file", type=Path)
     arguments = parser.parse_args()
     if arguments.command == "report":
-        summary(read(arguments.file), None)
+        summary(read(arguments.file))
         report(read(arguments.file))
     elif os.environ.pop("VQD_BREAKS_APART", None) is None:
         # In a process namespace a broken signal reaches the tests only, and what they leave behind ends with this run.
@@ -336,8 +357,16 @@ def main():
         os.execvp("unshare", ["unshare", *user, "--pid", "--fork", "--kill-child", "--mount-proc", sys.executable, *sys.argv])
     else:
         os.nice(10)
-        before = read(arguments.before) if arguments.command == "quick" else None
-        run(getattr(arguments, "n", 0), before, arguments.o)
+        if arguments.command == "all":
+            summary(run(drawn(), arguments.n, arguments.o))
+        elif arguments.command == "quick":
+            before = read(arguments.before)
+            summary(run(found_again(judged(before)), None, arguments.o), before)
+        else:
+            arguments.o.unlink(missing_ok=True)  # of another tree
+            rows = run(chosen(), None, arguments.o)
+            summary(rows)
+            sys.exit(sum(row.outcome != "noticed" for row in rows) > 2)
 
 
 if __name__ == "__main__":
