@@ -73,6 +73,10 @@ TEST_P(RealUsb, ACameraThatIsUnpluggedInMidStreamGoesOnWhenItIsBack)
     EXPECT_EQ(m_nDeviceOpen[0], 1);
     expectOwnFrames(3);
     EXPECT_EQ(info.nFrameCount, 6u);
+    bus.unplug(0);
+    bus.plug(0);
+    EXPECT_EQ(vqdReadFromDevice(0, images.data(), &info), 1);
+    expectOwnFrames(1);
 }
 
 // As a USB 3 host controller announces, and without scatter-gather, where libusb splits a frame into 16 KiB pieces.
