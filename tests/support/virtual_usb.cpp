@@ -476,16 +476,6 @@ int LIBUSB_CALL libusb_claim_interface(libusb_device_handle* handle, int interfa
     return simpleCall(handle, "claim", " " + std::to_string(interface));
 }
 
-int LIBUSB_CALL libusb_set_interface_alt_setting(libusb_device_handle* handle, int, int)
-{
-    return simpleCall(handle, "alternate");
-}
-
-int LIBUSB_CALL libusb_get_max_iso_packet_size(libusb_device*, unsigned char)
-{
-    return 512;
-}
-
 int LIBUSB_CALL libusb_control_transfer(libusb_device_handle* handle, uint8_t type, uint8_t request, uint16_t value,
                                         uint16_t index, unsigned char* data, uint16_t length, unsigned timeout)
 {
