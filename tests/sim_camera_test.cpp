@@ -399,9 +399,9 @@ TEST(SimFaults, SpoilTheNthMatchingTransferInTheirOwnWay)
         Kind kind;
         Outcome second; // of three
     } cases[] = {
-        {"stall", Kind::stall, {Status::stall}},          {"timeout", Kind::timeout, {Status::timeout, 0, false}},
-        {"overflow", Kind::overflow, {Status::overflow}}, {"broken line", Kind::ioError, {Status::ioError}},
-        {"cut", Kind::shortened, {Status::ok, 40}},
+        {"stall", Kind::stall, {Status::stall}},           {"timeout", Kind::timeout, {Status::timeout, 0, false}},
+        {"overflow", Kind::overflow, {Status::overflow}},  {"broken line", Kind::ioError, {Status::ioError}},
+        {"no memory", Kind::noMemory, {Status::noMemory}}, {"cut", Kind::shortened, {Status::ok, 40}},
     };
     const std::pair<Channel, size_t> channels[] = {
         {Channel::control, 128}, {Channel::bulkOut, kImageBytes}, {Channel::bulkIn, kFrameBytes}};
