@@ -47,7 +47,7 @@ std::vector<Word> cutIntoWords(std::string_view plan)
 
         std::string text(plan.substr(start, i - start));
         if (text == "\n")
-            text = ";";
+            text.front() = ';';
         if (text[0] == '#' || isSpace(text[0]))
             continue;
         std::transform(text.begin(), text.end(), text.begin(), [](char c) { return isLetter(c) ? c | 0x20 : c; });
