@@ -186,6 +186,17 @@ TEST_F(Frame, ASpentBudgetPausesASecondInEveryPath)
     EXPECT_EQ(usb.conversation().rfind("sleep 1, wait 9", 0), 0u);
 }
 
+TEST_F(Frame, TheHostClipsOnlyAfterTheRangeIsReadBack)
+{
+    grab();
+    EXPECT_EQ(vqdSetDepthRange(0, kMark + 1, kMark + 20), 1);
+    EXPECT_EQ(read(), 1);
+    EXPECT_EQ(Marked(kMark).wrongPixels(frameInBuffer(), amplitude.data(), depth.data()), 0u);
+    EXPECT_EQ(vqdGetDepthRange(0, nullptr, nullptr), 1);
+    EXPECT_EQ(read(), 1);
+    EXPECT_EQ(std::ranges::count(depth, 0), VQD_PIXELS / 50 * 30);
+}
+
 TEST_F(Frame, AShortFrameIsNotNoticed)
 {
     sim::Camera& camera = grab();
