@@ -213,14 +213,9 @@ TEST_F(Calibration, AClosedCameraIsNeitherReadNorSwitched)
     std::vector<int> blocks;
     std::vector<double> factors;
     const std::function<int()> calls[] = {
-        [&] { return kWiggling(wide); },
-        [&] { return kFppn4x4(blocks); },
-        [&] { return kFppn5x5(blocks); },
-        [&] { return kOrthogonal(factors); },
-        [] { return vqdSetFPPN(0, 1); },
-        [] { return vqdGetFPPN(0); },
-        [] { return vqdSetOrthogonal(0, 1); },
-        [] { return vqdGetOrthogonal(0); },
+        [&] { return kWiggling(wide); },       [&] { return kFppn4x4(blocks); },   [&] { return kFppn5x5(blocks); },
+        [&] { return kOrthogonal(factors); },  [] { return vqdSetFPPN(0, 1); },    [] { return vqdGetFPPN(0); },
+        [] { return vqdSetOrthogonal(0, 1); }, [] { return vqdGetOrthogonal(0); },
     };
     for (const auto& call : calls)
         EXPECT_EQ(printed([&] { EXPECT_EQ(call(), 0); }), kClosed) << &call - calls;

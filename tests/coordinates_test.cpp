@@ -96,7 +96,7 @@ TEST(Coordinates, RaysAreDividedTwice)
 {
     BuildPointCloudTable(kOdd);
     EXPECT_EQ(pPointCloud[6].x, -0.000754523207f); // ...266 with one division
-    BuildPointCloudTable({}); // no lens at all
+    BuildPointCloudTable({});                      // no lens at all
     EXPECT_FALSE(std::isfinite(pPointCloud[0].x));
 }
 

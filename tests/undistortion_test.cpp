@@ -118,7 +118,8 @@ TEST_F(Undistortion, OnePixelComesBackThroughTheLensModel)
         vqdGetUndistortPixel(0, &column, &row);
         if (column <= 0 || row <= 0)
             continue; // truncation rounds those up to 1.5 pixels off
-        const float x = (static_cast<float>(column) - lens.cx) / lens.fx, y = (static_cast<float>(row) - lens.cy) / lens.fy;
+        const float x = (static_cast<float>(column) - lens.cx) / lens.fx,
+                    y = (static_cast<float>(row) - lens.cy) / lens.fy;
         const Distorted at = Distort({lens.k1, lens.k2, lens.k3, lens.p1, lens.p2, 0}, x - lens.skew * y, y);
         const float rawColumn = (at.x + lens.skew * at.y) * lens.fx + lens.cx, rawRow = at.y * lens.fy + lens.cy;
         worst = std::max({worst, std::fabs(rawColumn - static_cast<float>(i % 320)),
