@@ -3,8 +3,6 @@
 //
 // Depth pixels and points in space, the extrinsic transform, and the ray table.
 #include <cmath>
-#include <cstring>
-#include <limits>
 
 #include "support/library_test.h"
 
@@ -166,16 +164,16 @@ TEST_F(FrameToPoints, TheTableMultipliesWhereThePointDivides)
     EXPECT_EQ(points[0], (Point3f{0, 0, 1.5f}));
 }
 
-TEST_F(FrameToPoints, AnEmptyTableAndMissingBuffers)
+TEST(Coordinates, MissingBuffersAreNotTouched)
 {
-    memset(pPointCloud, 0, sizeof pPointCloud);
-    vqdDepthFrameToCameraSpace(depth.data(), points.data(), 320, 240);
-    EXPECT_EQ(points[5], (Point3f{0, 0, 0}));
-    vqdDepthFrameToCameraSpace(nullptr, points.data(), 320, 240);
-    vqdDepthFrameToCameraSpace(depth.data(), nullptr, 320, 240);
+    uint16_t depth = 1;
+    Point3f point = kUnwritten;
+    vqdDepthFrameToCameraSpace(nullptr, &point, 1, 1);
+    vqdDepthFrameToCameraSpace(&depth, nullptr, 1, 1);
     vqdXYZ3DConversion(nullptr, {}, {});
     vqdDepthPointToCameraSpace(nullptr, {}, {});
     vqdCameraSpacePointToDepth(nullptr, {}, {});
+    EXPECT_EQ(point, kUnwritten);
 }
 
 } // namespace
