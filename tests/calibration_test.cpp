@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Calibration tables on the wire, and the switches of the corrections that use them.
+// Calibration tables on the wire.
 #include <functional>
 
 #include "support/library_test.h"
@@ -207,140 +207,26 @@ TEST_F(CalibrationReads, AnOrdinaryLibusbRefusesTheLargeOnes)
     expectStart(factors, kOrthogonal.first);
 }
 
-TEST_F(CalibrationReads, AClosedCameraIsNotRead)
+TEST_F(Calibration, AClosedCameraIsNeitherReadNorSwitched)
 {
-    printed([] { vqdDeviceClose(0); });
-    usb.conversation();
     std::vector<uint16_t> wide;
     std::vector<int> blocks;
     std::vector<double> factors;
-    EXPECT_EQ(printed([&] {
-                  EXPECT_EQ(kWiggling(wide), 0);
-                  EXPECT_EQ(kFppn4x4(blocks), 0);
-                  EXPECT_EQ(kOrthogonal(factors), 0);
-                  EXPECT_EQ(kFppn5x5(blocks), 0);
-              }),
-              std::string(kClosed) + kClosed + kClosed + kClosed);
+    const std::function<int()> calls[] = {
+        [&] { return kWiggling(wide); },
+        [&] { return kFppn4x4(blocks); },
+        [&] { return kFppn5x5(blocks); },
+        [&] { return kOrthogonal(factors); },
+        [] { return vqdSetFPPN(0, 1); },
+        [] { return vqdGetFPPN(0); },
+        [] { return vqdSetOrthogonal(0, 1); },
+        [] { return vqdGetOrthogonal(0); },
+    };
+    for (const auto& call : calls)
+        EXPECT_EQ(printed([&] { EXPECT_EQ(call(), 0); }), kClosed) << &call - calls;
     EXPECT_EQ(usb.conversation(), "");
     EXPECT_EQ(factors, std::vector<double>(2048, 77));
-}
-
-class Switches : public LibraryTest
-{
-protected:
-    void open(const char* product)
-    {
-        sim::Config config;
-        config.product = product;
-        openCamera(config);
-    }
-    static uint8_t& byte(int at) { return stCamParam[0].image[at]; }
-};
-
-class SwitchesOfEveryModel : public Switches, public testing::WithParamInterface<const char*>
-{
-    void SetUp() override { open(GetParam()); }
-};
-INSTANTIATE_TEST_SUITE_P(, SwitchesOfEveryModel, testing::Values("VQD-HT120", "VQD-HT110"));
-
-TEST_P(SwitchesOfEveryModel, FppnSharesItsByteWithEdgeRemoval)
-{
-    const struct {
-        int on, edges;
-        uint8_t code;
-    } sets[] = {{1, 1, 17}, {1, 0, 16}, {0, 1, 1}, {0, 0, 0}, {2, 1, 1}, {2, 0, 0}, {1, 2, 16}, {-1, 1, 1}};
-    for (const auto& c : sets) {
-        SCOPED_TRACE(testing::Message() << c.on << " " << c.edges);
-        m_bRemoveEdge = c.edges;
-        EXPECT_EQ(vqdSetFPPN(0, c.on), 1);
-        EXPECT_EQ(usb.conversation(), kImageSent);
-        EXPECT_EQ(m_bFPPN, c.on); // as it came
-        EXPECT_EQ(usb.camera(0).registers[49], c.code);
-    }
-    const struct {
-        uint8_t code;
-        int flag;
-    } gets[] = {{0, 0}, {1, 0}, {16, 1}, {17, 1}, {5, 7}, {18, 7}, {0x31, 7}, {255, 7}};
-    for (const auto& c : gets) {
-        m_bFPPN = 7;
-        byte(49) = c.code;
-        EXPECT_EQ(vqdGetFPPN(0), c.flag) << int{c.code};
-        EXPECT_EQ(m_bFPPN, c.flag) << int{c.code};
-    }
-    EXPECT_EQ(usb.conversation(), "");
-}
-
-TEST_F(Switches, OrthogonalSharesItsByteWithUndistortionWhereTheHostCorrects)
-{
-    open("VQD-HT950X");
-    const struct {
-        int mode, on;
-        uint8_t code;
-    } sets[] = {{2, 1, 18}, {2, 0, 2}, {0, 1, 16}, {3, 1, 19}, {7, 1, 16}, {-1, 0, 0}, {1, 2, 1}};
-    byte(2) = 99;
-    for (const auto& c : sets) {
-        SCOPED_TRACE(testing::Message() << c.mode << " " << c.on);
-        m_nUndistortionMode = c.mode;
-        EXPECT_EQ(vqdSetOrthogonal(0, c.on), 1);
-        EXPECT_EQ(usb.conversation(), kImageSent);
-        EXPECT_EQ(m_bOrthogonal, c.on);
-        EXPECT_EQ(usb.camera(0).registers[48], c.code);
-        EXPECT_EQ(byte(2), 99);
-    }
-    const struct {
-        uint8_t code;
-        int flag;
-    } gets[] = {{0, 0}, {3, 0}, {16, 1}, {19, 1}, {4, 7}, {20, 7}, {0x33, 7}, {255, 7}};
-    for (const auto& c : gets) {
-        m_bOrthogonal = 7;
-        byte(48) = c.code;
-        EXPECT_EQ(vqdGetOrthogonal(0), c.flag) << int{c.code};
-        EXPECT_EQ(m_bOrthogonal, c.flag) << int{c.code};
-    }
-}
-
-TEST_F(Switches, OrthogonalHasAByteOfItsOwnElsewhere)
-{
-    open("VQD-HT110");
-    byte(48) = 99;
-    for (const int on : {1, 0, 2}) {
-        EXPECT_EQ(vqdSetOrthogonal(0, on), 1);
-        EXPECT_EQ(usb.conversation(), kImageSent);
-        EXPECT_EQ(m_bOrthogonal, on);
-        EXPECT_EQ(usb.camera(0).registers[2], on == 1 ? 19 : 18);
-        EXPECT_EQ(byte(48), 99);
-    }
-    for (const int code : {2, 18, 20, 0, 255, 19}) { // no code is unknown here
-        m_bOrthogonal = 7;
-        byte(2) = static_cast<uint8_t>(code);
-        EXPECT_EQ(vqdGetOrthogonal(0), code == 19);
-        EXPECT_EQ(m_bOrthogonal, code == 19);
-    }
-}
-
-TEST_F(Switches, FailuresLeaveWhatCameBeforeThem)
-{
-    m_bFPPN = m_bOrthogonal = 7;
-    EXPECT_EQ(printed([] {
-                  EXPECT_EQ(vqdSetFPPN(0, 1), 0);
-                  EXPECT_EQ(vqdSetOrthogonal(0, 1), 0);
-                  EXPECT_EQ(vqdGetFPPN(0), 0);
-                  EXPECT_EQ(vqdGetOrthogonal(0), 0);
-              }),
-              std::string(kClosed) + kClosed + kClosed + kClosed);
-    EXPECT_EQ(m_bFPPN, 7);
-    EXPECT_EQ(m_bOrthogonal, 7);
-    open("VQD-HT120");
-    usb.fail("bulk", -7, 1, 2);
-    printed([] {
-        EXPECT_EQ(vqdSetFPPN(0, 1), 0);
-        EXPECT_EQ(vqdSetOrthogonal(0, 1), 0);
-    });
-    EXPECT_EQ(m_bFPPN, 1);
-    EXPECT_EQ(m_bOrthogonal, 1);
-    EXPECT_EQ(byte(49), 16);
-    EXPECT_EQ(byte(48), 16);
-    EXPECT_EQ(usb.camera(0).registers[49], 0);
+    EXPECT_EQ(m_bFPPN + m_bOrthogonal, 0);
 }
 
 } // namespace
