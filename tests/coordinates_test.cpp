@@ -96,7 +96,7 @@ TEST(Coordinates, RaysAreDividedTwice)
 {
     BuildPointCloudTable(kOdd);
     EXPECT_EQ(pPointCloud[6].x, -0.000754523207f); // ...266 with one division
-    BuildPointCloudTable({}); // no lens at all
+    BuildPointCloudTable({});                      // no lens at all
     EXPECT_FALSE(std::isfinite(pPointCloud[0].x));
 }
 
@@ -166,16 +166,11 @@ TEST_F(FrameToPoints, TheTableMultipliesWhereThePointDivides)
     EXPECT_EQ(points[0], (Point3f{0, 0, 1.5f}));
 }
 
-TEST_F(FrameToPoints, AnEmptyTableAndMissingBuffers)
+TEST_F(FrameToPoints, AnEmptyTableGivesTheOrigin)
 {
     memset(pPointCloud, 0, sizeof pPointCloud);
     vqdDepthFrameToCameraSpace(depth.data(), points.data(), 320, 240);
     EXPECT_EQ(points[5], (Point3f{0, 0, 0}));
-    vqdDepthFrameToCameraSpace(nullptr, points.data(), 320, 240);
-    vqdDepthFrameToCameraSpace(depth.data(), nullptr, 320, 240);
-    vqdXYZ3DConversion(nullptr, {}, {});
-    vqdDepthPointToCameraSpace(nullptr, {}, {});
-    vqdCameraSpacePointToDepth(nullptr, {}, {});
 }
 
 } // namespace

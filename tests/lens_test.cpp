@@ -224,27 +224,4 @@ TEST_F(Lens, MapsAndRaysFollowLater)
     EXPECT_FLOAT_EQ(pPointCloud[0].x, -0.001f);
 }
 
-TEST_F(Lens, ACameraThatIsNotOpenIsRefusedUntouched)
-{
-    openCamera();
-    printed([] { vqdDeviceClose(0); });
-    for (const Set which : kSets) {
-        const Values before = cached(which);
-        ParamImage image;
-        memcpy(image, stCamParam[0].image, sizeof image);
-        Values out{};
-        out.fill(7);
-        usb.conversation();
-        EXPECT_EQ(printed([&] {
-                      EXPECT_EQ(set(which, Values{1, 2, 3}), 0);
-                      EXPECT_EQ(get(which, out), 0);
-                  }),
-                  "VQD Device not opened.\nVQD Device not opened.\n");
-        EXPECT_EQ(usb.conversation(), "");
-        EXPECT_TRUE(sameBits(cached(which), before));
-        EXPECT_EQ(memcmp(stCamParam[0].image, image, sizeof image), 0);
-        EXPECT_EQ(out[0], 7);
-    }
-}
-
 } // namespace
