@@ -164,16 +164,4 @@ TEST_F(FrameToPoints, TheTableMultipliesWhereThePointDivides)
     EXPECT_EQ(points[0], (Point3f{0, 0, 1.5f}));
 }
 
-TEST(Coordinates, MissingBuffersAreNotTouched)
-{
-    uint16_t depth = 1;
-    Point3f point = kUnwritten;
-    vqdDepthFrameToCameraSpace(nullptr, &point, 1, 1);
-    vqdDepthFrameToCameraSpace(&depth, nullptr, 1, 1);
-    vqdXYZ3DConversion(nullptr, {}, {});
-    vqdDepthPointToCameraSpace(nullptr, {}, {});
-    vqdCameraSpacePointToDepth(nullptr, {}, {});
-    EXPECT_EQ(point, kUnwritten);
-}
-
 } // namespace

@@ -262,6 +262,22 @@ TEST_F(Pipeline, RemovesBrightPixelsOnAWideSpread)
     }
 }
 
+TEST_F(Pipeline, CorrectsThePixelsAfterTheyHaveMoved)
+{
+    rawDepth.fill(1000);
+    for (size_t i = 0; i < VQD_PIXELS; ++i)
+        m_dOrthogonalData[i] = i % 320 < 160 ? 1 : 2;
+    m_bOrthogonal = 1;
+    m_fXp2[0] = 300; // the left half's factor, wherever the sample comes from
+    fDist_y2[0] = 0;
+    for (const int mode : {1, 2, 3}) {
+        m_nUndistortionMode = mode;
+        fDist_x2[0] = mode == 3 ? 300 : 0;
+        read();
+        EXPECT_EQ(depth[0], 1000) << mode;
+    }
+}
+
 TEST_F(Pipeline, AsksForTheModelAnewWithEachFrame)
 {
     const struct {
