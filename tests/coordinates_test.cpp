@@ -130,19 +130,10 @@ TEST_F(FrameToPoints, OneRunningIndexWhateverTheWidth)
     const struct {
         int width, height;
         size_t written;
-    } cases[] = {{320, 240, 76800},
-                 {160, 2, 320},
-                 {1, 1, 1},
-                 {3, 3, 9},
-                 {0, 240, 0},
-                 {320, 0, 0},
-                 {-1, -1, 0},
-                 {-5, 10, 0},
-                 {320, INT32_MIN, 0},
-                 // Beyond the rays nothing is touched.
-                 {400, 240, 76800},
-                 {76801, 1, 76800},
-                 {INT32_MAX, INT32_MAX, 76800},
+        // Beyond the rays nothing is touched.
+    } cases[] = {{320, 240, 76800},    {160, 2, 320},     {1, 1, 1},         {3, 3, 9},
+                 {0, 240, 0},          {320, 0, 0},       {-1, -1, 0},       {-5, 10, 0},
+                 {320, INT32_MIN, 0},  {400, 240, 76800}, {76801, 1, 76800}, {INT32_MAX, INT32_MAX, 76800},
                  {65536, 65536, 76800}};
     for (const auto& c : cases) {
         points.assign(points.size(), kUnwritten);
