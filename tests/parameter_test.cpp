@@ -96,18 +96,4 @@ TEST_F(Parameter, SaveWritesTheEepromAndTheCopyOnly)
     EXPECT_EQ(printed([&] { EXPECT_EQ(vqdEEPROM_ParameterData_Save(0, block.data()), 1); }), "");
 }
 
-TEST_F(Parameter, ClosedCamerasAndMissingBuffersAreRefused)
-{
-    std::array<unsigned char, 512> image{};
-    const char closed[] = "VQD Device not opened.\n";
-    EXPECT_EQ(printed([&] { EXPECT_EQ(vqdEEPROM_ParameterData_Save(0, image.data()), -2); }), closed);
-    EXPECT_EQ(printed([&] { EXPECT_EQ(vqdEEPROM_ParameterData_Load(0, image.data()), 0); }), closed);
-    EXPECT_EQ(printed([&] { EXPECT_EQ(vqdParameterData_Load(0, image.data()), 0); }), closed);
-    openCamera();
-    EXPECT_EQ(vqdEEPROM_ParameterData_Save(0, nullptr), 0);
-    EXPECT_EQ(vqdEEPROM_ParameterData_Load(0, nullptr), 0);
-    EXPECT_EQ(vqdParameterData_Load(0, nullptr), 0);
-    EXPECT_EQ(usb.conversation(), "");
-}
-
 } // namespace

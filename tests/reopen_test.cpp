@@ -43,6 +43,7 @@ TEST_F(Reopen, GivesUpAfter101EnumerationsAndLeavesBudget499)
 {
     openCamera();
     usb.unplug(0);
+    m_nDeviceOpen[0] = 1;
     EXPECT_EQ(printed([] { EXPECT_EQ(vqdDeviceReOpen(0), -3); }), "vqdWriteToDevice Contol transfer Error.\n");
     std::string searched = "wait 100, B1 64 -4, wait 100000, close 2";
     for (int i = 0; i < 101; ++i)

@@ -368,16 +368,10 @@ TEST_F(Settings, GettersDecodeTheHostCopy)
     }
 }
 
-TEST_F(Settings, OutputsAreWrittenOnlyByASuccessfulCall)
+TEST_F(Settings, OutputsThatAreNotWantedMayBeNull)
 {
-    int first = -7, second = -7;
-    unsigned level = 77;
-    printed([&] {
-        vqdGetDepthRange(0, &first, &second);
-        vqdGetLogincVersion(0, &first, &second);
-        vqdGetRemoveMotionBlur(0, &level);
-    });
-    EXPECT_EQ(std::to_string(first) + " " + std::to_string(second) + " " + std::to_string(level), "-7 -7 77");
+    int first = 0, second = 0;
+    unsigned level = 0;
     openCamera();
     prepare("VQD-HT120");
     EXPECT_EQ(vqdGetDepthRange(0, &first, &second), 1);
@@ -395,75 +389,6 @@ TEST_F(Settings, OutputsAreWrittenOnlyByASuccessfulCall)
     EXPECT_EQ(second, 4);
     m_dTemperature[0] = -0.0625;
     EXPECT_EQ(vqdGetTemperature(0), -0.0625);
-}
-
-// Every function, with the bytes that it edits on a closed camera: those without a device check fail in the send.
-const struct {
-    int (*call)(int n);
-    const char* edited = "";
-    int result = 0;
-    const char* line = "VQD Device not opened.\n";
-} kOnAnyDevice[] = {
-    {[](int n) { return vqdSetIntegrationTime(n, 1); }, "", 0, ""},
-    {vqdGetIntegrationTime},
-    {[](int n) { return vqdSetModuleFrequency(n, 20); }},
-    {vqdGetModuleFrequency},
-    {[](int n) { return vqdSetOffset(n, 300); }}, // the device is judged before the value
-    {vqdGetOffset},
-    {[](int n) { return vqdSetScatterThreshold(n, 3); }, "0=03"},
-    {vqdGetScatterThreshold, "", kUntouched, ""},
-    {[](int n) { return vqdSetCheckThreshold(n, 3); }},
-    {vqdGetCheckThreshold},
-    {[](int n) { return vqdSetMultiCamMode(n, 1, 2, 3); }, "40=01 41=02 42=03"},
-    {[](int n) { return vqdSetMultiSyncMode(n, 1); }, "40=01"},
-    {vqdGetMultiSyncMode, "", -4, ""},
-    {[](int n) { return vqdIlluminationOnOff(n, 1); }, "11=01"},
-    {[](int n) { return vqdSetDepthRange(n, 16000, 16000); }},
-    {[](int n) { return vqdGetDepthRange(n, nullptr, nullptr); }},
-    {[](int n) { return vqdSetFlipHorizontal(n, 1); }},
-    {vqdGetFlipHorizontal},
-    {[](int n) { return vqdSetFlipVertical(n, 1); }},
-    {vqdGetFlipVertical},
-    {[](int n) { return vqdSetFPSDelay(n, 200); }},
-    {vqdGetFPSDelay},
-    {[](int n) { return static_cast<int>(vqdGetTemperature(n)); }},
-    {[](int n) { return vqdGetLogincVersion(n, nullptr, nullptr); }},
-    {[](int n) { return vqdSetRemoveEdge(n, 1); }},
-    {vqdGetRemoveEdge},
-    {[](int n) { return vqdSetRemoveMotionBlur(n, 1, 1); }},
-    {[](int n) { return vqdGetRemoveMotionBlur(n, nullptr); }},
-};
-
-TEST_F(Settings, AClosedCameraIsRefusedBeforeOrInTheSend)
-{
-    openCamera();
-    printed([] { vqdDeviceClose(0); });
-    m_dTemperature[0] = 25;
-    for (const auto& f : kOnAnyDevice) {
-        SCOPED_TRACE(&f - kOnAnyDevice);
-        prepare("VQD-HT120");
-        EXPECT_EQ(printed([&] { EXPECT_EQ(f.call(0), f.result); }), f.line);
-        EXPECT_EQ(usb.conversation(), "");
-        EXPECT_EQ(editedBytes(), f.edited);
-        EXPECT_EQ(changedFields(), "");
-    }
-}
-
-TEST_F(Settings, DeviceNumbersOutsideTheTableTouchNothing)
-{
-    openCamera();
-    prepare("VQD-HT120");
-    const std::vector<CamParam> before(stCamParam, stCamParam + VQD_MAX_DEVICES);
-    for (const int n : {-1, 10, INT_MAX, INT_MIN})
-        for (const auto& f : kOnAnyDevice) {
-            SCOPED_TRACE(std::to_string(&f - kOnAnyDevice) + " on " + std::to_string(n));
-            const bool silent = f.call == kOnAnyDevice[0].call;
-            EXPECT_EQ(printed([&] { EXPECT_EQ(f.call(n), 0); }), silent ? "" : "VQD Device not opened.\n");
-        }
-    EXPECT_EQ(printed([] { EXPECT_EQ(vqdSetMultiCamMode(10, 1, 99, 99), 0); }), "VQD Device not opened.\n");
-    EXPECT_EQ(usb.conversation(), "");
-    EXPECT_EQ(memcmp(before.data(), stCamParam, sizeof stCamParam), 0);
-    EXPECT_EQ(changedFields(), "");
 }
 
 TEST_F(Settings, FlipsOfTwoCamerasShareOnePairOfFlags)
