@@ -57,18 +57,16 @@ int transfer(Input& input, std::span<uint8_t> data, size_t& moved)
     return input.of(kResults);
 }
 
-void check(const ImagePair& images, bool hostCorrected, int minimum, int maximum)
+void check(const Frame& frame, bool hostCorrected, int minimum, int maximum)
 {
     const auto* raw = reinterpret_cast<const uint16_t*>(buffers + 512);
     const bool copied = m_nUndistortionMode < 1 || m_nUndistortionMode > 3;
     if (copied)
-        require(memcmp(images.amplitude(), raw, 2 * VQD_PIXELS) == 0, "without maps the amplitude is the raw one");
+        require(memcmp(frame.amplitude.data(), raw, 2 * VQD_PIXELS) == 0, "without maps the amplitude is the raw one");
     if (copied && !hostCorrected)
-        require(memcmp(images.depth(), raw + VQD_PIXELS, 2 * VQD_PIXELS) == 0, "the camera's own depth is kept");
-    for (int i = 0; hostCorrected && i < VQD_PIXELS; ++i) {
-        const int depth = images.depth()[i];
-        require(depth == 0 || (depth >= minimum && depth <= maximum), "the depth lies in its range");
-    }
+        require(memcmp(frame.depth.data(), raw + VQD_PIXELS, 2 * VQD_PIXELS) == 0, "the camera's own depth is kept");
+    for (const int depth : frame.depth)
+        require(!hostCorrected || depth == 0 || (depth >= minimum && depth <= maximum), "the depth lies in its range");
 }
 
 } // namespace
@@ -84,16 +82,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     library.usb.answerBulkIn = [&](std::span<uint8_t> bytes, size_t& moved) { return transfer(input, bytes, moved); };
     uint64_t frames = 0;
     for (int reads = 0; reads == 0 || (reads < 4 && input.left() > 0); ++reads) {
-        ImagePair images;
-        FrameInfo info{};
-        const int result = requireOneOf(vqdReadFromDevice(0, images.images(), &info), {1, 0, -2, -3}, "read");
+        Frame frame;
+        const int result = requireOneOf(frame.read(0), {1, 0, -2, -3}, "vqdReadFromDevice");
         frames += result == VQD_OK;
         require(m_pFrameInfo[0].nFrameCount == frames, "delivered frames are counted, others not");
-        require(result != VQD_OK || (info.nFrameCount == frames && info.nWidth == 320), "the caller gets the count");
+        require(result != VQD_OK || (frame.info.nFrameCount == frames && frame.info.nWidth == 320),
+                "the caller gets the count");
         const bool startCode = buffers[0] == 0x44 && buffers[1] == 0x33;
         if (result == VQD_OK && startCode)
-            check(images, hostCorrected, minimum, maximum);
-        require(startCode || images.untouched(), "without a start code the images stay");
+            check(frame, hostCorrected, minimum, maximum);
+        require(startCode || frame.untouched(), "without a start code the images stay");
     }
     return 0;
 }

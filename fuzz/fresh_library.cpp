@@ -7,8 +7,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <vector>
 
 #include "device/device_state.h"
 #include "frame/frame_state.h"
@@ -16,16 +14,8 @@
 namespace
 {
 
-struct Global {
-    void* at;
-    size_t bytes;
-};
-
-#define GLOBAL(name)                                                                                                   \
-    {                                                                                                                  \
-        &name, sizeof name                                                                                             \
-    }
-const Global kGlobals[] = {
+#define GLOBAL(name) std::span(reinterpret_cast<uint8_t*>(&name), sizeof name)
+const std::span<uint8_t> kGlobals[] = {
 #include "exported_globals.inc"
     GLOBAL(m_stUsbSlot),    GLOBAL(m_stIdentity),       GLOBAL(m_pDevList),     GLOBAL(m_nDevListCount),
     GLOBAL(m_nContextUses), GLOBAL(m_bContextUseEnded), GLOBAL(m_pListContext), GLOBAL(m_pSlotContext),
@@ -33,24 +23,19 @@ const Global kGlobals[] = {
 };
 #undef GLOBAL
 
-std::vector<uint8_t> readGlobals()
+std::vector<std::vector<uint8_t>> readGlobals()
 {
-    std::vector<uint8_t> bytes;
-    for (const Global& global : kGlobals) {
-        const auto* first = static_cast<const uint8_t*>(global.at);
-        bytes.insert(bytes.end(), first, first + global.bytes);
-    }
-    return bytes;
+    std::vector<std::vector<uint8_t>> values;
+    for (const auto& global : kGlobals)
+        values.emplace_back(global.begin(), global.end());
+    return values;
 }
 
 void restoreGlobals()
 {
-    static const std::vector<uint8_t> atLoad = readGlobals();
-    const uint8_t* from = atLoad.data();
-    for (const Global& global : kGlobals) {
-        memcpy(global.at, from, global.bytes);
-        from += global.bytes;
-    }
+    static const auto atLoad = readGlobals();
+    for (size_t i = 0; i < atLoad.size(); ++i)
+        std::ranges::copy(atLoad[i], kGlobals[i].begin());
 }
 
 } // namespace
@@ -63,21 +48,10 @@ int requireOneOf(int result, const std::vector<int>& allowed, const char* call)
     abort();
 }
 
-ImagePair::ImagePair()
-    : m_amplitude(new uint16_t[VQD_PIXELS]),
-      m_depth(new uint16_t[VQD_PIXELS]), m_images{m_amplitude.get(), m_depth.get()}
+int Frame::read(int n)
 {
-    for (uint16_t* image : m_images)
-        std::fill_n(image, VQD_PIXELS, kUntouched);
-}
-
-bool ImagePair::untouched() const
-{
-    for (const uint16_t* image : m_images)
-        for (int i = 0; i < VQD_PIXELS; ++i)
-            if (image[i] != kUntouched)
-                return false;
-    return true;
+    uint16_t* images[] = {amplitude.data(), depth.data()};
+    return vqdReadFromDevice(n, images, &info);
 }
 
 FreshLibrary::FreshLibrary()
@@ -114,9 +88,7 @@ void FreshLibrary::requireRecovery()
     list();
     requireOneOf(vqdDeviceOpen(0), {1}, "vqdDeviceOpen of a good camera");
     requireOneOf(vqdGrabStart(0), {1}, "vqdGrabStart of a good camera");
-    ImagePair images;
-    FrameInfo info{};
-    requireOneOf(vqdReadFromDevice(0, images.images(), &info), {1}, "vqdReadFromDevice of a good camera");
+    requireOneOf(Frame().read(0), {1}, "vqdReadFromDevice of a good camera");
 }
 
 sim::Camera& FreshLibrary::plug(const char* product)

@@ -4,7 +4,6 @@
 // One input's world: the library as at load over an empty virtual bus. At the end everything is closed and given back.
 #pragma once
 
-#include <array>
 #include <memory>
 #include <vector>
 
@@ -16,20 +15,14 @@
 int requireOneOf(int result, const std::vector<int>& allowed, const char* call);
 
 // Images of exactly the size that a frame read fills, so that a sanitizer sees each pixel too many.
-class ImagePair
-{
-public:
-    static constexpr uint16_t kUntouched = 0xDEAD;
+struct Frame {
+    using Plane = std::vector<uint16_t>;
 
-    ImagePair();
-    uint16_t** images() { return m_images.data(); }
-    const uint16_t* amplitude() const { return m_amplitude.get(); }
-    const uint16_t* depth() const { return m_depth.get(); }
-    bool untouched() const;
+    int read(int n);
+    bool untouched() const { return amplitude == Frame().amplitude && depth == Frame().depth; }
 
-private:
-    std::unique_ptr<uint16_t[]> m_amplitude, m_depth;
-    std::array<uint16_t*, 2> m_images;
+    Plane amplitude = Plane(VQD_PIXELS, 0xDEAD), depth = amplitude;
+    FrameInfo info{};
 };
 
 class FreshLibrary

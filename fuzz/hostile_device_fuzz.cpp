@@ -67,12 +67,6 @@ void list(VirtualUsb& usb, size_t devices)
     require(usb.openHandles() <= VQD_MAX_DEVICES, "a slot holds one handle");
 }
 
-int readFrame(int n)
-{
-    FrameInfo info{};
-    return vqdReadFromDevice(n, ImagePair().images(), &info);
-}
-
 const struct {
     const char* name;
     int (*call)(int n);
@@ -83,7 +77,7 @@ const struct {
     {"vqdDeviceReOpen", vqdDeviceReOpen, {1, 0, -2, -3}},
     {"vqdGrabStart", vqdGrabStart, {1, 0}},
     {"vqdGrabStop", vqdGrabStop, {1, 0}},
-    {"vqdReadFromDevice", readFrame, {1, 0, -1, -2, -3}},
+    {"vqdReadFromDevice", [](int n) { return Frame().read(n); }, {1, 0, -1, -2, -3}},
 };
 
 void step(Input& input, VirtualUsb& usb, size_t devices)

@@ -50,14 +50,9 @@ public:
     }
 
     // As many bytes as the byte before them says.
-    std::vector<uint8_t> block()
-    {
-        const auto bytes = takeSome(take<uint8_t>());
-        return {bytes.begin(), bytes.end()};
-    }
     std::string text()
     {
-        const auto bytes = block();
+        const auto bytes = takeSome(take<uint8_t>());
         return {bytes.begin(), bytes.end()};
     }
 

@@ -75,11 +75,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     askForSettings();
     vqdGetUndistortPixel(0, &column, &row);
     requireOneOf(vqdGrabStart(0), {1}, "vqdGrabStart");
-    ImagePair images;
-    FrameInfo info{};
-    requireOneOf(vqdReadFromDevice(0, images.images(), &info), {1}, "vqdReadFromDevice");
+    Frame frame;
+    requireOneOf(frame.read(0), {1}, "vqdReadFromDevice");
     std::vector<Point3f> points(VQD_PIXELS);
-    vqdDepthFrameToCameraSpace(images.depth(), points.data(), VQD_WIDTH, VQD_HEIGHT);
+    vqdDepthFrameToCameraSpace(frame.depth.data(), points.data(), VQD_WIDTH, VQD_HEIGHT);
     if (loaded && kept == 128)
         saveTheLensAgain(camera);
     return 0;

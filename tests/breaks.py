@@ -154,9 +154,9 @@ def main():
         if list(a_break) in [row[:3] for row in done]:
             continue
         tests = noticed(a_break)
-        if tests is None and arguments.what != "listed":
+        if tests is None and arguments.what != "listed":  # a listed one that does not build is not noticed by a test
             continue
-        results.append("does not build" if tests is None else " ".join(tests))
+        results.append(" ".join(tests or []))
         print(f"{len(results):3} {a_break.file}: {a_break.old.strip()}  ->  {a_break.new.strip()}: {results[-1] or 'NOT NOTICED'}",
               flush=True)
         with open(output, "a", encoding="utf-8") as file:

@@ -3,13 +3,13 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Runs a program on virtual cameras, in a directory of its own, and looks for a line of its output.
-#   example_test.sh VQD_BINARY "CAMERAS AND OPTIONS, QUOTED AS FOR A SHELL" LINE COMMAND...
+#   example_test.sh VQD_BINARY LINE [CAMERAS AND OPTIONS OF VQD SIM...] -- COMMAND...
 set -eu
-vqd=$1 cameras=$2 line=$3
-shift 3
+vqd=$1 line=$2
+shift 2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
-eval '"$vqd" sim --scene plane '"$cameras"' -- "$@"' >out
+"$vqd" sim --scene plane "$@" >out
 cat out
 grep -Eqx -- "$line" out

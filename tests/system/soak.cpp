@@ -5,12 +5,9 @@
 // after random times. Each must deliver its own frames again, and the process must not grow.
 //   soak DISCONNECTS [SEED]
 #include <array>
-#include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -52,24 +49,20 @@ public:
 
     bool start()
     {
-        for (int i = 0; i < kCameras; ++i) {
+        for (unsigned n = 0; n < kCameras; ++n) {
             sim::Config config;
             config.product = "VQD-HT110";
-            config.serial[6] = static_cast<uint8_t>(i + 1);
-            config.source = std::make_shared<Marked>(markOf(static_cast<size_t>(i)));
-            m_bus.add(config);
+            config.serial[6] = static_cast<uint8_t>(n + 1);
+            config.source = m_sources[n];
+            m_bus.add(config, kCameras - n); // the port at which libusb lists it as camera n
         }
         std::array<DevInfo, VQD_MAX_DEVICES> devices{};
         int count = 0;
-        if (vqdGetDeviceList(devices.data(), &count) != 1 || count != kCameras)
-            return false;
+        bool started = vqdGetDeviceList(devices.data(), &count) == 1 && count == kCameras;
         m_nUndistortionMode = 0;
-        for (int n = 0; n < kCameras; ++n) {
-            m_port[n] = static_cast<size_t>(devices[static_cast<size_t>(n)].szSerialNumber[13] - '1');
-            if (vqdDeviceOpen(n) != 1 || vqdGrabStart(n) != 1)
-                return false;
-        }
-        return true;
+        for (int n = 0; n < kCameras; ++n)
+            started = started && vqdDeviceOpen(n) == 1 && vqdGrabStart(n) == 1;
+        return started;
     }
 
     // One or both cameras vanish: in a transfer, between two, in a grab start or stop, or while being re-opened.
@@ -82,45 +75,25 @@ public:
         return lost;
     }
 
-    bool goesOn(int n)
+    bool goesOn(unsigned n)
     {
         int own = 0;
-        for (int reads = 0; reads < kMostReads; ++reads) {
-            const int result = read(n);
-            if (result != 1)
+        for (int reads = 0; own < 3 && reads < kMostReads; ++reads) {
+            uint16_t* images[] = {m_amplitude.data(), m_depth.data()};
+            FrameInfo info{};
+            if (vqdReadFromDevice(static_cast<int>(n), images, &info) != 1) {
                 m_nReopenTime = 600;
-            own += result == 1 && isOwn(n);
-            if (own == 3)
-                return true;
+                continue;
+            }
+            ++frames;
+            own += m_sources[n]->wrongPixels(frameInBuffer(), m_amplitude.data(), m_depth.data()) == 0;
         }
-        return false;
+        return own == 3;
     }
 
-    void finish()
-    {
-        for (int n = 0; n < kCameras; ++n)
-            vqdDeviceClose(n);
-    }
-
-    unsigned long frames() const { return m_frames; }
+    unsigned long frames = 0;
 
 private:
-    static uint16_t markOf(size_t port) { return static_cast<uint16_t>(1000 + 100 * port); }
-
-    bool isOwn(int n) const
-    {
-        return Marked(markOf(m_port[n])).wrongPixels(frameInBuffer(), m_amplitude.data(), m_depth.data()) == 0;
-    }
-
-    int read(int n)
-    {
-        uint16_t* images[2] = {m_amplitude.data(), m_depth.data()};
-        FrameInfo info{};
-        const int result = vqdReadFromDevice(n, images, &info);
-        m_frames += result == 1;
-        return result;
-    }
-
     void spoil(unsigned n)
     {
         using Channel = sim::Channel;
@@ -132,11 +105,9 @@ private:
         const auto& moment = kMoments[m_random() % std::size(kMoments)];
         const sim::TimeUs away = 20'000 + m_random() % 1'500'000;
         const unsigned nth = 1 + m_random() % 3;
-        if (m_random() % 4 == 0) {
-            m_bus.unplug(m_port[n], away);
-            return;
-        }
-        m_bus.withCamera(m_port[n], [&](sim::Camera& camera) {
+        if (m_random() % 4 == 0)
+            return m_bus.unplug(n, away);
+        m_bus.withCamera(n, [&](sim::Camera& camera) {
             camera.addFault({.kind = sim::Fault::Kind::unplug,
                              .channel = moment.channel,
                              .request = moment.request,
@@ -152,9 +123,9 @@ private:
 
     sim::Bus m_bus{sim::BusOptions{.timeScale = kTimeScale}};
     std::mt19937 m_random;
-    std::array<size_t, kCameras> m_port{};
+    const std::array<std::shared_ptr<Marked>, kCameras> m_sources{std::make_shared<Marked>(uint16_t{1000}),
+                                                                  std::make_shared<Marked>(uint16_t{1100})};
     std::array<uint16_t, VQD_PIXELS> m_amplitude{}, m_depth{};
-    unsigned long m_frames = 0;
 };
 
 int run(unsigned wanted, unsigned seed)
@@ -168,16 +139,17 @@ int run(unsigned wanted, unsigned seed)
         if (early.files == 0 && disconnects >= wanted / 4)
             early = usage();
         disconnects += soak.disconnect();
-        for (int n = 0; n < kCameras; ++n)
+        for (unsigned n = 0; n < kCameras; ++n)
             if (!soak.goesOn(n))
-                return fprintf(stderr, "camera %d is lost after %u disconnects, seed %u\n", n, disconnects, seed), 1;
+                return fprintf(stderr, "camera %u is lost after %u disconnects, seed %u\n", n, disconnects, seed), 1;
     }
     const Usage late = usage();
-    soak.finish();
+    for (int n = 0; n < kCameras; ++n)
+        vqdDeviceClose(n);
     fprintf(
         stderr,
         "%u disconnects, %lu frames, seed %u; from a quarter to the end: resident %ld to %ld KiB, files %ld to %ld\n",
-        disconnects, soak.frames(), seed, early.residentKib, late.residentKib, early.files, late.files);
+        disconnects, soak.frames, seed, early.residentKib, late.residentKib, early.files, late.files);
     if (late.files > early.files || late.residentKib - early.residentKib > kGrowthAllowed)
         return fprintf(stderr, "the process grows\n"), 1;
     return 0;
