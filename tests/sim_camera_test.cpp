@@ -30,11 +30,12 @@ struct Numbered : FrameSource {
     }
 };
 
-Config slowConfig(std::string product = "VQD-HT120")
+// 10 frames a second; at 0 one is always ready.
+Config configOf(double framesPerSecond, std::string product = "VQD-HT120")
 {
     Config config;
     config.product = std::move(product);
-    config.framesPerSecond = 10;
+    config.framesPerSecond = framesPerSecond;
     config.source = std::make_shared<Numbered>();
     return config;
 }
@@ -42,7 +43,7 @@ Config slowConfig(std::string product = "VQD-HT120")
 class Host
 {
 public:
-    explicit Host(Config config = slowConfig()) : camera(std::move(config))
+    explicit Host(Config config = configOf(10)) : camera(std::move(config))
     {
         image[6] = 9;
         image[9] = 0xE2;
@@ -210,7 +211,7 @@ TEST(SimEeprom, LeavesTheFactoryWithSettingsLensAndSerialAndKeepsWhatIsWritten)
     };
     for (const auto& [at, bytes] : expected)
         EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), read.begin() + static_cast<std::ptrdiff_t>(at))) << at;
-    EXPECT_EQ(factoryEeprom(slowConfig("VQD-RS110"))[5], 1);
+    EXPECT_EQ(factoryEeprom(configOf(10, "VQD-RS110"))[5], 1);
 
     Bytes written(128);
     std::iota(written.begin(), written.end(), uint8_t{7});
@@ -350,9 +351,7 @@ TEST(SimStream, HeaderAndPlanesLieWhereTheyShould)
 
 TEST(SimStream, APartialReadLeavesTheRestAndAnOddOneOverflows)
 {
-    Config config = slowConfig();
-    config.framesPerSecond = 0;
-    Host host(config);
+    Host host(configOf(0));
     host.grab();
     expectOutcome(host.read(2048), Status::ok, 2048, true, "part");
     EXPECT_EQ(host.camera.framesSent(), 0u);
@@ -397,29 +396,17 @@ TEST(SimFaults, SpoilTheNthMatchingTransferInTheirOwnWay)
     using Kind = Fault::Kind;
     const struct {
         const char* what;
-        Fault fault;
-        Outcome control, bulkOut, bulkIn; // the second of three, each the fault's own channel
+        Kind kind;
+        Outcome second; // of three
     } cases[] = {
-        {"stall", {.kind = Kind::stall}, {Status::stall}, {Status::stall}, {Status::stall}},
-        {"timeout",
-         {.kind = Kind::timeout},
-         {Status::timeout, 0, false},
-         {Status::timeout, 0, false},
-         {Status::timeout, 0, false}},
-        {"overflow", {.kind = Kind::overflow}, {Status::overflow}, {Status::overflow}, {Status::overflow}},
-        {"broken line", {.kind = Kind::ioError}, {Status::ioError}, {Status::ioError}, {Status::ioError}},
-        {"cut", {.kind = Kind::shortened, .bytes = 40}, {Status::ok, 40}, {Status::ok, 40}, {Status::ok, 40}},
+        {"stall", Kind::stall, {Status::stall}},          {"timeout", Kind::timeout, {Status::timeout, 0, false}},
+        {"overflow", Kind::overflow, {Status::overflow}}, {"broken line", Kind::ioError, {Status::ioError}},
+        {"cut", Kind::shortened, {Status::ok, 40}},
     };
     for (const auto& c : cases)
         for (const Channel channel : {Channel::control, Channel::bulkOut, Channel::bulkIn}) {
-            Config config = slowConfig();
-            config.framesPerSecond = 0;
-            Fault fault = c.fault;
-            fault.channel = channel;
-            fault.request = 0xB8;
-            fault.nth = 2;
-            config.faults = {fault};
-            Host host(config);
+            Host host(configOf(0));
+            host.camera.addFault({.kind = c.kind, .channel = channel, .request = 0xB8, .nth = 2, .bytes = 40});
             const auto once = [&]() -> Outcome {
                 Bytes eeprom(128);
                 const Outcome control = host.ask(0xC0, 0xB8, 0x1200, eeprom);
@@ -427,11 +414,8 @@ TEST(SimFaults, SpoilTheNthMatchingTransferInTheirOwnWay)
                 const Outcome bulkIn = host.read();
                 return channel == Channel::control ? control : channel == Channel::bulkOut ? bulkOut : bulkIn;
             };
-            const Outcome expected = channel == Channel::control   ? c.control
-                                     : channel == Channel::bulkOut ? c.bulkOut
-                                                                   : c.bulkIn;
             EXPECT_EQ(once().status, Status::ok) << c.what;
-            expectOutcome(once(), expected.status, expected.bytes, expected.complete, c.what);
+            expectOutcome(once(), c.second.status, c.second.bytes, c.second.complete, c.what);
             const Outcome third = once();
             EXPECT_EQ(third.status, Status::ok) << c.what;
             EXPECT_EQ(third.bytes, channel == Channel::control   ? 128u
@@ -464,10 +448,8 @@ TEST(SimFaults, ATransferCountsOnceHoweverOftenItIsPolled)
 
 TEST(SimFaults, ACutTransferCountsItsBytesAcrossBlocks)
 {
-    Config config = slowConfig();
-    config.framesPerSecond = 0;
-    config.faults = {{.kind = Fault::Kind::shortened, .channel = Channel::bulkIn, .bytes = 2500}};
-    Host host(config);
+    Host host(configOf(0));
+    host.camera.addFault({.kind = Fault::Kind::shortened, .channel = Channel::bulkIn, .bytes = 2500});
     host.grab();
     host.command(0xB4); // 2048 bytes, then frames
     expectOutcome(host.read(4096), Status::ok, 2048, false, "the residue");
@@ -480,7 +462,7 @@ TEST(SimFaults, ACutTransferCountsItsBytesAcrossBlocks)
 
 TEST(SimFaults, ASilentCameraIsLateWithItsFrameAndAnswersNothingElse)
 {
-    Config config = slowConfig();
+    Config config = configOf(10);
     config.faults = {
         {.kind = Fault::Kind::silence, .channel = Channel::any, .backAfter = 2'000 * kMs, .afterFrames = 1}};
     Host host(config);
@@ -562,9 +544,7 @@ TEST(SimRegisters, ShapeTheFrame)
         {"range to 358", "VQD-RS110", {{22, 1}, {23, 0x66}}, 0, 0, 100},
     };
     for (const auto& c : cases) {
-        Config config = slowConfig(c.product);
-        config.framesPerSecond = 0;
-        Host host(config);
+        Host host(configOf(0, c.product));
         for (const auto& [at, value] : c.bytes)
             host.image[at] = value;
         host.grab();
@@ -577,9 +557,7 @@ TEST(SimRegisters, ShapeTheFrame)
 
 TEST(SimRegisters, DepthStartsAnewAtTheRangeOfTheFrequency)
 {
-    Config config = slowConfig();
-    config.framesPerSecond = 0;
-    Host host(config);
+    Host host(configOf(0));
     const std::pair<uint8_t, int> ranges[] = {{0x00, 15000}, {0x01, 15000}, {0x02, 7500},  {0x03, 5000},
                                               {0x33, 5000},  {0x04, 3750},  {0x44, 3750},  {0x05, 3000},
                                               {0x55, 3000},  {0x06, 2500},  {0x45, 15000}, {0x56, 15000}};
@@ -610,9 +588,7 @@ TEST(SimRegisters, EdgeRemovalTakesBrightPixelsWithAWideSpread)
         {"left to the host", "VQD-HT120", 31, 100, false},
     };
     for (const auto& c : cases) {
-        Config config = slowConfig(c.product);
-        config.framesPerSecond = 0;
-        Host host(config);
+        Host host(configOf(0, c.product));
         host.image[43] = c.threshold;
         host.image[44] = c.spread;
         host.grab();
@@ -624,7 +600,7 @@ TEST(SimRegisters, EdgeRemovalTakesBrightPixelsWithAWideSpread)
 
 TEST(SimRegisters, WithoutLightSomeModelsSendDarkFramesUntilTheFifoIsReset)
 {
-    Config config = slowConfig();
+    Config config = configOf(10);
     config.darkFrames = true;
     for (const uint8_t ending : {0xB2, 0xB4}) {
         Host host(config);
