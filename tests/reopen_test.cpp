@@ -43,6 +43,7 @@ TEST_F(Reopen, GivesUpAfter101EnumerationsAndLeavesBudget499)
 {
     openCamera();
     usb.unplug(0);
+    m_nDeviceOpen[0] = 1;
     EXPECT_EQ(printed([] { EXPECT_EQ(vqdDeviceReOpen(0), -3); }), "vqdWriteToDevice Contol transfer Error.\n");
     std::string searched = "wait 100, B1 64 -4, wait 100000, close 2";
     for (int i = 0; i < 101; ++i)
@@ -214,28 +215,27 @@ TEST_F(SeveralCameras, OneWithoutASerialNumberIsFoundBesideOthers)
 
 TEST_F(SeveralCameras, ASerialNumberCountsFromWhenItIsWrittenOrRead)
 {
+    const auto expectItIsNumber1s = [&] {
+        usb.unplug(0);
+        plugAgain({1});
+        EXPECT_EQ(reopened(0, 2), -3); // would take a camera of which nothing is known
+        EXPECT_EQ(reopened(1, 2), 1);
+        usb.replug(0);
+        EXPECT_EQ(reopened(0), 1);
+    };
     listWithSerials({0, 0, 3});
     std::array<unsigned char, 512> image{};
     printed([&] {
-        vqdParameterData_Load(0, image.data());
-        image[63] = 1;
-        EXPECT_EQ(vqdEEPROM_ParameterData_Save(0, image.data()), 1);
+        vqdParameterData_Load(1, image.data());
+        image[63] = 2;
+        EXPECT_EQ(vqdEEPROM_ParameterData_Save(1, image.data()), 1);
     });
-    plugAgain({1, 0}); // without serial numbers, number 1 would take the second of the two
-    EXPECT_EQ(reopened(1), 1);
-    EXPECT_EQ(reopened(0), 1);
-    EXPECT_EQ(serialBehind(0), 1);
-    EXPECT_EQ(serialBehind(1), 0);
-
-    setSerials({1, 2, 3});
-    EXPECT_EQ(serialBehind(1), 2);
-    usb.unplug(0);
-    plugAgain({1});
-    EXPECT_EQ(reopened(0, 2), -3);
-    EXPECT_EQ(reopened(1, 2), 1);
-    usb.replug(0);
-    EXPECT_EQ(reopened(0), 1);
-    expectOwnCameras();
+    expectItIsNumber1s();
+    setSerials({0, 5, 3});
+    EXPECT_EQ(serialBehind(1), 5);
+    expectItIsNumber1s();
+    EXPECT_EQ(serialBehind(0), 0);
+    EXPECT_EQ(serialBehind(1), 5);
 }
 
 TEST_F(SeveralCameras, AClosedNumberWaitsForNoCameraButKeepsItsSerialNumber)
