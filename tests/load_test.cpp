@@ -49,6 +49,9 @@ TEST_F(Load, TheEepromsImageIsTakenAsFarAsItComes)
         std::fill(camera.eeprom.begin() + bytes, camera.eeprom.end(), uint8_t{0});
         EXPECT_EQ(memcmp(image.data(), camera.eeprom.data(), 128), 0) << bytes;
         EXPECT_EQ(image[130], 0x77); // bytes from 128 on are not the EEPROM's
+        EXPECT_EQ(stCamParam[0].nIntegrationTime, 8500);
+        EXPECT_EQ(stCamParam[0].nThreshold, 0x55);
+        EXPECT_EQ(stCamParam[0].nOffset, -0x55);
     }
 }
 
