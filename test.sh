@@ -70,7 +70,12 @@ case "${1:-}" in
     exec build/bench/vqd_bench
     ;;
 --packages) exec tests/packages.sh "${@:2}" ;;
---arm64) exec tests/arm64.sh ;;
+--arm64)
+    source tests/debian.sh
+    arm64_sysroot
+    build_preset arm64
+    ctest --preset arm64 -j "$(nproc)"
+    ;;
 --help) sed -n 's/^#   //p' "$0" ;;
 *)
     sed -n 's/^#   //p' "$0" >&2

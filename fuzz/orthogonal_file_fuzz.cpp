@@ -2,46 +2,29 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The orthogonal table file: any text, for any principal point.
-#include <cstdio>
-#include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
-#include <unistd.h>
+#include <fstream>
 
 #include "fresh_library.h"
 #include "input.h"
 
+namespace fs = std::filesystem;
+
 namespace
 {
 
-// A folder of its own for the file, which has a fixed name in the current directory. The program itself stays where it
-// is but for the load.
-class Folder
-{
-public:
-    Folder()
-    {
-        std::string name = std::filesystem::temp_directory_path() / "orthogonal-XXXXXX";
-        require(mkdtemp(name.data()) != nullptr, "there is a folder for the table file");
-        m_path = name;
-        m_home = open(".", O_DIRECTORY | O_RDONLY | O_CLOEXEC);
-    }
-    ~Folder()
-    {
-        close(m_home);
-        std::filesystem::remove_all(m_path);
-    }
+// The library looks for the file in the current directory. The program itself stays where it is but for the load.
+struct Folder {
+    Folder() { require(mkdtemp(path.data()) != nullptr, "there is a folder for the table file"); }
+    ~Folder() { fs::remove_all(path); }
 
-    void write(std::span<const uint8_t> text, int repeat)
+    void write(std::span<const uint8_t> text, int repeat) const
     {
-        FILE* file = fopen((m_path / kName).c_str(), "wb");
-        require(file != nullptr, "the table file can be written");
+        std::ofstream out(file(), std::ios::binary);
         for (int i = 0; i < repeat; ++i)
-            fwrite(text.data(), 1, text.size(), file);
-        fclose(file);
+            out.write(reinterpret_cast<const char*>(text.data()), static_cast<std::streamsize>(text.size()));
+        require(out.flush().good(), "the table file can be written");
     }
-
-    uintmax_t size() const { return std::filesystem::file_size(m_path / kName); }
 
     // The table that the library makes of the file, over a camera whose factors all have this code.
     std::vector<double> load(sim::Camera& camera, uint16_t code) const
@@ -50,17 +33,15 @@ public:
         region.resize(4096);
         for (size_t i = 0; i < region.size(); ++i)
             region[i] = static_cast<uint8_t>(i % 2 == 0 ? code >> 8 : code & 0xFF);
-        require(chdir(m_path.c_str()) == 0, "the folder is there");
+        const fs::path home = fs::current_path();
+        fs::current_path(path);
         LoadOrthogonalTable(0);
-        require(fchdir(m_home) == 0, "the program goes back");
+        fs::current_path(home);
         return {std::begin(m_dOrthogonalData), std::end(m_dOrthogonalData)};
     }
 
-private:
-    static constexpr char kName[] = "Orthogonal_Table.dat";
-
-    std::filesystem::path m_path;
-    int m_home = -1;
+    std::string path = fs::temp_directory_path() / "orthogonal-XXXXXX";
+    std::string file() const { return path + "/Orthogonal_Table.dat"; }
 };
 
 } // namespace
@@ -83,7 +64,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     // Both factors are implausible, so that the file is asked for. Where they make a difference, the camera's value
     // stands; where not, the file's.
     const std::vector<double> over = folder.load(camera, 65534), table = folder.load(camera, 65535);
-    require(folder.size() == text.size() * static_cast<size_t>(repeat), "the file stays as it is");
+    require(fs::file_size(folder.file()) == text.size() * static_cast<size_t>(repeat), "the file stays as it is");
     bool fromFile = repeat > 0;
     for (size_t i = 0; i < table.size(); ++i) {
         fromFile = fromFile && memcmp(&over[i], &table[i], sizeof table[i]) == 0;

@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
 #
-# Sourced by the scripts that need a Debian of their own in a folder.
+# Sourced by what needs a Debian of its own in a folder.
 
 # Fills a folder with Debian, from the archive and with apt's settings of this machine.
 #   new_debian ROOT ARCHITECTURE VARIANT PACKAGES
@@ -33,4 +33,21 @@ in_debian() {
         fi
         exec env -i PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin DEBIAN_FRONTEND=noninteractive HOME=/root \
             chroot "$root" "$@"' bash "$@"
+}
+
+# Prepares to cross-build for 64-bit Arm. The Arm packages are only unpacked, into build/arm64-sysroot: this machine's own
+# package system does not change.
+arm64_sysroot() {
+    install_packages cmake make crossbuild-essential-arm64 qemu-user mmdebstrap
+    local sysroot=$PWD/build/arm64-sysroot
+    if [[ ! -d $sysroot ]]; then
+        mkdir -p build
+        rm -rf "$sysroot.part"
+        new_debian "$sysroot.part" arm64 extract libusb-1.0-0-dev,libhwy-dev,libgtest-dev,libstdc++6,libumockdev-dev,libcli11-dev,libarchive-dev,libpng-dev,nlohmann-json3-dev
+        # Links such as libz.so lead to this machine's own folders; where they lead nowhere, the static library would be linked.
+        find "$sysroot.part" -type l -lname '/*' | while IFS= read -r link; do
+            ln -sfnr "$sysroot.part$(readlink "$link")" "$link"
+        done
+        mv "$sysroot.part" "$sysroot" # only a complete one
+    fi
 }

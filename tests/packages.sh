@@ -19,7 +19,7 @@ if [[ ${1:-} != --as-root ]]; then
         nlohmann-json3-dev dpkg-dev file doxygen help2man lintian mmdebstrap
     if [[ ${1:-} == --arm64 ]]; then
         arch=arm64 preset=packages-arm64
-        source tests/arm64_sysroot.sh
+        arm64_sysroot
         install_packages qemu-user-static binfmt-support
         if [[ ! -e /proc/sys/fs/binfmt_misc/qemu-aarch64 ]]; then
             echo "The kernel does not run programs for 64-bit Arm under qemu-aarch64: mount binfmt_misc and run update-binfmts." >&2

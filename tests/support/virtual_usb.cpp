@@ -12,6 +12,7 @@
 #include <map>
 #include <sys/time.h>
 #include <unistd.h>
+#include <utility>
 
 struct libusb_device {
     size_t port;
@@ -139,23 +140,12 @@ int simpleCall(const libusb_device_handle* handle, const char* call, const std::
 
 int resultOf(const sim::Outcome& outcome)
 {
-    switch (outcome.status) {
-    case sim::Status::ok:
-        return static_cast<int>(outcome.bytes);
-    case sim::Status::stall:
-        return LIBUSB_ERROR_PIPE;
-    case sim::Status::timeout:
-        return LIBUSB_ERROR_TIMEOUT;
-    case sim::Status::overflow:
-        return LIBUSB_ERROR_OVERFLOW;
-    case sim::Status::ioError:
-        return LIBUSB_ERROR_IO;
-    case sim::Status::noMemory:
-        return LIBUSB_ERROR_NO_MEM;
-    case sim::Status::noDevice:
-        break;
-    }
-    return LIBUSB_ERROR_NO_DEVICE;
+    using enum sim::Status;
+    static const std::map<sim::Status, int> errors{
+        {stall, LIBUSB_ERROR_PIPE}, {timeout, LIBUSB_ERROR_TIMEOUT}, {overflow, LIBUSB_ERROR_OVERFLOW},
+        {ioError, LIBUSB_ERROR_IO}, {noMemory, LIBUSB_ERROR_NO_MEM}, {noDevice, LIBUSB_ERROR_NO_DEVICE},
+    };
+    return outcome.status == ok ? static_cast<int>(outcome.bytes) : errors.at(outcome.status);
 }
 
 // The bytes that `transfer` moves into or out of `data`: none, or all but the last, when they are to be cut short.
@@ -297,12 +287,8 @@ void VirtualUsb::disarm()
 std::string VirtualUsb::conversation()
 {
     std::string text;
-    for (const std::string& entry : bus.log) {
-        if (!text.empty())
-            text += ", ";
-        text += entry;
-    }
-    bus.log.clear();
+    for (const std::string& entry : std::exchange(bus.log, {}))
+        text += (text.empty() ? "" : ", ") + entry;
     return text;
 }
 
@@ -488,16 +474,6 @@ int LIBUSB_CALL libusb_kernel_driver_active(libusb_device_handle* handle, int in
 int LIBUSB_CALL libusb_claim_interface(libusb_device_handle* handle, int interface)
 {
     return simpleCall(handle, "claim", " " + std::to_string(interface));
-}
-
-int LIBUSB_CALL libusb_set_interface_alt_setting(libusb_device_handle* handle, int, int)
-{
-    return simpleCall(handle, "alternate");
-}
-
-int LIBUSB_CALL libusb_get_max_iso_packet_size(libusb_device*, unsigned char)
-{
-    return 512;
 }
 
 int LIBUSB_CALL libusb_control_transfer(libusb_device_handle* handle, uint8_t type, uint8_t request, uint16_t value,

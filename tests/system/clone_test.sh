@@ -3,7 +3,7 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # A clone in a folder that only its owner may enter, as root's home is in a container, with a blank and a letter beyond
-# ASCII in its name: it configures, and the tests that run the tool as another user pass there. What was built comes along.
+# ASCII in its name: it configures, and the tests of the tool pass there, as another user too. What was built comes along.
 #   clone_test.sh BUILD_DIRECTORY CC CXX
 set -euo pipefail
 build=$1 cc=$2 cxx=$3

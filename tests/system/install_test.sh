@@ -2,14 +2,23 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# Installs, moves what was installed, and builds C11 and C++ programs outside the tree against it, with CMake and with
-# pkg-config. The tool and the programs then run with the moved library.
+# The library as others take it: the one file beside the README's first program; installed, moved, and used by C11 and C++
+# programs that are built outside the tree, with CMake and with pkg-config. The tool and the programs run with the moved library.
 #   install_test.sh BUILD_DIRECTORY CC CXX
 set -eu
 build=$1 cc=$2 cxx=$3
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 prefix=$work/moved
+
+sed -n '/^```c$/,/^```$/p' "$(dirname "$0")/../../README.md" | sed '/^```/d' >"$work/first.c"
+"$cc" -std=c11 -Wall -Wextra -Wpedantic -Werror -I"$(dirname "$0")/../../include" "$work/first.c" -o "$work/readme" -L"$build" -lVQD_API \
+    '-Wl,-rpath,$ORIGIN'
+cp "$build/libVQD_API.so" "$work"
+ldd "$work/readme" | grep "libVQD_API.so => $work/libVQD_API.so "
+"$build/vqd" sim --scene plane -- "$work/readme" | tee "$work/out"
+grep -q '^VQD-HT120: 1[45][0-9][0-9] mm ahead$' "$work/out"
+
 cmake --install "$build" --prefix "$work/first" >"$work/log"
 mv "$work/first" "$prefix"
 if grep -rIl -e "$work/first" -e "$build" "$prefix"; then

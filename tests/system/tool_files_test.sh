@@ -10,7 +10,7 @@ source "$(dirname "$0")/tool_lib.sh"
 mkdir -p pictures/new
 echo old >pictures/new/depth.png
 ends 0 "$vqd" sim --scene plane --fps 100 VQD-HT120 VQD-HT110 -- \
-    "$vqd" grab -n 3 -o pictures/new -c 24061100000002 --force
+    "$vqd" grab -n 3 -o pictures/new -c 24061100000002 -s undistortion=2 -s flip-horizontal=1 --force
 shows out 'camera [01]: VQD-HT110, serial 24061100000002, USB 03a4:8718' \
     'sensor temperature [234][0-9]\.[0-9], logic version 2\.5' '3 frames, [0-9]+\.[0-9] frames per second' \
     'depth at the centre (149|150)[0-9] mm' 'pictures in pictures/new: .*'
@@ -86,11 +86,6 @@ ends 0 "$vqd" sim -- "$vqd" grab -n 2 --format raw -o series-raw --force
     fail "in the series: $(ls series-raw)"
 shows series-raw/frames.csv 'file,frame,host_time,stamp_ms,reopened,lost_estimate' 'depth-000001.raw,1,[0-9]+\.[0-9]{6},[0-9]+,0,0' \
     'depth-000002.raw,2,[0-9.]+,[0-9]+,0,[0-9]+'
-for words in 'grab -o' 'cloud' 'doctor --report'; do
-    # shellcheck disable=SC2086
-    ends 2 "$vqd" $words ''
-    mentions err 'it is empty'
-done
 
 # Tables: out, changed and in again; sizes are looked at before anything is sent.
 ends 0 "$vqd" sim -- sh -c '"$0" table backup orthogonal o.bin && printf "\001\002" | dd of=o.bin conv=notrunc status=none &&

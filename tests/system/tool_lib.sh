@@ -7,8 +7,7 @@ set -u
 vqd=$(readlink -f "$1")
 tests=$(dirname "$(readlink -f "$0")") # the folder of the test
 work=$(mktemp -d)
-carried=
-trap 'rm -rf "$work" ${carried:+"$carried"}' EXIT
+trap 'rm -rf "$work"' EXIT
 export TMPDIR=$work/tmp # where buses live
 export XDG_STATE_HOME=$work/state # where EEPROM backups go
 mkdir "$TMPDIR"
@@ -19,17 +18,6 @@ fail() {
     echo "FAILED: $*"
     sed 's/^/    /' out err 2>/dev/null
     failures=$((failures + 1))
-}
-
-# carry: fills `unprivileged`, the tool as a user who may open nothing runs it. Where that cannot be the user of the test,
-# who is root, it is a copy: this tree may lie in a folder that nobody else can enter, as root's own home is.
-carry() {
-    unprivileged=("$vqd")
-    [[ $EUID -eq 0 ]] || return 0
-    carried=$(mktemp -d /tmp/vqd-carried-XXXXXX)
-    cp "$vqd" "$(ldd "$vqd" | sed -n 's/.* => \(.*libVQD_API.*\) (.*/\1/p')" "$carried"
-    chmod 755 "$carried"
-    unprivileged=(setpriv --reuid=65534 --regid=65534 --clear-groups "$carried/vqd") # 65534 is nobody
 }
 
 # on_an_empty_bus WORDS...: the tool, by way of a variable, since umockdev-run takes no word with letters beyond ASCII
