@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Calibration tables on the wire, and the switches of the corrections that use them.
+// Calibration tables on the wire.
 #include <functional>
 
 #include "support/library_test.h"
@@ -10,8 +10,6 @@ namespace
 {
 
 using Bytes = std::vector<unsigned char>;
-
-const char kClosed[] = "VQD Device not opened.\n";
 
 // Exactly so many, so that a sanitizer sees every read beyond them.
 Bytes pattern(size_t count)
@@ -62,10 +60,6 @@ TEST_F(Calibration, TablesAreWrittenInChunks)
         {"orthogonal", [](auto* d) { return vqdSaveOrthogonalData(0, d); }, 0x7000, 4096, 32,
          "BA 128 at 7000, wait 5000"},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(printed([&] { EXPECT_EQ(c.save(pattern(12288).data()), 0); }), kClosed) << c.what;
-    EXPECT_EQ(usb.conversation(), "");
-
     sim::Camera& camera = openCamera();
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -74,9 +68,6 @@ TEST_F(Calibration, TablesAreWrittenInChunks)
         EXPECT_EQ(printed([&] { EXPECT_EQ(c.save(data.data()), 1); }), "");
         EXPECT_EQ(usb.conversation(), repeated(c.chunk, c.chunks));
         EXPECT_EQ(camera.regions[c.region], data);
-        if (c.chunks > 0) {
-            EXPECT_EQ(c.save(nullptr), 0);
-        }
     }
 }
 
@@ -90,92 +81,92 @@ TEST_F(Calibration, AChunkThatFailsIsPassedOver)
                                       repeated("BA 128 at 7000, wait 5000", 28));
 }
 
-// Every reader with its first values from these bytes; one value more than the table would be seen by a sanitizer.
-const Bytes kStart{0x00, 0x05, 0x02, 0x05, 0x03, 0x05, 0x01, 0x05, 0xFF, 0xFE, 0x27, 0x10, 0xFF, 0xFF, 0x04, 0xFF};
+using Values = std::vector<double>;
 
-template <typename T> struct Reader {
-    const char* what;
-    std::function<int(T*)> load;
+// Calls it with exactly as many elements as the table has, so that a sanitizer sees one more; each is 77 before.
+template <size_t count, typename T> int load(int (*call)(int, T*), Values& out)
+{
+    std::vector<T> elements(count, 77);
+    const int result = call(0, elements.data());
+    out.assign(elements.begin(), elements.end());
+    return result;
+}
+
+int loadWiggling(int n, uint16_t* out)
+{
+    return vqdLoadWigglingData(n, out, 0, 8192);
+}
+
+// Every reader with its values of these bytes, and of the first five of them.
+const Bytes kStart{0x00, 0x05, 0x02, 0x05, 0x03, 0x05, 0x01, 0x05, 0xFF, 0xFE, 0x27, 0x10, 0xFF, 0xFF, 0x04, 0xFF};
+const struct {
+    int (*load)(Values&);
     uint16_t region;
     size_t values;
     const char* request;
-    std::vector<T> first;
-
-    // Result, then the values.
-    int operator()(std::vector<T>& out) const
-    {
-        out.assign(values, T{77});
-        return load(out.data());
-    }
+    Values first, ofFiveBytes;
+    bool reportsFailure = false;
+} kReaders[] = {
+    {[](Values& out) { return load<4096>(loadWiggling, out); },
+     0x7000,
+     4096,
+     "BB 8192 at 7000",
+     {5, 517, 773, 261, 65534, 10000, 65535, 1279},
+     {5, 517, 768}},
+    {[](Values& out) { return load<4800>(vqdLoadFPPNData_4x4, out); },
+     0x4000,
+     4800,
+     "BB 9600 at 4000",
+     {5, 517, 773, 261, 65534, 10000, 65535, 1279},
+     {5, 517, 768}},
+    {[](Values& out) { return load<3072>(vqdLoadFPPNData_5x5, out); },
+     0x4000,
+     3072,
+     "BB 6144 at 4000",
+     {5, -5, -5, 5, 254, 16, 255, 255},
+     {5, -5, 0}},
+    {[](Values& out) { return load<2048>(vqdLoadOrthogonalData, out); },
+     0x7000,
+     2048,
+     "BB 4096 at 7000",
+     {0.0005, 0.0517, 0.0773, 0.0261, 6.5534, 1.0, 6.5535, 0.1279},
+     {0.0005, 0.0517, 0.0768},
+     true},
 };
 
-template <typename T> void expectStart(const std::vector<T>& values, std::vector<T> expected)
+TEST_F(Calibration, ReadsAreOneRequestATableAndZerosForWhatDoesNotCome)
 {
-    expected.resize(values.size());
-    EXPECT_EQ(values, expected);
-}
-
-const Reader<uint16_t> kWiggling{"wiggling",
-                                 [](auto* out) { return vqdLoadWigglingData(0, out, 0, 8192); },
-                                 0x7000,
-                                 4096,
-                                 "BB 8192 at 7000",
-                                 {5, 517, 773, 261, 65534, 10000, 65535, 1279}};
-const Reader<int> kFppn4x4{"4x4",
-                           [](auto* out) { return vqdLoadFPPNData_4x4(0, out); },
-                           0x4000,
-                           4800,
-                           "BB 9600 at 4000",
-                           {5, 517, 773, 261, 65534, 10000, 65535, 1279}};
-const Reader<int> kFppn5x5{"5x5",
-                           [](auto* out) { return vqdLoadFPPNData_5x5(0, out); },
-                           0x4000,
-                           3072,
-                           "BB 6144 at 4000",
-                           {5, -5, -5, 5, 254, 16, 255, 255}};
-const Reader<double> kOrthogonal{
-    "orthogonal",      [](auto* out) { return vqdLoadOrthogonalData(0, out); },      0x7000, 2048,
-    "BB 4096 at 7000", {0.0005, 0.0517, 0.0773, 0.0261, 6.5534, 1.0, 6.5535, 0.1279}};
-
-class CalibrationReads : public LibraryTest
-{
-protected:
-    // Good, short, failing and refused reads of one table.
-    template <typename T> void check(const Reader<T>& reader, std::vector<T> cutAfterFive, bool reportsFailure)
-    {
-        SCOPED_TRACE(reader.what);
-        std::vector<T> out;
-        camera->regions = {{reader.region, kStart}};
-        EXPECT_EQ(printed([&] { EXPECT_EQ(reader(out), 1); }), "");
+    sim::Camera& camera = openCamera();
+    for (const auto& reader : kReaders) {
+        SCOPED_TRACE(reader.request);
+        Values out, zeros(reader.values), first = reader.first, ofFiveBytes = reader.ofFiveBytes;
+        first.resize(reader.values);
+        ofFiveBytes.resize(reader.values);
+        camera.regions = {{reader.region, kStart}};
+        EXPECT_EQ(printed([&] { EXPECT_EQ(reader.load(out), 1); }), "");
         EXPECT_EQ(usb.conversation(), reader.request);
-        expectStart(out, reader.first);
+        EXPECT_EQ(out, first);
 
-        camera->addFault({.kind = sim::Fault::Kind::shortened, .request = 0xBB, .bytes = 5});
-        EXPECT_EQ(printed([&] { EXPECT_EQ(reader(out), 1); }), "");
-        expectStart(out, cutAfterFive);
+        camera.addFault({.kind = sim::Fault::Kind::shortened, .request = 0xBB, .bytes = 5});
+        EXPECT_EQ(printed([&] { EXPECT_EQ(reader.load(out), 1); }), "");
+        EXPECT_EQ(out, ofFiveBytes);
 
         usb.fail("control", -9);
-        EXPECT_EQ(printed([&] { EXPECT_EQ(reader(out), reportsFailure ? 0 : 1); }),
-                  reportsFailure ? "loadorthogonal error\n" : "");
-        EXPECT_EQ(out, std::vector<T>(reader.values, reportsFailure ? T{77} : T{}));
-        EXPECT_EQ(reader.load(nullptr), 0);
+        EXPECT_EQ(printed([&] { EXPECT_EQ(reader.load(out), reader.reportsFailure ? 0 : 1); }),
+                  reader.reportsFailure ? "loadorthogonal error\n" : "");
+        EXPECT_EQ(out, reader.reportsFailure ? Values(reader.values, 77) : zeros);
+
+        usb.stockControlLimit = true; // an ordinary libusb reads no more than 4096 bytes
+        EXPECT_EQ(printed([&] { EXPECT_EQ(reader.load(out), 1); }), "");
+        EXPECT_EQ(out, reader.values == 2048 ? first : zeros);
+        usb.stockControlLimit = false;
         usb.conversation();
     }
-
-    void SetUp() override { camera = &openCamera(); }
-    sim::Camera* camera = nullptr;
-};
-
-TEST_F(CalibrationReads, OneRequestATableAndZerosForWhatDoesNotCome)
-{
-    check(kWiggling, {5, 517, 768}, false);
-    check(kFppn4x4, {5, 517, 768}, false);
-    check(kFppn5x5, {5, -5, 0}, false);
-    check(kOrthogonal, {0.0005, 0.0517, 0.0768}, true);
 }
 
-TEST_F(CalibrationReads, ImpossibleWigglingArgumentsReadNothing)
+TEST_F(Calibration, ImpossibleWigglingArgumentsReadNothing)
 {
+    openCamera();
     std::vector<uint16_t> out(4096, 77);
     EXPECT_EQ(vqdLoadWigglingData(0, out.data(), -1, 0), 0);
     EXPECT_EQ(vqdLoadWigglingData(0, out.data(), 0, 8193), 0);
@@ -184,163 +175,6 @@ TEST_F(CalibrationReads, ImpossibleWigglingArgumentsReadNothing)
     EXPECT_EQ(out, std::vector<uint16_t>(4096, 77));
     EXPECT_EQ(vqdLoadWigglingData(0, out.data(), INT32_MAX, INT64_MIN), 1);
     EXPECT_EQ(usb.conversation(), "BB 8192 at 7000");
-}
-
-TEST_F(CalibrationReads, AnOrdinaryLibusbRefusesTheLargeOnes)
-{
-    camera->regions = {{0x4000, kStart}, {0x7000, kStart}};
-    usb.stockControlLimit = true;
-    std::vector<uint16_t> wide;
-    std::vector<int> blocks;
-    std::vector<double> factors;
-    EXPECT_EQ(printed([&] {
-                  EXPECT_EQ(kWiggling(wide), 1);
-                  EXPECT_EQ(kFppn4x4(blocks), 1);
-                  EXPECT_EQ(blocks, std::vector<int>(4800));
-                  EXPECT_EQ(kFppn5x5(blocks), 1);
-                  EXPECT_EQ(blocks, std::vector<int>(3072));
-                  EXPECT_EQ(kOrthogonal(factors), 1);
-              }),
-              "");
-    EXPECT_EQ(usb.conversation(), "BB 8192 at 7000 -2, BB 9600 at 4000 -2, BB 6144 at 4000 -2, BB 4096 at 7000");
-    EXPECT_EQ(wide, std::vector<uint16_t>(4096));
-    expectStart(factors, kOrthogonal.first);
-}
-
-TEST_F(CalibrationReads, AClosedCameraIsNotRead)
-{
-    printed([] { vqdDeviceClose(0); });
-    usb.conversation();
-    std::vector<uint16_t> wide;
-    std::vector<int> blocks;
-    std::vector<double> factors;
-    EXPECT_EQ(printed([&] {
-                  EXPECT_EQ(kWiggling(wide), 0);
-                  EXPECT_EQ(kFppn4x4(blocks), 0);
-                  EXPECT_EQ(kOrthogonal(factors), 0);
-                  EXPECT_EQ(kFppn5x5(blocks), 0);
-              }),
-              std::string(kClosed) + kClosed + kClosed + kClosed);
-    EXPECT_EQ(usb.conversation(), "");
-    EXPECT_EQ(factors, std::vector<double>(2048, 77));
-}
-
-class Switches : public LibraryTest
-{
-protected:
-    void open(const char* product)
-    {
-        sim::Config config;
-        config.product = product;
-        openCamera(config);
-    }
-    static uint8_t& byte(int at) { return stCamParam[0].image[at]; }
-};
-
-class SwitchesOfEveryModel : public Switches, public testing::WithParamInterface<const char*>
-{
-    void SetUp() override { open(GetParam()); }
-};
-INSTANTIATE_TEST_SUITE_P(, SwitchesOfEveryModel, testing::Values("VQD-HT120", "VQD-HT110"));
-
-TEST_P(SwitchesOfEveryModel, FppnSharesItsByteWithEdgeRemoval)
-{
-    const struct {
-        int on, edges;
-        uint8_t code;
-    } sets[] = {{1, 1, 17}, {1, 0, 16}, {0, 1, 1}, {0, 0, 0}, {2, 1, 1}, {2, 0, 0}, {1, 2, 16}, {-1, 1, 1}};
-    for (const auto& c : sets) {
-        SCOPED_TRACE(testing::Message() << c.on << " " << c.edges);
-        m_bRemoveEdge = c.edges;
-        EXPECT_EQ(vqdSetFPPN(0, c.on), 1);
-        EXPECT_EQ(usb.conversation(), kImageSent);
-        EXPECT_EQ(m_bFPPN, c.on); // as it came
-        EXPECT_EQ(usb.camera(0).registers[49], c.code);
-    }
-    const struct {
-        uint8_t code;
-        int flag;
-    } gets[] = {{0, 0}, {1, 0}, {16, 1}, {17, 1}, {5, 7}, {18, 7}, {0x31, 7}, {255, 7}};
-    for (const auto& c : gets) {
-        m_bFPPN = 7;
-        byte(49) = c.code;
-        EXPECT_EQ(vqdGetFPPN(0), c.flag) << int{c.code};
-        EXPECT_EQ(m_bFPPN, c.flag) << int{c.code};
-    }
-    EXPECT_EQ(usb.conversation(), "");
-}
-
-TEST_F(Switches, OrthogonalSharesItsByteWithUndistortionWhereTheHostCorrects)
-{
-    open("VQD-HT950X");
-    const struct {
-        int mode, on;
-        uint8_t code;
-    } sets[] = {{2, 1, 18}, {2, 0, 2}, {0, 1, 16}, {3, 1, 19}, {7, 1, 16}, {-1, 0, 0}, {1, 2, 1}};
-    byte(2) = 99;
-    for (const auto& c : sets) {
-        SCOPED_TRACE(testing::Message() << c.mode << " " << c.on);
-        m_nUndistortionMode = c.mode;
-        EXPECT_EQ(vqdSetOrthogonal(0, c.on), 1);
-        EXPECT_EQ(usb.conversation(), kImageSent);
-        EXPECT_EQ(m_bOrthogonal, c.on);
-        EXPECT_EQ(usb.camera(0).registers[48], c.code);
-        EXPECT_EQ(byte(2), 99);
-    }
-    const struct {
-        uint8_t code;
-        int flag;
-    } gets[] = {{0, 0}, {3, 0}, {16, 1}, {19, 1}, {4, 7}, {20, 7}, {0x33, 7}, {255, 7}};
-    for (const auto& c : gets) {
-        m_bOrthogonal = 7;
-        byte(48) = c.code;
-        EXPECT_EQ(vqdGetOrthogonal(0), c.flag) << int{c.code};
-        EXPECT_EQ(m_bOrthogonal, c.flag) << int{c.code};
-    }
-}
-
-TEST_F(Switches, OrthogonalHasAByteOfItsOwnElsewhere)
-{
-    open("VQD-HT110");
-    byte(48) = 99;
-    for (const int on : {1, 0, 2}) {
-        EXPECT_EQ(vqdSetOrthogonal(0, on), 1);
-        EXPECT_EQ(usb.conversation(), kImageSent);
-        EXPECT_EQ(m_bOrthogonal, on);
-        EXPECT_EQ(usb.camera(0).registers[2], on == 1 ? 19 : 18);
-        EXPECT_EQ(byte(48), 99);
-    }
-    for (const int code : {2, 18, 20, 0, 255, 19}) { // no code is unknown here
-        m_bOrthogonal = 7;
-        byte(2) = static_cast<uint8_t>(code);
-        EXPECT_EQ(vqdGetOrthogonal(0), code == 19);
-        EXPECT_EQ(m_bOrthogonal, code == 19);
-    }
-}
-
-TEST_F(Switches, FailuresLeaveWhatCameBeforeThem)
-{
-    m_bFPPN = m_bOrthogonal = 7;
-    EXPECT_EQ(printed([] {
-                  EXPECT_EQ(vqdSetFPPN(0, 1), 0);
-                  EXPECT_EQ(vqdSetOrthogonal(0, 1), 0);
-                  EXPECT_EQ(vqdGetFPPN(0), 0);
-                  EXPECT_EQ(vqdGetOrthogonal(0), 0);
-              }),
-              std::string(kClosed) + kClosed + kClosed + kClosed);
-    EXPECT_EQ(m_bFPPN, 7);
-    EXPECT_EQ(m_bOrthogonal, 7);
-    open("VQD-HT120");
-    usb.fail("bulk", -7, 1, 2);
-    printed([] {
-        EXPECT_EQ(vqdSetFPPN(0, 1), 0);
-        EXPECT_EQ(vqdSetOrthogonal(0, 1), 0);
-    });
-    EXPECT_EQ(m_bFPPN, 1);
-    EXPECT_EQ(m_bOrthogonal, 1);
-    EXPECT_EQ(byte(49), 16);
-    EXPECT_EQ(byte(48), 16);
-    EXPECT_EQ(usb.camera(0).registers[49], 0);
 }
 
 } // namespace

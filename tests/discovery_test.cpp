@@ -85,18 +85,24 @@ TEST_F(Discovery, AcceptsExactlyTheKnownProductIdsWhichAllHaveAUdevRule)
     EXPECT_EQ(list(), -2);
 }
 
-TEST_F(Discovery, ModelFlagFollowsTheDesignator)
+// Anywhere in the product's name. Only cameras that the host corrects have tables to read.
+TEST_F(Discovery, TheDesignatorDecidesOnModelFlagAndTables)
 {
     const struct {
         const char* name;
         int flag;
-    } models[] = {{"VQD-WN120", 1}, {"a VQD-HT120 b", 1}, {"VQD-RS120", 1}, {"VQD-HT950X", 1},
-                  {"VQD-RS110", 0}, {"VQD-HT110", 0},     {"VQD-HT95", 0},  {"", 0}};
+        bool tables;
+    } models[] = {{"VQD-HT120", 1, true},  {"a VQD-HT120 b", 1, true}, {"VQD-HT950X", 1, true},
+                  {"VQD-WN120", 1, false}, {"VQD-RS120", 1, false},    {"VQD-RS110", 0, false},
+                  {"VQD-HT110", 0, false}, {"VQD-HT950", 0, false},    {"vqd-ht120", 0, false},
+                  {"", 0, false}};
     for (const auto& model : models) {
+        SCOPED_TRACE(model.name);
         const size_t port = usb.plug(product(model.name));
-        ASSERT_EQ(list(), 1);
-        EXPECT_EQ(devices[0].nModelFlag, model.flag) << model.name;
-        EXPECT_EQ(m_stDevInfo[0].nModelFlag, model.flag) << model.name;
+        printed([&] { EXPECT_EQ(vqdGetDeviceList(devices.data(), &count), 1); });
+        EXPECT_EQ(devices[0].nModelFlag, model.flag);
+        EXPECT_EQ(m_stDevInfo[0].nModelFlag, model.flag);
+        EXPECT_EQ(usb.conversation().find("BB") != std::string::npos, model.tables);
         usb.unplug(port);
     }
 }

@@ -3,7 +3,6 @@
 //
 // The frame read: delivery, retries and re-opens, header, stamps.
 #include <algorithm>
-#include <climits>
 #include <cstring>
 #include <functional>
 
@@ -186,6 +185,19 @@ TEST_F(Frame, ASpentBudgetPausesASecondInEveryPath)
     EXPECT_EQ(usb.conversation().rfind("sleep 1, wait 9", 0), 0u);
 }
 
+TEST_F(Frame, TheHostClipsOnlyAfterTheRangeIsReadBack)
+{
+    usb.plug(); // number 0, whose range is another
+    grab();
+    EXPECT_EQ(vqdGrabStart(1), 1);
+    EXPECT_EQ(vqdSetDepthRange(1, kMark + 1, kMark + 20), 1);
+    EXPECT_EQ(read(1), 1);
+    EXPECT_EQ(Marked(kMark).wrongPixels(frameInBuffer(), amplitude.data(), depth.data()), 0u);
+    EXPECT_EQ(vqdGetDepthRange(1, nullptr, nullptr), 1);
+    EXPECT_EQ(read(1), 1);
+    EXPECT_EQ(std::ranges::count(depth, 0), VQD_PIXELS / 50 * 30);
+}
+
 TEST_F(Frame, AShortFrameIsNotNoticed)
 {
     sim::Camera& camera = grab();
@@ -251,21 +263,6 @@ TEST_F(Frame, EveryStreamIsStampedFromItsOwnFirstFrame)
         EXPECT_EQ(stream.started, 1);
     }
     EXPECT_EQ(std::ranges::count(colours, 0xAB), std::ssize(colours)); // the application moves the pixels itself
-}
-
-TEST_F(Frame, AColourReadThatCannotBeIsRefused)
-{
-    unsigned char pixel = 0;
-    const auto refused = [&](int n, void* pixels, FrameInfo* out) {
-        EXPECT_EQ(printed([&] { EXPECT_EQ(vqdReadFromDevice_RGB888(n, pixels, out), 0); }), "RGB error\n") << n;
-    };
-    refused(0, &pixel, &info);
-    m_nRGBCamOpen[0] = 1;
-    refused(0, nullptr, &info);
-    refused(0, &pixel, nullptr);
-    for (const int n : {-1, 10, INT_MIN, INT_MAX})
-        refused(n, &pixel, &info);
-    EXPECT_EQ(m_pRGBFrameInfo[0].nFrameCount, 0u);
 }
 
 } // namespace

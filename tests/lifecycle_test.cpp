@@ -107,7 +107,6 @@ TEST_F(Lifecycle, TheImageBecomesTheHostsCopyOnlyOnceItIsSent)
     EXPECT_EQ(stCamParam[0].image[500], 9);
     EXPECT_EQ(write(), 1);
     EXPECT_EQ(camera.registers[500], 9);
-    EXPECT_EQ(vqdWriteToDevice(0, nullptr), 0);
 }
 
 TEST_F(Lifecycle, ReadBufferRequests)

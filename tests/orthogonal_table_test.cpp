@@ -8,7 +8,6 @@
 #include <fstream>
 #include <functional>
 #include <limits>
-#include <random>
 #include <sys/stat.h>
 
 #include "support/library_test.h"
@@ -236,25 +235,6 @@ TEST_F(OrthogonalTable, OnlyAFileIsRead)
     EXPECT_EQ(load(), std::string(kStart) + kOpenFail + kComplete);
     EXPECT_EQ(wrong(0, 320, 0, 0), 0);
     EXPECT_TRUE(std::filesystem::is_fifo(kFile));
-}
-
-TEST_F(OrthogonalTable, JunkEndsInADefinedState)
-{
-    std::mt19937 random(3);
-    const char likely[] = "0123456789.-e\t\t\t\n \r";
-    for (int round = 0; round < 40; ++round) {
-        std::string text(random() % 200'000, ' ');
-        for (char& c : text)
-            c = round % 2 ? static_cast<char>(random()) : likely[random() % (sizeof likely - 1)];
-        put(text);
-        centre(static_cast<float>(random() % 400), static_cast<float>(random() % 300));
-        const std::string lines = load();
-        EXPECT_TRUE(lines == kStart || lines == std::string(kStart) + kReadFail ||
-                    lines == std::string(kStart) + kComplete)
-            << lines;
-        std::ifstream file(kFile, std::ios::binary); // and the file is as it was
-        EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(file), {}) == text);
-    }
 }
 
 } // namespace

@@ -162,9 +162,10 @@ TEST_F(Pipeline, CorrectsClipsAndWraps)
         // The range alone.
         {500, 0, 0, 9, 9, 500, 3000, 500},
         {499, 0, 0, 9, 9, 500, 3000, 0},
-        {3000, 0, 0, 9, 9, 500, 3000, 3000},
-        {3001, 2, -1, 9, 9, 500, 3000, 0},
+        {3000, 2, -1, 9, 9, 500, 3000, 3000}, // only 1 means on
+        {3001, 0, 0, 9, 9, 500, 3000, 0},
         {1000, 0, 0, 9, 9, 3000, 500, 0},
+        {1000, 2, -1, 9, 9, 500, 3000, 1000}, // only 1 means on
         {65535, 0, 0, 9, 9, -1, 65536, 65535},
         {0, 0, 0, 9, 9, 0, 0, 0},
         // FPPN alone, as 16-bit numbers.
@@ -259,6 +260,22 @@ TEST_F(Pipeline, RemovesBrightPixelsOnAWideSpread)
         m_bRemoveEdge = other;
         read();
         EXPECT_TRUE(depth == rawDepth) << other;
+    }
+}
+
+TEST_F(Pipeline, CorrectsThePixelsAfterTheyHaveMoved)
+{
+    rawDepth.fill(1000);
+    for (size_t i = 0; i < VQD_PIXELS; ++i)
+        m_dOrthogonalData[i] = i % 320 < 160 ? 1 : 2;
+    m_bOrthogonal = 1;
+    m_fXp2[0] = 300; // the left half's factor, wherever the sample comes from
+    fDist_y2[0] = 0;
+    for (const int mode : {1, 2, 3}) {
+        m_nUndistortionMode = mode;
+        fDist_x2[0] = mode == 3 ? 300 : 0;
+        read();
+        EXPECT_EQ(depth[0], 1000) << mode;
     }
 }
 

@@ -39,24 +39,11 @@ TEST_F(Reopen, FoundAtOnceRestartsTheCameraWithItsSettings)
     EXPECT_EQ(usb.listsHeld, 0);
 }
 
-TEST_F(Reopen, LooksEvery100MsUntilTheCameraIsBack)
-{
-    openCamera();
-    usb.unplug(0, 450'000); // 100.1 ms of it pass while the dead camera is asked to stop
-    int result = 0;
-    printed([&] { result = vqdDeviceReOpen(0); });
-    EXPECT_EQ(result, 1);
-    EXPECT_EQ(usb.conversation(),
-              "wait 100, B1 64 -4, wait 100000, close 2, "
-              "wait 100000, list, wait 100000, list, wait 100000, list, wait 100000, list, open 3, " +
-                  restart());
-    EXPECT_EQ(m_nReopenTime, 600);
-}
-
 TEST_F(Reopen, GivesUpAfter101EnumerationsAndLeavesBudget499)
 {
     openCamera();
     usb.unplug(0);
+    m_nDeviceOpen[0] = 1;
     EXPECT_EQ(printed([] { EXPECT_EQ(vqdDeviceReOpen(0), -3); }), "vqdWriteToDevice Contol transfer Error.\n");
     std::string searched = "wait 100, B1 64 -4, wait 100000, close 2";
     for (int i = 0; i < 101; ++i)
@@ -118,18 +105,55 @@ class SeveralCameras : public LibraryTest
 protected:
     void SetUp() override
     {
-        for (uint8_t i = 1; i <= 3; ++i) {
-            sim::Config config;
-            config.serial = {0, 0, 0, 0, 0, 0, i};
-            usb.plug(config);
+        for (int i = 0; i < 3; ++i)
+            usb.plug();
+        listWithSerials({1, 2, 3});
+    }
+
+    // Writes what ends the serial number of each camera, 0 for none.
+    void setSerials(const std::array<uint8_t, 3>& last)
+    {
+        for (size_t port = 0; port < 3; ++port) {
+            memset(&usb.camera(port).eeprom[57], 0, 7);
+            usb.camera(port).eeprom[63] = last[port];
         }
+    }
+
+    void listWithSerials(const std::array<uint8_t, 3>& last)
+    {
+        setSerials(last);
         ASSERT_EQ(list(), 3);
     }
 
-    void setSerial(size_t port, uint8_t last)
+    // All three on a bus that reports one place for all.
+    void listOnOnePlace(bool named)
     {
-        memset(&usb.camera(port).eeprom[57], 0, 7);
-        usb.camera(port).eeprom[63] = last;
+        usb.onePlace = true;
+        listWithSerials(named ? std::array<uint8_t, 3>{1, 2, 3} : std::array<uint8_t, 3>{});
+        setSerials({1, 2, 3}); // tells the test which camera answers
+    }
+
+    // They vanish together and come back one after the other.
+    void plugAgain(std::initializer_list<size_t> ports)
+    {
+        for (const size_t port : ports)
+            usb.unplug(port);
+        for (const size_t port : ports)
+            usb.replug(port);
+    }
+
+    // A re-open that gives up after so many searches.
+    static int reopened(int n, int searches = 101)
+    {
+        int result = 0;
+        m_nReopenTime = 499 + searches;
+        printed([&] { result = vqdDeviceReOpen(n); });
+        return result;
+    }
+
+    static void close(int n)
+    {
+        printed([=] { vqdDeviceClose(n); });
     }
 
     // The last serial byte of the camera that number n talks to.
@@ -140,219 +164,154 @@ protected:
         printed([&] { result = vqdEEPROM_ParameterData_Load(n, image.data()); });
         return result == 1 ? image[63] : -1;
     }
+
+    static void expectOwnCameras()
+    {
+        for (int n = 0; n < 3; ++n)
+            EXPECT_EQ(serialBehind(n), n + 1);
+    }
 };
 
 TEST_F(SeveralCameras, TheOthersAreNotTouched)
 {
-    usb.unplug(1);
-    usb.replug(1);
+    plugAgain({1});
     EXPECT_EQ(printed([] { EXPECT_EQ(vqdDeviceReOpen(1), 1); }),
               "vqdWriteToDevice Contol transfer Error.\nDevice Open Success\n");
     const std::string conversation = usb.conversation();
     EXPECT_NE(conversation.find("close 3, wait 100000, list, open 5, reset"), std::string::npos) << conversation;
     EXPECT_EQ(usb.closes, 1u);
     EXPECT_EQ(m_nDeviceCount, 3);
-    for (int n = 0; n < 3; ++n)
-        EXPECT_EQ(serialBehind(n), n + 1);
-}
-
-TEST_F(SeveralCameras, ComeBackToTheirNumbersInAnyOrder)
-{
-    for (size_t port = 0; port < 3; ++port)
-        usb.unplug(port);
-    usb.replug(2); // first seen: the last one
-    m_nReopenTime = 501;
-    printed([] { EXPECT_EQ(vqdDeviceReOpen(0), -3); }); // camera 2 is not its camera
-    m_nReopenTime = 600;
-    printed([] { EXPECT_EQ(vqdDeviceReOpen(2), 1); });
-    usb.replug(1);
-    usb.replug(0);
-    printed([] { EXPECT_EQ(vqdDeviceReOpen(0), 1); });
-    printed([] { EXPECT_EQ(vqdDeviceReOpen(1), 1); });
-    for (int n = 0; n < 3; ++n)
-        EXPECT_EQ(serialBehind(n), n + 1);
-    EXPECT_EQ(usb.openHandles(), 3);
-    EXPECT_EQ(m_nDeviceCount, 3);
+    expectOwnCameras();
 }
 
 TEST_F(SeveralCameras, WithoutSerialNumbersTheLostNumbersAreServedInOrder)
 {
-    for (size_t port = 0; port < 3; ++port)
-        setSerial(port, 0);
-    ASSERT_EQ(list(), 3);
-    usb.unplug(0);
-    usb.unplug(1);
-    usb.replug(0);
-    usb.replug(1);
-    printed([] {
-        UnInitialize_vqdapi(0, 0);
-        EXPECT_EQ(vqdDeviceReOpen(1), 1); // the second of two lost numbers
-        EXPECT_EQ(vqdDeviceReOpen(0), 1);
-    });
+    listWithSerials({0, 0, 0});
+    plugAgain({0, 1});
+    printed([] { UnInitialize_vqdapi(0, 0); });
+    EXPECT_EQ(reopened(1), 1); // the second of two lost numbers
+    EXPECT_EQ(reopened(0), 1);
     const std::string conversation = usb.conversation();
     EXPECT_LT(conversation.rfind("open 6, reset"), conversation.rfind("open 5, reset")) << conversation;
 }
 
 TEST_F(SeveralCameras, OneWithoutASerialNumberIsFoundBesideOthers)
 {
-    setSerial(1, 0);
-    ASSERT_EQ(list(), 3);
-    printed([] { vqdDeviceClose(0); }); // by intent; its camera stays plugged in
-    usb.unplug(1);
-    usb.replug(1);
-    printed([] { EXPECT_EQ(vqdDeviceReOpen(1), 1); });
+    listWithSerials({1, 0, 3});
+    close(0); // by intent; its camera stays plugged in
+    plugAgain({1});
+    EXPECT_EQ(reopened(1), 1);
     EXPECT_EQ(serialBehind(1), 0);
 
-    printed([] { EXPECT_EQ(vqdDeviceReOpen(0), 1); });
+    EXPECT_EQ(reopened(0), 1);
     for (const size_t first : {size_t{0}, size_t{1}}) { // number 0's camera is known by its serial number
-        usb.unplug(0);
-        usb.unplug(1);
-        usb.replug(first);
-        usb.replug(1 - first);
-        printed([] {
-            EXPECT_EQ(vqdDeviceReOpen(1), 1);
-            EXPECT_EQ(vqdDeviceReOpen(0), 1);
-        });
+        plugAgain({first, 1 - first});
+        EXPECT_EQ(reopened(1), 1);
+        EXPECT_EQ(reopened(0), 1);
         EXPECT_EQ(serialBehind(1), 0);
         EXPECT_EQ(serialBehind(0), 1);
     }
 }
 
-TEST_F(SeveralCameras, ASerialNumberCountsFromWhenItIsReadOrWritten)
+TEST_F(SeveralCameras, ASerialNumberCountsFromWhenItIsWrittenOrRead)
 {
-    setSerial(0, 0);
-    setSerial(1, 0);
-    ASSERT_EQ(list(), 3);
+    const auto expectItIsNumber1s = [&] {
+        usb.unplug(0);
+        plugAgain({1});
+        EXPECT_EQ(reopened(0, 2), -3); // would take a camera of which nothing is known
+        EXPECT_EQ(reopened(1, 2), 1);
+        usb.replug(0);
+        EXPECT_EQ(reopened(0), 1);
+    };
+    listWithSerials({0, 0, 3});
     std::array<unsigned char, 512> image{};
     printed([&] {
-        vqdParameterData_Load(0, image.data());
-        image[63] = 1;
-        EXPECT_EQ(vqdEEPROM_ParameterData_Save(0, image.data()), 1);
+        vqdParameterData_Load(1, image.data());
+        image[63] = 2;
+        EXPECT_EQ(vqdEEPROM_ParameterData_Save(1, image.data()), 1);
     });
-    setSerial(1, 2);
-    EXPECT_EQ(serialBehind(1), 2);
-    usb.unplug(0);
-    usb.unplug(1);
-    usb.replug(1);
-    printed([] {
-        m_nReopenTime = 501;
-        EXPECT_EQ(vqdDeviceReOpen(0), -3);
-        m_nReopenTime = 501;
-        EXPECT_EQ(vqdDeviceReOpen(1), 1);
-    });
-    usb.replug(0);
-    printed([] { EXPECT_EQ(vqdDeviceReOpen(0), 1); });
-    EXPECT_EQ(serialBehind(0), 1);
-    EXPECT_EQ(serialBehind(1), 2);
+    expectItIsNumber1s();
+    setSerials({0, 5, 3});
+    EXPECT_EQ(serialBehind(1), 5);
+    expectItIsNumber1s();
+    EXPECT_EQ(serialBehind(0), 0);
+    EXPECT_EQ(serialBehind(1), 5);
 }
 
 TEST_F(SeveralCameras, AClosedNumberWaitsForNoCameraButKeepsItsSerialNumber)
 {
-    setSerial(2, 0);
-    for (const int last : {0, 1}) { // number 0's camera: without a serial number, and with one
-        setSerial(0, static_cast<uint8_t>(last));
-        setSerial(1, 0);
-        ASSERT_EQ(list(), 3);
-        printed([] { vqdDeviceClose(0); });
+    for (const uint8_t last : {0, 1}) { // number 0's camera: without a serial number, and with one
+        listWithSerials({last, 0, 0});
+        close(0);
         usb.unplug(0);
-        usb.unplug(1);
-        usb.replug(1);
-        printed([] { EXPECT_EQ(vqdDeviceReOpen(1), 1); });
+        plugAgain({1});
+        EXPECT_EQ(reopened(1), 1);
         EXPECT_EQ(serialBehind(1), 0);
         usb.unplug(1);
         usb.replug(0);
-        m_nReopenTime = 501;
-        printed([&] { EXPECT_EQ(vqdDeviceReOpen(1), last == 1 ? -3 : 1); });
-        m_nReopenTime = 600;
+        EXPECT_EQ(reopened(1, 2), last == 1 ? -3 : 1);
         usb.replug(1);
     }
 }
 
 TEST_F(SeveralCameras, AClosedNumberThatIsReadAgainWaitsForItsCamera)
 {
-    for (size_t port = 0; port < 3; ++port)
-        setSerial(port, 0);
-    ASSERT_EQ(list(), 3);
+    listWithSerials({0, 0, 0});
     usb.unplug(0);
     usb.unplug(1);
-    const auto reopened = [](int n) {
-        int result = 0;
-        m_nReopenTime = 501;
-        printed([&] { result = vqdDeviceReOpen(n); });
-        return result;
-    };
-    printed([] { vqdDeviceClose(0); });
-    EXPECT_EQ(reopened(0), -3);
+    close(0);
+    EXPECT_EQ(reopened(0, 2), -3);
     usb.replug(0);
-    EXPECT_EQ(reopened(1), -3); // of two that wait, number 0 comes first
-    EXPECT_EQ(reopened(0), 1);
+    EXPECT_EQ(reopened(1, 2), -3); // of two that wait, number 0 comes first
+    EXPECT_EQ(reopened(0, 2), 1);
     usb.replug(1);
-    EXPECT_EQ(reopened(1), 1);
+    EXPECT_EQ(reopened(1, 2), 1);
 }
 
-// A bus that reports one place for all: a lost camera is told by its serial number, without one by its position.
+// Where all report one place, a lost camera is told by its serial number, without one by its position.
 TEST_F(SeveralCameras, OnOnePlaceComeBackToTheirNumbers)
 {
-    usb.onePlace = true;
     for (const bool named : {true, false}) {
-        for (uint8_t i = 0; i < 3; ++i)
-            setSerial(i, named ? i + 1 : 0);
-        ASSERT_EQ(list(), 3);
-        for (uint8_t i = 0; i < 3; ++i)
-            setSerial(i, i + 1); // tells the test which camera answers
-        for (const size_t port : {size_t{0}, size_t{2}}) {
-            usb.unplug(port);
-            m_nReopenTime = 501;
-            printed([&] { EXPECT_EQ(vqdDeviceReOpen(static_cast<int>(port)), -3); }); // the others are not its camera
-            m_nReopenTime = 600;
-            usb.replug(port);
-            printed([&] { EXPECT_EQ(vqdDeviceReOpen(static_cast<int>(port)), 1); });
+        SCOPED_TRACE(named);
+        listOnOnePlace(named);
+        for (const int n : {0, 2}) {
+            usb.unplug(static_cast<size_t>(n));
+            EXPECT_EQ(reopened(n, 2), -3); // the others are not its camera
+            usb.replug(static_cast<size_t>(n));
+            EXPECT_EQ(reopened(n), 1);
         }
-        usb.unplug(0);
-        usb.unplug(1);
-        usb.replug(0);
-        usb.replug(1);
-        printed([] { EXPECT_EQ(vqdDeviceReOpen(1), 1); });
-        printed([] { EXPECT_EQ(vqdDeviceReOpen(0), 1); });
+        plugAgain({0, 1});
+        EXPECT_EQ(reopened(1), 1);
+        EXPECT_EQ(reopened(0), 1);
         EXPECT_EQ(usb.openHandles(), 3);
-        for (int n = 0; n < 3; ++n)
-            EXPECT_EQ(serialBehind(n), n + 1) << named;
+        expectOwnCameras();
     }
 }
 
 TEST_F(SeveralCameras, OnOnePlaceTheCameraOfAClosedNumberStaysItsOwn)
 {
-    usb.onePlace = true;
     for (const bool named : {true, false})
         for (const int closed : {0, 2}) {
-            for (uint8_t i = 0; i < 3; ++i)
-                setSerial(i, named ? i + 1 : 0);
-            ASSERT_EQ(list(), 3);
-            for (uint8_t i = 0; i < 3; ++i)
-                setSerial(i, i + 1); // tells the test which camera answers
-            printed([&] { vqdDeviceClose(closed); });
+            SCOPED_TRACE(testing::Message() << named << " " << closed);
+            listOnOnePlace(named);
+            close(closed);
             usb.unplug(1);
-            m_nReopenTime = 501;
-            printed([] { EXPECT_EQ(vqdDeviceReOpen(1), -3); });
-            m_nReopenTime = 600;
-            printed([&] { EXPECT_EQ(vqdDeviceReOpen(closed), 1); }); // asked for while another waits
-            printed([&] { vqdDeviceClose(closed); });
+            EXPECT_EQ(reopened(1, 2), -3);
+            EXPECT_EQ(reopened(closed), 1); // asked for while another waits
+            close(closed);
             usb.replug(1);
-            printed([] { EXPECT_EQ(vqdDeviceReOpen(1), 1); });
-            printed([&] { EXPECT_EQ(vqdDeviceReOpen(closed), 1); });
-            for (int n = 0; n < 3; ++n)
-                EXPECT_EQ(serialBehind(n), n + 1) << named << closed;
+            EXPECT_EQ(reopened(1), 1);
+            EXPECT_EQ(reopened(closed), 1);
+            expectOwnCameras();
         }
 }
 
 TEST_F(SeveralCameras, AnotherNumbersAddressIsNotTaken)
 {
-    printed([] { vqdDeviceClose(0); }); // by intent; its camera stays plugged in
+    close(0); // by intent; its camera stays plugged in
     usb.unplug(1);
-    m_nReopenTime = 500;
-    printed([] { EXPECT_EQ(vqdDeviceReOpen(1), -3); });
-    m_nReopenTime = 600;
-    printed([] { EXPECT_EQ(vqdDeviceReOpen(0), 1); });
+    EXPECT_EQ(reopened(1, 1), -3);
+    EXPECT_EQ(reopened(0), 1);
     EXPECT_EQ(serialBehind(0), 1);
 }
 
