@@ -27,7 +27,7 @@ SEED = 20261124
 JOBS = str(os.cpu_count())
 # Half of the breaks are in the library. A short run is spread like a long one.
 TURNS = [("src/",), ("sim/",), ("src/",), ("tools/", "host/")]
-SLOW = "tool|example|install|soak|Usb|fuzz|Simd|FaultSweep|abi|api_docs|clone|one_file"
+SLOW = "tool|example|install|soak|Usb|fuzz|Simd|FaultSweep|abi|api_docs|clone"
 
 # Strings and characters are no place for a break.
 QUOTED = re.compile(r'"(?:\\.|[^"\\])*"|(?<![0-9A-Fa-f])\'(?:\\.|[^\'\\])+\'')
