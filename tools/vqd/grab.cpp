@@ -205,13 +205,10 @@ void addGrab(CLI::App& app, Run& run)
     command
         ->add_option("--cloud", options->cloud,
                      "Also write point clouds, true to scale; all files of this grab are then undistorted")
-        ->check(CLI::IsMember({"ply", "pcd"}))
+        ->check(CLI::IsMember(cloudFormatNames()))
         ->expected(0, 1)
         ->default_str("ply");
-    command->add_option("-s,--set", options->settings, "A setting for this grab only, as in vqd set")
-        ->type_name("KEY=VALUE")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addRepeatable(*command, "-s,--set", options->settings, "KEY=VALUE", "A setting for this grab only, as in vqd set");
     addAxes(*command, options->axes);
     addCommon(*command, kCamera | kJson | kForce);
     command->footer(
