@@ -7,6 +7,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "host/formatted.h"
+
 #include "cameras.h"
 #include "cloud_options.h"
 #include "command_line.h"
@@ -72,11 +74,7 @@ int cloud(const Options& options)
     json["frames"] = options.frames;
     json["points"] = valid;
     json["file"] = options.file;
-    if (common.json)
-        output.print(json);
-    else
-        output.print("%s: %zu points, mean of %d frames\n", options.file.c_str(), valid, options.frames);
-    output.finish();
+    output.finish(json, formatted("%s: %zu points, mean of %d frames\n", options.file.c_str(), valid, options.frames));
     return kDone;
 }
 
