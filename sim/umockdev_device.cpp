@@ -44,7 +44,7 @@ static std::string nodeOf(unsigned address)
     return "/dev/bus/usb/001/" + threeDigits(address);
 }
 
-std::string rootOf(UMockdevTestbed* testbed)
+static std::string rootOf(UMockdevTestbed* testbed)
 {
     gchar* directory = umockdev_testbed_get_root_dir(testbed);
     std::string root = directory;
@@ -127,12 +127,10 @@ gboolean UmockdevDevice::onIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client
 
 void UmockdevDevice::onClient(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self)
 {
-    auto& device = *static_cast<UmockdevDevice*>(self);
-    {
-        const std::lock_guard lock(device.m_share.mutex);
-        ++device.m_clients;
-    }
     g_object_weak_ref(G_OBJECT(client), onClientGone, self);
+    auto& device = *static_cast<UmockdevDevice*>(self);
+    const std::lock_guard lock(device.m_share.mutex);
+    ++device.m_clients;
 }
 
 // umockdev tells nobody that a client has closed the device, but its object of the client ends then.
