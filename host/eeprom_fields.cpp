@@ -33,6 +33,11 @@ std::string hex(At at)
     return formatted("0x%02x", at[0]);
 }
 
+std::string switchText(At at, uint8_t on, uint8_t off)
+{
+    return *at == on ? "on" : *at == off ? "off" : u8(at);
+}
+
 std::string frequency(At at)
 {
     const Frequency* known = DecodeFrequency(at[0]);
@@ -73,14 +78,8 @@ struct Row {
 constexpr Row kRows[] = {
     {kScatterThreshold, 1, "scatter-threshold", "", true, u8},
     {kCheckThreshold, 1, "check-threshold", "", true, u8},
-    {kOrthogonalSwitch, 1, "orthogonal (in the camera)", "", true,
-     [](At at) -> std::string { return *at == 19   ? "on"
-                                       : *at == 18 ? "off"
-                                                   : u8(at); }},
-    {kMotionBlurSwitch, 1, "motion-blur", "", true,
-     [](At at) -> std::string { return *at == 16  ? "on"
-                                       : *at == 0 ? "off"
-                                                  : u8(at); }},
+    {kOrthogonalSwitch, 1, "orthogonal (in the camera)", "", true, [](At at) { return switchText(at, 19, 18); }},
+    {kMotionBlurSwitch, 1, "motion-blur", "", true, [](At at) { return switchText(at, 16, 0); }},
     {kSignature, 1, "signature", "", false, hex},
     {kFrequencyCode, 1, "frequency", "MHz", true, frequency},
     {kIntegrationTime, 1, "integration-time", "", true, [](At at) { return std::to_string(*at * 100); }},

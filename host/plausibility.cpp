@@ -38,18 +38,18 @@ void judgeDepthRange(std::vector<Implausible>& found, int least, int most)
              "vqd set depth-range=0,7500 --save"});
 }
 
-std::string lensText(const LensIntrinsic& k)
-{
-    return formatted("focal length %.1f, %.1f, centre %.1f, %.1f", static_cast<double>(k.fx), static_cast<double>(k.fy),
-                     static_cast<double>(k.cx), static_cast<double>(k.cy));
-}
-
 void addLens(std::vector<Implausible>& found, const char* name, const LensIntrinsic& k)
 {
     found.push_back({std::string("the ") + name + " lens is not plausible: " + lensText(k), kLensRemedy});
 }
 
 } // namespace
+
+std::string lensText(const LensIntrinsic& k)
+{
+    return formatted("focal length %.1f, %.1f, centre %.1f, %.1f", static_cast<double>(k.fx), static_cast<double>(k.fy),
+                     static_cast<double>(k.cx), static_cast<double>(k.cy));
+}
 
 std::string depthLensText(const Eeprom& eeprom)
 {

@@ -23,6 +23,7 @@ std::vector<Implausible> implausibleIn(const Eeprom& eeprom);
 bool isPlausible(const LensIntrinsic& k);
 
 // "focal length 204.0, 204.0, centre 160.0, 120.0"
+std::string lensText(const LensIntrinsic& k);
 std::string depthLensText(const Eeprom& eeprom);
 
 // Judges one lens, and appends to `found`. A camera without a colour sensor has zeros for the colour lens.

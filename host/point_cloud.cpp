@@ -68,6 +68,8 @@ Bytes pcdFile(const std::vector<CloudPoint>& cloud, Axes axes)
     return file;
 }
 
+constexpr CloudFormat kFormats[] = {{"ply", plyFile}, {"pcd", pcdFile}};
+
 } // namespace
 
 std::vector<CloudPoint> cloudOf(const DepthFrame& frame)
@@ -117,9 +119,16 @@ Axes axesNamed(const std::string& name)
     return row->axes;
 }
 
+std::vector<std::string> cloudFormatNames()
+{
+    std::vector<std::string> names;
+    for (const CloudFormat& format : kFormats)
+        names.emplace_back(format.name);
+    return names;
+}
+
 const CloudFormat& cloudFormat(const std::string& name)
 {
-    static constexpr CloudFormat kFormats[] = {{"ply", plyFile}, {"pcd", pcdFile}};
     for (const CloudFormat& format : kFormats)
         if (name == format.name)
             return format;

@@ -44,5 +44,7 @@ struct CloudFormat {
     Bytes (*encode)(const std::vector<CloudPoint>& cloud, Axes axes);
 };
 
+std::vector<std::string> cloudFormatNames();
+
 // Fails with a usage error for an unknown name.
 const CloudFormat& cloudFormat(const std::string& name);

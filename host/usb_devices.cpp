@@ -5,7 +5,6 @@
 #include "host/usb_devices.h"
 
 #include <algorithm>
-#include <cctype>
 #include <climits>
 #include <cstdlib>
 #include <dirent.h>
@@ -39,13 +38,6 @@ std::string linkTarget(const std::string& path)
     char target[PATH_MAX];
     const ssize_t length = readlink(path.c_str(), target, sizeof target);
     return length < 0 ? std::string() : std::string(target, static_cast<size_t>(length));
-}
-
-std::string lowerCase(std::string text)
-{
-    for (char& c : text)
-        c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    return text;
 }
 
 bool isOfInterest(const std::string& vendor, const std::string& product)
@@ -95,8 +87,8 @@ std::vector<UsbCamera> attachedCameras()
 {
     std::vector<UsbCamera> cameras;
     for (const std::string& port : namesIn(kDevices)) {
-        const std::string vendor = lowerCase(usbAttribute(port, "idVendor"));
-        const std::string product = lowerCase(usbAttribute(port, "idProduct"));
+        const std::string vendor = usbAttribute(port, "idVendor");
+        const std::string product = usbAttribute(port, "idProduct");
         if (!isOfInterest(vendor, product))
             continue;
         UsbCamera camera;

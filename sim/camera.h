@@ -143,7 +143,7 @@ private:
 // The EEPROM content of a new camera: signature, factory settings, serial number and lens.
 Eeprom factoryEeprom(const Config& config);
 
-// The serial number as 14 lower-case hexadecimal digits.
-std::string serialText(const Config& config);
+// As lower-case hexadecimal digits: the form of serial numbers, and of numbers in sysfs.
+std::string hexDigits(std::span<const uint8_t> bytes);
 
 } // namespace sim

@@ -54,11 +54,11 @@ std::vector<uint8_t> Camera::configDescriptor() const
 
 // clang-format on
 
-std::string serialText(const Config& config)
+std::string hexDigits(std::span<const uint8_t> bytes)
 {
     constexpr char kDigits[] = "0123456789abcdef";
     std::string text;
-    for (const uint8_t byte : config.serial) {
+    for (const uint8_t byte : bytes) {
         text += kDigits[byte >> 4];
         text += kDigits[byte & 15];
     }
@@ -75,7 +75,7 @@ std::vector<uint8_t> Camera::stringDescriptor(uint8_t index) const
         return {};
     std::string text = index == kManufacturer ? m_config.manufacturer
                        : index == kProduct    ? m_config.product
-                                              : serialText(m_config);
+                                              : hexDigits(m_config.serial);
     text.resize(std::min(text.size(), kMostCharacters));
     std::vector<uint8_t> bytes = {static_cast<uint8_t>(2 + 2 * text.size()), kString};
     for (const char character : text) {

@@ -91,7 +91,6 @@ struct Bus::State {
     Clock::time_point retireUnused();
 
     UMockdevTestbed* testbed;
-    std::string root;
 
     BusShare share; // its lock guards everything below
     std::deque<std::function<void()>> tasks;
@@ -112,7 +111,6 @@ Bus::State::State(const BusOptions& options)
     share.timeScale = options.timeScale;
     share.capabilities = options.capabilities;
     testbed = newTestbed();
-    root = rootOf(testbed);
     thread = std::thread([this] { run(); });
     onThread([this] {
         attach(nullptr, kHubPath, "A: product=Virtual root hub\\n\n",
@@ -270,11 +268,6 @@ void Bus::State::detach(Slot& slot, std::unique_lock<std::mutex>& lock)
 Bus::Bus(const BusOptions& options) : m_state(std::make_unique<State>(options)) {}
 
 Bus::~Bus() = default;
-
-const std::string& Bus::root() const
-{
-    return m_state->root;
-}
 
 size_t Bus::add(Config config, unsigned port)
 {

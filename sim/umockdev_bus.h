@@ -28,9 +28,6 @@ public:
     Bus(const Bus&) = delete;
     Bus& operator=(const Bus&) = delete;
 
-    // The directory for UMOCKDEV_DIR of clients. Within this process it is set already.
-    const std::string& root() const;
-
     // Plugs a camera in; returns its index. A root hub is always there. The port of that hub tells where libusb lists
     // the camera: from the last name, read as a text, to the first. 0: the index plus 1.
     size_t add(Config config, unsigned port = 0);

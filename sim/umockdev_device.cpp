@@ -27,19 +27,10 @@ BusShare::Clock::time_point BusShare::when(TimeUs time) const
     return Clock::now() + std::chrono::microseconds(static_cast<int64_t>(std::clamp(wait, 0.0, 3.6e9)));
 }
 
-static std::string hex(const std::vector<uint8_t>& bytes)
+static std::string hexDigits(uint16_t value)
 {
-    std::string text;
-    for (const uint8_t byte : bytes) {
-        text += "0123456789ABCDEF"[byte >> 4];
-        text += "0123456789ABCDEF"[byte & 15];
-    }
-    return text;
-}
-
-static std::string hex(uint16_t value)
-{
-    return hex({static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value & 0xFF)});
+    const uint8_t bytes[] = {static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value & 0xFF)};
+    return hexDigits(bytes);
 }
 
 static std::string threeDigits(unsigned number)
@@ -53,7 +44,7 @@ static std::string nodeOf(unsigned address)
     return "/dev/bus/usb/001/" + threeDigits(address);
 }
 
-std::string rootOf(UMockdevTestbed* testbed)
+static std::string rootOf(UMockdevTestbed* testbed)
 {
     gchar* directory = umockdev_testbed_get_root_dir(testbed);
     std::string root = directory;
@@ -85,7 +76,7 @@ void UmockdevDevice::announce(const std::string& attributes, const std::vector<u
                                     "\nE: BUSNUM=001\nE: DEVNUM=" + threeDigits(m_address) +
                                     "\nA: busnum=1\\n\nA: devnum=" + std::to_string(m_address) +
                                     "\\n\nA: speed=480\\n\nA: bConfigurationValue=1\\n\n" + attributes +
-                                    "H: descriptors=" + hex(descriptors) + "\n";
+                                    "H: descriptors=" + hexDigits(descriptors) + "\n";
     GError* error = nullptr;
     umockdev_testbed_attach_ioctl(m_testbed, node.c_str(), m_handler, &error);
     if (error == nullptr)
@@ -136,12 +127,10 @@ gboolean UmockdevDevice::onIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client
 
 void UmockdevDevice::onClient(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self)
 {
-    auto& device = *static_cast<UmockdevDevice*>(self);
-    {
-        const std::lock_guard lock(device.m_share.mutex);
-        ++device.m_clients;
-    }
     g_object_weak_ref(G_OBJECT(client), onClientGone, self);
+    auto& device = *static_cast<UmockdevDevice*>(self);
+    const std::lock_guard lock(device.m_share.mutex);
+    ++device.m_clients;
 }
 
 // umockdev tells nobody that a client has closed the device, but its object of the client ends then.
@@ -160,7 +149,7 @@ void UmockdevDevice::onClientGone(gpointer self, GObject* client)
 
 std::string attributesOf(const Config& config)
 {
-    return "A: idVendor=" + hex(config.vendorId) + "\\n\nA: idProduct=" + hex(config.productId) +
+    return "A: idVendor=" + hexDigits(config.vendorId) + "\\n\nA: idProduct=" + hexDigits(config.productId) +
            "\\n\nA: manufacturer=" + config.manufacturer + "\\n\nA: product=" + config.product + "\\n\n";
 }
 

@@ -80,8 +80,6 @@ private:
     std::optional<BusShare::Clock::time_point> m_goneSince;
 };
 
-std::string rootOf(UMockdevTestbed* testbed); // its directory
-
 // The sysfs attributes that name a camera.
 std::string attributesOf(const Config& config);
 

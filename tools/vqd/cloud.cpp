@@ -7,6 +7,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "host/formatted.h"
+
 #include "cameras.h"
 #include "cloud_options.h"
 #include "command_line.h"
@@ -72,11 +74,7 @@ int cloud(const Options& options)
     json["frames"] = options.frames;
     json["points"] = valid;
     json["file"] = options.file;
-    if (common.json)
-        output.print(json);
-    else
-        output.print("%s: %zu points, mean of %d frames\n", options.file.c_str(), valid, options.frames);
-    output.finish();
+    output.finish(json, formatted("%s: %zu points, mean of %d frames\n", options.file.c_str(), valid, options.frames));
     return kDone;
 }
 
@@ -88,14 +86,11 @@ void addCloud(CLI::App& app, Run& run)
     const auto options = std::make_shared<Options>();
     command->add_option("file", options->file, "FILE.ply or FILE.pcd")->type_name("FILE")->check(notEmpty)->required();
     command->add_option("--format", options->format, "Format of the file, whatever its name is")
-        ->check(CLI::IsMember({"ply", "pcd"}));
+        ->check(CLI::IsMember(cloudFormatNames()));
     command->add_option("-n,--frames", options->frames, "Number of frames, of which the mean is taken")
         ->check(CLI::Range(1, 100'000))
         ->capture_default_str();
-    command->add_option("-s,--set", options->settings, "A setting for this cloud only, as in vqd set")
-        ->type_name("KEY=VALUE")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addRepeatable(*command, "-s,--set", options->settings, "KEY=VALUE", "A setting for this cloud only, as in vqd set");
     addAxes(*command, options->axes);
     addCommon(*command, kCamera | kJson | kForce);
     command->footer(

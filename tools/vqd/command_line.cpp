@@ -114,6 +114,15 @@ size_t distance(const std::string& from, const std::string& to)
 
 } // namespace
 
+CLI::Option* addRepeatable(CLI::App& command, const char* name, std::vector<std::string>& values, const char* type,
+                           const char* description)
+{
+    return command.add_option(name, values, description)
+        ->type_name(type)
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
 // CLI11 lists unexpected words from the last to the first.
 std::string usageMessage(const CLI::App* app, const CLI::Error& error)
 {

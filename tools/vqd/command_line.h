@@ -16,6 +16,10 @@ extern const CLI::Validator notEmpty;
 // The words that an option accepts; empty when it is not limited to some words.
 std::vector<std::string> wordsOf(const CLI::Option& option);
 
+// An option that takes one value and may be given several times.
+CLI::Option* addRepeatable(CLI::App& command, const char* name, std::vector<std::string>& values, const char* type,
+                           const char* description);
+
 // Help in the form "-n, --frames N   Number of frames (1 to 100; default 1)".
 std::shared_ptr<CLI::Formatter> helpFormatter();
 

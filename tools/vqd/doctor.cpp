@@ -74,11 +74,7 @@ int doctor(const std::string& reportFile)
     const Contents contents = examine(findings, cameras);
     if (!findings.healthy())
         output.showLibraryLines();
-    if (common.json)
-        output.print(findings.json());
-    else
-        output.print("%s", findings.verdict());
-    output.finish();
+    output.finish(findings.json(), findings.verdict());
     if (!reportFile.empty()) {
         writeFile(reportFile, tarGz(reportFiles(findings, cameras, contents.eeproms, contents.lines)), existing());
         note("%s holds the findings, versions, the cameras' places on the bus, their EEPROM and the library's lines; "

@@ -41,19 +41,20 @@ void findControlLimit(Findings& findings, const UsbCamera& camera, libusb_device
 
 std::string judgeEeprom(Findings& findings, const UsbCamera& camera, libusb_device_handle* handle)
 {
-    const auto [moved, eeprom] = readEeprom(handle);
-    if (moved != VQD_EEPROM_BYTES) {
+    const EepromRead read = readEeprom(handle);
+    if (!read.whole()) {
         findings.add(Level::problem, camera.port,
-                     "its EEPROM cannot be read: " +
-                         (moved < 0 ? std::string(libusb_error_name(moved)) : formatted("%d of 128 bytes", moved)),
+                     "its EEPROM cannot be read: " + (read.moved < 0 ? std::string(libusb_error_name(read.moved))
+                                                                     : formatted("%d of 128 bytes", read.moved)),
                      "Unplug the camera and plug it in again. If that does not help, use another cable or port.");
         return {};
     }
+    const Eeprom& eeprom = read.bytes;
     std::string digits;
     for (const uint8_t byte : eeprom)
         digits += formatted("%02x", byte);
     digits += "  " + camera.port + '\n';
-    if (eeprom[kSignature] != kSignatureValue) {
+    if (!read.isSigned()) {
         findings.add(Level::problem, camera.port,
                      formatted("its EEPROM has no signature (%02x, not %02x), so factory settings and a standard lens "
                                "are used instead",
@@ -88,10 +89,11 @@ void findFrameRate(Findings& findings, const ListedCamera& camera)
     const double rate = count / std::chrono::duration<double>(Clock::now() - start).count();
     const double expected = 1000 / nominalInterval(camera.nIndex);
     const bool alone = vqdGetMultiSyncMode(camera.nIndex) != 1; // otherwise the cameras take turns
-    const std::string text = formatted("%.1f frames a second", rate);
+    const std::string text =
+        formatted("%.1f frames a second", rate) + (alone ? formatted(", %.1f expected", expected) : "");
     if (!alone || rate >= kTolerance * expected)
-        return findings.add(Level::ok, subject, text + (alone ? formatted(", %.1f expected", expected) : ""));
-    findings.add(Level::warning, subject, text + formatted(", %.1f expected", expected),
+        return findings.add(Level::ok, subject, text);
+    findings.add(Level::warning, subject, text,
                  "Other traffic on the bus or a busy machine slows it down: \"vqd stats\" shows errors and jitter.");
 }
 

@@ -12,6 +12,7 @@
 #include "eeprom_change.h"
 #include "messages.h"
 #include "options.h"
+#include "output.h"
 #include "settings_apply.h"
 
 namespace
@@ -67,11 +68,7 @@ void show(const ListedCamera& camera, const Options& options, bool saved, Output
     if (options.lens)
         json["lens"] = calibrationJson(camera);
     json["saved"] = saved;
-    if (common.json)
-        output.print(json);
-    else
-        printSettings(output, json["settings"]);
-    output.finish();
+    output.finish(json, settingLines(json["settings"]));
 }
 
 int load(const Options& options)

@@ -54,11 +54,7 @@ int backup(const Options& options)
     Json json = document("eeprom-backup");
     json["camera"] = identityJson(camera);
     json["file"] = options.file;
-    if (common.json)
-        output.print(json);
-    else
-        output.print("%s: the EEPROM of camera %s\n", options.file.c_str(), camera.szSerialNumber);
-    output.finish();
+    output.finish(json, options.file + ": the EEPROM of camera " + camera.szSerialNumber + '\n');
     return kDone;
 }
 
@@ -86,12 +82,7 @@ int diff(const Options& options)
     const std::vector<EepromDifference> found = differences(before, after);
     Json json = document("eeprom-diff");
     json["equal"] = found.empty();
-    json["differences"] = differencesJson(found);
-    if (common.json)
-        output.print(json);
-    else
-        printDifferences(output, found);
-    output.finish();
+    showDifferences(output, json, found);
     return found.empty() ? kDone : kVerification;
 }
 

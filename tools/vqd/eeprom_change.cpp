@@ -6,6 +6,7 @@
 
 #include "host/backups.h"
 #include "host/eeprom_store.h"
+#include "host/formatted.h"
 
 #include "interrupt.h"
 #include "messages.h"
@@ -65,22 +66,19 @@ void changeSettings(const ListedCamera& camera, bool save, const std::string& qu
     });
 }
 
-void printDifferences(Output& output, const std::vector<EepromDifference>& differences)
+void showDifferences(Output& output, Json json, const std::vector<EepromDifference>& differences)
 {
+    std::string text;
     for (const auto& [before, after] : differences)
-        output.print("%-38s %s -> %s%s%s\n", before.name.c_str(), before.value.c_str(), after.value.c_str(),
-                     *before.unit ? " " : "", before.unit);
+        text += formatted("%-38s %s -> %s%s%s\n", before.name.c_str(), before.value.c_str(), after.value.c_str(),
+                          *before.unit ? " " : "", before.unit);
+    json["differences"] = differencesJson(differences);
+    output.finish(json, text);
 }
 
 void showChange(Output& output, const char* command, const ListedCamera& camera, const Eeprom& after)
 {
-    const std::vector<EepromDifference> changes = differences(camera.eeprom, after);
     Json json = document(command);
     json["camera"] = identityJson(camera);
-    json["differences"] = differencesJson(changes);
-    if (common.json)
-        output.print(json);
-    else
-        printDifferences(output, changes);
-    output.finish();
+    showDifferences(output, std::move(json), differences(camera.eeprom, after));
 }

@@ -38,8 +38,8 @@ void changeSettings(const ListedCamera& camera, bool save, const std::string& qu
 inline constexpr char kNotSaved[] =
     "not saved: the next program that lists the camera gets its stored settings again (--save keeps these)";
 
-// A line for each difference.
-void printDifferences(Output& output, const std::vector<EepromDifference>& differences);
+// The end of a command: a line for each difference, or the document with the differences added.
+void showDifferences(Output& output, Json json, const std::vector<EepromDifference>& differences);
 
 // What a command has made of the EEPROM that the camera had when it was listed.
 void showChange(Output& output, const char* command, const ListedCamera& camera, const Eeprom& after);

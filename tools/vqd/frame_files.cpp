@@ -67,7 +67,7 @@ std::vector<FrameFile> seriesFiles(const SeriesFormat& series, int number)
 
 std::vector<SeriesName> seriesNames()
 {
-    return {{"depth", seriesFormats()}, {"amplitude", seriesFormats()}, {"points", {"ply", "pcd"}}};
+    return {{"depth", seriesFormats()}, {"amplitude", seriesFormats()}, {"points", cloudFormatNames()}};
 }
 
 void requireNewFiles(const std::filesystem::path& directory, const std::vector<FrameFile>& files)

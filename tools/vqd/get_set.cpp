@@ -12,6 +12,7 @@
 #include "eeprom_change.h"
 #include "messages.h"
 #include "options.h"
+#include "output.h"
 #include "settings_apply.h"
 
 namespace
@@ -28,11 +29,7 @@ void show(Output& output, const ListedCamera& camera, const char* command, const
     json["camera"] = identityJson(camera);
     for (const Setting* setting : settings)
         json["settings"][setting->name] = setting->get(camera.nIndex);
-    if (common.json)
-        output.print(json);
-    else
-        printSettings(output, json["settings"]);
-    output.finish();
+    output.finish(json, settingLines(json["settings"]));
 }
 
 int get(const Options& options)

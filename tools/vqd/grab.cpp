@@ -9,6 +9,7 @@
 #include <CLI/CLI.hpp>
 
 #include "host/arrivals.h"
+#include "host/formatted.h"
 
 #include "cameras.h"
 #include "cloud_options.h"
@@ -80,39 +81,34 @@ Json summaryJson(const ListedCamera& camera, const Options& options, const Arriv
     return json;
 }
 
-void tell(Output& output, const ListedCamera& camera, const Options& options, const Arrivals& arrivals, unsigned depth)
+std::string summaryText(const ListedCamera& camera, const Options& options, const Arrivals& arrivals, unsigned depth)
 {
     const int n = camera.nIndex;
-    output.print("camera %d: %s, serial %s, USB %s\n", n, camera.szDeviceName, camera.szSerialNumber,
-                 usbIds(camera).c_str());
-    output.print("sensor temperature %.1f, logic version %u.%u\n", m_dTemperature[n], m_nLogicver[0][n],
-                 m_nLogicver[1][n]);
-    output.print("%d frame%s", options.frames, options.frames == 1 ? "" : "s");
+    std::string text = formatted("camera %d: %s, serial %s, USB %s\n", n, camera.szDeviceName, camera.szSerialNumber,
+                                 usbIds(camera).c_str());
+    text += formatted("sensor temperature %.1f, logic version %u.%u\n", m_dTemperature[n], m_nLogicver[0][n],
+                      m_nLogicver[1][n]);
+    text += formatted("%d frame%s", options.frames, options.frames == 1 ? "" : "s");
     if (arrivals.rate() > 0)
-        output.print(", %.1f frames per second", arrivals.rate());
-    output.print("\n");
+        text += formatted(", %.1f frames per second", arrivals.rate());
+    text += '\n';
     if (arrivals.lost() > 0 || arrivals.reopens() > 0)
-        output.print("gaps: re-opens %d, frames lost about %d, the longest gap %.1f s\n", arrivals.reopens(),
-                     arrivals.lost(), arrivals.longest());
-    if (depth > 0)
-        output.print("depth at the centre %u mm\n", depth);
-    else
-        output.print("no valid depth at the centre\n");
+        text += formatted("gaps: re-opens %d, frames lost about %d, the longest gap %.1f s\n", arrivals.reopens(),
+                          arrivals.lost(), arrivals.longest());
+    return text + (depth > 0 ? formatted("depth at the centre %u mm\n", depth) : "no valid depth at the centre\n");
 }
 
-void tellFiles(Output& output, const Options& options)
+std::string filesText(const Options& options)
 {
-    const char* const directory = options.directory.c_str();
-    if (!options.format.empty())
-        output.print("every frame in %s: depth-*.%s, amplitude-*.%s, frames.csv\n", directory, options.format.c_str(),
-                     options.format.c_str());
-    else
-        output.print("pictures in %s: depth.png, amplitude.png; exact values: depth16.png, amplitude16.png\n",
-                     directory);
+    const bool series = !options.format.empty();
+    std::string text = series ? formatted("every frame in %s: depth-*.%s, amplitude-*.%s, frames.csv\n",
+                                          options.directory.c_str(), options.format.c_str(), options.format.c_str())
+                              : "pictures in " + options.directory +
+                                    ": depth.png, amplitude.png; exact values: depth16.png, amplitude16.png\n";
     if (!options.cloud.empty())
-        output.print(options.format.empty() ? "point cloud: points.%s, seen in points.png\n"
-                                            : "point clouds: points-*.%s\n",
-                     options.cloud.c_str());
+        text += series ? "point clouds: points-*." + options.cloud + '\n'
+                       : "point cloud: points." + options.cloud + ", seen in points.png\n";
+    return text;
 }
 
 // A series that ends early keeps the frames that it has.
@@ -174,13 +170,8 @@ int grab(const Options& options)
         readSeries(stream, options, *frame, arrivals);
     writeFiles(options.directory, pictures, *frame);
     const unsigned depth = centreDepth(*frame);
-    if (common.json) {
-        output.print(summaryJson(camera, options, arrivals, depth));
-    } else {
-        tell(output, camera, options, arrivals, depth);
-        tellFiles(output, options);
-    }
-    output.finish();
+    output.finish(summaryJson(camera, options, arrivals, depth),
+                  summaryText(camera, options, arrivals, depth) + filesText(options));
     return kDone;
 }
 
@@ -205,13 +196,10 @@ void addGrab(CLI::App& app, Run& run)
     command
         ->add_option("--cloud", options->cloud,
                      "Also write point clouds, true to scale; all files of this grab are then undistorted")
-        ->check(CLI::IsMember({"ply", "pcd"}))
+        ->check(CLI::IsMember(cloudFormatNames()))
         ->expected(0, 1)
         ->default_str("ply");
-    command->add_option("-s,--set", options->settings, "A setting for this grab only, as in vqd set")
-        ->type_name("KEY=VALUE")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addRepeatable(*command, "-s,--set", options->settings, "KEY=VALUE", "A setting for this grab only, as in vqd set");
     addAxes(*command, options->axes);
     addCommon(*command, kCamera | kJson | kForce);
     command->footer(

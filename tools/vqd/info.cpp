@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 
 #include "host/assignments.h"
+#include "host/formatted.h"
 #include "host/lens_json.h"
 
 #include "cameras.h"
@@ -14,15 +15,14 @@
 #include "options.h"
 #include "output.h"
 
-// Prints a line for each member; the names of nested members are joined by dots.
-static void printTree(Output& output, const Json& json, const std::string& prefix)
+// A line for each member; the names of nested members are joined by dots.
+static std::string treeText(const Json& json, const std::string& prefix)
 {
-    for (const auto& [name, value] : json.items()) {
-        if (value.is_object())
-            printTree(output, value, prefix + name + ".");
-        else
-            output.print("%-28s %s\n", (prefix + name).c_str(), settingText(value).c_str());
-    }
+    std::string text;
+    for (const auto& [name, value] : json.items())
+        text += value.is_object() ? treeText(value, prefix + name + ".")
+                                  : formatted("%-28s %s\n", (prefix + name).c_str(), settingText(value).c_str());
+    return text;
 }
 
 static int info()
@@ -38,14 +38,8 @@ static int info()
     json["camera"] = identityJson(camera);
     json["settings"] = settingsJson(camera.nIndex, true);
     json["lens"] = calibrationJson(camera);
-    if (common.json) {
-        output.print(json);
-    } else {
-        printTree(output, json["camera"], "");
-        printTree(output, json["settings"], "");
-        printTree(output, json["lens"], "lens.");
-    }
-    output.finish();
+    output.finish(json,
+                  treeText(json["camera"], "") + treeText(json["settings"], "") + treeText(json["lens"], "lens."));
     return kDone;
 }
 

@@ -4,6 +4,8 @@
 // vqd list: a line for each attached camera.
 #include <CLI/CLI.hpp>
 
+#include "host/formatted.h"
+
 #include "cameras.h"
 #include "commands.h"
 #include "options.h"
@@ -14,24 +16,22 @@ static int list()
     Output output;
     Json json = document("list");
     json["cameras"] = Json::array();
+    std::string lines;
     try {
         const Cameras cameras;
         for (const ListedCamera& camera : cameras.all()) {
             warnOfEeprom(camera);
             json["cameras"].push_back(identityJson(camera));
-            if (!common.json)
-                output.print("%d  %-10s  %-14s  %s  %-5s  %s\n", camera.nIndex, camera.szDeviceName,
-                             camera.szSerialNumber, usbIds(camera).c_str(), camera.place.port.c_str(),
-                             busAddress(camera).c_str());
+            lines +=
+                formatted("%d  %-10s  %-14s  %s  %-5s  %s\n", camera.nIndex, camera.szDeviceName, camera.szSerialNumber,
+                          usbIds(camera).c_str(), camera.place.port.c_str(), busAddress(camera).c_str());
         }
     } catch (const Failure& failure) {
         if (common.json && failure.code == kNoCamera)
             output.print(json); // a script can count them
         throw;
     }
-    if (common.json)
-        output.print(json);
-    output.finish();
+    output.finish(json, lines);
     return kDone;
 }
 

@@ -67,3 +67,9 @@ void Output::finish()
     if (fflush(m_data) != 0 || ferror(m_data))
         throw Failure(kFailed, std::string("standard output: ") + strerror(errno));
 }
+
+void Output::finish(const Json& json, const std::string& text)
+{
+    print("%s", common.json ? documentText(json).c_str() : text.c_str());
+    finish();
+}

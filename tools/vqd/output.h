@@ -24,6 +24,9 @@ public:
     // Fails unless everything that was printed could be written.
     void finish();
 
+    // A command's result as a whole: the object with --json, else the text.
+    void finish(const Json& json, const std::string& text);
+
     // For a failure that is not an exception.
     void showLibraryLines();
 

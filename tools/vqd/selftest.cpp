@@ -7,6 +7,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "host/formatted.h"
+
 #include "cameras.h"
 #include "commands.h"
 #include "interrupt.h"
@@ -46,11 +48,8 @@ int selftest(int frameCount)
         }
     }
     json["passed"] = failed == 0;
-    if (common.json)
-        output.print(json);
-    else
-        output.print(failed == 0 ? "passed\n" : "failed: %d of %zu checks\n", failed, selftestChecks().size());
-    output.finish();
+    output.finish(json,
+                  failed == 0 ? "passed\n" : formatted("failed: %d of %zu checks\n", failed, selftestChecks().size()));
     lines.take();
     if (failed > 0)
         output.showLibraryLines();

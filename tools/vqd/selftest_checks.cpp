@@ -57,10 +57,10 @@ Verdict eeprom(Bench& bench)
 
 Verdict lens(Bench& bench)
 {
-    float k[4] = {}, distortion[6] = {};
-    vqdGetLensParameter(bench.n, k, distortion);
-    return judge(isPlausible({k[0], k[1], k[2], k[3]}),
-                 formatted("focal length %.1f, %.1f, centre %.1f, %.1f", k[0], k[1], k[2], k[3]));
+    float intrinsic[4] = {}, distortion[6] = {};
+    vqdGetLensParameter(bench.n, intrinsic, distortion);
+    const LensIntrinsic k{intrinsic[0], intrinsic[1], intrinsic[2], intrinsic[3]};
+    return judge(isPlausible(k), lensText(k));
 }
 
 Verdict opens(Bench& bench)
@@ -92,14 +92,6 @@ constexpr struct {
     {"orthogonal", {1}, {0}},
 };
 
-std::string joined(const int* values, size_t count)
-{
-    std::string text;
-    for (size_t i = 0; i < count; ++i)
-        text += (i > 0 ? "," : "") + std::to_string(values[i]);
-    return text;
-}
-
 Verdict settings(Bench& bench)
 {
     int changed = 0;
@@ -112,14 +104,15 @@ Verdict settings(Bench& bench)
             untried = "; this model has one frequency";
             continue;
         }
-        const size_t count = setting.values.size();
-        const bool isFirst = joined(trial.first, count) == settingText(setting.get(bench.n));
-        const int* values = isFirst ? trial.second : trial.first;
-        const std::string wanted = joined(values, count);
-        if (setting.set(bench.n, values) != 1)
-            return fails(formatted("%s=%s was refused", setting.name, wanted.c_str()));
-        if (const std::string got = settingText(setting.get(bench.n)); got != wanted)
-            return fails(formatted("%s reads %s after %s", setting.name, got.c_str(), wanted.c_str()));
+        const auto valuesOf = [&](const int* values) { return std::vector(values, values + setting.values.size()); };
+        Assignment wanted{&setting, valuesOf(trial.first)};
+        if (setting.get(bench.n) == wanted.json())
+            wanted.values = valuesOf(trial.second);
+        if (setting.set(bench.n, wanted.values.data()) != 1)
+            return fails(formatted("%s=%s was refused", setting.name, wanted.text().c_str()));
+        if (const Json got = setting.get(bench.n); got != wanted.json())
+            return fails(
+                formatted("%s reads %s after %s", setting.name, settingText(got).c_str(), wanted.text().c_str()));
         ++changed;
     }
     return passes(formatted("%d changed and read back%s", changed, untried.c_str()));
@@ -220,6 +213,16 @@ double difference(const Plane& a, const Plane& b, bool columns, bool rows)
     return sum / int{VQD_PIXELS};
 }
 
+// A frame after a change. The first ones may have been exposed before it.
+bool readChanged(Bench& bench)
+{
+    constexpr int kEnough = 3;
+    for (int i = 0; i < kEnough; ++i)
+        if (!bench.read(bench.frame))
+            return false;
+    return true;
+}
+
 // Flips while grabbing, and looks for it in the amplitude. Nothing can be seen of it in a scene that looks the same in
 // the mirror.
 Verdict flip(Bench& bench, const char* name, bool columns)
@@ -230,15 +233,13 @@ Verdict flip(Bench& bench, const char* name, bool columns)
     const Plane straight = bench.frame.amplitude;
     if (setting.set(bench.n, &other) != 1)
         return fails("refused");
-    for (int i = 0; i < 3; ++i) // some may have been exposed before the change
-        if (!bench.read(bench.frame))
-            return fails("the camera is lost");
+    if (!readChanged(bench))
+        return fails("the camera is lost");
     const Plane flipped = bench.frame.amplitude;
     const int back = 1 - other;
     setting.set(bench.n, &back);
-    for (int i = 0; i < 3; ++i)
-        if (!bench.read(bench.frame))
-            return fails("the camera is lost");
+    if (!readChanged(bench))
+        return fails("the camera is lost");
     const double mirrored = difference(flipped, straight, columns, !columns);
     const double unchanged = difference(flipped, straight, false, false);
     if (mirrored < kClear * unchanged)

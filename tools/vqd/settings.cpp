@@ -4,6 +4,7 @@
 // vqd settings: the table of settings itself, for people and for programs that offer settings.
 #include <CLI/CLI.hpp>
 
+#include "host/formatted.h"
 #include "host/settings.h"
 
 #include "commands.h"
@@ -15,12 +16,10 @@ static int settings()
     Output output;
     Json json = document("settings");
     json["settings"] = settingsTable();
-    if (common.json)
-        output.print(json);
-    else
-        for (const Setting& setting : allSettings())
-            output.print("%-17s  %-35s  %s\n", setting.name, setting.label, valuesText(setting).c_str());
-    output.finish();
+    std::string text;
+    for (const Setting& setting : allSettings())
+        text += formatted("%-17s  %-35s  %s\n", setting.name, setting.label, valuesText(setting).c_str());
+    output.finish(json, text);
     return kDone;
 }
 

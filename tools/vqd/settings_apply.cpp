@@ -4,6 +4,8 @@
 // Sending and showing settings, with the messages and signals of the tool.
 #include "settings_apply.h"
 
+#include "host/formatted.h"
+
 #include "interrupt.h"
 #include "messages.h"
 
@@ -19,8 +21,10 @@ void applySettings(const ListedCamera& camera, std::span<const Assignment> assig
         note("fppn is on, but adds nothing: the FPPN table reads as zeros, because libusb on Linux refuses to read it");
 }
 
-void printSettings(Output& output, const Json& settings)
+std::string settingLines(const Json& settings)
 {
+    std::string lines;
     for (const auto& [name, value] : settings.items())
-        output.print("%-17s %s\n", name.c_str(), settingText(value).c_str());
+        lines += formatted("%-17s %s\n", name.c_str(), settingText(value).c_str());
+    return lines;
 }

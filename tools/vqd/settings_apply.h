@@ -6,10 +6,8 @@
 
 #include "host/assignments.h"
 
-#include "output.h"
-
 // Sends them one by one, and compares what the camera then has. A signal ends it between two.
 void applySettings(const ListedCamera& camera, std::span<const Assignment> assignments);
 
 // A line for each setting.
-void printSettings(Output& output, const Json& settings);
+std::string settingLines(const Json& settings);

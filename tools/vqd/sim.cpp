@@ -22,6 +22,7 @@
 
 #include "host/whole_files.h"
 #include "sim/fault_language.h"
+#include "sim/registers.h"
 #include "sim/scene.h"
 #include "sim/umockdev_bus.h"
 
@@ -43,16 +44,16 @@ constexpr struct {
     {"VQD-RS110", 0x8720}, {"VQD-RS120", 0x8722}, {"VQD-WN120", 0x8724},
 };
 
-constexpr size_t kSerialInEeprom = 57;
-
 // Tables in the camera's memory, by their names in vqd table.
 constexpr struct {
     const char* name;
     uint16_t region;
     size_t bytes;
 } kTables[] = {
-    {"wiggling", 0x0000, 3840}, {"wiggling-a", 0x0000, 8192}, {"wiggling-b", 0x2000, 8192}, {"fppn", 0x0F00, 12288},
-    {"fppn-4x4", 0x4000, 9600}, {"fppn-5x5", 0x5800, 6144},   {"orthogonal", 0x7000, 4096},
+    {"wiggling", sim::kWigglingRegion, 3840},         {"wiggling-a", sim::kWigglingRegion, 8192},
+    {"wiggling-b", sim::kSecondWigglingRegion, 8192}, {"fppn", sim::kPlainFppnRegion, 12288},
+    {"fppn-4x4", sim::kFppn4x4Region, 9600},          {"fppn-5x5", sim::kFppn5x5Region, 6144},
+    {"orthogonal", sim::kOrthogonalRegion, 4096},
 };
 
 struct Options {
@@ -161,13 +162,13 @@ void fill(Plugged& camera, size_t index, const Options& options)
         if (const ForCamera file = addressed(text, count); file.concerns(index)) {
             const std::vector<uint8_t> bytes = readFile(file.value, sim::kEepromBytes);
             std::copy(bytes.begin(), bytes.end(), camera.eeprom.emplace().begin());
-            std::copy_n(bytes.begin() + kSerialInEeprom, camera.config.serial.size(), camera.config.serial.begin());
+            std::copy_n(bytes.begin() + sim::kSerialNumber, camera.config.serial.size(), camera.config.serial.begin());
         }
     for (const std::string& text : options.serials)
         if (const ForCamera serial = addressed(text, count); serial.concerns(index))
             camera.config.serial = parseSerial(serial.value);
     if (camera.eeprom)
-        std::ranges::copy(camera.config.serial, camera.eeprom->begin() + kSerialInEeprom);
+        std::ranges::copy(camera.config.serial, camera.eeprom->begin() + sim::kSerialNumber);
     for (const std::string& text : options.tables) {
         const ForCamera table = addressed(text, count);
         const size_t equals = table.value.find('=');
@@ -274,8 +275,8 @@ int simulate(const Options& options)
     const Signals signals; // before the bus, so that its threads do not take them
     sim::Bus bus;
     plugCameras(bus, std::move(cameras));
-    setenv("VQD_SIM_PID", std::to_string(getpid()).c_str(),
-           1); // tells vqd doctor which process has the device nodes open
+    // Tells vqd doctor which process has the device nodes open.
+    setenv("VQD_SIM_PID", std::to_string(getpid()).c_str(), 1);
     return signals.wait(signals.start(options.invocation.program));
 }
 
@@ -303,19 +304,15 @@ void addSim(CLI::App& app, Run& run, const Invocation& invocation)
     command
         ->add_option("--fault", options->plan, "What goes wrong, such as \"unplug after frame 40, back after 350 ms\"")
         ->type_name("PLAN");
-    const auto perCamera = [&](const char* name, std::vector<std::string>& values, const char* type, const char* text) {
-        command->add_option(name, values, text)
-            ->type_name(type)
-            ->check(notEmpty)
-            ->expected(1)
-            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    };
-    perCamera("--serial", options->serials, "[CAMERA:]DIGITS",
-              "Serial number of 14 digits; 2:... is for the second camera");
-    perCamera("--eeprom", options->eeproms, "[CAMERA:]FILE",
-              "Content of the EEPROM: 128 bytes, as from vqd eeprom backup");
-    perCamera("--table", options->tables, "[CAMERA:]TABLE=FILE",
-              "A calibration table in the camera, by its name in vqd table");
+    addRepeatable(*command, "--serial", options->serials, "[CAMERA:]DIGITS",
+                  "Serial number of 14 digits; 2:... is for the second camera")
+        ->check(notEmpty);
+    addRepeatable(*command, "--eeprom", options->eeproms, "[CAMERA:]FILE",
+                  "Content of the EEPROM: 128 bytes, as from vqd eeprom backup")
+        ->check(notEmpty);
+    addRepeatable(*command, "--table", options->tables, "[CAMERA:]TABLE=FILE",
+                  "A calibration table in the camera, by its name in vqd table")
+        ->check(notEmpty);
     command->footer("vqd sim [OPTIONS] [MODEL...] -- PROGRAM [ARGUMENTS...]\n"
                     "The exit code is that of the program, or 128 + signal when a signal killed it.\n"
                     "docs/virtual-camera.md describes the language of fault plans.\n"

@@ -185,11 +185,7 @@ int backup(const Options& options)
     json["table"] = table.name;
     json["values"] = values.size();
     json["file"] = options.file;
-    if (common.json)
-        output.print(json);
-    else
-        output.print("%s: %zu values of '%s'\n", options.file.c_str(), values.size(), table.name);
-    output.finish();
+    output.finish(json, formatted("%s: %zu values of '%s'\n", options.file.c_str(), values.size(), table.name));
     return kDone;
 }
 
@@ -248,12 +244,8 @@ int restore(const Options& options)
     json["file"] = options.file;
     json["verified"] = reason.empty();
     json["reason"] = reason.empty() ? Json() : Json(reason);
-    if (common.json)
-        output.print(json);
-    else
-        output.print("'%s' from %s: %s%s\n", table.name, options.file.c_str(),
-                     reason.empty() ? "verified" : "not verified: ", reason.c_str());
-    output.finish();
+    output.finish(json, formatted("'%s' from %s: %s%s\n", table.name, options.file.c_str(),
+                                  reason.empty() ? "verified" : "not verified: ", reason.c_str()));
     return kDone;
 }
 
