@@ -97,8 +97,29 @@ mentions out "o.bin: verified"
 head -c 9600 /dev/urandom >f.bin
 ends 0 "$vqd" sim -- "$vqd" table restore fppn-4x4 f.bin -y
 mentions out "not verified: this libusb refuses control transfers above 4096 bytes"
+mentions err "is not backed up.*--direct can"
 ends 1 "$vqd" sim -- "$vqd" table backup fppn-4x4 zeros.bin
 [[ ! -e zeros.bin ]] || fail "a table that was not read"
+
+# Past libusb: every table comes back from where it was written, while another descriptor streams; what is restored is verified.
+for table in wiggling fppn fppn-4x4 fppn-5x5; do
+    bytes=$("$vqd" table --help | sed -n "s/^ *$table, \([0-9]*\) bytes.*/\1/p")
+    head -c "$bytes" /dev/urandom >$table.in
+done
+ends 0 "$vqd" sim --table wiggling=wiggling.in --table fppn=fppn.in --table fppn-4x4=fppn-4x4.in -- sh -c '
+    "$0" stats --for 2 --json >stats.json & sleep 0.3
+    for table in wiggling fppn fppn-4x4; do "$0" table backup $table $table.out --direct || exit; cmp $table.in $table.out || exit; done
+    wait $! && "$0" table restore fppn-5x5 fppn-5x5.in -y --direct' "$vqd"
+mentions out "fppn-5x5.in: verified"
+json <(tail -n 1 stats.json) '.frames > 10 and .reopens == 0 and .["transfer-errors"] == 0'
+ends 0 "$vqd" sim --table fppn-4x4=fppn-4x4.in -- "$vqd" table backup fppn-4x4 direct.csv --csv --direct
+[[ $(head -c 12 direct.csv | cut -d, -f1) -eq $((0x$(head -c 2 fppn-4x4.in | od -An -tx1 | tr -d ' \n'))) ]] || fail "the first value"
+ends 1 "$vqd" sim --fault "2nd table read answers 4000; 4th table read silent" -- sh -c '
+    ! "$0" table backup wiggling-b cut --direct || exit 9; "$0" table backup wiggling-b cut --direct' "$vqd"
+mentions err "4000 bytes came"
+mentions err "no answer within a second"
+[[ ! -e cut ]] || fail "a table that was cut short"
+ends 2 "$vqd" table backup fppn x --direct --csv
 ends 2 "$vqd" table restore wiggling o.bin
 mentions err "3840 bytes"
 ends 1 "$vqd" table restore wiggling no-such-file
