@@ -95,8 +95,8 @@ boot() {
     khz=$(awk '$1 == "bogomips" { printf "%d", $3 * 500; exit }' /proc/cpuinfo)
     # AVX2 is emulated too, but many times slower than what it replaces.
     timeout --foreground --kill-after=5 "$seconds" qemu-system-x86_64 -accel tcg,thread=multi -cpu max,avx=off,avx2=off \
-        -smp 2 -m 1G -nodefaults -no-user-config -display none -no-reboot \
-        -kernel "$vmlinuz" -initrd "$initrd" -append "console=ttyS0 panic=-1 tsc_early_khz=$khz" \
+        -smp 1 -m 1G -nodefaults -no-user-config -display none -no-reboot \
+        -kernel "$vmlinuz" -initrd "$initrd" -append "console=ttyS0 panic=-1 tsc=reliable tsc_early_khz=$khz" \
         -chardev "file,id=console,path=${console//,/,,}" -serial chardev:console \
         -chardev stdio,id=lines,signal="${guest_signals:-on}" -serial chardev:lines \
         -device isa-debug-exit,iobase=0xf4,iosize=4 \
