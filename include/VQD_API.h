@@ -207,9 +207,9 @@ VQD_API int vqdDeviceOpen(int n);
  * library's use of libusb's default context.
  *
  * A close that leaves no camera open ends every use of the default context that the library has begun. If the library
- * has begun none since the last such close, it calls libusb_exit(NULL) once all the same. A program that uses the
- * default context itself must therefore close no device number while no camera is open: that would end the program's
- * own use, and its transfers under way would crash.
+ * has begun none since the last such close, it calls libusb_exit(NULL) once all the same, unless it was built with
+ * libusb older than 1.0.24. A program that uses the default context itself must therefore close no device number while
+ * no camera is open: that would end the program's own use, and its transfers under way would crash.
  * @return ::VQD_OK, also for an empty device number; ::VQD_NOT_OPEN for a number outside 0 to 9
  */
 VQD_API int vqdDeviceClose(int n);
