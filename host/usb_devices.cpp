@@ -13,7 +13,7 @@
 #include <memory>
 #include <unistd.h>
 
-#include "device/usb_ids.h"
+#include "device/base/usb_ids.h"
 
 #include "host/formatted.h"
 

@@ -3,8 +3,8 @@
 //
 // The FPPN and orthogonal switches. Each byte is composed from the library-wide flag of the other switch in it.
 #include "config/param_image.h"
-#include "device/device_state.h"
-#include "device/models.h"
+#include "device/base/device_check.h"
+#include "device/base/models.h"
 #include "usb/vendor_channel.h"
 
 static constexpr uint8_t kOrthogonalOn = 19; // byte 2
@@ -12,7 +12,7 @@ static constexpr uint8_t kOrthogonalOff = 18;
 
 int vqdSetFPPN(int n, int on)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     m_bFPPN = on;
     stCamParam[n].image[kCorrectionCode] = CorrectionCode(on == 1, m_bRemoveEdge == 1);
@@ -21,7 +21,7 @@ int vqdSetFPPN(int n, int on)
 
 int vqdGetFPPN(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     const uint8_t code = stCamParam[n].image[kCorrectionCode];
     if ((code & ~(kFppnBit | kEdgeBit)) == 0)
@@ -31,7 +31,7 @@ int vqdGetFPPN(int n)
 
 int vqdSetOrthogonal(int n, int on)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     m_bOrthogonal = on;
     uint8_t* image = stCamParam[n].image;
@@ -44,7 +44,7 @@ int vqdSetOrthogonal(int n, int on)
 
 int vqdGetOrthogonal(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     const uint8_t* image = stCamParam[n].image;
     if (!IsHostCorrected(n)) {

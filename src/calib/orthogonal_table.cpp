@@ -9,8 +9,8 @@
 #include <locale.h>
 #include <sys/stat.h>
 
-#include "device/device_state.h"
-#include "device/message.h"
+#include "device/base/device_state.h"
+#include "device/base/message.h"
 
 static constexpr int kRadialFactors = 2048;
 static constexpr int kFactorsPerPixel = 8; // of radius
@@ -122,7 +122,7 @@ void LoadOrthogonalTable(int n)
     if (!IsDeviceNumber(n))
         return;
     double radial[kRadialFactors];
-    if (vqdLoadOrthogonalData(n, radial) != 1) {
+    if (vqdLoadOrthogonalData(n, radial) != VQD_OK) {
         PrintLine("Orthogonal table load fail.");
         return;
     }

@@ -4,9 +4,10 @@
 // Calibration tables between host and camera: one row a table, one chunked write and one read for all of them.
 #include <cstring>
 
-#include "device/clock.h"
-#include "device/device_state.h"
-#include "device/message.h"
+#include "device/base/clock.h"
+#include "device/base/device_check.h"
+#include "device/base/device_state.h"
+#include "device/base/message.h"
 #include "usb/vendor_channel.h"
 
 static constexpr int kMostChunkBytes = 256;
@@ -77,41 +78,41 @@ static bool isSet(int flag)
 
 int vqdSaveWigglingData(int n, const unsigned char* data)
 {
-    return VQDDevice_ErrorChecked(n) == 1 ? writeTable(n, data, kWiggling) : 0;
+    return IsReady(n) ? writeTable(n, data, kWiggling) : 0;
 }
 
 int vqdSaveWigglingData2(int n, const unsigned char* data, int flag)
 {
-    return VQDDevice_ErrorChecked(n) == 1 ? writeTable(n, data, isSet(flag) ? kWigglingB : kWigglingA) : 0;
+    return IsReady(n) ? writeTable(n, data, isSet(flag) ? kWigglingB : kWigglingA) : 0;
 }
 
 int vqdSaveFPPNData(int n, const unsigned char* data)
 {
-    return VQDDevice_ErrorChecked(n) == 1 ? writeTable(n, data, kFppn) : 0;
+    return IsReady(n) ? writeTable(n, data, kFppn) : 0;
 }
 
 int vqdSaveFPPNData_4x4(int n, const unsigned char* data, int flag)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     return isSet(flag) ? 1 : writeTable(n, data, kFppn4x4);
 }
 
 int vqdSaveFPPNData_5x5(int n, const unsigned char* data, int flag)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     return isSet(flag) ? 1 : writeTable(n, data, kFppn5x5);
 }
 
 int vqdSaveOrthogonalData(int n, const unsigned char* data)
 {
-    return VQDDevice_ErrorChecked(n) == 1 ? writeTable(n, data, kOrthogonal) : 0;
+    return IsReady(n) ? writeTable(n, data, kOrthogonal) : 0;
 }
 
 int vqdLoadWigglingData(int n, uint16_t* values, int first, int64_t size)
 {
-    if (VQDDevice_ErrorChecked(n) != 1 || values == nullptr || first < 0 || size > kReadWiggling.bytes)
+    if (!IsReady(n) || values == nullptr || first < 0 || size > kReadWiggling.bytes)
         return 0;
     unsigned char bytes[kReadWiggling.bytes];
     readTable(n, kReadWiggling, bytes);
@@ -122,7 +123,7 @@ int vqdLoadWigglingData(int n, uint16_t* values, int first, int64_t size)
 
 int vqdLoadFPPNData_4x4(int n, int* values)
 {
-    if (VQDDevice_ErrorChecked(n) != 1 || values == nullptr)
+    if (!IsReady(n) || values == nullptr)
         return 0;
     unsigned char bytes[kReadFppn4x4.bytes];
     readTable(n, kReadFppn4x4, bytes);
@@ -134,7 +135,7 @@ int vqdLoadFPPNData_4x4(int n, int* values)
 // Each value is a sign byte, negative for 2 and 3, and a magnitude byte.
 int vqdLoadFPPNData_5x5(int n, int* values)
 {
-    if (VQDDevice_ErrorChecked(n) != 1 || values == nullptr)
+    if (!IsReady(n) || values == nullptr)
         return 0;
     unsigned char bytes[kReadFppn5x5.bytes];
     readTable(n, kReadFppn5x5, bytes);
@@ -145,7 +146,7 @@ int vqdLoadFPPNData_5x5(int n, int* values)
 
 int vqdLoadOrthogonalData(int n, double* factors)
 {
-    if (VQDDevice_ErrorChecked(n) != 1 || factors == nullptr)
+    if (!IsReady(n) || factors == nullptr)
         return 0;
     unsigned char bytes[kReadOrthogonal.bytes];
     if (readTable(n, kReadOrthogonal, bytes) < 0) {

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "device/contexts.h"
 
-#include "device/device_state.h"
+#include "device/base/device_state.h"
 
 static void endDefaultUses()
 {

@@ -5,7 +5,7 @@
 #include "device/discovery.h"
 
 #include "device/contexts.h"
-#include "device/message.h"
+#include "device/base/message.h"
 #include "device/sysfs_cameras.h"
 
 // Closes the slot's handle, if any, and with its last handle the context behind it.

@@ -4,7 +4,7 @@
 // Finding cameras on the bus and filling the slots.
 #pragma once
 
-#include "device/device_state.h"
+#include "device/base/device_state.h"
 
 // Opens `device` for slot n; the handle that the slot had is closed. False after "Error in openning device."
 bool OpenIntoSlot(int n, libusb_device* device);

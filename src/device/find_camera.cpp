@@ -10,9 +10,9 @@
 #include "config/eeprom.h"
 #include "config/param_image.h"
 #include "device/contexts.h"
-#include "device/device_state.h"
+#include "device/base/device_state.h"
 #include "device/discovery.h"
-#include "device/message.h"
+#include "device/base/message.h"
 
 static constexpr int kMaxCandidates = 32;
 static constexpr char kNoSerial[] = "00000000000000"; // an EEPROM without one

@@ -3,11 +3,12 @@
 //
 // One camera's life between listing and close: claim, read-buffer initialisation, grabbing, release.
 #include "config/param_image.h"
-#include "device/clock.h"
+#include "device/base/clock.h"
 #include "device/contexts.h"
-#include "device/device_state.h"
+#include "device/base/device_check.h"
+#include "device/base/device_state.h"
 #include "device/discovery.h"
-#include "device/message.h"
+#include "device/base/message.h"
 #include "usb/vendor_channel.h"
 
 static constexpr unsigned kGrabEditUs = 100;       // before the grab byte changes
@@ -82,7 +83,7 @@ void UnInitialize_vqdapi(int n, int exitSession)
 
 int vqdGrabStart(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     vqdWriteBufInit(n);
     SleepUs(kGrabEditUs);
@@ -95,7 +96,7 @@ int vqdGrabStart(int n)
 
 int vqdGrabStop(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     SleepUs(kGrabEditUs);
     stCamParam[n].image[kGrab] = 0;

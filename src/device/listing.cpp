@@ -6,10 +6,10 @@
 
 #include "config/param_image.h"
 #include "device/contexts.h"
-#include "device/device_state.h"
+#include "device/base/device_state.h"
 #include "device/discovery.h"
-#include "device/message.h"
-#include "device/models.h"
+#include "device/base/message.h"
+#include "device/base/models.h"
 
 static constexpr int kNameBytes = 64; // read buffer of a USB string: 63 characters count
 static_assert(kNameBytes < sizeof DevInfo::szVendorName && kNameBytes < sizeof DevInfo::szDeviceName);

@@ -6,9 +6,10 @@
 
 #include "config/eeprom.h"
 #include "config/param_image.h"
-#include "device/device_state.h"
-#include "device/message.h"
-#include "device/models.h"
+#include "device/base/device_check.h"
+#include "device/base/device_state.h"
+#include "device/base/message.h"
+#include "device/base/models.h"
 
 static void loadImage(int n)
 {
@@ -91,5 +92,14 @@ int LoadParameter(int n)
     loadLenses(n);
     loadTables(n);
     takeSwitches(n);
+    return 1;
+}
+
+int vqdEEPROM_ParameterData_Load(int n, unsigned char* out)
+{
+    if (!IsReady(n) || out == nullptr)
+        return 0;
+    LoadParameter(n);
+    memmove(out, stCamParam[n].image, VQD_IMAGE_BYTES);
     return 1;
 }

@@ -3,10 +3,10 @@
 //
 // Re-open: closing a camera that stopped answering, finding it again and starting it with its settings. The other
 // cameras keep their slots, handles and streams.
-#include "device/clock.h"
-#include "device/device_state.h"
+#include "device/base/clock.h"
+#include "device/base/device_state.h"
 #include "device/find_camera.h"
-#include "device/message.h"
+#include "device/base/message.h"
 #include "usb/vendor_channel.h"
 
 static constexpr int kFullBudget = 600;

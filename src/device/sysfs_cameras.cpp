@@ -7,7 +7,7 @@
 #include <dirent.h>
 #include <unistd.h>
 
-#include "device/device_state.h"
+#include "device/base/device_state.h"
 
 // A program may define this function to put another folder in front of /sys and /dev. Tests do, so that a camera of the
 // machine that they run on does not disturb them.

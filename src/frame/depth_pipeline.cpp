@@ -6,7 +6,7 @@
 
 #include <cstring>
 
-#include "device/models.h"
+#include "device/base/models.h"
 #include "frame/depth_correct.h"
 #include "frame/frame_format.h"
 #include "frame/frame_state.h"

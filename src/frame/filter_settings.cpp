@@ -3,8 +3,8 @@
 //
 // Edge removal and motion-blur removal: switches in the parameter image, mirrored in library-wide flags.
 #include "config/param_image.h"
-#include "device/device_state.h"
-#include "device/models.h"
+#include "device/base/device_check.h"
+#include "device/base/models.h"
 #include "usb/vendor_channel.h"
 
 static constexpr uint8_t kEdgeOff = 255;     // bytes 43 and 45
@@ -32,7 +32,7 @@ static void editCameraEdge(uint8_t* image, int on)
 
 int vqdSetRemoveEdge(int n, int on)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     m_bRemoveEdge = on;
     if (IsHostCorrected(n))
@@ -44,7 +44,7 @@ int vqdSetRemoveEdge(int n, int on)
 
 int vqdGetRemoveEdge(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     const uint8_t* image = stCamParam[n].image;
     if (!IsHostCorrected(n)) {
@@ -59,7 +59,7 @@ int vqdGetRemoveEdge(int n)
 
 int vqdSetRemoveMotionBlur(int n, int on, int level)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     m_bRemoveMotionBlur = on;
     uint8_t* image = stCamParam[n].image;
@@ -71,7 +71,7 @@ int vqdSetRemoveMotionBlur(int n, int on, int level)
 
 int vqdGetRemoveMotionBlur(int n, unsigned int* level)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     const uint8_t* image = stCamParam[n].image;
     if (image[kMotionBlurSwitch] == kMotionBlurOn)

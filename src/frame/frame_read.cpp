@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The frame read: transfer with its retries and re-opens, header, pipeline, stamp and count.
-#include "device/clock.h"
-#include "device/device_state.h"
-#include "device/message.h"
+#include "device/base/clock.h"
+#include "device/base/device_state.h"
+#include "device/base/message.h"
 #include "frame/depth_pipeline.h"
 #include "frame/frame_format.h"
 #include "frame/frame_stamp.h"
@@ -67,11 +67,11 @@ int vqdReadFromDevice(int n, uint16_t** images, FrameInfo* info)
         return VQDDevice_ErrorChecked(n);
     if (HandleOf(n) == nullptr) {
         const int reopened = reopen(n, "ReadFromDevice Read Error, Device Reset1");
-        if (reopened <= 0)
+        if (reopened != VQD_OK)
             return reopened;
     }
     const int transferred = transferFrame(n);
-    if (transferred <= 0)
+    if (transferred != VQD_OK)
         return transferred;
     if (buffers[kStartCode] == kStartCode0 && buffers[kStartCode + 1] == kStartCode1) {
         decodeHeader(n);
@@ -80,7 +80,7 @@ int vqdReadFromDevice(int n, uint16_t** images, FrameInfo* info)
         RunDepthPipeline(n, buffers, images[0], images[1]);
     } else {
         const int reopened = reopen(n, "ReadFromDevice Read Error, Device Reset");
-        if (reopened <= 0)
+        if (reopened != VQD_OK)
             return reopened;
         PrintLine("incorrect Start code ReadBuf Init");
     }

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "config/param_image.h"
-#include "device/device_state.h"
+#include "device/base/device_check.h"
 #include "usb/vendor_channel.h"
 
 // Lenses at the edge of convergence need some thousand passes, a usual one less than ten.
@@ -25,7 +25,7 @@ static Lens lensOf(int n)
 
 int BuildUndistortionMap(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     const int mode = m_nUndistortionMode;
     if (mode < 1 || mode > 3)
@@ -47,7 +47,7 @@ int vqdSetUndistortion(int n, int mode)
         return 0;
     m_nUndistortionMode = mode;
     BuildUndistortionMap(n);
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     stCamParam[n].image[kUndistortionCode] = UndistortionCode(mode, m_bOrthogonal == 1);
     return SendImage(n);
@@ -55,7 +55,7 @@ int vqdSetUndistortion(int n, int mode)
 
 int vqdGetUndistortion(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     const int mode = stCamParam[n].image[kUndistortionCode] & ~kOrthogonalBit;
     if (mode <= 3)

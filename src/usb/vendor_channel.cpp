@@ -6,9 +6,10 @@
 
 #include <cstring>
 
-#include "device/clock.h"
-#include "device/device_state.h"
-#include "device/message.h"
+#include "device/base/clock.h"
+#include "device/base/device_check.h"
+#include "device/base/device_state.h"
+#include "device/base/message.h"
 
 static constexpr unsigned kRequestGapUs = 100'000;  // the camera needs it between requests, and before an image
 static constexpr unsigned kImageSettleUs = 200'000; // and this to act on an image
@@ -40,7 +41,7 @@ bool ResetReadBuffer(int n, const char* resetText)
 
 int vqdWriteBufInit(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     int moved = 0;
     for (int i = 0; i < kTakeImageRequests; ++i) {
@@ -56,7 +57,7 @@ int vqdWriteBufInit(int n)
 
 int vqdReadBufReset(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     const int moved = SendEmptyRequest(n, kRequestResetReadBuffer);
     if (moved < 0) {
@@ -68,7 +69,7 @@ int vqdReadBufReset(int n)
 
 int vqdReadBufInit(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     SleepUs(kRequestGapUs);
     if (!RequestOrReport(n, kRequestFlushReadBuffer, "Error in b4 Control transfer"))
@@ -84,7 +85,7 @@ int vqdReadBufInit(int n)
 
 int vqdWriteToDevice(int n, const unsigned char* image)
 {
-    if (VQDDevice_ErrorChecked(n) != 1 || image == nullptr)
+    if (!IsReady(n) || image == nullptr)
         return 0;
     if (!RequestOrReport(n, kRequestTakeImage, "vqdWriteToDevice Contol transfer Error."))
         return 0;

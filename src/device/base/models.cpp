@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Model designators and their traits.
-#include "device/models.h"
+#include "device/base/models.h"
 
 #include <cstring>
 

@@ -2,11 +2,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The globals of the device area, the layouts they share with applications, and their one-time initialisation.
-#include "device/device_state.h"
+#include "device/base/device_state.h"
 
 #include <cstring>
 
-#include "device/clock.h"
+#include "device/base/clock.h"
 
 static_assert(sizeof(DevInfo) == 1036 && offsetof(DevInfo, nIndex) == 0 && offsetof(DevInfo, szReserved) == 4);
 static_assert(offsetof(DevInfo, szVendorName) == 260 && offsetof(DevInfo, szDeviceName) == 516);

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The wall clock and the waits of the camera protocol.
-#include "device/clock.h"
+#include "device/base/clock.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -10,7 +10,7 @@
 #include <libusb.h>
 
 #include "VQD_API.h"
-#include "device/usb_ids.h"
+#include "device/base/usb_ids.h"
 
 // The USB side of one device number. Usable when bOpened is not 0 and pHandle not null.
 struct UsbDeviceSlot {
@@ -48,12 +48,6 @@ extern libusb_context* m_pSlotContext[VQD_MAX_DEVICES];
 inline bool IsDeviceNumber(int n)
 {
     return static_cast<unsigned>(n) < VQD_MAX_DEVICES;
-}
-
-// For functions without a device check: false after the line of a camera that is not open.
-inline bool IsDeviceNumberOrReport(int n)
-{
-    return IsDeviceNumber(n) || VQDDevice_ErrorChecked(n) == VQD_OK;
 }
 
 inline libusb_device_handle* HandleOf(int n)
