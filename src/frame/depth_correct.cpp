@@ -6,15 +6,11 @@
 
 #include <algorithm>
 
-#include "VQD_API.h"
 #include "frame/kernel_math.h"
-
-static constexpr int kBlock = 4; // pixels a side of an FPPN block
-static constexpr int kBlocksPerRow = VQD_WIDTH / kBlock;
 
 static int offsetOf(const int* offsets, int x, int y)
 {
-    return offsets[kBlocksPerRow * (y / kBlock) + x / kBlock];
+    return offsets[kFppnBlocksPerRow * (y / kFppnBlock) + x / kFppnBlock];
 }
 
 // The factor in double precision, the product before the sum. Offsets alone wrap around as 16-bit numbers.
