@@ -106,7 +106,7 @@ void EncodeOffset(uint8_t* image, int offset)
 
 uint8_t UndistortionCode(int mode, bool orthogonal)
 {
-    const int code = mode >= 1 && mode <= 3 ? mode : 0;
+    const int code = IsUndistortionMode(mode) ? mode : 0;
     return static_cast<uint8_t>(code | (orthogonal ? kOrthogonalBit : 0));
 }
 

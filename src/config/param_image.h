@@ -73,7 +73,18 @@ bool IsFlippedVertically(uint8_t code);
 int DecodeOffset(const uint8_t* image);
 void EncodeOffset(uint8_t* image, int offset);
 
-// Byte 48: undistortion mode 1 to 3, every other mode as 0, and bit 4 for the orthogonal correction.
+// How a frame is resampled. Every other number means that it is copied.
+enum UndistortionMode : int {
+    kUndistortionGated = 1, // bilinear; a pixel whose samples spread too far is invalid
+    kUndistortionBilinear = 2,
+    kUndistortionNearest = 3,
+};
+constexpr bool IsUndistortionMode(int number)
+{
+    return number >= kUndistortionGated && number <= kUndistortionNearest;
+}
+
+// Byte 48: the undistortion mode, 0 for a copy, and bit 4 for the orthogonal correction.
 inline constexpr uint8_t kOrthogonalBit = 0x10;
 uint8_t UndistortionCode(int mode, bool orthogonal);
 

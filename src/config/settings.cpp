@@ -188,19 +188,3 @@ int vqdGetFPSDelay(int n)
 {
     return IsReady(n) ? stCamParam[n].image[kFpsDelay] : 0;
 }
-
-double vqdGetTemperature(int n)
-{
-    return IsReady(n) ? m_dTemperature[n] : 0.0;
-}
-
-int vqdGetLogincVersion(int n, int* first, int* second)
-{
-    if (!IsReady(n))
-        return 0;
-    if (first != nullptr)
-        *first = m_nLogicver[0][n];
-    if (second != nullptr)
-        *second = m_nLogicver[1][n];
-    return 1;
-}

@@ -6,6 +6,7 @@
 
 #include <cstring>
 
+#include "config/param_image.h"
 #include "device/base/models.h"
 #include "frame/depth_correct.h"
 #include "frame/frame_format.h"
@@ -22,11 +23,11 @@ static void interpolate(Planes raw, int gate, Images out)
 static void resample(Planes raw, Images out)
 {
     switch (m_nUndistortionMode) {
-    case 1:
+    case kUndistortionGated:
         return interpolate(raw, m_nDepthGab, out);
-    case 2:
+    case kUndistortionBilinear:
         return interpolate(raw, kNoGate, out);
-    case 3:
+    case kUndistortionNearest:
         return kernels::ResampleNearest(raw, fDist_x2, fDist_y2, out, m_nPairs);
     default:
         memcpy(out.amplitude, raw.amplitude, 2 * VQD_PIXELS);

@@ -6,19 +6,12 @@
 #include "device/base/device_state.h"
 #include "device/base/message.h"
 #include "frame/depth_pipeline.h"
-#include "frame/frame_format.h"
+#include "frame/frame_header.h"
 #include "frame/frame_stamp.h"
 #include "frame/frame_state.h"
 #include "usb/vendor_channel.h"
 
 static constexpr int kMostRetries = 2; // the third failure in a row re-opens the camera
-
-double DecodeTemperature(unsigned raw)
-{
-    if (raw <= 2047)
-        return raw * 0.0625;
-    return -static_cast<double>((~raw & 0xFFF) + 1) * 0.0625;
-}
 
 // A re-open when the budget allows one, after printing `line` if it is not null. VQD_OK, or what the read returns.
 static int reopen(int n, const char* line)
@@ -52,13 +45,6 @@ static int transferFrame(int n)
     return VQD_OK;
 }
 
-static void decodeHeader(int n)
-{
-    m_dTemperature[n] = DecodeTemperature(buffers[kTemperature] + 256u * buffers[kTemperature + 1]);
-    m_nLogicver[0][n] = buffers[kLogicFirst];
-    m_nLogicver[1][n] = buffers[kLogicSecond];
-}
-
 int vqdReadFromDevice(int n, uint16_t** images, FrameInfo* info)
 {
     if (m_nReadingStop == 1)
@@ -73,8 +59,8 @@ int vqdReadFromDevice(int n, uint16_t** images, FrameInfo* info)
     const int transferred = transferFrame(n);
     if (transferred != VQD_OK)
         return transferred;
-    if (buffers[kStartCode] == kStartCode0 && buffers[kStartCode + 1] == kStartCode1) {
-        decodeHeader(n);
+    if (HasStartCode(buffers)) {
+        TakeHeader(n, buffers);
         if (images == nullptr || images[0] == nullptr || images[1] == nullptr)
             return 0;
         RunDepthPipeline(n, buffers, images[0], images[1]);

@@ -11,7 +11,6 @@ float m_fRGBIntrinsicParam[VQD_MAX_DEVICES][4]; // colour lens in pixels; writte
 float m_fRGBDistorParam[VQD_MAX_DEVICES][6];    // colour lens; written by setter and load, for applications
 float m_fExtrinsicParam[VQD_MAX_DEVICES][12];   // depth to colour; written by setter and load, for applications
 
-int m_nUndistortionMode;    // 1 gated, 2 bilinear, 3 nearest, else copy; written by setter and load, read a frame
 float m_fXp2[VQD_PIXELS];   // raw column of each pixel; written by the map builder, read a frame
 float m_fYp2[VQD_PIXELS];   // raw row of each pixel; written by the map builder, read a frame
 float fDist_x2[VQD_PIXELS]; // column fraction, or raw column in mode 3; written by the map builder, read a frame

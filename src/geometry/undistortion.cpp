@@ -9,7 +9,6 @@
 
 #include "config/param_image.h"
 #include "device/base/device_check.h"
-#include "usb/vendor_channel.h"
 
 // Lenses at the edge of convergence need some thousand passes, a usual one less than ten.
 static constexpr int kMostPasses = 10000;
@@ -27,10 +26,10 @@ int BuildUndistortionMap(int n)
 {
     if (!IsReady(n))
         return 0;
-    const int mode = m_nUndistortionMode;
-    if (mode < 1 || mode > 3)
+    if (!IsUndistortionMode(m_nUndistortionMode))
         return 1;
-    const LastMapPixel last = kernels::FillUndistortionMaps(lensOf(n), mode != 3, {m_fXp2, m_fYp2, fDist_x2, fDist_y2});
+    const LastMapPixel last = kernels::FillUndistortionMaps(lensOf(n), m_nUndistortionMode != kUndistortionNearest,
+                                                            {m_fXp2, m_fYp2, fDist_x2, fDist_y2});
     m_fX_nu = last.x;
     m_fY_nu = last.y;
     m_fRu2 = last.distorted.r2;
@@ -38,29 +37,6 @@ int BuildUndistortionMap(int n)
     m_fX_nd = last.distorted.x;
     m_fY_nd = last.distorted.y;
     return 1;
-}
-
-// The mode is set before the camera is looked at, so that it also counts for cameras listed later.
-int vqdSetUndistortion(int n, int mode)
-{
-    if (!IsDeviceNumberOrReport(n))
-        return 0;
-    m_nUndistortionMode = mode;
-    BuildUndistortionMap(n);
-    if (!IsReady(n))
-        return 0;
-    stCamParam[n].image[kUndistortionCode] = UndistortionCode(mode, m_bOrthogonal == 1);
-    return SendImage(n);
-}
-
-int vqdGetUndistortion(int n)
-{
-    if (!IsReady(n))
-        return 0;
-    const int mode = stCamParam[n].image[kUndistortionCode] & ~kOrthogonalBit;
-    if (mode <= 3)
-        m_nUndistortionMode = mode;
-    return m_nUndistortionMode;
 }
 
 // Fixed-point iteration: the undistorted point moves by what its distortion misses the target. False when it does not

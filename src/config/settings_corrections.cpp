@@ -1,17 +1,91 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Edge removal and motion-blur removal: switches in the parameter image, mirrored in library-wide flags.
+// Switches of the corrections: undistortion, FPPN, orthogonal, edge removal, motion-blur removal. They stand in the
+// parameter image and are mirrored in library-wide flags. Bytes 48 and 49 hold two switches each: a setter composes
+// such a byte from its own switch and from the flag of the other.
 #include "config/param_image.h"
 #include "device/base/device_check.h"
 #include "device/base/models.h"
 #include "usb/vendor_channel.h"
 
+static constexpr uint8_t kOrthogonalOn = 19; // byte 2
+static constexpr uint8_t kOrthogonalOff = 18;
 static constexpr uint8_t kEdgeOff = 255;     // bytes 43 and 45
 static constexpr uint8_t kEdgeOn = 31;       // byte 43
 static constexpr uint8_t kEdgeOnLevel = 100; // bytes 44 and 45
 static constexpr uint8_t kMotionBlurOn = 16;
 static constexpr uint8_t kMotionBlurOff = 0;
+
+// The mode is set before the camera is looked at, so that it also counts for cameras listed later.
+int vqdSetUndistortion(int n, int mode)
+{
+    if (!IsDeviceNumberOrReport(n))
+        return 0;
+    m_nUndistortionMode = mode;
+    BuildUndistortionMap(n);
+    if (!IsReady(n))
+        return 0;
+    stCamParam[n].image[kUndistortionCode] = UndistortionCode(mode, m_bOrthogonal == 1);
+    return SendImage(n);
+}
+
+int vqdGetUndistortion(int n)
+{
+    if (!IsReady(n))
+        return 0;
+    const int mode = stCamParam[n].image[kUndistortionCode] & ~kOrthogonalBit;
+    if (mode <= kUndistortionNearest)
+        m_nUndistortionMode = mode;
+    return m_nUndistortionMode;
+}
+
+int vqdSetOrthogonal(int n, int on)
+{
+    if (!IsReady(n))
+        return 0;
+    m_bOrthogonal = on;
+    uint8_t* image = stCamParam[n].image;
+    if (IsHostCorrected(n))
+        image[kUndistortionCode] = UndistortionCode(m_nUndistortionMode, on == 1);
+    else
+        image[kOrthogonalSwitch] = on == 1 ? kOrthogonalOn : kOrthogonalOff;
+    return SendImage(n);
+}
+
+int vqdGetOrthogonal(int n)
+{
+    if (!IsReady(n))
+        return 0;
+    const uint8_t* image = stCamParam[n].image;
+    if (!IsHostCorrected(n)) {
+        m_bOrthogonal = image[kOrthogonalSwitch] == kOrthogonalOn;
+        return m_bOrthogonal;
+    }
+    const uint8_t code = image[kUndistortionCode];
+    if ((code & ~kOrthogonalBit) <= kUndistortionNearest)
+        m_bOrthogonal = (code & kOrthogonalBit) != 0;
+    return m_bOrthogonal;
+}
+
+int vqdSetFPPN(int n, int on)
+{
+    if (!IsReady(n))
+        return 0;
+    m_bFPPN = on;
+    stCamParam[n].image[kCorrectionCode] = CorrectionCode(on == 1, m_bRemoveEdge == 1);
+    return SendImage(n);
+}
+
+int vqdGetFPPN(int n)
+{
+    if (!IsReady(n))
+        return 0;
+    const uint8_t code = stCamParam[n].image[kCorrectionCode];
+    if ((code & ~(kFppnBit | kEdgeBit)) == 0)
+        m_bFPPN = (code & kFppnBit) != 0;
+    return m_bFPPN;
+}
 
 static void editHostEdge(uint8_t* image, bool on)
 {
