@@ -26,12 +26,6 @@ inline constexpr uint8_t kRequestReadTable = 0xBB;
 inline constexpr unsigned kRequestTimeoutMs = 1000; // control requests, image writes and the FIFO drain
 inline constexpr unsigned kFrameTimeoutMs = 3000;
 
-// A request with 64 zero bytes. Returns the bytes moved or libusb's negative error.
-int SendEmptyRequest(int n, uint8_t request);
-
-// The same; a negative result prints `text` and gives false.
-bool RequestOrReport(int n, uint8_t request, const char* text);
-
 // Reset and, 100 ms later, start of the read buffer: the end of open, read-buffer initialisation and re-open. False
 // after the failed step's line, `resetText` for the first.
 bool ResetReadBuffer(int n, const char* resetText);
