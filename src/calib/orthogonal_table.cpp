@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 
 #include "device/base/device_state.h"
+#include "device/base/integers.h"
 #include "device/base/message.h"
 
 static constexpr int kRadialFactors = 2048;
@@ -17,7 +18,9 @@ static constexpr int kFactorsPerPixel = 8; // of radius
 static constexpr int kMostRadius = kRadialFactors / kFactorsPerPixel - 1;
 static constexpr int kLineBytes = 4096; // a longer line counts as several
 
-// Rows and columns of the file that hold the sensor: 240 x 320 around the principal point.
+// The rows and columns of the file that hold the sensor, so many before the principal point.
+static constexpr int kRowsBefore = 106;
+static constexpr int kColumnsBefore = 146;
 struct Region {
     int64_t firstRow, lastRow;
     int64_t firstColumn, lastColumn;
@@ -38,19 +41,19 @@ static void expandRadialTable(const double* radial, float cx, float cy)
     }
 }
 
-// Far beyond any file where no int holds it; not a number counts as far above and to the left.
+// A value outside int becomes a position far outside any file, NaN one far above and to the left.
 static int64_t truncateCoordinate(float c)
 {
-    if (c >= 2147483648.0f)
-        return INT64_MAX / 2;
-    return c >= -2147483648.0f ? static_cast<int64_t>(c) : INT64_MIN / 2;
+    if (FitsInt(c))
+        return static_cast<int64_t>(c);
+    return c > 0 ? INT64_MAX / 2 : INT64_MIN / 2;
 }
 
 static Region regionAround(float cx, float cy)
 {
-    const int64_t column = truncateCoordinate(cx);
-    const int64_t row = truncateCoordinate(cy);
-    return {row - 106, row + 133, column - 146, column + 173};
+    const int64_t row = truncateCoordinate(cy) - kRowsBefore;
+    const int64_t column = truncateCoordinate(cx) - kColumnsBefore;
+    return {row, row + VQD_HEIGHT - 1, column, column + VQD_WIDTH - 1};
 }
 
 static bool isBlank(const char* token)

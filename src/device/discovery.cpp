@@ -4,8 +4,8 @@
 // Enumeration: libusb's device list, the id table, a handle in a slot for every camera found.
 #include "device/discovery.h"
 
-#include "device/contexts.h"
 #include "device/base/message.h"
+#include "device/contexts.h"
 #include "device/sysfs_cameras.h"
 
 // Closes the slot's handle, if any, and with its last handle the context behind it.
@@ -90,7 +90,7 @@ int device_is_of_interest(struct libusb_device* dev)
         return 0;
     libusb_device_descriptor descriptor{};
     libusb_get_device_descriptor(dev, &descriptor);
-    for (const UsbId& id : m_stUsbIdTable)
+    for (const UsbId& id : kUsbIds)
         if (descriptor.idVendor == id.vendor && descriptor.idProduct == id.product)
             return 1;
     return 0;

@@ -10,10 +10,10 @@
 
 #include "config/eeprom.h"
 #include "config/param_image.h"
-#include "device/contexts.h"
 #include "device/base/device_state.h"
-#include "device/discovery.h"
 #include "device/base/message.h"
+#include "device/contexts.h"
+#include "device/discovery.h"
 
 static constexpr int kMaxCandidates = 32;
 static constexpr char kNoSerial[] = "00000000000000"; // an EEPROM without one

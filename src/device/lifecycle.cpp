@@ -4,11 +4,11 @@
 // One camera's life between listing and close: claim, read-buffer initialisation, grabbing, release.
 #include "config/param_image.h"
 #include "device/base/clock.h"
-#include "device/contexts.h"
 #include "device/base/device_check.h"
 #include "device/base/device_state.h"
-#include "device/discovery.h"
 #include "device/base/message.h"
+#include "device/contexts.h"
+#include "device/discovery.h"
 #include "usb/vendor_channel.h"
 
 static constexpr unsigned kGrabEditUs = 100;       // before the grab byte changes

@@ -5,11 +5,11 @@
 #include <cstring>
 
 #include "config/param_image.h"
-#include "device/contexts.h"
 #include "device/base/device_state.h"
-#include "device/discovery.h"
 #include "device/base/message.h"
 #include "device/base/models.h"
+#include "device/contexts.h"
+#include "device/discovery.h"
 
 static constexpr int kNameBytes = 64; // read buffer of a USB string: 63 characters count
 static_assert(kNameBytes < sizeof DevInfo::szVendorName && kNameBytes < sizeof DevInfo::szDeviceName);

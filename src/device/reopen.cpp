@@ -5,8 +5,8 @@
 // cameras keep their slots, handles and streams.
 #include "device/base/clock.h"
 #include "device/base/device_state.h"
-#include "device/find_camera.h"
 #include "device/base/message.h"
+#include "device/find_camera.h"
 #include "usb/vendor_channel.h"
 
 static constexpr int kFullBudget = 600;

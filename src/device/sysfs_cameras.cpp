@@ -42,7 +42,7 @@ static bool isCamera(const char* device)
     if (vendor != kVendorId)
         return false;
     const long product = readAttribute(device, "idProduct", 16);
-    for (const UsbId& id : m_stUsbIdTable)
+    for (const UsbId& id : kUsbIds)
         if (vendor == id.vendor && product == id.product)
             return true;
     return false;

@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-#include "frame/kernel_math.h"
+#include "device/base/integers.h"
 
 static int offsetOf(const int* offsets, int x, int y)
 {

@@ -6,10 +6,13 @@
 
 #include <algorithm>
 
-#include "frame/kernel_math.h"
+#include "device/base/integers.h"
 
 namespace
 {
+
+constexpr float kWidth = VQD_WIDTH;
+constexpr float kHeight = VQD_HEIGHT;
 
 // Where one output pixel comes from: four samples and two weights.
 struct Source {
@@ -21,7 +24,7 @@ struct Source {
 // and tested before any conversion to int.
 bool isInside(float x, float y)
 {
-    return x > -1.0f && x < 320.0f && y > -1.0f && y < 240.0f;
+    return x > -1.0f && x < kWidth && y > -1.0f && y < kHeight;
 }
 
 // The right neighbour is truncated from x + 1 in single precision: just below a power of two that is x + 2.

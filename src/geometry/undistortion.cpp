@@ -9,6 +9,7 @@
 
 #include "config/param_image.h"
 #include "device/base/device_check.h"
+#include "device/base/integers.h"
 
 // Lenses at the edge of convergence need some thousand passes, a usual one less than ten.
 static constexpr int kMostPasses = 10000;
@@ -63,11 +64,6 @@ static bool undistort(const Lens& lens, float xt, float yt, float& xu, float& yu
     return false;
 }
 
-static bool fitsInt(float value)
-{
-    return value > -2147483648.0f && value < 2147483648.0f;
-}
-
 void vqdGetUndistortPixel(int n, int* column, int* row)
 {
     if (!IsDeviceNumber(n) || column == nullptr || row == nullptr)
@@ -84,7 +80,7 @@ void vqdGetUndistortPixel(int n, int* column, int* row)
         return;
     const float u = (xu + lens.d.skew * yu) * fx + cx + 0.5f;
     const float v = yu * fy + cy + 0.5f;
-    if (!fitsInt(u) || !fitsInt(v))
+    if (!FitsInt(u) || !FitsInt(v))
         return;
     *column = static_cast<int>(u);
     *row = static_cast<int>(v);

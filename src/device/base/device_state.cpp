@@ -37,6 +37,9 @@ bool m_bContextUseEnded;        // a use of the library's own was ended since th
 libusb_context* m_pListContext; // where device lists come from; null: the default context
 libusb_context* m_pSlotContext[VQD_MAX_DEVICES]; // where the slot's handle came from; null: the default context
 
+static constexpr uint32_t kColourWidth = 1280;
+static constexpr uint32_t kColourHeight = 960;
+
 int SlotsWithHandle()
 {
     int count = 0;
@@ -54,7 +57,7 @@ int InitParameter(void)
         g_vqdHighReslTimer[n].init = static_cast<double>(NowMs());
         g_vqdHighReslTimerRGB[n].init = static_cast<double>(NowMs());
         memset(stCamParam[n].image, 0, VQD_EEPROM_BYTES);
-        m_pRGBFrameInfo[n] = {1280, 960, 0, 0};
+        m_pRGBFrameInfo[n] = {kColourWidth, kColourHeight, 0, 0};
         m_pFrameInfo[n] = {VQD_WIDTH, VQD_HEIGHT, 0, 0};
     }
     m_nInit = 1;
