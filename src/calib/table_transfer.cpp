@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Calibration tables between host and camera: one row a table, one chunked write and one read for all of them.
+// Calibration tables between host and camera. Each table is a row; one chunked write and one read serve them all.
 #include <cstring>
 
 #include "device/base/clock.h"
@@ -21,8 +21,8 @@ struct TableWrite {
     unsigned waitUs; // after each chunk
 };
 
-// The whole table in one request. libusb on Linux refuses control transfers above 4096 bytes before they reach the bus;
-// such a table reads as zeros there.
+// A table is read in one request. libusb on Linux refuses control transfers above 4096 bytes before they reach the bus,
+// so a larger table reads as zeros there.
 struct TableRead {
     uint16_t region;
     uint16_t bytes;
@@ -43,7 +43,7 @@ static constexpr TableRead kReadOrthogonal{0x7000, 4096};
 
 static_assert(kReadFppn4x4.bytes == kMostTableBytes && kFppn.chunkBytes == kMostChunkBytes);
 
-// A chunk that fails is neither repeated nor reported; the rest follows all the same.
+// A chunk that fails is neither repeated nor reported; the remaining ones follow all the same.
 static int writeTable(int n, const unsigned char* data, const TableWrite& table)
 {
     if (data == nullptr)
@@ -132,7 +132,7 @@ int vqdLoadFPPNData_4x4(int n, int* values)
     return 1;
 }
 
-// Each value is a sign byte, negative for 2 and 3, and a magnitude byte.
+// Each value is a sign byte, which means negative if it is 2 or 3, and a magnitude byte.
 int vqdLoadFPPNData_5x5(int n, int* values)
 {
     if (!IsReady(n) || values == nullptr)

@@ -44,7 +44,7 @@ enum ParamOffset : int {
 inline constexpr uint8_t kSignatureValue = 0x81;
 inline constexpr int kSerialBytes = 7;
 
-// Writes the factory settings into bytes 0 to 127, which the caller has cleared. Bytes 128 to 511 stay.
+// Writes the factory settings into bytes 0 to 127, which the caller has cleared. Bytes 128 to 511 stay as they are.
 void FillFactoryImage(uint8_t* image);
 
 // Big-endian pair.
@@ -58,13 +58,13 @@ void RenderSerial(const uint8_t* image, char* text15);
 struct Frequency {
     uint8_t code;
     uint16_t mhz;
-    uint16_t maxDistance; // mm that the frequency can tell apart
+    uint16_t maxDistance; // mm; larger depths are ambiguous at this frequency
 };
 
-// Null for a code that is not known.
+// Returns null if the code is unknown.
 const Frequency* DecodeFrequency(uint8_t code);
 
-// Byte 9: bit 1 clear flips horizontally, bit 0 set flips vertically.
+// Byte 9: a clear bit 1 flips horizontally, a set bit 0 flips vertically.
 uint8_t FlipCode(bool horizontal, bool vertical);
 bool IsFlippedHorizontally(uint8_t code);
 bool IsFlippedVertically(uint8_t code);

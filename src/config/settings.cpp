@@ -14,7 +14,7 @@ static constexpr unsigned kDepthRangeSettleUs = 100;
 static constexpr int kMaxOffset = 255;
 static constexpr int kMaxFpsDelay = 100;
 
-// The camera's own firmware sets the integration time; kept for applications that call it.
+// The camera's firmware sets the integration time. The function is kept for applications that call it.
 int vqdSetIntegrationTime(int, int)
 {
     return 0;
@@ -28,7 +28,7 @@ int vqdGetIntegrationTime(int n)
     return stCamParam[n].nIntegrationTime;
 }
 
-// The code that selects `mhz` on a family, or null when the family does not have it.
+// Returns the code that selects `mhz` on a family, or null if the family lacks that frequency.
 static const Frequency* familyFrequency(bool rs, int mhz)
 {
     static constexpr struct {
@@ -132,7 +132,8 @@ int vqdGetCheckThreshold(int n)
     return stCamParam[n].nThreshold;
 }
 
-// Only the low 16 bits of both limits count. The range that clips on the host changes with vqdGetDepthRange.
+// Only the low 16 bits of both limits count. The host goes on clipping with the cached range until vqdGetDepthRange()
+// reads the new one.
 int vqdSetDepthRange(int n, int minimum, int maximum)
 {
     if (!IsReady(n))

@@ -1,9 +1,9 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Switches of the corrections: undistortion, FPPN, orthogonal, edge removal, motion-blur removal. They stand in the
-// parameter image and are mirrored in library-wide flags. Bytes 48 and 49 hold two switches each: a setter composes
-// such a byte from its own switch and from the flag of the other.
+// Switches of the corrections: undistortion, FPPN, orthogonal, edge removal, motion-blur removal. They are stored in
+// the parameter image and mirrored in library-wide flags. Bytes 48 and 49 hold two switches each, so a setter composes
+// such a byte from its own switch and the flag of the other.
 #include "config/param_image.h"
 #include "device/base/device_check.h"
 #include "device/base/models.h"
@@ -17,7 +17,7 @@ static constexpr uint8_t kEdgeOnLevel = 100; // bytes 44 and 45
 static constexpr uint8_t kMotionBlurOn = 16;
 static constexpr uint8_t kMotionBlurOff = 0;
 
-// The mode is set before the camera is looked at, so that it also counts for cameras listed later.
+// The mode is library-wide, so it is stored even if this camera is not open.
 int vqdSetUndistortion(int n, int mode)
 {
     if (!IsDeviceNumberOrReport(n))
@@ -93,7 +93,7 @@ static void editHostEdge(uint8_t* image, bool on)
     image[kHostEdgeLevel] = on ? kEdgeOnLevel : kEdgeOff;
 }
 
-// Values but 0 and 1 edit nothing.
+// Values other than 0 and 1 edit nothing.
 static void editCameraEdge(uint8_t* image, int on)
 {
     if (on == 0)

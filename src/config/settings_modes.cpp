@@ -54,7 +54,7 @@ int vqdIlluminationOnOff(int n, int on)
     return SendImage(n);
 }
 
-// The flip that is not set comes from the library-wide flag: what was set or read last on any camera.
+// The other flip comes from its library-wide flag, so it is the one set or read last on any camera.
 int vqdSetFlipHorizontal(int n, int on)
 {
     if (!IsReady(n))
@@ -75,7 +75,7 @@ int vqdGetFlipHorizontal(int n)
     return m_bHorizontal;
 }
 
-// Unlike its sibling it waits after a failed send too.
+// Unlike its sibling, it also waits after a failed send.
 int vqdSetFlipVertical(int n, int on)
 {
     if (!IsReady(n))

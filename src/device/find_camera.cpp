@@ -17,8 +17,7 @@
 
 static constexpr int kMaxCandidates = 32;
 static constexpr char kNoSerial[] = "00000000000000"; // an EEPROM without one
-
-static constexpr int kStaleSearches = 10; // without a camera that sysfs shows: no udev event will come
+static constexpr int kStaleSearches = 10; // in a row without a camera that sysfs shows: no udev event will come
 
 static bool isSamePlace(const CameraIdentity& a, const CameraIdentity& b)
 {
@@ -32,7 +31,7 @@ static bool isNamed(int n)
     return m_stIdentity[n].serial[0] != '\0' && strcmp(m_stIdentity[n].serial, kNoSerial) != 0;
 }
 
-// Some buses report one place for several cameras, which then tells nothing about them.
+// Some buses report the same place for several cameras, and it then tells nothing about them.
 static bool isPlaceShared(int n)
 {
     for (int other = 0; other < VQD_MAX_DEVICES; ++other)
@@ -41,7 +40,7 @@ static bool isPlaceShared(int n)
     return false;
 }
 
-// The device that number n talks to. Of a closed number whose camera has no serial number, it is all that is known.
+// The device that number n talks to. It is all that is known of a closed number whose camera has no serial number.
 static libusb_device* deviceOf(int n)
 {
     if (HandleOf(n) != nullptr)
@@ -49,7 +48,7 @@ static libusb_device* deviceOf(int n)
     return m_stIdentity[n].closed && !isNamed(n) ? m_stUsbSlot[n].pDevice : nullptr;
 }
 
-// A place alone is not enough: after a replug another camera may have the address.
+// The address alone is not enough, because another camera may have it after a replug; so the ids must match too.
 static bool isAtPlaceOf(int n, libusb_device* device, const libusb_device_descriptor& descriptor)
 {
     const CameraIdentity& known = m_stIdentity[n];
@@ -60,8 +59,8 @@ static bool isAtPlaceOf(int n, libusb_device* device, const libusb_device_descri
            known.productId == descriptor.idProduct;
 }
 
-// The camera of number n is not where it was. The handle is no evidence: it survives an unplug until a read fails, and
-// is also absent after a deliberate close.
+// Whether the camera of number n is not where it was. The handle is no evidence: it survives an unplug until a read
+// fails, and is also absent after a deliberate close.
 static bool isMissing(int n)
 {
     if (!m_stIdentity[n].known)
@@ -124,20 +123,20 @@ static bool hasSerial(int n, const char* serial)
     return isNamed(n) && strcmp(serial, m_stIdentity[n].serial) == 0;
 }
 
-// Missing, and the application still wants it.
+// Whether the camera is missing and the application still wants it.
 static bool isLost(int n)
 {
     return !m_stIdentity[n].closed && isMissing(n);
 }
 
-// Whether a candidate may be the camera of number `other`. A closed number waits for none, but where its camera can be
-// told by its serial number it is nobody else's.
+// Whether a candidate may be the camera of number `other`. A closed number waits for no camera, but one that can be
+// told by its serial number belongs to nobody else.
 static bool isRival(int other)
 {
     return isMissing(other) && (!m_stIdentity[other].closed || isNamed(other));
 }
 
-// The number other than n that a camera with this serial number belongs to, or -1.
+// Returns the number other than n that a camera with this serial number belongs to, or -1.
 static int rivalWith(const char* serial, int n)
 {
     for (int other = 0; other < VQD_MAX_DEVICES; ++other)
@@ -153,7 +152,7 @@ struct Choice {
 };
 
 // The candidate with the serial number of number n. Unknown serials are handed out in order to the lost numbers whose
-// own camera is not among the candidates. Nothing after "Error in openning device."
+// own camera is not among the candidates. Returns nothing after "Error in openning device."
 static std::optional<Choice> chooseBySerial(int n, const Candidates& candidates)
 {
     int before = 0;
@@ -255,14 +254,14 @@ int FindCamera(int n, UnlistedCameras& unlisted)
             FindUnlisted(unlisted);
     }
     if (isStale(unlisted))
-        unlisted = {}; // it is not the context's fault; another ten searches before the next try
+        unlisted = {}; // fresh contexts did not help; ten more searches pass before the next
     if (!listed)
         return VQD_NO_HANDLE;
     const int result = takeCamera(n);
     if (result != VQD_NOT_OPEN)
         ReleaseDeviceList();
     if (result == VQD_NO_HANDLE)
-        m_stIdentity[n].closed = false; // asked for and not there: it waits for its camera from now on
+        m_stIdentity[n].closed = false; // asked for but not there, so it waits for its camera from now on
     m_nDeviceCount = SlotsWithHandle();
     return result;
 }

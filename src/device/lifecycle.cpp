@@ -25,7 +25,7 @@ static bool fetchConfiguration(libusb_device_handle* handle)
     return true;
 }
 
-// Why the camera can not be used, or null when it is claimed.
+// Returns why the camera cannot be used, or null if it is claimed.
 static const char* claimCamera(libusb_device_handle* handle)
 {
     if (handle == nullptr)
@@ -88,8 +88,9 @@ int vqdGrabStart(int n)
     vqdWriteBufInit(n);
     SleepUs(kGrabEditUs);
     stCamParam[n].image[kGrab] = 1;
-    vqdWriteToDevice(n, stCamParam[n].image);
-    const int result = vqdWriteToDevice(n, stCamParam[n].image);
+    // The camera's start sequence has the image twice. The second one decides.
+    SendImage(n);
+    const int result = SendImage(n);
     SleepUs(kGrabSettleUs);
     return result;
 }
@@ -100,7 +101,7 @@ int vqdGrabStop(int n)
         return 0;
     SleepUs(kGrabEditUs);
     stCamParam[n].image[kGrab] = 0;
-    const int result = vqdWriteToDevice(n, stCamParam[n].image);
+    const int result = SendImage(n);
     SleepUs(kGrabSettleUs);
     return result;
 }

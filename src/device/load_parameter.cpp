@@ -28,7 +28,7 @@ static void loadImage(int n)
 static constexpr float kLeastCx = 140.0f; // of a plausible depth lens
 static constexpr float kMostCx = 180.0f;
 
-// The lens that stands in for an implausible one. The image keeps what it has.
+// A default lens stands in for an implausible one. The image keeps what it has.
 static void useDefaultLens(int n)
 {
     static constexpr float kIntrinsic[4] = {204.0f, 204.0f, 160.0f, 120.0f};

@@ -9,12 +9,11 @@
 #include "device/find_camera.h"
 #include "usb/vendor_channel.h"
 
-static constexpr int kFullBudget = 600;
 static constexpr unsigned kBeforeFindUs = 100'000;
 static constexpr unsigned kAfterStartUs = 500'000; // the camera boots its sensor
 static constexpr unsigned kBeforeGrabUs = 100'000;
 
-// False when the budget is spent; m_nDeviceOpen is 0 then.
+// Returns false, with m_nDeviceOpen 0, once the budget is spent.
 static bool findWithinBudget(int n)
 {
     UnlistedCameras unlisted{};
@@ -37,7 +36,7 @@ int vqdDeviceReOpen(int n)
     if (!findWithinBudget(n))
         return VQD_REOPEN_EXHAUSTED;
     libusb_reset_device(HandleOf(n));
-    m_nReopenTime = kFullBudget;
+    m_nReopenTime = kFullReopenBudget;
     m_nDeviceOpen[n] = 1;
     if (!ResetReadBuffer(n, "ReOpen Error in b2 Control transfer")) {
         UnInitialize_vqdapi(n, 0);

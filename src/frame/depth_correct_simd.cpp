@@ -28,7 +28,7 @@ constexpr int kLanes = hn::MaxLanes(kPixels);
 using Pixel = hn::Vec<decltype(kPixels)>;
 static_assert(VQD_WIDTH % kLanes == 0);
 
-// The offset of each pixel of a row, 0 without a table.
+// Gives each pixel of a row the offset of its block, or 0 without a table.
 template <typename T> void spreadOffsets(const int* offsets, T (&row)[VQD_WIDTH])
 {
     for (int x = 0; x < VQD_WIDTH; ++x)

@@ -35,7 +35,7 @@ static void resample(Planes raw, Images out)
     }
 }
 
-// The maps, tables and switches are the application's to write too: they are read anew for each frame.
+// Applications may write the maps, tables and switches too, so they are read anew for each frame.
 void RunDepthPipeline(int n, const unsigned char* raw, uint16_t* amplitude, uint16_t* depth)
 {
     const Planes planes{reinterpret_cast<const uint16_t*>(raw + kAmplitudePlane),

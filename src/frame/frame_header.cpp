@@ -12,7 +12,7 @@ bool HasStartCode(const unsigned char* raw)
     return raw[kStartCode] == kStartCode0 && raw[kStartCode + 1] == kStartCode1;
 }
 
-// 0.0625 a count, in two's complement of the low twelve bits.
+// 0.0625 a count. From 2048 on it is negative, as two's complement in twelve bits.
 static double decodeTemperature(unsigned raw)
 {
     if (raw <= 2047)

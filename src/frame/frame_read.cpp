@@ -13,7 +13,8 @@
 
 static constexpr int kMostRetries = 2; // the third failure in a row re-opens the camera
 
-// A re-open when the budget allows one, after printing `line` if it is not null. VQD_OK, or what the read returns.
+// Re-opens the camera if the budget allows it, after printing `line` if it is not null. Returns VQD_OK, or what the
+// read is to return.
 static int reopen(int n, const char* line)
 {
     if (ReopenBudgetSpent()) {
@@ -26,7 +27,8 @@ static int reopen(int n, const char* line)
     return vqdDeviceReOpen(n);
 }
 
-// One frame into `buffers`. After a re-open nothing is transferred: what the buffer holds is judged next.
+// Reads one frame into `buffers`. If this re-opened the camera, nothing was transferred; the caller processes the
+// previous contents of `buffers`.
 static int transferFrame(int n)
 {
     for (;;) {

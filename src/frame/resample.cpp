@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Resampling in plain C++: the reference. Single precision, in exactly the grouping that is written.
+// Resampling in plain C++, the reference. Single precision, in exactly the grouping that is written.
 #include "frame/resample.h"
 
 #include <algorithm>
@@ -20,8 +20,8 @@ struct Source {
     float fx, fy;
 };
 
-// Truncation takes (-1, 0) to sample 0, so a position counts as inside from there on. Written so that NaN is outside,
-// and tested before any conversion to int.
+// Truncation takes (-1, 0) to sample 0, so a position counts as inside from there on. The comparisons put NaN outside,
+// and they come before any conversion to int.
 bool isInside(float x, float y)
 {
     return x > -1.0f && x < kWidth && y > -1.0f && y < kHeight;

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Undistortion: the maps, the mode, and the inverse of the lens model for one pixel.
+// Undistortion: the maps of a camera, and the inverse of the lens model for one pixel.
 #include "geometry/undistortion.h"
 
 #include <cmath>
@@ -11,7 +11,7 @@
 #include "device/base/device_check.h"
 #include "device/base/integers.h"
 
-// Lenses at the edge of convergence need some thousand passes, a usual one less than ten.
+// A lens at the edge of convergence needs some thousand passes, a usual one fewer than ten.
 static constexpr int kMostPasses = 10000;
 
 // The lens that device n computes with.
@@ -40,8 +40,8 @@ int BuildUndistortionMap(int n)
     return 1;
 }
 
-// Fixed-point iteration: the undistorted point moves by what its distortion misses the target. False when it does not
-// come to rest.
+// Distorts the estimate and subtracts the error until it is below a tenth of a pixel. Returns false if it does not get
+// there.
 static bool undistort(const Lens& lens, float xt, float yt, float& xu, float& yu)
 {
     const float stepX = 0.1f / lens.k.fx; // a tenth of a pixel

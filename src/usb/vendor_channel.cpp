@@ -24,7 +24,7 @@ static int sendEmptyRequest(int n, uint8_t request)
     return usb_control_transfer(HandleOf(n), kVendorOut, request, 0, 0, zeros, sizeof zeros, kRequestTimeoutMs);
 }
 
-// The same; false after `text` where it failed.
+// Does the same, but returns false after printing `text` if it failed.
 static bool requestOrReport(int n, uint8_t request, const char* text)
 {
     if (sendEmptyRequest(n, request) >= 0)

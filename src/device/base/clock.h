@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The wall clock and the waits of the camera protocol; nothing else in the library tells or spends time.
+// The wall clock and the waits of the camera protocol. Nothing else in the library reads the time or waits.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +9,8 @@
 // Milliseconds since 1970, truncated.
 int64_t NowMs();
 
-// Waits in full, also when signals interrupt it. Below one second.
+// Waits in full, even if signals interrupt the wait. `microseconds` is less than a second.
 void SleepUs(unsigned microseconds);
 
-// One second, in full as well: the pause of a read whose re-open is refused.
+// Waits for one second, in full as well: the pause of a read whose re-open is refused.
 void SleepOneSecond();
