@@ -180,14 +180,14 @@ TEST_F(Frame, ASpentBudgetPausesASecondInEveryPath)
     EXPECT_EQ(m_nDeviceOpen[0], 1);
     EXPECT_EQ(info.nFrameCount, 1u);
 
-    usb.interruptedWaits = 1; // by a signal: the rest of the second follows
+    usb.interruptedWaits = 1; // a signal cuts the wait short, and the rest of the second follows
     printed([&] { EXPECT_EQ(read(), -3); });
     EXPECT_EQ(usb.conversation().rfind("sleep 1, wait 9", 0), 0u);
 }
 
 TEST_F(Frame, TheHostClipsOnlyAfterTheRangeIsReadBack)
 {
-    usb.plug(); // number 0, whose range is another
+    usb.plug(); // becomes number 0, whose range differs
     grab();
     EXPECT_EQ(vqdGrabStart(1), 1);
     EXPECT_EQ(vqdSetDepthRange(1, kMark + 1, kMark + 20), 1);
@@ -205,7 +205,7 @@ TEST_F(Frame, AShortFrameIsNotNoticed)
     camera.addFault({.kind = sim::Fault::Kind::shortened, .channel = sim::Channel::bulkIn, .bytes = 512});
     const auto before = amplitude;
     EXPECT_EQ(printed([&] { EXPECT_EQ(read(), 1); }), "");
-    EXPECT_EQ(amplitude, before); // the planes of the frame before stay in the buffer
+    EXPECT_EQ(amplitude, before); // the planes of the previous frame stay in the buffer
 }
 
 TEST_F(Frame, EveryStreamIsStampedFromItsOwnFirstFrame)

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The virtual camera's side of the wire: a wrong emulator would hide a wrong library.
+// Tests the virtual camera's side of the wire, because a wrong camera would hide a wrong library.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,7 +18,7 @@ using Bytes = std::vector<uint8_t>;
 
 constexpr TimeUs kMs = 1000;
 
-// Depth grows with the pixel number, so that every pixel of a plane tells its place; rows and columns both show.
+// Depth grows with the pixel number, so that every pixel of a plane shows its row and its column.
 struct Numbered : FrameSource {
     void render(const FrameRequest&, std::span<uint16_t, kPixels> amplitude,
                 std::span<uint16_t, kPixels> depth) override
@@ -30,7 +30,7 @@ struct Numbered : FrameSource {
     }
 };
 
-// 10 frames a second; at 0 one is always ready.
+// 10 frames a second; with 0 a frame is always ready.
 Config configOf(double framesPerSecond, std::string product = "VQD-HT120")
 {
     Config config;
@@ -289,7 +289,7 @@ TEST(SimStream, FramesComeAtTheirRateOnlyWhileGrabbing)
     host.grab();
     const TimeUs started = host.now;
     host.now += 40 * kMs;
-    host.grab(); // does not restart the frame clock
+    host.grab(); // this does not restart the frame clock
     EXPECT_EQ(host.camera.nextBulkIn(host.now), started + 100 * kMs);
     host.now = started + 100 * kMs - 1;
     expectOutcome(host.read(), Status::ok, 0, false, "too early");
@@ -305,7 +305,7 @@ TEST(SimStream, FramesComeAtTheirRateOnlyWhileGrabbing)
     EXPECT_EQ(host.camera.framesSent(), 2u);
 
     host.now = started + 610 * kMs;
-    host.grab(0); // frame 5 was complete, but goes with the FIFO
+    host.grab(0); // frame 5 was complete, but is lost with the FIFO
     expectOutcome(host.read(), Status::ok, 0, false, "stopped");
     host.grab(1);
     expectOutcome(host.read(), Status::ok, 0, false, "nothing from before the stop");
@@ -512,9 +512,9 @@ TEST(SimFaults, AnUnpluggedCameraIsGoneUntilItStartsFromPowerUp)
     EXPECT_FALSE(host.camera.grabbing());
     host.grab();
     host.now += 100 * kMs;
-    EXPECT_EQ(host.read().status, Status::ok); // the plan went on: its second transfer is over
+    EXPECT_EQ(host.read().status, Status::ok); // the plan went on, and its second transfer is over
     EXPECT_EQ(host.frameNumber(), 0u);
-    host.camera.plug(host.now); // is plugged in already
+    host.camera.plug(host.now); // it is already plugged in
     EXPECT_TRUE(host.camera.grabbing());
 
     host.camera.addFault({.kind = Fault::Kind::silence, .request = 0xB2});
@@ -572,7 +572,7 @@ TEST(SimRegisters, DepthStartsAnewAtTheRangeOfTheFrequency)
 
 TEST(SimRegisters, EdgeRemovalTakesBrightPixelsWithAWideSpread)
 {
-    // At column 63 the count of 64 starts anew: the 2 x 2 block there spans 127 mm.
+    // At column 63 the ramp restarts, so the 2 x 2 block there spans 127 mm.
     const struct {
         const char* what;
         const char* product;

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The library through the real, unmodified libusb: a virtual camera on a bus of this process.
+// The library through the real, unmodified libusb, with a virtual camera on a bus of this process.
 #include <array>
 
 #include <gtest/gtest.h>
@@ -68,7 +68,7 @@ TEST_P(RealUsb, ACameraThatIsUnpluggedInMidStreamGoesOnWhenItIsBack)
             {.kind = sim::Fault::Kind::unplug, .channel = sim::Channel::bulkIn, .nth = 2, .backAfter = 300'000});
     });
     expectOwnFrames(1);
-    EXPECT_EQ(vqdReadFromDevice(0, images.data(), &info), 1); // re-opens, and delivers the frame before again
+    EXPECT_EQ(vqdReadFromDevice(0, images.data(), &info), 1); // re-opens, and delivers the previous frame again
     EXPECT_NE(bus.address(0), address);
     EXPECT_EQ(m_nDeviceOpen[0], 1);
     expectOwnFrames(3);
@@ -79,7 +79,8 @@ TEST_P(RealUsb, ACameraThatIsUnpluggedInMidStreamGoesOnWhenItIsBack)
     expectOwnFrames(1);
 }
 
-// As a USB 3 host controller announces, and without scatter-gather, where libusb splits a frame into 16 KiB pieces.
+// With the capabilities of a USB 3 host controller, and without scatter-gather, where libusb splits a frame into pieces
+// of 16 KiB.
 INSTANTIATE_TEST_SUITE_P(Capabilities, RealUsb, testing::Values(0x1f, 0x13));
 
 } // namespace

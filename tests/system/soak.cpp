@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Two streaming cameras on the real libusb that vanish again and again at random moments, both sometimes, and come back
+// Two streaming cameras on the real libusb vanish again and again at random moments, sometimes both, and come back
 // after random times. Each must deliver its own frames again, and the process must not grow.
 //   soak DISCONNECTS [SEED]
 #include <array>
@@ -32,7 +32,7 @@ struct Usage {
     long files = 0;
 };
 
-// At rest: the bus forgets a device half a second after its last user.
+// Taken at rest, because the bus forgets a device only half a second after its last user.
 Usage usage()
 {
     std::this_thread::sleep_for(std::chrono::seconds(1));
@@ -114,7 +114,7 @@ private:
                              .nth = nth,
                              .backAfter = away});
         });
-        if (moment.channel != Channel::bulkIn) { // else it is met by the next reads
+        if (moment.channel != Channel::bulkIn) { // otherwise the next reads meet it
             vqdGrabStop(static_cast<int>(n));
             vqdReadBufInit(static_cast<int>(n));
             vqdGrabStart(static_cast<int>(n));
@@ -171,7 +171,7 @@ unsigned sleep(unsigned seconds)
     return 0;
 }
 
-// Freed blocks that the address sanitizer keeps back would count as growth.
+// Otherwise the freed blocks that the address sanitizer keeps would count as growth.
 const char* __asan_default_options();
 const char* __asan_default_options()
 {
