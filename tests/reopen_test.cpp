@@ -306,6 +306,17 @@ TEST_F(SeveralCameras, OnOnePlaceTheCameraOfAClosedNumberStaysItsOwn)
         }
 }
 
+TEST_F(SeveralCameras, ANewCameraOfAnotherProductIsNotTaken)
+{
+    sim::Config other;
+    other.productId = 0x8732;
+    usb.unplug(1);
+    usb.plug(other);
+    usb.replug(1);
+    EXPECT_EQ(reopened(1), 1);
+    EXPECT_EQ(serialBehind(1), 2);
+}
+
 TEST_F(SeveralCameras, AnotherNumbersAddressIsNotTaken)
 {
     close(0); // by intent; its camera stays plugged in
