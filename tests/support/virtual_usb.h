@@ -31,6 +31,8 @@ public:
     sim::Camera& camera(size_t port);
     uint8_t address(size_t port) const;
 
+    bool isHalted(size_t port, uint8_t endpoint); // as it is after a stall, until a reset
+
     // The nth call from now on of "init", "list", "open", "descriptor", "config", "claim", "driver", "reset", "string",
     // "control" or "bulk", and the times - 1 after it, end with `result`; times 0: for ever.
     void fail(const std::string& call, int result, unsigned nth = 1, unsigned times = 1);
