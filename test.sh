@@ -4,6 +4,8 @@
 #
 # Builds and runs every test; installs the Debian packages that they need.
 #   ./test.sh                    every test, then the share of tests in the code
+#   ./test.sh --kernel [CHECK]   the checks on a real kernel: Debian's in QEMU, without root and without KVM
+#   ./test.sh --all              the tests and the checks on a real kernel, with one summary
 #   ./test.sh --asan             the same under the address and undefined-behaviour sanitizers
 #   ./test.sh --valgrind         the same under valgrind, without the long sweeps
 #   ./test.sh --soak [NUMBER]    disconnects streaming cameras NUMBER times (2000), under the sanitizers
@@ -40,6 +42,11 @@ case "${1:-}" in
     check dev
     tests/share.sh
     ;;
+--kernel)
+    build dev
+    exec tests/kernel/run.sh "${@:2}"
+    ;;
+--all) exec tests/all.sh ;;
 --asan) check asan ;;
 --gcc11)
     build_packages+=(g++-11)
