@@ -12,11 +12,11 @@
 #include <libusb.h>
 
 #include "VQD_API.h"
+#include "bus.h"
 #include "compare.h"
 #include "device/base/device_state.h"
 #include "frame/depth_pipeline.h"
 #include "scene.h"
-#include "umockdev_bus.h"
 #include "usb/vendor_channel.h"
 
 namespace
@@ -55,8 +55,8 @@ void stop(int cameras)
 
 void compareRead()
 {
-    sim::Bus bus;
-    if (!start(bus, 1, 0)) {
+    const auto bus = sim::makeMockBus();
+    if (!start(*bus, 1, 0)) {
         std::puts("The virtual camera does not start");
         return;
     }
@@ -81,8 +81,8 @@ double threadSeconds()
 void shareOfCpu(int cameras)
 {
     constexpr int kFrames = 300;
-    sim::Bus bus;
-    if (!start(bus, cameras, 0)) {
+    const auto bus = sim::makeMockBus();
+    if (!start(*bus, cameras, 0)) {
         std::puts("The virtual cameras do not start");
         return;
     }

@@ -1,14 +1,14 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The library through the real, unmodified libusb, with a virtual camera on a bus of this process.
+// The library through the real, unmodified libusb, with a virtual camera on a bus of this process, mocked or the kernel's.
 #include <array>
 
 #include <gtest/gtest.h>
 
 #include "VQD_API.h"
-#include "sim/umockdev_bus.h"
 #include "support/marked_source.h"
+#include "support/test_bus.h"
 
 namespace
 {
@@ -21,7 +21,7 @@ protected:
         sim::Config config;
         config.source = source;
         config.framesPerSecond = 60;
-        bus.add(config);
+        bus->add(config);
         std::array<DevInfo, VQD_MAX_DEVICES> devices{};
         int count = 0;
         ASSERT_EQ(vqdGetDeviceList(devices.data(), &count), 1);
@@ -45,7 +45,7 @@ protected:
     void TearDown() override { EXPECT_EQ(vqdDeviceClose(0), 1); }
 
     std::shared_ptr<Marked> source = std::make_shared<Marked>(2000);
-    sim::Bus bus{sim::BusOptions{.capabilities = GetParam()}};
+    const std::unique_ptr<sim::Bus> bus = testBus({.capabilities = GetParam()});
     std::array<uint16_t, VQD_PIXELS> amplitude{}, depth{};
     std::array<uint16_t*, 2> images{amplitude.data(), depth.data()};
     FrameInfo info{};
@@ -56,25 +56,25 @@ TEST_P(RealUsb, FramesArriveBitForBit)
     expectOwnFrames(5);
     EXPECT_EQ(info.nFrameCount, 5u);
     EXPECT_EQ(vqdGrabStop(0), 1);
-    bus.withCamera(0, [](sim::Camera& camera) { EXPECT_FALSE(camera.grabbing()); });
+    bus->withCamera(0, [](sim::Camera& camera) { EXPECT_FALSE(camera.grabbing()); });
 }
 
 TEST_P(RealUsb, ACameraThatIsUnpluggedInMidStreamGoesOnWhenItIsBack)
 {
     expectOwnFrames(1);
-    const unsigned address = bus.address(0);
-    bus.withCamera(0, [](sim::Camera& camera) {
+    const sim::UsbAddress address = bus->address(0);
+    bus->withCamera(0, [](sim::Camera& camera) {
         camera.addFault(
             {.kind = sim::Fault::Kind::unplug, .channel = sim::Channel::bulkIn, .nth = 2, .backAfter = 300'000});
     });
     expectOwnFrames(1);
     EXPECT_EQ(vqdReadFromDevice(0, images.data(), &info), 1); // re-opens, and delivers the previous frame again
-    EXPECT_NE(bus.address(0), address);
+    EXPECT_NE(bus->address(0), address);
     EXPECT_EQ(m_nDeviceOpen[0], 1);
     expectOwnFrames(3);
     EXPECT_EQ(info.nFrameCount, 6u);
-    bus.unplug(0);
-    bus.plug(0);
+    bus->unplug(0);
+    bus->plug(0);
     EXPECT_EQ(vqdReadFromDevice(0, images.data(), &info), 1);
     expectOwnFrames(1);
 }

@@ -16,8 +16,8 @@
 #include <unistd.h>
 
 #include "VQD_API.h"
-#include "sim/umockdev_bus.h"
 #include "support/marked_source.h"
+#include "support/test_bus.h"
 
 namespace
 {
@@ -54,7 +54,7 @@ public:
             config.product = "VQD-HT110";
             config.serial[6] = static_cast<uint8_t>(n + 1);
             config.source = m_sources[n];
-            m_bus.add(config, kCameras - n); // the port at which libusb lists it as camera n
+            m_bus->add(config, kCameras - n); // the port at which libusb lists it as camera n
         }
         std::array<DevInfo, VQD_MAX_DEVICES> devices{};
         int count = 0;
@@ -106,8 +106,8 @@ private:
         const sim::TimeUs away = 20'000 + m_random() % 1'500'000;
         const unsigned nth = 1 + m_random() % 3;
         if (m_random() % 4 == 0)
-            return m_bus.unplug(n, away);
-        m_bus.withCamera(n, [&](sim::Camera& camera) {
+            return m_bus->unplug(n, away);
+        m_bus->withCamera(n, [&](sim::Camera& camera) {
             camera.addFault({.kind = sim::Fault::Kind::unplug,
                              .channel = moment.channel,
                              .request = moment.request,
@@ -121,7 +121,7 @@ private:
         }
     }
 
-    sim::Bus m_bus{sim::BusOptions{.timeScale = kTimeScale}};
+    const std::unique_ptr<sim::Bus> m_bus = testBus({.timeScale = kTimeScale});
     std::mt19937 m_random;
     const std::array<std::shared_ptr<Marked>, kCameras> m_sources{std::make_shared<Marked>(uint16_t{1000}),
                                                                   std::make_shared<Marked>(uint16_t{1100})};

@@ -21,10 +21,10 @@
 #include <CLI/CLI.hpp>
 
 #include "host/whole_files.h"
+#include "sim/bus.h"
 #include "sim/fault_language.h"
 #include "sim/registers.h"
 #include "sim/scene.h"
-#include "sim/umockdev_bus.h"
 
 #include "command_line.h"
 #include "commands.h"
@@ -273,8 +273,8 @@ int simulate(const Options& options)
     std::vector<Plugged> cameras = camerasOf(options); // mistakes in the options are reported before anything starts
     ensurePreload(options.invocation.arguments);
     const Signals signals; // before the bus, so that its threads do not take them
-    sim::Bus bus;
-    plugCameras(bus, std::move(cameras));
+    const auto bus = sim::makeMockBus();
+    plugCameras(*bus, std::move(cameras));
     // Tells vqd doctor which process has the device nodes open.
     setenv("VQD_SIM_PID", std::to_string(getpid()).c_str(), 1);
     return signals.wait(signals.start(options.invocation.program));
