@@ -54,4 +54,8 @@ public:
 // it, run under libumockdev-preload.so.0.
 std::unique_ptr<Bus> makeMockBus(const BusOptions& options = {});
 
+// The running kernel, for all its programs: through the kernel module vhci-hcd, as root. Destroying the bus unplugs its
+// cameras. The host never runs out of memory here: faults of that kind are refused.
+std::unique_ptr<Bus> makeKernelBus(const BusOptions& options = {});
+
 } // namespace sim

@@ -12,6 +12,7 @@
 #include <span>
 
 #include "root_hub.h"
+#include "urb_status.h"
 
 namespace sim
 {
@@ -35,22 +36,6 @@ static Setup setupOf(const Urb& urb)
 {
     const auto word = [&](size_t at) { return static_cast<uint16_t>(urb.buffer[at] | urb.buffer[at + 1] << 8); };
     return {urb.buffer[0], urb.buffer[1], word(2), word(4), word(6)};
-}
-
-static int usbfsStatus(Status status)
-{
-    switch (status) {
-    case Status::stall:
-        return -EPIPE;
-    case Status::overflow:
-        return -EOVERFLOW;
-    case Status::ioError:
-        return -EPROTO;
-    case Status::noMemory:
-        return -ENOMEM;
-    default:
-        return 0;
-    }
 }
 
 size_t Urb::prefix() const
@@ -206,7 +191,7 @@ void UsbPort::conclude(Urb&& urb, const Outcome& outcome)
 {
     urb.actual += outcome.bytes;
     if (outcome.status != Status::timeout && outcome.status != Status::noDevice)
-        return finish(std::move(urb), usbfsStatus(outcome.status));
+        return finish(std::move(urb), urbStatus(outcome.status));
     urb.stuck = true;
     m_pending.push_front(std::move(urb)); // what is queued behind it waits
 }
