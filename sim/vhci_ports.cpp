@@ -110,11 +110,13 @@ VhciPort VhciPorts::attach(int socket, unsigned hubPort, unsigned device) const
     throw std::runtime_error("the kernel module vhci-hcd has no free USB 2 port for another camera");
 }
 
+// The folder of an interface shows that the kernel has configured the device. bConfigurationValue would tell as well,
+// but reading it waits for the kernel, which waits for the device's answer: the device may be this very thread.
 std::optional<UsbAddress> VhciPorts::address(const VhciPort& port) const
 {
-    const bool configured = numberIn(port.path + "/bConfigurationValue") != 0;
+    const std::string interface = port.path + port.path.substr(port.path.rfind('/')) + ":1.0";
     const UsbAddress address{numberIn(port.path + "/busnum"), numberIn(port.path + "/devnum")};
-    return configured && address.device != 0 ? std::optional(address) : std::nullopt;
+    return access(interface.c_str(), F_OK) == 0 && address.device != 0 ? std::optional(address) : std::nullopt;
 }
 
 bool VhciPorts::dropped(const VhciPort& port) const
