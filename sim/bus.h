@@ -18,7 +18,8 @@ struct BusOptions {
     double timeScale = 1; // the cameras' clock runs this much faster than the wall clock
 
     // Of the mocked bus alone.
-    uint32_t capabilities = 0x1f; // what usbfs announces; 0x1f as xHCI does, 0x13 splits transfers into 16 KiB
+    uint32_t capabilities = 0x1f;    // what usbfs announces; 0x1f as xHCI does, 0x13 splits transfers into 16 KiB
+    bool transfersFailFirst = false; // at an unplug, as at a kernel: libusb lists the dead device a moment longer
 };
 
 // Where libusb finds a device; zeros while it is unplugged.

@@ -32,8 +32,7 @@ using Clock = BusShare::Clock;
 
 constexpr char kHubPath[] = "/devices/pci0000:00/0000:00:14.0/usb1";
 
-// libusb learns of an unplug from the event, not from the transfers that fail.
-constexpr auto kEventToFailure = std::chrono::milliseconds(10);
+constexpr auto kBetweenEventAndFailure = std::chrono::milliseconds(10); // or the other way round
 
 constexpr unsigned kMostAddresses = 127; // of a USB bus
 constexpr TimeUs kRetryUs = 1'000'000;   // for a camera that could not be plugged in
@@ -98,6 +97,7 @@ private:
     Clock::time_point retireUnused();
 
     UMockdevTestbed* m_testbed;
+    const bool m_transfersFailFirst;
 
     BusShare m_share; // its lock guards everything below
     std::deque<std::function<void()>> m_tasks;
@@ -108,7 +108,7 @@ private:
     std::thread m_thread;
 };
 
-MockBus::MockBus(const BusOptions& options) : m_share(options)
+MockBus::MockBus(const BusOptions& options) : m_transfersFailFirst(options.transfersFailFirst), m_share(options)
 {
     if (!isPreloaded())
         throw std::runtime_error("the virtual bus needs libumockdev-preload.so.0 in its process (LD_PRELOAD)");
@@ -257,14 +257,21 @@ void MockBus::attachReturned(Slot& slot)
     }
 }
 
-// The order of an unplug as libusb notices it: the event, failing transfers, no device.
+// libusb learns of an unplug from the event alone, so its programs see no dead device when that comes first. A kernel
+// lets the transfers fail first.
 void MockBus::detach(Slot& slot, std::unique_lock<std::mutex>& lock)
 {
     UmockdevDevice& device = *slot.attached;
-    device.port.freeze();
+    if (m_transfersFailFirst)
+        device.failTransfers();
+    else
+        device.port.freeze();
     lock.unlock(); // clients go on being answered
+    if (m_transfersFailFirst)
+        std::this_thread::sleep_for(kBetweenEventAndFailure);
     device.announceUnplug();
-    std::this_thread::sleep_for(kEventToFailure);
+    if (!m_transfersFailFirst)
+        std::this_thread::sleep_for(kBetweenEventAndFailure);
     lock.lock();
     device.vanish();
     slot.attached = nullptr;

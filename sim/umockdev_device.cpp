@@ -77,6 +77,12 @@ void UmockdevDevice::announce(const std::string& attributes, const std::vector<u
     }
 }
 
+void UmockdevDevice::failTransfers()
+{
+    port.fail();
+    update();
+}
+
 void UmockdevDevice::announceUnplug()
 {
     umockdev_testbed_uevent(m_testbed, ("/sys" + m_sysPath).c_str(), "remove");
@@ -84,8 +90,7 @@ void UmockdevDevice::announceUnplug()
 
 void UmockdevDevice::vanish()
 {
-    port.fail();
-    update();
+    failTransfers();
     umockdev_testbed_remove_device(m_testbed, ("/sys" + m_sysPath).c_str());
     m_node.unlink();
     m_goneSince = BusShare::Clock::now();

@@ -45,8 +45,10 @@ public:
     // Throws when umockdev refuses the device, which then counts as gone.
     void announce(const std::string& attributes, const std::vector<uint8_t>& descriptors);
 
-    // The two steps of an unplug. The first must not hold the lock: it sends the event, which clients may act on at
-    // once.
+    // The steps of an unplug. The event must be sent without the lock, because clients may act on it at once; the
+    // transfers fail before it or with the end. The node stays until the end, for the preload loses a file with each
+    // one that it cannot open.
+    void failTransfers();
     void announceUnplug();
     void vanish();
 

@@ -113,12 +113,14 @@ Answer claim(UMockdevIoctlClient* client, UsbPort& port, UMockdevIoctlData* arg,
     return failed(claims ? port.claim(client, interface) : port.release(client, interface));
 }
 
-Answer capabilities(UMockdevIoctlData* arg, uint32_t value)
+Answer capabilities(UMockdevIoctlData* arg, const UsbfsDevice& device)
 {
+    if (device.port.present() != 0)
+        return failed(device.port.present());
     const Data data = argument<uint32_t>(arg);
     if (!data)
         return failed(EFAULT);
-    as<uint32_t>(data) = value;
+    as<uint32_t>(data) = device.capabilities;
     return {};
 }
 
@@ -150,7 +152,7 @@ void answerIoctl(UMockdevIoctlClient* client, UsbfsDevice device, TimeUs now)
     Answer answer = failed(ENOTTY);
     switch (umockdev_ioctl_client_get_request(client)) {
     case USBDEVFS_GET_CAPABILITIES:
-        answer = capabilities(arg, device.capabilities);
+        answer = capabilities(arg, device);
         break;
     case USBDEVFS_CLAIMINTERFACE:
     case USBDEVFS_DISCONNECT_CLAIM:

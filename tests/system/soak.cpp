@@ -3,7 +3,7 @@
 //
 // Two streaming cameras on the real libusb vanish again and again at random moments, sometimes both, and come back
 // after random times. Each must deliver its own frames again, and the process must not grow.
-//   soak DISCONNECTS [SEED]
+//   soak DISCONNECTS [SEED [transfers-fail-first]]
 #include <array>
 #include <chrono>
 #include <cstdio>
@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <string>
 #include <thread>
 #include <unistd.h>
 
@@ -45,7 +46,10 @@ Usage usage()
 class Soak
 {
 public:
-    explicit Soak(unsigned seed) : m_random(seed) {}
+    Soak(unsigned seed, bool transfersFailFirst)
+        : m_bus(testBus({.timeScale = kTimeScale, .transfersFailFirst = transfersFailFirst})), m_random(seed)
+    {
+    }
 
     bool start()
     {
@@ -121,16 +125,16 @@ private:
         }
     }
 
-    const std::unique_ptr<sim::Bus> m_bus = testBus({.timeScale = kTimeScale});
+    const std::unique_ptr<sim::Bus> m_bus;
     std::mt19937 m_random;
     const std::array<std::shared_ptr<Marked>, kCameras> m_sources{std::make_shared<Marked>(uint16_t{1000}),
                                                                   std::make_shared<Marked>(uint16_t{1100})};
     std::array<uint16_t, VQD_PIXELS> m_amplitude{}, m_depth{};
 };
 
-int run(unsigned wanted, unsigned seed)
+int run(unsigned wanted, unsigned seed, bool transfersFailFirst)
 {
-    Soak soak(seed);
+    Soak soak(seed, transfersFailFirst);
     if (!soak.start())
         return fprintf(stderr, "the cameras do not start\n"), 1;
     Usage early;
@@ -183,8 +187,9 @@ const char* __asan_default_options()
 int main(int argc, char** argv)
 {
     if (argc < 2)
-        return fprintf(stderr, "usage: soak DISCONNECTS [SEED]\n"), 2;
+        return fprintf(stderr, "usage: soak DISCONNECTS [SEED [transfers-fail-first]]\n"), 2;
     if (freopen("/dev/null", "w", stdout) == nullptr)
         return 1;
-    return run(static_cast<unsigned>(atoi(argv[1])), argc > 2 ? static_cast<unsigned>(atoi(argv[2])) : 20261124u);
+    const unsigned seed = argc > 2 ? static_cast<unsigned>(atoi(argv[2])) : 20261124u;
+    return run(static_cast<unsigned>(atoi(argv[1])), seed, argc > 3 && std::string(argv[3]) == "transfers-fail-first");
 }
