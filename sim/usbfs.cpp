@@ -51,6 +51,13 @@ template <typename T> T& as(const Data& data)
     return *reinterpret_cast<T*>(data->data);
 }
 
+// Answers with the errno that `act` returns for the argument.
+template <typename T, typename Act> Answer withArgument(UMockdevIoctlData* arg, Act act)
+{
+    const Data data = argument<T>(arg);
+    return failed(data ? act(as<T>(data)) : EFAULT);
+}
+
 Answer submit(UMockdevIoctlClient* client, UsbPort& port, UMockdevIoctlData* arg, TimeUs now)
 {
     Data data = argument<usbdevfs_urb>(arg);
@@ -104,15 +111,6 @@ Answer driver(const UsbPort& port, UMockdevIoctlData* arg)
     return {};
 }
 
-Answer claim(UMockdevIoctlClient* client, UsbPort& port, UMockdevIoctlData* arg, bool claims)
-{
-    const Data data = argument<unsigned>(arg); // also the first member of usbdevfs_disconnect_claim
-    if (!data)
-        return failed(EFAULT);
-    const unsigned interface = as<unsigned>(data);
-    return failed(claims ? port.claim(client, interface) : port.release(client, interface));
-}
-
 Answer capabilities(UMockdevIoctlData* arg, const UsbfsDevice& device)
 {
     if (device.port.present() != 0)
@@ -155,11 +153,16 @@ void answerIoctl(UMockdevIoctlClient* client, UsbfsDevice device, TimeUs now)
         answer = capabilities(arg, device);
         break;
     case USBDEVFS_CLAIMINTERFACE:
+        answer = withArgument<unsigned>(arg, [&](unsigned interface) { return port.claim(client, interface); });
+        break;
     case USBDEVFS_DISCONNECT_CLAIM:
-        answer = claim(client, port, arg, true);
+        answer = withArgument<usbdevfs_disconnect_claim>(arg, [&](const usbdevfs_disconnect_claim& wanted) {
+            const int error = port.claim(client, wanted.interface);
+            return error == ENOENT ? EINVAL : error; // no such interface
+        });
         break;
     case USBDEVFS_RELEASEINTERFACE:
-        answer = claim(client, port, arg, false);
+        answer = withArgument<unsigned>(arg, [&](unsigned interface) { return port.release(client, interface); });
         break;
     case USBDEVFS_GETDRIVER:
         answer = driver(port, arg);
@@ -171,11 +174,15 @@ void answerIoctl(UMockdevIoctlClient* client, UsbfsDevice device, TimeUs now)
         answer = failed(port.reset(now));
         break;
     case USBDEVFS_SETCONFIGURATION:
-        answer = failed(port.configure());
+        answer = withArgument<int>(arg, [&](int value) { return port.configure(value, now); });
         break;
     case USBDEVFS_CLEAR_HALT:
+        answer = withArgument<unsigned>(arg, [&](unsigned endpoint) { return port.clearHalt(client, endpoint, now); });
+        break;
     case USBDEVFS_SETINTERFACE:
-        answer = failed(port.present());
+        answer = withArgument<usbdevfs_setinterface>(arg, [&](const usbdevfs_setinterface& chosen) {
+            return port.setInterface(client, chosen.interface, chosen.altsetting, now);
+        });
         break;
     case USBDEVFS_CONNECTINFO:
         answer = connectInfo(arg, device.address);

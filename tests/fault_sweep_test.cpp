@@ -184,7 +184,12 @@ protected:
             return "reading does not go on";
         if (vqdGetDeviceList(b.list.data(), &b.count) != 1 || b.count != 1)
             return "the next listing fails: " + lines();
-        if (vqdDeviceOpen(0) != 1 || vqdSetUndistortion(0, 0) != 1 || vqdGrabStart(0) != 1 || b.read() != 1)
+        if (vqdDeviceOpen(0) != 1)
+            return "the next open fails: " + lines();
+        // Only a re-open resets the camera, which ends the halt of an endpoint that stalled.
+        if ((usb.isHalted(0, 0x02) || usb.isHalted(0, 0x86)) && vqdDeviceReOpen(0) != 1)
+            return "a re-open does not help an endpoint that stalled: " + lines();
+        if (vqdSetUndistortion(0, 0) != 1 || vqdGrabStart(0) != 1 || b.read() != 1)
             return "the next session fails: " + lines();
         if (Marked(kMark).wrongPixels(frameInBuffer(), b.amplitude.data(), b.depth.data()) != 0)
             return "the next frame is wrong";

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <numeric>
 
 #include "camera.h"
@@ -66,6 +67,11 @@ public:
         command(0xB1);
         return camera.bulkOut(0x02, image, now);
     }
+    void clearHalt(uint8_t endpoint)
+    {
+        Bytes none;
+        EXPECT_EQ(ask(0x02, 1, 0, none, endpoint).status, Status::ok);
+    }
     Outcome grab(uint8_t enable = 1)
     {
         image[11] = enable;
@@ -114,6 +120,7 @@ TEST(SimDescriptors, StandardRequestsAnswerWhatTheHostAsksFor)
         uint16_t value, room;
         Status status;
         Bytes bytes;
+        uint16_t index = 0;
     } cases[] = {
         {0x80, 6, 0x0300, 255, Status::ok, {4, 3, 9, 4}},
         {0x80, 6, 0x0301, 255, Status::ok, {8, 3, 'V', 0, 'Q', 0, 'D', 0}},
@@ -126,17 +133,28 @@ TEST(SimDescriptors, StandardRequestsAnswerWhatTheHostAsksFor)
         {0x80, 0, 0, 2, Status::ok, {0, 0}},
         {0x81, 0, 0, 2, Status::ok, {0, 0}},
         {0x82, 0, 0, 2, Status::ok, {0, 0}},
+        {0x81, 0, 0, 2, Status::stall, {}, 1},    // no second interface
+        {0x82, 0, 0, 2, Status::stall, {}, 0x81}, // no such endpoint
+        {0x02, 1, 0, 0, Status::stall, {}, 0x81},
+        {0x02, 1, 1, 0, Status::stall, {}, 0x86}, // a feature that an endpoint does not have
+        {0x80, 8, 0, 1, Status::ok, {1}},
+        {0x00, 9, 0, 0, Status::ok, {}},
+        {0x80, 8, 0, 1, Status::ok, {0}},
         {0x00, 9, 1, 0, Status::ok, {}},
         {0x00, 9, 2, 0, Status::stall, {}},
+        {0x80, 8, 0, 1, Status::ok, {1}},
+        {0x81, 10, 0, 1, Status::ok, {0}},
+        {0x81, 10, 0, 1, Status::stall, {}, 1},
         {0x01, 11, 0, 0, Status::ok, {}},
         {0x01, 11, 1, 0, Status::stall, {}}, // no alternate setting
-        {0x21, 0, 0, 0, Status::stall, {}},  // a class request
+        {0x01, 11, 0, 0, Status::stall, {}, 1},
+        {0x21, 0, 0, 0, Status::stall, {}}, // a class request
     };
     Host host;
     for (const auto& c : cases) {
         Bytes data(c.room);
-        const Outcome outcome = host.ask(c.type, c.request, c.value, data);
-        EXPECT_EQ(outcome.status, c.status) << c.value;
+        const Outcome outcome = host.ask(c.type, c.request, c.value, data, c.index);
+        EXPECT_EQ(outcome.status, c.status) << +c.type << " " << +c.request << " " << c.value;
         data.resize(outcome.bytes);
         EXPECT_EQ(data, c.bytes) << c.value;
     }
@@ -180,9 +198,11 @@ TEST(SimRequests, AnImageIsTakenOnceAfterB1AndOnlyWhole)
 {
     Host host;
     EXPECT_EQ(host.camera.bulkOut(0x02, host.image, host.now).status, Status::stall);
+    host.clearHalt(0x02);
     host.command(0xB1);
     host.command(0xB1);
     EXPECT_EQ(host.camera.bulkOut(0x02, std::span(host.image).first(511), host.now).status, Status::stall);
+    host.clearHalt(0x02);
     EXPECT_EQ(host.camera.bulkOut(0x01, host.image, host.now).status, Status::stall);
     EXPECT_EQ(host.camera.registers, Image{});
     EXPECT_EQ(host.camera.bulkOut(0x02, host.image, host.now).bytes, 512u);
@@ -421,8 +441,46 @@ TEST(SimFaults, SpoilTheNthMatchingTransferInTheirOwnWay)
             };
             expectNext({Status::ok, whole});
             expectNext(c.second);
+            host.clearHalt(0x02);
+            host.clearHalt(0x86);
             expectNext({Status::ok, whole});
             EXPECT_EQ(host.data[0], 0x44) << c.what; // the rest of a cut frame is gone
+        }
+}
+
+TEST(SimFaults, ABulkEndpointThatStalledDoesSoUntilTheHostFreesIt)
+{
+    const std::function<void(Host&, uint8_t)> ways[] = {
+        [](Host& host, uint8_t endpoint) { host.clearHalt(endpoint); },
+        [](Host& host, uint8_t) {
+            EXPECT_EQ(host.camera.control({0x00, 9, 1, 0, 0}, {}, host.now).status, Status::ok);
+        },
+        [](Host& host, uint8_t) {
+            EXPECT_EQ(host.camera.control({0x01, 11, 0, 0, 0}, {}, host.now).status, Status::ok);
+        },
+        [](Host& host, uint8_t) { host.camera.reset(host.now); },
+    };
+    const auto isHalted = [](Host& host, uint8_t endpoint) {
+        Bytes status(2);
+        EXPECT_EQ(host.ask(0x82, 0, 0, status, endpoint).status, Status::ok);
+        return status == Bytes{1, 0};
+    };
+    for (const auto& free : ways)
+        for (const uint8_t endpoint : {0x02, 0x86}) {
+            Host host(configOf(0));
+            host.camera.addFault({.channel = endpoint == 0x02 ? Channel::bulkOut : Channel::bulkIn});
+            EXPECT_FALSE(isHalted(host, endpoint));
+            for (int i = 0; i < 2; ++i) {
+                host.command(0xB4);
+                EXPECT_EQ((endpoint == 0x02 ? host.grab() : host.read(2048)).status, Status::stall);
+                EXPECT_EQ(host.camera.nextBulkIn(host.now), host.now);
+                EXPECT_TRUE(isHalted(host, endpoint));
+                EXPECT_FALSE(isHalted(host, endpoint ^ 0x84)); // the other one
+            }
+            free(host, endpoint);
+            EXPECT_FALSE(isHalted(host, endpoint));
+            EXPECT_EQ(host.grab().bytes, kImageBytes);
+            EXPECT_EQ(host.read(2048).bytes, 2048u);
         }
 }
 

@@ -292,6 +292,13 @@ std::string VirtualUsb::conversation()
     return text;
 }
 
+bool VirtualUsb::isHalted(size_t port, uint8_t endpoint)
+{
+    uint8_t status[2] = {};
+    camera(port).control({0x82, 0, 0, endpoint, 2}, status, now);
+    return status[0] & 1;
+}
+
 int VirtualUsb::openHandles() const
 {
     return static_cast<int>(
@@ -516,6 +523,8 @@ int LIBUSB_CALL libusb_bulk_transfer(libusb_device_handle* handle, unsigned char
         });
     if (result == LIBUSB_ERROR_TIMEOUT && !in)
         usb.now += timeout * sim::TimeUs{1000};
+    if (result == LIBUSB_ERROR_PIPE && camera != nullptr) // whoever made it stall
+        camera->control({0x02, 3, 0, endpoint, 0}, {}, usb.now);
     if (moved != nullptr)
         *moved = bytes;
     const bool usual = endpoint == (in ? 0x86 : 0x02) && timeout == (in && length > 2048 ? 3000 : 1000);

@@ -31,6 +31,8 @@ public:
     sim::Camera& camera(size_t port);
     uint8_t address(size_t port) const;
 
+    bool isHalted(size_t port, uint8_t endpoint); // as it is after a stall, until a reset
+
     // Makes calls of "init", "list", "open", "descriptor", "config", "claim", "driver", "reset", "string", "control" or
     // "bulk" end with `result`: the nth from now on and the times - 1 after it, or all from the nth on when times is 0.
     void fail(const std::string& call, int result, unsigned nth = 1, unsigned times = 1);
