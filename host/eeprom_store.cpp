@@ -8,10 +8,9 @@
 
 #include "config/param_image.h"
 
-bool saveEeprom(const ListedCamera& camera, const Eeprom& eeprom)
+bool saveEeprom(const ListedCamera& camera, const Eeprom& eeprom, const EepromRead& before)
 {
-    const EepromRead stored = readEeprom(camera.place);
-    if (stored.whole() && stored.bytes == eeprom) {
+    if (before.whole() && before.bytes == eeprom) {
         // The library takes over what it saves, so it is told of these bytes all the same.
         std::copy(eeprom.begin(), eeprom.end(), stCamParam[camera.nIndex].image);
         return false;
@@ -21,7 +20,7 @@ bool saveEeprom(const ListedCamera& camera, const Eeprom& eeprom)
     return true;
 }
 
-bool saveImage(const ListedCamera& camera)
+bool saveImage(const ListedCamera& camera, const EepromRead& before)
 {
     unsigned char image[VQD_IMAGE_BYTES];
     if (vqdParameterData_Load(camera.nIndex, image) != 1)
@@ -29,7 +28,7 @@ bool saveImage(const ListedCamera& camera)
     image[kGrab] = 0;
     Eeprom eeprom;
     std::copy_n(image, eeprom.size(), eeprom.begin());
-    return saveEeprom(camera, eeprom);
+    return saveEeprom(camera, eeprom, before);
 }
 
 void requireStored(const ListedCamera& camera)
