@@ -3,19 +3,19 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Builds and runs every test; installs the Debian packages that they need.
-#   ./test.sh                    the tests, then their share of the code
-#   ./test.sh --kernel [CHECK...] the checks on a real kernel: Debian's in QEMU, without root and without KVM
+#   ./test.sh                    every test, then the share of tests in the code
+#   ./test.sh --kernel [CHECK]   the checks on a real kernel: Debian's in QEMU, without root and without KVM
 #   ./test.sh --all              the tests and the checks on a real kernel, with one summary
 #   ./test.sh --asan             the same under the address and undefined-behaviour sanitizers
-#   ./test.sh --valgrind         the same under valgrind, but for the long sweeps
-#   ./test.sh --soak [NUMBER]    so many (2000) disconnects of streaming cameras, under the sanitizers
-#   ./test.sh --fuzz [SECONDS]   fuzzes each target for so long (60); findings go to build/fuzz/findings
-#   ./test.sh --gcc11            the tests, built with g++ 11, as older systems have it
+#   ./test.sh --valgrind         the same under valgrind, without the long sweeps
+#   ./test.sh --soak [NUMBER]    disconnects streaming cameras NUMBER times (2000), under the sanitizers
+#   ./test.sh --fuzz [SECONDS]   fuzzes each target for SECONDS (60); findings go to build/fuzz/findings
+#   ./test.sh --gcc11            every test, built with g++ 11, which older systems have
 #   ./test.sh --lint             clang-tidy and cppcheck
-#   ./test.sh --mutations        breaks the library in 44 places, one at a time: do the tests notice?
-#   ./test.sh --bench            no tests: builds for speed, and times the library against OpenCV
-#   ./test.sh --packages         the Debian packages in a fresh Debian, from install to purge; with --arm64 after it, those
-#                                for 64-bit Arm under qemu-user
+#   ./test.sh --mutations        breaks the library in 44 places, one at a time, and looks whether the tests notice
+#   ./test.sh --bench            times the library against OpenCV; runs no tests
+#   ./test.sh --packages         takes the Debian packages through a fresh Debian, from install to purge; with --arm64
+#                                after it, those for 64-bit Arm under qemu-user
 #   ./test.sh --arm64            the unit tests, built for 64-bit Arm, under qemu-user
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
@@ -23,7 +23,7 @@ source tools/setup.sh
 
 build_packages=(g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev libgtest-dev umockdev libumockdev-dev
     libcli11-dev libarchive-dev libpng-dev nlohmann-json3-dev usbutils jq abigail-tools doxygen
-    help2man)
+    help2man python3)
 
 # build PRESET: configures and builds everything.
 build() {
@@ -67,7 +67,7 @@ case "${1:-}" in
     exec tests/lint.sh
     ;;
 --mutations)
-    install_packages "${build_packages[@]}" python3
+    install_packages "${build_packages[@]}"
     exec tests/breaks.py listed
     ;;
 --bench)

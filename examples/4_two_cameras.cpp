@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Two cameras that see each other's light: they take turns, and one thread reads them one after the other.
+// Two cameras that see each other's light, so they light in turn. One thread reads them one after the other.
 #include <cstdio>
 #include <vector>
 
@@ -21,7 +21,7 @@ static double meanDepth(const std::vector<uint16_t>& depth)
 
 static bool start(int n)
 {
-    // Camera 0 leads, with one follower; a camera's id is its place in the order.
+    // There is one slave, and each camera has its own id.
     return vqdDeviceOpen(n) == VQD_OK && vqdSetMultiCamMode(n, 1, 1, n) == VQD_OK && vqdGrabStart(n) == VQD_OK;
 }
 
@@ -34,7 +34,7 @@ static bool readInTurn(const DevInfo* cameras, int frames)
             FrameInfo info;
             if (vqdReadFromDevice(n, images, &info) != VQD_OK)
                 return false;
-            // The order in which cameras are listed may change from run to run; their serial numbers do not.
+            // The order in which cameras are listed may change from run to run, but their serial numbers do not.
             std::printf("%s: frame %llu, %.0f mm on average\n", cameras[n].szSerialNumber,
                         static_cast<unsigned long long>(info.nFrameCount), meanDepth(depth));
         }
@@ -47,13 +47,13 @@ int main()
     int count = 0;
     if (vqdGetDeviceList(cameras, &count) != VQD_OK)
         return 1;
-    // The library keeps no lock and shares one frame buffer: calls come from one thread, also for different cameras.
+    // The library takes no lock and all cameras share one frame buffer, so one thread makes all calls.
     bool done = false;
     if (count < 2)
-        std::fprintf(stderr, "%d camera is attached, two are needed\n", count);
+        std::fprintf(stderr, "Two cameras are needed, but %d is attached.\n", count);
     else
         done = start(0) && start(1) && readInTurn(cameras, 3);
     for (int n = 0; n < count; ++n)
-        vqdDeviceClose(n); // stops grabbing too
+        vqdDeviceClose(n); // this also stops grabbing
     return done ? 0 : 1;
 }

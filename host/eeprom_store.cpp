@@ -8,13 +8,19 @@
 
 #include "config/param_image.h"
 
-void saveEeprom(const ListedCamera& camera, const Eeprom& eeprom)
+bool saveEeprom(const ListedCamera& camera, const Eeprom& eeprom, const EepromRead& before)
 {
+    if (before.whole() && before.bytes == eeprom) {
+        // The library takes over what it saves, so it is told of these bytes all the same.
+        std::copy(eeprom.begin(), eeprom.end(), stCamParam[camera.nIndex].image);
+        return false;
+    }
     if (vqdEEPROM_ParameterData_Save(camera.nIndex, eeprom.data()) != 1)
         failOn(camera, "the EEPROM was not written");
+    return true;
 }
 
-void saveImage(const ListedCamera& camera)
+bool saveImage(const ListedCamera& camera, const EepromRead& before)
 {
     unsigned char image[VQD_IMAGE_BYTES];
     if (vqdParameterData_Load(camera.nIndex, image) != 1)
@@ -22,7 +28,7 @@ void saveImage(const ListedCamera& camera)
     image[kGrab] = 0;
     Eeprom eeprom;
     std::copy_n(image, eeprom.size(), eeprom.begin());
-    saveEeprom(camera, eeprom);
+    return saveEeprom(camera, eeprom, before);
 }
 
 void requireStored(const ListedCamera& camera)

@@ -36,7 +36,7 @@ void backUpAndTell(const ListedCamera& camera, const std::string& what, std::spa
 }
 
 void changeEeprom(const ListedCamera& camera, const std::string& question, Unreadable unreadable,
-                  const std::function<void()>& write)
+                  const std::function<void(const EepromRead& before)>& write)
 {
     if (unreadable == Unreadable::refuse && camera.known != Known::read)
         failOn(camera, "the EEPROM is empty or could not be read; writing would lose its serial number and lens (vqd "
@@ -50,7 +50,7 @@ void changeEeprom(const ListedCamera& camera, const std::string& question, Unrea
     else
         note("the EEPROM cannot be read, so there is nothing to back up");
     endIfInterrupted();
-    write();
+    write(before);
     requireStored(camera);
     detail("the EEPROM holds what was written");
 }
@@ -60,9 +60,9 @@ void changeSettings(const ListedCamera& camera, bool save, const std::string& qu
 {
     if (!save)
         return change();
-    changeEeprom(camera, question, Unreadable::refuse, [&] {
+    changeEeprom(camera, question, Unreadable::refuse, [&](const EepromRead& before) {
         change();
-        saveImage(camera);
+        saveImage(camera, before);
     });
 }
 

@@ -29,7 +29,7 @@ enum class Unreadable { refuse, replace };
 // Asks, backs the EEPROM up, runs `write`, which ends by saving the host's image, and reads back. Call
 // requireConfirmable() before any camera is touched.
 void changeEeprom(const ListedCamera& camera, const std::string& question, Unreadable unreadable,
-                  const std::function<void()>& write);
+                  const std::function<void(const EepromRead& before)>& write);
 
 // Runs `change` on the settings of a claimed camera. With `save` they are kept, in the way of changeEeprom().
 void changeSettings(const ListedCamera& camera, bool save, const std::string& question,

@@ -155,7 +155,7 @@ int grab(const Options& options)
     requireNewFiles(options.directory, pictures);
     if (!options.format.empty())
         requireNoSeries(options.directory);
-    cameras.loadAlone(camera);
+    cameras.loadWithProfile(camera);
     if (!options.cloud.empty())
         assignments = cloudSettings(camera, options.settings);
     const auto frame = std::make_unique<DepthFrame>();
@@ -201,7 +201,7 @@ void addGrab(CLI::App& app, Run& run)
         ->default_str("ply");
     addRepeatable(*command, "-s,--set", options->settings, "KEY=VALUE", "A setting for this grab only, as in vqd set");
     addAxes(*command, options->axes);
-    addCommon(*command, kCamera | kJson | kForce);
+    addCommon(*command, kCamera | kJson | kForce | kProfile);
     command->footer(
         "raw: 320 x 240 values of 16 bits, low byte first, rows from the top. npy: NumPy 1.0.\n"
         "Depth is in mm; 0 is invalid. frames.csv has a line for each frame: host time, stamp, re-opened, frames lost\n"

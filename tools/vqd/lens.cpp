@@ -26,7 +26,8 @@ static int lens(const std::string& file)
     if (!wanted)
         requireEeprom(camera);
     else
-        changeEeprom(camera, "replace its lens?", Unreadable::refuse, [&] { store(camera.nIndex, *wanted); });
+        changeEeprom(camera, "replace its lens?", Unreadable::refuse,
+                     [&](const EepromRead&) { store(camera.nIndex, *wanted); });
     Json json = document("lens");
     json.update(calibrationJson(camera));
     output.print(json);

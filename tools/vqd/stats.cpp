@@ -162,7 +162,7 @@ int stats(const Options& options)
     Output output;
     const Cameras cameras;
     const ListedCamera& camera = cameras.choose();
-    cameras.loadAlone(camera);
+    cameras.loadWithProfile(camera);
     const auto frame = std::make_unique<DepthFrame>();
     Stream stream(camera);
     Statistics statistics(camera);
@@ -198,7 +198,7 @@ void addStats(CLI::App& app, Run& run)
     command->add_option("--for", options->seconds, "Number of seconds after which it ends")
         ->check(CLI::Range(1, 100'000'000))
         ->type_name("SECONDS");
-    addCommon(*command, kCamera | kJson);
+    addCommon(*command, kCamera | kJson | kProfile);
     command->footer(
         "An interval is the time between two frames as they arrive, and jitter is its standard deviation. "
         "The longest interval includes outages. With --json, each line is an object.\nExample: vqd stats --for 60");
