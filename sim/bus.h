@@ -55,8 +55,9 @@ public:
 // it, run under libumockdev-preload.so.0.
 std::unique_ptr<Bus> makeMockBus(const BusOptions& options = {});
 
-// The running kernel, for all its programs: through the kernel module vhci-hcd, as root. Destroying the bus unplugs its
-// cameras. The host never runs out of memory here: faults of that kind are refused.
+// The running kernel, for all its programs, through the kernel module vhci-hcd and as root. Destroying the bus unplugs
+// its cameras. Throws std::runtime_error when the kernel does not take a camera, and std::invalid_argument for faults
+// with noMemory, which it alone could make.
 std::unique_ptr<Bus> makeKernelBus(const BusOptions& options = {});
 
 } // namespace sim

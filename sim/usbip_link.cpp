@@ -93,19 +93,19 @@ bool UsbipLink::serve(TimeUs now)
 TimeUs UsbipLink::nextDue(TimeUs now) const
 {
     const auto transfer = firstBulkIn();
-    if (transfer == m_pending.end() || transfer->stuck || congested())
+    if (transfer == m_pending.end() || congested())
         return kNever;
     return m_camera.nextBulkIn(now);
 }
 
 short UsbipLink::events() const
 {
-    return static_cast<short>((congested() ? 0 : POLLIN) | (m_sent < m_answers.size() ? POLLOUT : 0));
+    return static_cast<short>((congested() ? 0 : POLLIN) | (m_answers.empty() ? 0 : POLLOUT));
 }
 
 bool UsbipLink::congested() const
 {
-    return m_answers.size() - m_sent > kMostUnsent;
+    return m_answers.size() > kMostUnsent;
 }
 
 // False when nothing has come.
@@ -123,17 +123,17 @@ bool UsbipLink::receive()
 
 void UsbipLink::send()
 {
-    while (m_sent < m_answers.size()) {
+    size_t sent = 0;
+    while (m_open && sent < m_answers.size()) {
         const ssize_t count =
-            ::send(m_socket, m_answers.data() + m_sent, m_answers.size() - m_sent, MSG_DONTWAIT | MSG_NOSIGNAL);
+            ::send(m_socket, m_answers.data() + sent, m_answers.size() - sent, MSG_DONTWAIT | MSG_NOSIGNAL);
         if (count < 0) {
-            m_open = m_open && (errno == EAGAIN || errno == EINTR);
-            return;
+            m_open = errno == EAGAIN || errno == EINTR;
+            break;
         }
-        m_sent += static_cast<size_t>(count);
+        sent += static_cast<size_t>(count);
     }
-    m_answers.clear();
-    m_sent = 0;
+    m_answers.erase(m_answers.begin(), m_answers.begin() + static_cast<std::ptrdiff_t>(sent));
 }
 
 // False when no command has come in full.
@@ -189,7 +189,7 @@ void UsbipLink::submit(const Command& command, std::span<uint8_t> payload, TimeU
 void UsbipLink::conclude(const Command& command, const Outcome& outcome, std::span<const uint8_t> data)
 {
     if (outcome.status == Status::timeout || outcome.status == Status::noDevice)
-        m_pending.push_back({.number = command.number, .stuck = true});
+        m_pending.push_back({.number = command.number});
     else
         answerSubmit(command.number, urbStatus(outcome.status), outcome.bytes,
                      data.first(std::min(outcome.bytes, data.size())));
@@ -197,9 +197,7 @@ void UsbipLink::conclude(const Command& command, const Outcome& outcome, std::sp
 
 void UsbipLink::moveBulkIn(TimeUs now)
 {
-    for (auto transfer = firstBulkIn(); transfer != m_pending.end(); transfer = firstBulkIn()) {
-        if (transfer->stuck || congested())
-            return;
+    for (auto transfer = firstBulkIn(); transfer != m_pending.end() && !congested(); transfer = firstBulkIn()) {
         if (!m_moving) {
             m_camera.beginBulkIn(now);
             m_data.resize(transfer->bytes);

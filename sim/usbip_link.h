@@ -39,9 +39,8 @@ private:
     struct Command;
     struct Pending {
         uint32_t number;
-        uint32_t bytes = 0; // a bulk IN transfer asks for
-        bool bulkIn = false;
-        bool stuck = false; // nothing moves until the host unlinks it
+        uint32_t bytes = 0;
+        bool bulkIn = false; // else nothing moves until the host unlinks it
     };
 
     bool receive();
@@ -59,9 +58,8 @@ private:
     int m_socket;
     bool m_open = true;
     std::vector<uint8_t> m_received;
-    size_t m_toSkip = 0; // bytes of a payload that nobody wants
-    std::vector<uint8_t> m_answers;
-    size_t m_sent = 0; // of the answers
+    size_t m_toSkip = 0;            // bytes of a payload that nobody wants
+    std::vector<uint8_t> m_answers; // not sent yet
     std::list<Pending> m_pending;
 
     bool m_moving = false; // the first pending bulk IN transfer has begun

@@ -227,7 +227,7 @@ size_t KernelBus::add(Config config, unsigned port)
 {
     for (const Fault& fault : config.faults)
         if (fault.kind == Fault::Kind::noMemory)
-            throw std::invalid_argument("\"out of memory\" is a fault of the host, which its kernel alone could make");
+            throw std::invalid_argument("\"out of memory\" is up to the running kernel and cannot be made with it");
     std::unique_lock lock(m_mutex);
     const size_t index = m_slots.size();
     Slot& slot = m_slots.emplace_back(std::move(config), port != 0 ? port : static_cast<unsigned>(index + 1));

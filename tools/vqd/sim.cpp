@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -213,14 +214,18 @@ int simulate(const Options& options)
         enterPreload(options.invocation.arguments);
     const Signals signals; // before the bus, so that its threads do not take them
     const auto bus = options.kernel ? sim::makeKernelBus() : sim::makeMockBus();
-    plugCameras(*bus, std::move(cameras));
+    try {
+        plugCameras(*bus, std::move(cameras));
+    } catch (const std::invalid_argument& error) {
+        throw Failure(kUsage, std::string("fault plan: ") + error.what());
+    }
     if (options.invocation.program.empty()) {
         printPlaces(*bus, count);
         signals.waitForEnd();
         return kDone;
     }
-    // Tells vqd doctor which process has the device nodes open.
-    setenv("VQD_SIM_PID", std::to_string(getpid()).c_str(), 1);
+    if (!options.kernel) // tells vqd doctor which process has the device nodes open
+        setenv("VQD_SIM_PID", std::to_string(getpid()).c_str(), 1);
     return signals.wait(signals.start(options.invocation.program));
 }
 
