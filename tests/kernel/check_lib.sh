@@ -29,15 +29,13 @@ all_unplugged() {
 
 udevd_starts() {
     # Rules are read, but what is there already is not announced again.
-    /lib/systemd/systemd-udevd --daemon 2>>udevd.log || fail "udevd does not start"
-    waits_for 10 udevadm control --ping || fail "udevd does not answer"
+    /lib/systemd/systemd-udevd --daemon 2>/run/udevd.log && waits_for 10 udevadm control --ping || {
+        echo "udevd does not start: $(cat /run/udevd.log)"
+        return 1
+    }
 }
 
 udevd_stops() {
     udevadm control --exit
 }
 
-# The lines of the kernel since the last call
-kernel_says() {
-    dmesg --read-clear
-}

@@ -52,6 +52,8 @@ now() {
     echo $((${EPOCHREALTIME/[^0-9]/} / 1000))
 }
 
+source "$here/check_lib.sh"
+udevd_starts || exit
 passed=0 failed=0 number=0
 for name; do
     number=$((number + 1)) started=$(now) code=0

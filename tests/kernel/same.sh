@@ -30,7 +30,7 @@ transcript() {
 
 # Where the cameras are, when something came, and where a backup is, differ from run to run.
 normalised() {
-    sed -E 's/\b[0-9]+-[0-9]+\b */PORT /g; s/\b[0-9]{3}:[0-9]{3}\b/BUS:ADDRESS/g; s/("bus"|"address"): [0-9]+/\1: N/
+    sed -E 's/\b[0-9]+-[0-9]+\b */PORT /g; s/\b[0-9]{3}:[0-9]{3}\b/BUS:ADDRESS/g; s/("bus"|"address"): [0-9]+/\1: N/; s/^(bus|address)( +)[0-9]+$/\1\2N/
         s/\b[0-9]+\.[0-9] s\b/N s/; s/is in .*eeprom-.*\.bin/is in FILE/' "$1"
 }
 
