@@ -69,6 +69,14 @@ mock=$!
 code=0 started=$SECONDS
 boot build/kernel/initrd "$out" "$console" 900 </dev/null || code=$?
 wait "$mock"
+# The guest took the time of day when it booted. The host says when the guest wrote down what it had become at the end.
+if [[ -e $out/clock ]]; then
+    ahead=$(($(cat "$out/clock") - $(stat -c %Y "$out/clock")))
+    if ((${ahead#-} > 3 + (SECONDS - started) / 50)); then
+        echo "The guest's clock is $ahead s ahead after $((SECONDS - started)) s, so its waits were not what they should be." >&2
+        exit 1
+    fi
+fi
 if [[ $code -ne 33 ]]; then
     [[ $code -eq 35 ]] || tail -n 40 "$console" >&2
     [[ $code -ne 124 ]] || echo "The guest ran into its time limit." >&2

@@ -20,7 +20,7 @@ one_camera_twice() {
         port=$(vqd list --json | jq -r ".cameras[0].port") other=$(vqd list --json | jq -r ".cameras[1].port")
         vqd stats --json -c $port >stream & stats=$!
         until [[ -s stream ]]; do sleep 0.1; done
-        vqd grab -c $port -o refused 2>refused.err; [[ $? -eq 4 ]] || exit 11
+        vqd grab -c $port -o refused 2>refused.err; [[ $? -eq 1 ]] || exit 11
         (for _ in {1..12}; do vqd list && vqd get -c $port && vqd eeprom backup b.bin --force -c $port || exit; done) >lists 2>&1 & lists=$!
         for _ in {1..3}; do vqd grab -c $other -o beside --force || exit 12; done
         wait $lists || exit 13
