@@ -27,9 +27,13 @@ all_unplugged() {
     ! grep -h '^[hs]s ' /sys/devices/platform/vhci_hcd.*/status* | grep -qv '^.. *[0-9]* 004 '
 }
 
+udevd_runs() {
+    udevadm control --ping 2>/dev/null
+}
+
 udevd_starts() {
     # Rules are read, but what is there already is not announced again.
-    /lib/systemd/systemd-udevd --daemon 2>/run/udevd.log && waits_for 10 udevadm control --ping || {
+    /lib/systemd/systemd-udevd --daemon 2>/run/udevd.log && waits_for 10 udevd_runs || {
         echo "udevd does not start: $(cat /run/udevd.log)"
         return 1
     }
@@ -37,5 +41,6 @@ udevd_starts() {
 
 udevd_stops() {
     udevadm control --exit
+    waits_for 10 test ! -e /run/udev/control || fail "udevd does not stop"
 }
 

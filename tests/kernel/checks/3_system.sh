@@ -73,7 +73,6 @@ check no_udevd 'without udevd: the same'
 no_udevd() {
     udevd_stops
     found_without_events
-    udevd_starts
 }
 
 check usbfs_memory "when other programs hold usbfs' memory, the message names the limit; when they let go, grabbing goes on"
