@@ -26,15 +26,15 @@ power_off() {
 cd "$tree" || power_off 021
 if [[ $mode == shell ]]; then
     stty rows "$rows" columns "$columns" </dev/ttyS1
-    setsid -c bash -c 'echo "This is the guest; exit turns it off. The tool is \$vqd; run checks with tests/kernel/checks.sh NAME..."
-        exec bash -i' </dev/ttyS1 >/dev/ttyS1 2>&1
+    # shellcheck disable=SC2016 # for the shell in the guest
+    setsid --ctty bash -c '[[ $# -eq 0 ]] || tests/kernel/checks.sh "$@"
+        echo "This is the guest; exit turns it off. The tool is \$vqd; tests/kernel/checks.sh NAME... runs checks."
+        exec bash -i' bash $checks </dev/ttyS1 >/dev/ttyS1 2>&1
     power_off 020
-else
-    stty raw -echo </dev/ttyS1
-    # shellcheck disable=SC2086 # a list of words
-    if tests/kernel/checks.sh $checks </dev/null >/dev/ttyS1 2>&1; then
-        power_off 020
-    else
-        power_off 021
-    fi
 fi
+stty raw -echo </dev/ttyS1
+code=0
+# shellcheck disable=SC2086 # a list of words
+tests/kernel/checks.sh $checks </dev/null >/dev/ttyS1 2>&1 || code=$?
+[[ $code -ne 0 ]] || power_off 020
+power_off 021

@@ -4,7 +4,7 @@
 #
 # Boots Debian's kernel in QEMU and runs the checks there, with what was built before. Run by ./test.sh --kernel.
 #   run.sh [--build DIRECTORY] [CHECK...]    the checks of these names, or all of them; DIRECTORY is build/dev if not given
-#   run.sh [--build DIRECTORY] --shell       a shell in the guest
+#   run.sh [--build DIRECTORY] --shell [CHECK...]    a shell in the guest, after these checks if any are named
 #   run.sh --list                            the names of the checks
 set -euo pipefail
 script=$(readlink -f "$0")
@@ -57,18 +57,19 @@ make_initrd build/kernel/initrd "$(
 )"
 
 console=build/kernel/console.log
+# What the checks compare with is made while the guest boots.
+mkdir "$out/mock"
+if [[ $mode == checks || $# -gt 0 ]]; then
+    build=$build tests/kernel/checks.sh --mock "$out/mock" "$@" >"$out/mock.log" 2>&1 &
+fi
 if [[ $mode == shell ]]; then
     guest_signals=off boot build/kernel/initrd "$out" "$console" 1d || [[ $? -eq 33 ]]
     exit
 fi
 
-# What the checks compare with is made while the guest boots.
-mkdir "$out/mock"
-build=$build tests/kernel/checks.sh --mock "$out/mock" "$@" >"$out/mock.log" 2>&1 &
-mock=$!
 code=0 started=$SECONDS
 boot build/kernel/initrd "$out" "$console" 900 </dev/null || code=$?
-wait "$mock"
+wait
 # The guest took the time of day when it booted. The host says when the guest wrote down what it had become at the end.
 if [[ -e $out/clock ]]; then
     ahead=$(($(cat "$out/clock") - $(stat -c %Y "$out/clock")))
