@@ -71,7 +71,7 @@ for name; do
         passed=$((passed + 1))
     else
         failed=$((failed + 1))
-        sed 's/^/    /' "/run/$name.log"
+        head -n 40 "/run/$name.log" | cut -c 1-300 | sed 's/^/    /'
     fi
     cp "/run/$name.log" "$bed/out"
 done
