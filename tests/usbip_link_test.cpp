@@ -48,7 +48,13 @@ Bytes unlink(uint32_t number, uint32_t unlinked)
 {
     return message({2, number, 0x10002, 0, 0, unlinked}, 48);
 }
-const Bytes kEepromRead{0xC0, 0xB8, 0x00, 0x12, 0, 0, 128, 0};
+const Bytes kEepromRead{0xC0, 0xB8, 0x00, 0x12, 0, 0, 128, 0}, kEepromWrite{0x40, 0xB7, 0x00, 0x12, 0, 0, 128, 0};
+
+const Bytes kGrab = [] {
+    Bytes image(512);
+    image[11] = 1;
+    return submit(90, kOut, 0, 64, {0x40, 0xB1, 0, 0, 0, 0, 64, 0}) + Bytes(64) + submit(91, kOut, 2, 512) + image;
+}();
 
 // What the camera says.
 Bytes submitted(uint32_t number, int status, uint32_t bytes, const Bytes& data = {})
@@ -97,14 +103,7 @@ protected:
         send(bytes);
         return answers();
     }
-    void grab()
-    {
-        const Bytes takeImage{0x40, 0xB1, 0, 0, 0, 0, 64, 0};
-        EXPECT_EQ(answersTo(submit(90, kOut, 0, 64, takeImage) + Bytes(64)), submitted(90, 0, 64));
-        Bytes image(512);
-        image[11] = 1;
-        EXPECT_EQ(answersTo(submit(91, kOut, 2, 512) + image), submitted(91, 0, 512));
-    }
+    void grab() { EXPECT_EQ(answersTo(kGrab), submitted(90, 0, 64) + submitted(91, 0, 512)); }
 
     std::optional<Camera> camera;
     std::optional<UsbipLink> link;
@@ -118,11 +117,12 @@ TEST_F(UsbipLinkTest, ControlTransfersCarryTheirDataBothWays)
               submitted(7, 0, 128, Bytes(camera->eeprom.begin(), camera->eeprom.end())));
     Bytes content(128);
     content[5] = 0x5A;
-    EXPECT_EQ(answersTo(submit(8, kOut, 0, 128, {0x40, 0xB7, 0x00, 0x12, 0, 0, 128, 0}) + content),
-              submitted(8, 0, 128));
+    EXPECT_EQ(answersTo(submit(8, kOut, 0, 128, kEepromWrite) + content), submitted(8, 0, 128));
     EXPECT_EQ(camera->eeprom[5], 0x5A);
     EXPECT_EQ(answersTo(submit(9, kIn, 0, 255, {0x80, 6, 0, 3, 9, 4, 255, 0})), submitted(9, 0, 4, {4, 3, 9, 4}));
     EXPECT_EQ(answersTo(submit(10, kIn, 0, 255, {0x80, 6, 9, 3, 9, 4, 255, 0})), submitted(10, -EPIPE, 0));
+    // The setup packet claims more than the transfer has room for.
+    EXPECT_EQ(answersTo(submit(11, kIn, 0, 2, {0x80, 6, 0, 3, 9, 4, 255, 0})), submitted(11, 0, 2, {4, 3}));
 }
 
 TEST_F(UsbipLinkTest, FramesComeWhenTheCameraHasThemAndInOrder)
@@ -227,16 +227,22 @@ TEST_F(UsbipLinkTest, AHostThatDoesNotReadIsNotHeard)
     Config config;
     config.framesPerSecond = 0; // a frame is always ready
     connect(config);
-    grab();
-    for (uint32_t number = 0; number < 100; ++number)
-        EXPECT_TRUE(send(submit(number, kIn, 6, 307712)));
+    Bytes all;
+    for (uint32_t number = 0; number < 20; ++number)
+        all = all + submit(number, kIn, 6, 307712);
+    all = all + kGrab;
+    for (uint32_t number = 100; number < 380; ++number)
+        all = all + submit(number, kIn, 0, 9600, {0xC0, 0xBB, 0x00, 0x40, 0, 0, 0x80, 0x25});
+    EXPECT_TRUE(send(all + submit(380, kOut, 0, 128, kEepromWrite) + Bytes(128, 0x5A)));
     EXPECT_LT(camera->framesSent(), 8u);
     EXPECT_EQ(link->events(), POLLOUT);
+    EXPECT_NE(camera->eeprom[5], 0x5A);
     size_t got = 0;
     for (size_t more = 1; more > 0; got += more)
         more = answers().size();
-    EXPECT_EQ(got, 100 * (48u + 307712u));
-    EXPECT_EQ(camera->framesSent(), 100u);
+    EXPECT_EQ(got, 20 * (48u + 307712) + 280 * (48u + 9600) + 3 * 48);
+    EXPECT_EQ(camera->framesSent(), 20u);
+    EXPECT_EQ(camera->eeprom[5], 0x5A);
     EXPECT_EQ(link->events(), POLLIN);
 }
 

@@ -86,14 +86,14 @@ TEST_F(VhciPortsTest, ACameraIsThereOnceItIsConfiguredAndGoneOnceTheKernelHasDro
     const VhciPort port = ports.attach(17, 1, 5);
     EXPECT_TRUE(ports.dropped(port));
     setStates("006", "004", "004");
+    EXPECT_FALSE(ports.dropped(port)); // the device is gone before the port is free
     write("0/usb1/1-1/busnum", "1\n");
     write("0/usb1/1-1/devnum", "12\n");
     EXPECT_FALSE(ports.address(port));
     write("0/usb1/1-1/1-1:1.0/bInterfaceNumber", "00\n");
     EXPECT_EQ(ports.address(port), (UsbAddress{1, 12}));
-    EXPECT_FALSE(ports.dropped(port));
     setStates("004", "004", "004");
-    EXPECT_FALSE(ports.dropped(port)); // the port is free before the device is gone
+    EXPECT_FALSE(ports.dropped(port)); // or the other way round
     std::filesystem::remove_all(port.path);
     EXPECT_TRUE(ports.dropped(port));
 }
