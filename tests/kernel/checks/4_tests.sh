@@ -18,7 +18,7 @@ real_usb_test() {
 
 check unplugs '100 unplugs of two streaming cameras with shortened waits: both come back, memory and open files stay'
 unplugs() {
-    ends 0 env VQD_TEST_BUS=kernel soak 100
+    ends 0 env VQD_TEST_BUS=kernel kernel_soak 100
     mentions err '^10[01] disconnects, '
 }
 
