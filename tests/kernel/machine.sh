@@ -96,7 +96,7 @@ boot() {
     # AVX2 is emulated too, but many times slower than what it replaces.
     timeout --foreground --kill-after=5 "$seconds" qemu-system-x86_64 -accel tcg,thread=multi -cpu max,avx=off,avx2=off \
         -smp 1 -m 1G -nodefaults -no-user-config -display none -no-reboot \
-        -kernel "$vmlinuz" -initrd "$initrd" -append "console=ttyS0 panic=-1 tsc=reliable tsc_early_khz=$khz" \
+        -kernel "$vmlinuz" -initrd "$initrd" -append "console=ttyS0 panic=-1 mitigations=off apparmor=0 audit=0 init_on_alloc=0 hardened_usercopy=off tsc=reliable tsc_early_khz=$khz" \
         -chardev "file,id=console,path=${console//,/,,}" -serial chardev:console \
         -chardev stdio,id=lines,signal="${guest_signals:-on}" -serial chardev:lines \
         -device isa-debug-exit,iobase=0xf4,iosize=4 \
