@@ -6,7 +6,7 @@
 
 same ten_cameras 'ten cameras listed, and read in turn' "$(printf 'VQD-HT120 %.0s' {1..10})--fps 0" '
     vqd list && in_turn 10 3 >/dev/null'
-same eleven_cameras 'eleven cameras refused' "$(printf 'VQD-HT120 %.0s' {1..11})" 'vqd list'
+same eleven_cameras 'eleven cameras refused' "$(printf 'VQD-HT120 %.0s' {1..11})--scene plane" 'vqd list'
 same four_processes 'four processes on four cameras' 'VQD-HT120 VQD-HT110 VQD-RS110 VQD-WN120 --fps 0' '
     for n in 1 2 3 4; do
         vqd grab -n 5 --format raw -o $n -c 2406110000000$n -q >/dev/null || echo "camera $n: exit code $?" &
