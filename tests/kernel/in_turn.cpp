@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Lists in one process until so many cameras are there, 20 s at the most, then reads so many frames from each in turn, and
-// prints a checksum of each image.
+// Lists in one process until so many cameras are there, 20 s at the most, then reads so many frames from each in turn,
+// and prints a checksum of each image.
 //   in_turn CAMERAS FRAMES
 #include <cstdio>
 #include <cstdlib>
