@@ -8,6 +8,7 @@
 #   checks.sh --mock FOLDER [NAME...]    on the host: what those that compare with the mocked bus compare with
 set -u
 here=$(dirname "$(readlink -f "$0")")
+# shellcheck disable=SC2154 # from the environment: tree, build, vqd, bed
 limit=150 # seconds that a check may take before it counts as hanging
 names=()
 declare -A title
@@ -53,9 +54,9 @@ now() {
 }
 
 source "$here/check_lib.sh"
-passed=0 failed=0 number=0
+passed=0 failed=0
 for name; do
-    number=$((number + 1)) started=$(now) code=0
+    started=$(now) code=0
     {
         udevd_runs || udevd_starts
         # What a check leaves running ends with its namespace.
@@ -66,7 +67,7 @@ for name; do
     took=$(($(now) - started))
     verdict=ok
     [[ $code -eq 0 ]] || verdict='not ok'
-    printf '%s %d - %s: %s (%d.%d s)\n' "$verdict" $number "$name" "${title[$name]}" $((took / 1000)) $((took % 1000 / 100))
+    printf '%s - %s: %s (%d.%d s)\n' "$verdict" "$name" "${title[$name]}" $((took / 1000)) $((took % 1000 / 100))
     if [[ $code -eq 0 ]]; then
         passed=$((passed + 1))
     else

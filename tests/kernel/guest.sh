@@ -17,7 +17,7 @@ $bed/busybox ip link set lo up
 export tree build bed vqd=$build/vqd
 
 power_off() {
-    date +%s >$bed/out/clock
+    date +%s >$bed/out/clock-$guest
     # QEMU ends with twice this number plus 1: 33 if all is well, 35 if not.
     # shellcheck disable=SC2059
     printf "\\$1" | dd of=/dev/port bs=1 seek=$((0xf4)) status=none
