@@ -60,6 +60,7 @@ int runCommandLine(int argc, char** argv)
     addView(app, run);
     addSelftest(app, run);
     addDoctor(app, run);
+    addWorker(app, run);
     addSim(app, run, invocation);
     requireKnownCommand(app, arguments, app.get_name());
     try {
