@@ -146,17 +146,25 @@ void CameraLoop::cameBack()
     constexpr int kMost = 3;
     if (++m_reopensInARow == kMost)
         throw Failure(kCameraLost, "the camera sends no frames, not even after " + std::to_string(kMost) + " re-opens");
-    const std::vector<Place> places = cameraPlaces();
-    const auto place = std::ranges::find(places, m_camera.place.port, &Place::port);
-    if (place == places.end())
-        throw Failure(kCameraLost, "the camera was plugged into another port");
-    m_camera.place = *place;
+    followToAddress();
     m_header.flags |= VQD_WIRE_REOPENED;
     m_parts.state.change([](auto& values) {
         values.state = "streaming";
         ++values.reopens;
     });
     tell(eventOf("reopened"));
+}
+
+// What is plugged in again has a new address. At another port this process's lock is not that camera's.
+void CameraLoop::followToAddress()
+{
+    if (m_camera.place.port.empty())
+        return;
+    const std::vector<Place> places = cameraPlaces();
+    const auto place = std::ranges::find(places, m_camera.place.port, &Place::port);
+    if (place == places.end())
+        throw Failure(kCameraLost, "the camera was plugged into another port");
+    m_camera.place = *place;
 }
 
 void CameraLoop::hand(Clock::time_point began)

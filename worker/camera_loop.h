@@ -37,6 +37,7 @@ private:
     void answerRequests();
     void readFrame();
     void cameBack();
+    void followToAddress();
     void hand(std::chrono::steady_clock::time_point began);
 
     ListedCamera m_camera;

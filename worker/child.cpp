@@ -42,8 +42,9 @@ void catchSignals()
     };
     action.sa_handler = stop;
     action.sa_flags = SA_RESTART;
-    for (const int number : {SIGINT, SIGTERM, SIGHUP})
-        sigaction(number, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+    for (const int number : {SIGINT, SIGHUP}) // of the terminal: they are the supervisor's to judge
+        signal(number, SIG_IGN);
     action.sa_handler = [](int) { _exit(kInterrupted); };
     sigaction(SIGALRM, &action, nullptr);
     signal(SIGPIPE, SIG_IGN);
@@ -72,6 +73,17 @@ void applySettings(const ListedCamera& camera, const std::vector<std::string>& t
     for (const Assignment& assignment : assignments)
         sendAssignment(camera, assignment);
     requireTaken(camera, assignments);
+}
+
+Json failureEvent(const std::exception& failure, const WorkerState& state)
+{
+    const Json why = refusal(failure);
+    Json event = eventOf("failed");
+    event["text"] = why["error"];
+    event["code"] = why["code"];
+    event["held"] = dynamic_cast<const CameraHeld*>(&failure) != nullptr;
+    event["camera"] = state.json()["camera"];
+    return event;
 }
 
 void work(const ChildOptions& options, WorkerState& state, RequestQueue& requests, SocketSink& socket)
@@ -105,18 +117,12 @@ int runChild(const ChildOptions& options)
     int code = kDone;
     try {
         work(options, state, requests, socket);
-    } catch (const Failure& failure) {
-        code = failure.code;
-        if (!g_stops) {
-            Json event = eventOf("failed");
-            event["text"] = failure.what();
-            event["code"] = failure.code;
-            event["held"] = dynamic_cast<const CameraHeld*>(&failure) != nullptr;
+    } catch (const std::exception& failure) {
+        const Json event = failureEvent(failure, state);
+        code = event["code"];
+        if (!g_stops)
             socket.event(event);
-        }
     }
-    if (g_stops)
-        code = kInterrupted;
     closeClaimed();
-    return code;
+    return g_stops ? kInterrupted : code;
 }

@@ -103,14 +103,13 @@ bool ChildProcess::listen(const std::function<void(uint16_t kind, const Json& js
     }
 }
 
-bool ChildProcess::hasEnded(int& code)
+std::optional<int> ChildProcess::ended()
 {
     int status = 0;
     if (m_process == 0 || waitpid(m_process, &status, WNOHANG) != m_process)
-        return false;
+        return std::nullopt;
     m_process = 0;
-    code = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-    return true;
+    return status;
 }
 
 void ChildProcess::end()
@@ -134,9 +133,8 @@ void ChildProcess::kill()
 bool ChildProcess::endsWithin(std::chrono::milliseconds time)
 {
     using Clock = std::chrono::steady_clock;
-    int code = 0;
     for (const auto end = Clock::now() + time; Clock::now() < end;) {
-        if (hasEnded(code))
+        if (ended())
             return true;
         listen([](uint16_t, const Json&) {}); // so that it need not wait for us
         std::this_thread::sleep_for(std::chrono::milliseconds(10));

@@ -29,8 +29,8 @@ public:
     // Takes what it has said. False when it will say no more.
     bool listen(const std::function<void(uint16_t kind, const Json& json)>& heard);
 
-    // Whether it has ended by itself; its exit code, or 128 + signal, is in `code`.
-    bool hasEnded(int& code);
+    // How it has ended, as waitpid() tells; nothing while it runs.
+    std::optional<int> ended();
 
     // Asks it to end, and makes it end when it takes longer than anybody should wait.
     void end();

@@ -5,6 +5,7 @@
 #include "worker/local_socket.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <grp.h>
@@ -42,7 +43,17 @@ int newSocket()
     return socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
 }
 
-// Fails unless nobody has the name; a socket without a listener has lost its process.
+// The process that made the socket to which this is a connection.
+pid_t makerOf(int connection)
+{
+    ucred peer{};
+    socklen_t length = sizeof peer;
+    getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &length);
+    return peer.pid;
+}
+
+// Fails unless nobody has the name. A socket without a listener has lost its process; where that process is gone and
+// somebody still listens, it is a camera's process that is about to follow it.
 void freeName(const std::filesystem::path& path)
 {
     struct stat found {
@@ -51,12 +62,10 @@ void freeName(const std::filesystem::path& path)
         return;
     if (!S_ISSOCK(found.st_mode))
         fail(path, "exists and is not a socket");
-    if (const std::optional<Descriptor> other = connectTo(path)) {
-        ucred peer{};
-        socklen_t length = sizeof peer;
-        getsockopt(*other, SOL_SOCKET, SO_PEERCRED, &peer, &length);
-        fail(path, "another worker (process " + std::to_string(peer.pid) + ") has this socket");
-    }
+    const std::optional<Descriptor> other = connectTo(path);
+    const pid_t maker = other ? makerOf(*other) : 0;
+    if (other && (kill(maker, 0) == 0 || errno != ESRCH))
+        fail(path, "another worker (process " + std::to_string(maker) + ") has this socket");
     unlink(path.c_str());
 }
 

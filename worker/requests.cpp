@@ -37,16 +37,21 @@ RequestEffect get(const Json& request, const RequestTarget& target)
     return {reply};
 }
 
+// What the camera took before a failure stays, and readers learn of it.
 RequestEffect set(const Json& request, const RequestTarget& target)
 {
     const std::vector<Assignment> assignments = assignmentsFrom(request, "the request");
     requireFrames(assignments);
     RequestEffect effect{done(), eventOf("set"), true};
-    for (const Assignment& assignment : assignments) {
-        sendAssignment(target.camera, assignment);
-        effect.event["settings"][assignment.setting->name] = assignment.json();
+    try {
+        for (const Assignment& assignment : assignments)
+            sendAssignment(target.camera, assignment);
+        requireTaken(target.camera, assignments);
+    } catch (const std::exception& why) {
+        effect.reply = refusal(why);
     }
-    requireTaken(target.camera, assignments);
+    for (const Assignment& assignment : assignments)
+        effect.event["settings"][assignment.setting->name] = assignment.setting->get(target.camera.nIndex);
     effect.reply["settings"] = effect.event["settings"];
     return effect;
 }

@@ -29,14 +29,12 @@ std::filesystem::path inTmp()
 }
 
 // In a folder that everybody may write to, somebody else may have been there first.
-void requireOwn(const std::filesystem::path& folder)
+bool isOwn(const std::filesystem::path& folder)
 {
     struct stat found {
     };
-    if (lstat(folder.c_str(), &found) != 0)
-        throw Failure(kFailed, folder.string() + ": " + strerror(errno));
-    if (!S_ISDIR(found.st_mode) || found.st_uid != geteuid() || (found.st_mode & (S_IWGRP | S_IWOTH)) != 0)
-        throw Failure(kFailed, folder.string() + " is not a folder that only this user may change");
+    return lstat(folder.c_str(), &found) == 0 && S_ISDIR(found.st_mode) && found.st_uid == geteuid() &&
+           (found.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
 bool isWritable(const std::filesystem::path& folder)
@@ -65,7 +63,8 @@ std::filesystem::path runtimeFolder()
             return folder;
     }
     mkdir(inTmp().c_str(), 0700);
-    requireOwn(inTmp());
+    if (!isOwn(inTmp()))
+        throw Failure(kFailed, inTmp().string() + " is not a folder that only this user may change");
     return inTmp();
 }
 
@@ -76,6 +75,7 @@ std::vector<std::filesystem::path> runtimeFolders()
     std::vector<std::filesystem::path> folders{kSystem};
     if (const std::string session = variable("XDG_RUNTIME_DIR"); !session.empty())
         folders.emplace_back(session + "/vqd");
-    folders.push_back(inTmp());
+    if (isOwn(inTmp()))
+        folders.push_back(inTmp());
     return folders;
 }

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstring>
 #include <sys/signalfd.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "host/assignments.h"
@@ -35,6 +36,14 @@ bool isPort(const std::string& camera)
 std::filesystem::path usualSocket(const std::string& camera)
 {
     return runtimeFolder() / ((camera.empty() ? "camera" : camera) + ".sock");
+}
+
+std::map<std::string, std::string> settingsIn(const std::vector<std::string>& texts)
+{
+    std::map<std::string, std::string> settings;
+    for (const Assignment& assignment : parseForFrames(texts))
+        settings[assignment.setting->name] = assignment.text();
+    return settings;
 }
 
 std::vector<Place> attachedPlaces()
@@ -65,7 +74,7 @@ Descriptor takeSignals()
 } // namespace
 
 Supervisor::Supervisor(Options options)
-    : m_options(std::move(options.child)), m_say(std::move(options.say)),
+    : m_options(std::move(options.child)), m_say(std::move(options.say)), m_settings(settingsIn(m_options.settings)),
       m_socketPath(options.socket.empty() ? usualSocket(m_options.camera) : options.socket), m_socket(m_socketPath),
       m_status(runtimeFolder() / (std::to_string(getpid()) + ".status")),
       m_server(
@@ -75,17 +84,16 @@ Supervisor::Supervisor(Options options)
            .packer = nullptr}),
       m_rule(isPort(m_options.camera) ? m_options.camera : std::string()), m_signals(takeSignals())
 {
-    for (const Assignment& assignment : parseForFrames(m_options.settings))
-        m_settings[assignment.setting->name] = assignment.text();
     m_server.acceptFrom(m_socket.descriptor());
 }
 
 void Supervisor::run()
 {
     while (!m_stops) {
-        if (!m_child && m_rule.mayStart(Clock::now(), attachedPlaces(), isLocked))
+        const std::vector<Place> attached = m_child ? std::vector<Place>() : attachedPlaces();
+        if (!m_child && m_rule.mayStart(Clock::now(), attached, isLocked))
             startChild();
-        if (!m_child && attachedPlaces().empty())
+        else if (!m_child && attached.empty())
             sayOnce("waiting for a camera");
         waitAndServe();
         watch();
@@ -106,7 +114,8 @@ Json Supervisor::state() const
     json["socket"] = m_socketPath.string();
     json["supervisor"] = getpid();
     json["restarts"] = m_restarts;
-    json["error"] = m_error.empty() ? Json() : Json(m_error);
+    json["error"] = m_error.empty() || m_streams ? Json() : Json(m_error);
+    json["last-error"] = m_lastError;
     return json;
 }
 
@@ -142,8 +151,7 @@ void Supervisor::startChild()
     try {
         m_child.emplace(options, m_socket.descriptor());
     } catch (const Failure& failure) { // no memory for a process, for instance: that may pass
-        m_error = failure.what();
-        sayOnce(m_error);
+        failed(failure.what());
         m_rule.ended(Clock::now(), {}, attachedPlaces());
     }
 }
@@ -178,7 +186,6 @@ void Supervisor::hearState(const Json& json)
                                               : "";
     m_server.acceptFrom(-1);
     m_server.dropReaders(); // they come again, and the camera's process accepts them
-    m_error.clear();
     sayOnce("camera " + (serial.is_string() ? serial.get<std::string>() : "without a known serial number") + " at " +
             (port.is_string() ? port.get<std::string>() : "an unknown port") + " streams to " + m_socketPath.string());
 }
@@ -196,29 +203,30 @@ void Supervisor::hearEvent(const Json& json)
         sayOnce("the camera is back");
     if (what != "failed")
         return;
-    m_error = json.value("text", "");
-    sayOnce(m_error);
-    const Json camera = m_lastState.is_object() ? m_lastState["camera"] : Json();
+    failed(json.value("text", ""));
+    const Json camera = json.value("camera", Json());
     if (json.value("held", false) && camera.is_object())
         m_held = Place{camera.value("bus", 0), camera.value("address", 0),
                        camera["port"].is_string() ? camera["port"].get<std::string>() : ""};
 }
 
-void Supervisor::childEnded(int code)
+void Supervisor::failed(const std::string& why)
+{
+    m_error = why;
+    m_lastError = {{"text", why}, {"real-time-ns", hostTime().real}};
+    sayOnce(why);
+}
+
+void Supervisor::childEnded(int status)
 {
     const auto now = Clock::now();
     m_child->listen([this](uint16_t kind, const Json& json) { hear(kind, json); });
     m_child.reset();
     m_streams = false;
     m_server.acceptFrom(m_socket.descriptor());
-    if (code == kDone) { // a reader has asked for it
-        m_stops = true;
-        return;
-    }
-    if (code > 128) {
-        m_error = "the camera's process was ended by signal " + std::to_string(code - 128);
-        sayOnce(m_error);
-    }
+    m_stops = m_stops || (WIFEXITED(status) && WEXITSTATUS(status) == kDone); // a reader has asked for it
+    if (WIFSIGNALED(status))
+        failed("the camera's process was ended by signal " + std::to_string(WTERMSIG(status)));
     ++m_restarts;
     m_rule.ended(now,
                  {m_firstFrame ? m_lastFrame - *m_firstFrame : 0s, m_held && isLocked(*m_held) ? m_held : std::nullopt},
@@ -234,8 +242,8 @@ void Supervisor::watch()
         m_lastSign = Clock::now();
         m_child->kill();
     }
-    if (int code = 0; m_child->hasEnded(code))
-        childEnded(code);
+    if (const std::optional<int> status = m_child->ended())
+        childEnded(*status);
 }
 
 void Supervisor::answerStatus()

@@ -39,13 +39,15 @@ private:
     void hear(uint16_t kind, const Json& json);
     void hearState(const Json& json);
     void hearEvent(const Json& json);
-    void childEnded(int code);
+    void failed(const std::string& why);
+    void childEnded(int status);
     void watch();
     void answerStatus();
     void waitAndServe();
 
     ChildOptions m_options;
     const std::function<void(const std::string& sentence)> m_say;
+    std::map<std::string, std::string> m_settings; // what the camera is to have after a restart
     const std::filesystem::path m_socketPath;
     ListeningSocket m_socket, m_status;
     ClientServer m_server;
@@ -53,9 +55,8 @@ private:
     Descriptor m_signals;
 
     std::optional<ChildProcess> m_child;
-    std::map<std::string, std::string> m_settings; // what the camera is to have after a restart
     std::string m_said, m_error;
-    Json m_lastState;
+    Json m_lastState, m_lastError;
     Clock::time_point m_lastSign, m_lastFrame;
     std::optional<Clock::time_point> m_firstFrame;
     uint64_t m_frames = 0; // of the present child

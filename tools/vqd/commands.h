@@ -33,6 +33,7 @@ void addView(CLI::App& app, Run& run);
 void addSelftest(CLI::App& app, Run& run);
 void addDoctor(CLI::App& app, Run& run);
 void addWorker(CLI::App& app, Run& run);
+void addStatus(CLI::App& app, Run& run);
 
 // How the tool was called.
 struct Invocation {
