@@ -69,6 +69,7 @@ void vqdc_adopt(vqd_client* client, int socket)
     vqdc_stream_open(&client->stream, socket);
     client->greeted = client->in_session = 0;
     client->pull = client->awaited = 0;
+    client->farewell[0] = '\0';
 }
 
 // One round over the places where the worker may listen.
@@ -188,6 +189,9 @@ static int take_in(vqd_client* client)
     case VQD_WIRE_FRAME:
         return keep_frame(client);
     case VQD_WIRE_REPLY:
+        if (prefix->request == 0)
+            vqdc_json_string(vqdc_json_member((const char*)client->stream.body.bytes, "error"), client->farewell,
+                             sizeof client->farewell);
         if (client->awaited == 0 || prefix->request != client->awaited) // its caller has stopped waiting
             return 1;
         client->awaited = 0;
@@ -208,7 +212,8 @@ static int fail_step(vqd_client* client, enum vqdc_step step, vqd_client_error* 
     const int version = client->stream.prefix.version, number = errno;
     switch (step) {
     case VQDC_END:
-        return vqdc_lose(client, VQD_CLIENT_LOST, error, "the worker has ended the connection");
+        return vqdc_lose(client, VQD_CLIENT_LOST, error,
+                         *client->farewell != '\0' ? client->farewell : "the worker has ended the connection");
     case VQDC_CUT:
         return vqdc_lose(client, VQD_CLIENT_LOST, error, "the connection ended within a message");
     case VQDC_BROKEN:

@@ -21,6 +21,7 @@ struct vqd_client {
     int greeted;            // the worker has said who it is
     int64_t next_attempt;   // to connect, CLOCK_MONOTONIC in ns
     char why[256];          // the last attempt failed
+    char farewell[200];     // why the worker is about to end the connection; as a rule it does not say
     uint32_t last_request;  // number of a request or pull
     uint32_t pull, awaited; // the request numbers whose answers are to come; 0: none
     uint64_t pull_after;

@@ -98,7 +98,9 @@ static int ask(found* all, int time_is_up)
             fail_worker(worker, VQD_CLIENT_TIMEOUT, "does not answer");
         } else {
             const char* const state = vqd_client_state(client);
-            vqdc_json_string(vqdc_json_member(state, "serial"), worker->serial, sizeof worker->serial);
+            const vqdc_json_value camera = vqdc_json_member(state, "camera"); // null while there is none
+            vqdc_json_string(vqdc_json_member(camera.text != NULL ? camera.text : "", "serial"), worker->serial,
+                             sizeof worker->serial);
             vqdc_json_string(vqdc_json_member(state, "state"), worker->state, sizeof worker->state);
         }
         vqd_client_close(client);

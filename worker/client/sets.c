@@ -9,7 +9,8 @@
 #include "worker/client/client.h"
 #include "worker/client/nearest.h"
 
-static const int64_t kUsualInterval = 33333333; // of a camera that has not shown its own yet
+static const int64_t kUsualInterval = 33333333;     // of a camera that has not shown its own yet
+static const int64_t kLongestInterval = 1000000000; // a longer one is an outage
 
 typedef struct camera {
     vqd_client* client;
@@ -99,7 +100,8 @@ static void learn_interval(camera* cam, const vqd_wire_frame* header)
         const int64_t passed = header->monotonic_time_ns - cam->last_time;
         const int64_t interval = passed > 0 ? (int64_t)((uint64_t)passed / frames) : 0;
         const int64_t known = cam->times.interval;
-        cam->times.interval = known == 0 || interval < known ? interval : known + (interval - known) / 16;
+        if (interval <= kLongestInterval)
+            cam->times.interval = known == 0 || interval < known ? interval : known + (interval - known) / 16;
     }
     cam->last_session = header->session;
     cam->last_sequence = header->sequence;

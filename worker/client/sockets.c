@@ -24,7 +24,10 @@ static int is_ours(const char* folder)
 int vqdc_folder(int number, char* into, size_t size)
 {
     int length = -1;
-    if (number == 0) {
+    const char* const named = getenv("VQD_RUNTIME_DIR");
+    if (named != NULL && *named != '\0') {
+        length = number == 0 ? snprintf(into, size, "%s", named) : -1;
+    } else if (number == 0) {
         length = snprintf(into, size, "/run/vqd");
     } else if (number == 1) {
         const char* const runtime = getenv("XDG_RUNTIME_DIR");

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Where workers listen.
+// Where workers listen: in $VQD_RUNTIME_DIR, and where that is not set, in the usual folders.
 #pragma once
 
 #include <stddef.h>

@@ -65,7 +65,8 @@ enum vqdc_step vqdc_stream_step(vqdc_stream* stream)
         in_body ? stream->body.bytes + (stream->have - head) : (unsigned char*)&stream->prefix + stream->have;
     const size_t wanted = (in_body ? head + stream->prefix.size : head) - stream->have;
     const ssize_t came = recv(stream->socket, into, wanted, 0);
-    if (came == 0)
+    // A reset is an end with messages of ours unread.
+    if (came == 0 || (came < 0 && errno == ECONNRESET))
         return stream->have == 0 ? VQDC_END : VQDC_CUT;
     if (came < 0 && errno == EINTR)
         return VQDC_PROGRESS;

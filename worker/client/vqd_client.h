@@ -75,7 +75,7 @@ typedef struct vqd_client_worker {
 } vqd_client_worker;
 
 /* Finds the workers of this machine whose sockets are in the usual folders: /run/vqd, $XDG_RUNTIME_DIR/vqd and
- * /tmp/vqd-UID. Sockets on which nobody listens are left out.
+ * /tmp/vqd-UID, or in $VQD_RUNTIME_DIR alone where that is set. Sockets on which nobody listens are left out.
  * @param workers     the caller's memory for `most` of them, in the order of their names
  * @param timeout_ms  for all of them together; those that have not answered by then are in the list all the same
  * @return how many were found, which may be more than `most`; or a negative result */
