@@ -1,0 +1,85 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// A frame is copied once, whatever the number of readers; packing and sending are the thread's.
+#include "worker/socket_sink.h"
+
+#include "worker/answers.h"
+
+SocketSink::SocketSink(int listening, int link, const WorkerState& state, RequestQueue& requests,
+                       std::function<void()> linkEnded)
+    : m_state(state), m_requests(requests), m_listening(listening),
+      m_server(
+          {.state = [this] { return stateWithClients(); },
+           .request = [this](ClientId client, uint32_t number, const Json& json) { request(client, number, json); },
+           .linkEnded = std::move(linkEnded),
+           .packer = nullptr})
+{
+    m_server.addLink(link);
+    m_thread = std::jthread([this](const std::stop_token& stop) { run(stop); });
+}
+
+SocketSink::~SocketSink()
+{
+    m_thread.request_stop();
+    m_server.wake();
+}
+
+void SocketSink::frame(const FrameView& view)
+{
+    const std::shared_ptr<Bytes> body = m_pool.take();
+    encodeFrame(*body, view.header, view.frame.amplitude, view.frame.depth);
+    m_server.publish(view.header.sequence, body);
+    m_hasFrames = true;
+}
+
+void SocketSink::parameters(const Parameters& parameters)
+{
+    m_server.parameters(parameters.json);
+}
+
+void SocketSink::event(const Json& event)
+{
+    m_server.broadcast(event);
+}
+
+Json SocketSink::stateWithClients() const
+{
+    Json json = m_state.json();
+    json["clients"] = m_server.clients();
+    return json;
+}
+
+void SocketSink::request(ClientId client, uint32_t number, const Json& json)
+{
+    if (json.contains("do") && json["do"] == "state") // known here, even while the camera does not answer
+        m_server.reply(client, number, {{"ok", true}, {"state", stateWithClients()}});
+    else
+        m_requests.add({client, number, json});
+}
+
+void SocketSink::run(const std::stop_token& stop)
+{
+    constexpr auto kStatePeriod = std::chrono::milliseconds(200);
+    using Clock = std::chrono::steady_clock;
+    std::vector<pollfd> waiting;
+    auto next = Clock::now();
+    bool accepts = false;
+    while (!stop.stop_requested()) {
+        if (const auto now = Clock::now(); now >= next) {
+            m_server.sendState();
+            next = now + kStatePeriod;
+        }
+        if (!accepts && m_hasFrames) {
+            accepts = true;
+            m_server.acceptFrom(m_listening);
+            m_server.sendState();
+        }
+        m_server.flush();
+        waiting.clear();
+        m_server.addTo(waiting);
+        poll(waiting.data(), waiting.size(), static_cast<int>(kStatePeriod.count()));
+        m_server.serve(waiting);
+    }
+    m_server.serve({});
+}
