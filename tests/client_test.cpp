@@ -157,7 +157,7 @@ TEST_F(Client, RefusesWhatNoWorkerSends)
         int result;
         const char* said;
     } cases[] = {
-        {"an end", "", VQD_CLIENT_LOST, "ended the connection"},
+        {"an end", framed(frame), VQD_CLIENT_LOST, "ended the connection"},
         {"a cut prefix", fake::state().substr(0, 15), VQD_CLIENT_LOST, "within a message"},
         {"a cut frame", framed(frame).substr(0, 200), VQD_CLIENT_LOST, "within a message"},
         {"another protocol", "HTTP/1.1 400 Bad Request\r\n\r\n", VQD_CLIENT_WIRE, "no worker"},
@@ -171,6 +171,7 @@ TEST_F(Client, RefusesWhatNoWorkerSends)
         {"text with a zero", fake::message(VQD_WIRE_STATE, std::string("{\0}", 3)), VQD_CLIENT_WIRE, ""},
         {"an event with a zero", fake::message(VQD_WIRE_EVENT, std::string("\0", 1)), VQD_CLIENT_WIRE, ""},
         {"a frame for another pull", fake::message(VQD_WIRE_FRAME, frame, 7), VQD_CLIENT_WIRE, ""},
+        {"a refusal to send frames", fake::message(VQD_WIRE_REPLY, "{}", 1), VQD_CLIENT_WIRE, ""},
         {"two frames for one pull", framed(frame) + framed(frame), VQD_CLIENT_WIRE, ""},
         {"a frame without planes", framed(frame.substr(0, 96)), VQD_CLIENT_WIRE, ""},
         {"half a header", framed(frame.substr(0, 48)), VQD_CLIENT_WIRE, ""},
@@ -189,7 +190,7 @@ TEST_F(Client, RefusesWhatNoWorkerSends)
         if (result == VQD_CLIENT_LOST)
             endPeer();
         int got = next();
-        while (got == VQD_CLIENT_TIMEOUT || got == VQD_CLIENT_OK) // two frames: the first is a good one
+        while (got == VQD_CLIENT_TIMEOUT || got == VQD_CLIENT_OK) // a good frame comes first
             got = next();
         EXPECT_EQ(got, result);
         EXPECT_EQ(m_error.result, result);
@@ -291,12 +292,13 @@ TEST_F(ClientConnects, OnlyToAWorkerThatSaysWhoItIs)
 TEST_F(ClientConnects, AgainToAWorkerThatWasRestarted)
 {
     std::vector<uint64_t> afters;
+    const auto withoutCamera = [](int socket) { fake::put(socket, fake::state()); };
     const auto farewell = [](int socket) {
         fake::put(socket,
                   fake::state() + fake::message(VQD_WIRE_REPLY, R"({"ok":false,"error":"it is full","code":1})"));
     };
     const fake::Worker worker(m_folder.socket("a.sock"),
-                              {frames({{.session = 1, .sequence = 7}}, &afters),
+                              {withoutCamera, frames({{.session = 1, .sequence = 7}}, &afters), withoutCamera,
                                frames({{.session = 2, .sequence = 1}}, &afters), farewell,
                                frames({{.session = 2, .sequence = 1}, {.session = 2, .sequence = 4}}, &afters)});
     ASSERT_TRUE(connects("a")) << m_error.text;

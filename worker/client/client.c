@@ -103,7 +103,6 @@ static void drop_connection(vqd_client* client)
     client->greeted = client->in_session = 0;
     client->pull = client->awaited = 0;
     client->has_arrived = 0;
-    client->next_attempt = vqdc_now() + (int64_t)BETWEEN_ATTEMPTS_MS * NS_A_MS;
     snprintf(client->why, sizeof client->why, "the worker %.200s has gone", client->name);
 }
 
@@ -189,6 +188,8 @@ static int take_in(vqd_client* client)
     case VQD_WIRE_FRAME:
         return keep_frame(client);
     case VQD_WIRE_REPLY:
+        if (client->pull != 0 && prefix->request == client->pull) // every worker can answer this program's pulls
+            return 0;
         if (prefix->request == 0)
             vqdc_json_string(vqdc_json_member((const char*)client->stream.body.bytes, "error"), client->farewell,
                              sizeof client->farewell);
@@ -212,6 +213,11 @@ static int fail_step(vqd_client* client, enum vqdc_step step, vqd_client_error* 
     const int version = client->stream.prefix.version, number = errno;
     switch (step) {
     case VQDC_END:
+        // A worker without a camera ends its connections when it has one: readers come again for frames.
+        if (!client->in_session && !client->has_arrived && client->awaited == 0 && *client->farewell == '\0') {
+            drop_connection(client);
+            return VQD_CLIENT_OK;
+        }
         return vqdc_lose(client, VQD_CLIENT_LOST, error,
                          *client->farewell != '\0' ? client->farewell : "the worker has ended the connection");
     case VQDC_CUT:
