@@ -37,7 +37,7 @@ worker() {
         done
         exec "$vqd" worker -c "$serial" "$@"
     ) 2>"said-$serial" >/dev/null &
-    started=$!
+    export started=$!
 }
 
 # state FILTER: of all workers
@@ -58,6 +58,7 @@ under_sim() {
     done
     export vqd probe one two
     declare -f >functions
+    # shellcheck disable=SC2016 # for the inner shell
     echo 'fail() { echo "FAILED: $*"; failures=$((failures + 1)); }' >>functions # its own output is what fail would show
     # shellcheck disable=SC2016
     "$vqd" sim "${options[@]}" -- bash -uc 'failures=0; source ./functions; "$0"; exit $failures' "$2" >inside 2>&1 </dev/null ||

@@ -3,12 +3,14 @@
 //
 // A reader of a worker's socket for tests in shell, well-behaved or not.
 //   worker_probe SOCKET frames COUNT [PAUSE_MS]   a line for each frame: sequence, flags; it pauses between two
+//   worker_probe SOCKET packed                    takes a frame in both forms, and compares them
 //   worker_probe SOCKET ask JSON...               a line for each reply, in this order
 //   worker_probe SOCKET until EVENT               a line for each message until this event has come
 //   worker_probe SOCKET send HEX [ZEROS]          sends these bytes and so many zeros, then a line for each reply until
 //                                                 the connection ends
 //   worker_probe SOCKET stall                     asks for a frame, and reads nothing until it is killed
 // Ends with 1 when nothing comes for a long time, and with 3 when the connection ends too early.
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +23,7 @@
 
 #include "host/failure.h"
 #include "worker/messages.h"
+#include "worker/packing.h"
 
 namespace
 {
@@ -55,10 +58,18 @@ public:
         send(&message.prefix, sizeof message.prefix);
         send(body.data(), body.size());
     }
-    void pull(uint64_t after, uint32_t number) const
+    void pull(uint64_t after, uint32_t number, uint32_t flags = 0) const
     {
-        const vqd_wire_pull pull{after, 0, 0};
+        const vqd_wire_pull pull{after, flags, 0};
         send(VQD_WIRE_PULL, {reinterpret_cast<const char*>(&pull), sizeof pull}, number);
+    }
+
+    // The answer to a pull or a request, whatever comes before it.
+    Received answer(uint16_t kind, uint32_t number)
+    {
+        for (;;)
+            if (const Received message = next(); message.prefix.kind == kind && message.prefix.request == number)
+                return message;
     }
 
     Received next()
@@ -93,11 +104,8 @@ void frames(Connection& connection, int count, int pauseMs)
     uint64_t last = 0;
     for (uint32_t number = 1; number <= static_cast<uint32_t>(count); ++number) {
         connection.pull(last, number);
-        Received message = connection.next();
-        while (message.prefix.kind != VQD_WIRE_FRAME)
-            message = connection.next();
-        const ReceivedFrame frame = frameIn(message.body);
-        if (message.prefix.request != number || frame.header.sequence <= last)
+        const ReceivedFrame frame = frameIn(connection.answer(VQD_WIRE_FRAME, number).body);
+        if (frame.header.sequence <= last)
             throw Failure(kVerification, "this is not the frame that was asked for");
         last = frame.header.sequence;
         printf("%llu %u\n", static_cast<unsigned long long>(last), frame.header.flags);
@@ -109,10 +117,30 @@ void ask(Connection& connection, std::span<char*> requests)
 {
     for (uint32_t number = 1; number <= requests.size(); ++number) {
         connection.send(VQD_WIRE_REQUEST, requests[number - 1], number);
-        Received message = connection.next();
-        while (message.prefix.kind != VQD_WIRE_REPLY || message.prefix.request != number)
-            message = connection.next();
-        print(message);
+        print(connection.answer(VQD_WIRE_REPLY, number));
+    }
+}
+
+// Until no other frame came between the two.
+void comparePacked(Connection& connection)
+{
+    const auto planes = std::make_unique<std::array<uint16_t, size_t{2} * 320 * 240>>();
+    Packing packing;
+    for (uint32_t number = 1;; number += 2) {
+        connection.pull(0, number);
+        const ReceivedFrame plain = frameIn(connection.answer(VQD_WIRE_FRAME, number).body);
+        const uint64_t sequence = plain.header.sequence;
+        const Bytes bytes(plain.planes.begin(), plain.planes.end());
+        connection.pull(0, number + 1, VQD_WIRE_PACKED);
+        const ReceivedFrame packed = frameIn(connection.answer(VQD_WIRE_FRAME, number + 1).body);
+        if (packed.header.sequence != sequence)
+            continue;
+        packing.unpack(packed.planes,
+                       {std::span(*planes).first(planes->size() / 2), std::span(*planes).last(planes->size() / 2)});
+        if ((packed.header.flags & VQD_WIRE_PACKED) == 0 || packed.planes.size() >= bytes.size() ||
+            memcmp(planes->data(), bytes.data(), bytes.size()) != 0)
+            throw Failure(kVerification, "the packed frame is another one");
+        return;
     }
 }
 
@@ -155,6 +183,8 @@ int run(std::span<char*> words)
     const auto number = [&](size_t i) { return words.size() > i ? strtoul(words[i], nullptr, 10) : 0; };
     if (command == "frames")
         frames(connection, static_cast<int>(number(3)), static_cast<int>(number(4)));
+    else if (command == "packed")
+        comparePacked(connection);
     else if (command == "ask")
         ask(connection, words.subspan(3));
     else if (command == "until")

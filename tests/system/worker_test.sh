@@ -5,6 +5,7 @@
 # Workers with real processes: what readers get and may ask, and what becomes of cameras that are late, taken or lost.
 #   worker_test.sh VQD_BINARY PROBE_BINARY
 # shellcheck source=tests/system/worker_lib.sh
+# shellcheck disable=SC2086,SC2317 # serial numbers; the functions run under vqd sim
 source "$(dirname "$0")/worker_lib.sh" "$1" "$2"
 
 # Two cameras, two corrections: each worker's settings are its own. Frames come in order, a slow reader gets the newest.
@@ -21,6 +22,8 @@ readers() {
     [[ $(wc -l <fast) -eq 20 && $(cut -d ' ' -f 2 fast | sort -u) == 2 ]] || fail "not 20 corrected frames"
     [[ $(cut -d ' ' -f 2 slow | sort -u) == 0 ]] || fail "the other camera's frames are corrected, too"
     [[ $(tail -n 1 slow | cut -d ' ' -f 1) -gt $(($(head -n 1 slow | cut -d ' ' -f 1) + 4)) ]] || fail "no gap for a slow reader"
+
+    "$probe" "$(socket $two)" packed || fail "a packed frame is not the frame"
 
     "$probe" "$(socket $one)" until saved >events &
     saving=$!
@@ -109,7 +112,7 @@ rubbish() {
     until_true streams $one
     local path reading others=()
     path=$(socket $one)
-    "$probe" "$path" frames 100 >frames &
+    "$probe" "$path" frames 100 >beside &
     reading=$!
     "$probe" "$path" stall &
     others+=($!)
@@ -122,7 +125,7 @@ rubbish() {
     "$probe" "$path" send 565144570100070010 & # cut short
     others+=($!)
     wait $reading
-    [[ $(wc -l <frames) -eq 100 ]] || fail "the others noticed"
+    [[ $(wc -l <beside) -eq 100 ]] || fail "the others noticed"
     kill -9 "$started" # the worker itself: its camera's process follows, and the next one takes the name
     wait "$started"
     worker $one
