@@ -33,21 +33,33 @@ void writeDocument(const std::filesystem::path& path, const Json& json, Existing
     writeFile(path, std::span(reinterpret_cast<const uint8_t*>(text.data()), text.size()), existing);
 }
 
+template <typename Source> static Json parsed(Source&& source, const std::string& name)
+{
+    try {
+        return Json::parse(source, refuseDeepJson);
+    } catch (const Failure& deep) {
+        throw Failure(deep.code, name + ": " + deep.what());
+    } catch (const Json::exception& error) {
+        throw Failure(kUsage, name + ": " + error.what());
+    } catch (const std::ios_base::failure&) { // a directory
+        throw Failure(kFailed, name + " cannot be read");
+    }
+}
+
+Json parsedObject(std::string_view text, const std::string& name)
+{
+    Json json = parsed(text, name);
+    if (!json.is_object())
+        throw Failure(kUsage, name + " is not a JSON object");
+    return json;
+}
+
 Json readDocument(const std::string& file, const std::string& command)
 {
     std::ifstream stream(file);
     if (file != "-" && !stream)
         throw Failure(kFailed, file + " cannot be read");
-    Json json;
-    try {
-        json = Json::parse(file == "-" ? std::cin : stream, refuseDeepJson);
-    } catch (const Failure& deep) {
-        throw Failure(deep.code, file + ": " + deep.what());
-    } catch (const Json::exception& error) {
-        throw Failure(kUsage, file + ": " + error.what());
-    } catch (const std::ios_base::failure&) { // a directory
-        throw Failure(kFailed, file + " cannot be read");
-    }
+    const Json json = parsed(file == "-" ? std::cin : stream, file);
     if (!json.is_object() || !json.contains("schema") || json["schema"] != document(command)["schema"])
         throw Failure(kUsage, file + ": \"schema\" is not \"vqd." + command + "/1\"");
     return json;
