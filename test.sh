@@ -21,7 +21,7 @@ source tools/setup.sh
 
 build_packages=(g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev libgtest-dev umockdev libumockdev-dev
     libcli11-dev libarchive-dev libpng-dev nlohmann-json3-dev usbutils jq abigail-tools doxygen
-    help2man)
+    help2man python3)
 
 # build PRESET: configures and builds everything.
 build() {
@@ -60,7 +60,7 @@ case "${1:-}" in
     exec tests/lint.sh
     ;;
 --mutations)
-    install_packages "${build_packages[@]}" python3
+    install_packages "${build_packages[@]}"
     exec tests/breaks.py listed
     ;;
 --bench)

@@ -13,7 +13,7 @@
 
 #include "VQD_API.h"
 #include "compare.h"
-#include "device/device_state.h"
+#include "device/base/device_state.h"
 #include "frame/depth_pipeline.h"
 #include "scene.h"
 #include "umockdev_bus.h"

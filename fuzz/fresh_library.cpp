@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "device/device_state.h"
+#include "device/base/device_state.h"
 #include "frame/frame_state.h"
 
 namespace

@@ -10,7 +10,7 @@
 #include <functional>
 #include <string_view>
 
-#include "device/models.h"
+#include "device/base/models.h"
 
 #include "host/library_lines.h"
 

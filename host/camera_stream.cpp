@@ -4,7 +4,7 @@
 // Starting, reading and stopping, with the library's result and lines made into one answer a frame.
 #include "host/camera_stream.h"
 
-#include "device/models.h"
+#include "device/base/models.h"
 
 #include "host/usb_devices.h"
 

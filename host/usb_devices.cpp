@@ -13,7 +13,7 @@
 #include <memory>
 #include <unistd.h>
 
-#include "device/usb_ids.h"
+#include "device/base/usb_ids.h"
 
 #include "host/formatted.h"
 
@@ -43,7 +43,7 @@ std::string linkTarget(const std::string& path)
 bool isOfInterest(const std::string& vendor, const std::string& product)
 {
     const auto number = [](const std::string& digits) { return strtoul(digits.c_str(), nullptr, 16); };
-    return std::any_of(std::begin(m_stUsbIdTable), std::end(m_stUsbIdTable),
+    return std::any_of(std::begin(kUsbIds), std::end(kUsbIds),
                        [&](const UsbId& id) { return id.vendor == number(vendor) && id.product == number(product); });
 }
 

@@ -88,15 +88,17 @@ ChildProcess::~ChildProcess()
     end();
 }
 
-bool ChildProcess::listen(const std::function<void(uint16_t kind, const Json& json)>& heard)
+void ChildProcess::listen(const std::function<void(uint16_t kind, const Json& json)>& heard)
 {
-    for (;;) {
+    while (m_link >= 0) {
         const std::span<uint8_t> space = m_reader.space();
         const ssize_t came = recv(m_link, space.data(), space.size(), MSG_DONTWAIT);
         if (came < 0 && (errno == EAGAIN || errno == EINTR))
-            return true;
-        if (came <= 0)
-            return false;
+            return;
+        if (came <= 0) {
+            m_link = Descriptor();
+            return;
+        }
         m_reader.came(static_cast<size_t>(came));
         while (const std::optional<Received> message = m_reader.next())
             heard(message->prefix.kind, parsedObject(message->text(), "the camera's process"));

@@ -26,8 +26,8 @@ public:
     pid_t process() const { return m_process; }
     int link() const { return m_link; }
 
-    // Takes what it has said. False when it will say no more.
-    bool listen(const std::function<void(uint16_t kind, const Json& json)>& heard);
+    // Takes what it has said. When it will say no more, it is about to end, and link() is -1.
+    void listen(const std::function<void(uint16_t kind, const Json& json)>& heard);
 
     // How it has ended, as waitpid() tells; nothing while it runs.
     std::optional<int> ended();

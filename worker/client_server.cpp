@@ -14,6 +14,7 @@
 #include "host/documents.h"
 #include "host/usb_devices.h"
 #include "worker/answers.h"
+#include "worker/packing.h"
 
 namespace
 {
@@ -255,11 +256,11 @@ void ClientServer::handle(Client& client, const Received& message)
 
 void ClientServer::pull(Client& client, uint32_t number, const vqd_wire_pull& pull)
 {
-    if ((pull.flags & VQD_WIRE_PACKED) == 0 || m_hooks.packer)
+    const char* const missing = Packing::missing();
+    if ((pull.flags & VQD_WIRE_PACKED) == 0 || missing == nullptr)
         client.outbox.pull(number, pull);
     else
-        post(client,
-             messageOf(VQD_WIRE_REPLY, textOf(refusal(Failure(kUsage, "this worker does not pack frames"))), number));
+        post(client, messageOf(VQD_WIRE_REPLY, textOf(refusal(Failure(kUsage, missing))), number));
 }
 
 // Nothing after bytes that are no message can be understood, so this is the last that the reader gets.

@@ -24,7 +24,7 @@ public:
         // A request that is to be answered by reply(), at once or later. What it throws is the answer.
         std::function<void(ClientId client, uint32_t number, const Json& request)> request;
         std::function<void()> linkEnded; // the other end of the link is gone
-        LatestFrame::Packer packer;      // null: frames are not packed
+        LatestFrame::Packer packer;      // may be null where there are no frames
     };
 
     explicit ClientServer(Hooks hooks);

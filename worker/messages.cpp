@@ -48,17 +48,13 @@ Message messageOf(uint16_t kind, std::string_view text, uint32_t request)
     return messageOf(kind, std::make_shared<const Bytes>(text.begin(), text.end()), request);
 }
 
-void encodeFrame(Bytes& into, const vqd_wire_frame& header, std::span<const uint16_t> amplitude,
-                 std::span<const uint16_t> depth)
+void appendFrame(Bytes& into, const vqd_wire_frame& header, std::initializer_list<std::span<const uint8_t>> planes)
 {
-    const auto append = [&into](const void* bytes, size_t size) {
-        const auto* const start = static_cast<const uint8_t*>(bytes);
-        into.insert(into.end(), start, start + size);
-    };
-    into.reserve(into.size() + sizeof header + amplitude.size_bytes() + depth.size_bytes());
-    append(&header, sizeof header);
-    append(amplitude.data(), amplitude.size_bytes());
-    append(depth.data(), depth.size_bytes());
+    const auto* const start = reinterpret_cast<const uint8_t*>(&header);
+    into.reserve(into.size() + sizeof header + header.plane_bytes);
+    into.insert(into.end(), start, start + sizeof header);
+    for (const std::span<const uint8_t> plane : planes)
+        into.insert(into.end(), plane.begin(), plane.end());
 }
 
 ReceivedFrame frameIn(std::span<const uint8_t> body)

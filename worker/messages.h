@@ -25,9 +25,8 @@ struct Message {
 Message messageOf(uint16_t kind, Body body, uint32_t request = 0);
 Message messageOf(uint16_t kind, std::string_view text, uint32_t request = 0);
 
-// Appends a frame's body to `into`.
-void encodeFrame(Bytes& into, const vqd_wire_frame& header, std::span<const uint16_t> amplitude,
-                 std::span<const uint16_t> depth);
+// Appends a frame's body to `into`; the planes may be one part or several.
+void appendFrame(Bytes& into, const vqd_wire_frame& header, std::initializer_list<std::span<const uint8_t>> planes);
 
 // A message as it came. `body` is valid until the reader is asked for more.
 struct Received {

@@ -13,7 +13,7 @@ SocketSink::SocketSink(int listening, int link, const WorkerState& state, Reques
           {.state = [this] { return stateWithClients(); },
            .request = [this](ClientId client, uint32_t number, const Json& json) { request(client, number, json); },
            .linkEnded = std::move(linkEnded),
-           .packer = nullptr})
+           .packer = [this](const Body& frame) { return packed(frame); }})
 {
     m_server.addLink(link);
     m_thread = std::jthread([this](const std::stop_token& stop) { run(stop); });
@@ -25,10 +25,15 @@ SocketSink::~SocketSink()
     m_server.wake();
 }
 
+static std::span<const uint8_t> bytesOf(std::span<const uint16_t> plane)
+{
+    return {reinterpret_cast<const uint8_t*>(plane.data()), plane.size_bytes()};
+}
+
 void SocketSink::frame(const FrameView& view)
 {
     const std::shared_ptr<Bytes> body = m_pool.take();
-    encodeFrame(*body, view.header, view.frame.amplitude, view.frame.depth);
+    appendFrame(*body, view.header, {bytesOf(view.frame.amplitude), bytesOf(view.frame.depth)});
     m_server.publish(view.header.sequence, body);
     m_hasFrames = true;
 }
@@ -56,6 +61,23 @@ void SocketSink::request(ClientId client, uint32_t number, const Json& json)
         m_server.reply(client, number, {{"ok", true}, {"state", stateWithClients()}});
     else
         m_requests.add({client, number, json});
+}
+
+// Planes that would not become smaller are sent as they are.
+Body SocketSink::packed(const Body& frame)
+{
+    static_assert(sizeof(vqd_wire_frame) % alignof(uint16_t) == 0);
+    const auto* const planes = reinterpret_cast<const uint16_t*>(frame->data() + sizeof(vqd_wire_frame));
+    const std::span<const uint8_t> packed =
+        m_packing.pack({std::span(planes, VQD_PIXELS), std::span(planes + VQD_PIXELS, VQD_PIXELS)});
+    if (packed.empty())
+        return frame;
+    vqd_wire_frame header = frameIn(*frame).header;
+    header.flags |= VQD_WIRE_PACKED;
+    header.plane_bytes = static_cast<uint32_t>(packed.size());
+    const std::shared_ptr<Bytes> body = m_pool.take();
+    appendFrame(*body, header, {packed});
+    return body;
 }
 
 void SocketSink::run(const std::stop_token& stop)

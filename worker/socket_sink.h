@@ -10,6 +10,7 @@
 
 #include "worker/body_pool.h"
 #include "worker/client_server.h"
+#include "worker/packing.h"
 #include "worker/requests.h"
 #include "worker/sink.h"
 #include "worker/worker_state.h"
@@ -30,6 +31,7 @@ public:
 
 private:
     Json stateWithClients() const;
+    Body packed(const Body& frame);
     void request(ClientId client, uint32_t number, const Json& request);
     void run(const std::stop_token& stop);
 
@@ -37,6 +39,7 @@ private:
     RequestQueue& m_requests;
     const int m_listening;
     BodyPool m_pool;
+    Packing m_packing; // of the thread
     ClientServer m_server;
     std::atomic<bool> m_hasFrames = false;
     std::jthread m_thread; // last: it uses all of the above

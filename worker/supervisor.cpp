@@ -24,9 +24,10 @@ namespace
 
 using namespace std::chrono_literals;
 
-constexpr auto kLook = 250ms;        // how often it looks for cameras
-constexpr auto kSilentAfter = 700ms; // a camera at its slowest sends a frame within 134 ms
-constexpr auto kHangsAfter = 60s;    // longer than the library waits for anything
+constexpr auto kLook = 250ms;                   // how often it looks for cameras
+constexpr auto kSilentAfter = 700ms;            // a camera at its slowest sends a frame within 134 ms
+constexpr std::chrono::seconds kHangsAfter{60}; // longer than the library waits for anything
+constexpr std::chrono::seconds kEndsWithin{5};  // after its last word
 
 bool isPort(const std::string& camera)
 {
@@ -237,7 +238,7 @@ void Supervisor::watch()
 {
     if (!m_child)
         return;
-    if (Clock::now() - m_lastSign > kHangsAfter) {
+    if (Clock::now() - m_lastSign > (m_child->link() < 0 ? kEndsWithin : kHangsAfter)) {
         sayOnce("the camera's process gives no sign of life, so it is ended");
         m_lastSign = Clock::now();
         m_child->kill();
@@ -267,8 +268,10 @@ void Supervisor::waitAndServe()
             m_stops = m_stops || info.ssi_signo != SIGCHLD;
     if ((waiting[1].revents & POLLIN) != 0)
         answerStatus();
-    if (listens && waiting[2].revents != 0 &&
-        !m_child->listen([this](uint16_t kind, const Json& json) { hear(kind, json); }))
-        m_child->kill(); // it has closed its end: nothing good can come of it
+    if (listens && waiting[2].revents != 0) {
+        m_child->listen([this](uint16_t kind, const Json& json) { hear(kind, json); });
+        if (m_child->link() < 0)
+            m_lastSign = Clock::now();
+    }
     m_server.serve(std::span(waiting).subspan(own));
 }

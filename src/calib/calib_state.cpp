@@ -4,7 +4,5 @@
 // The globals of the calibration area.
 #include "VQD_API.h"
 
-int m_bFPPN;                          // on when 1; written by setter, getter and load, read a frame
-int m_bOrthogonal;                    // on when 1; written by setter, getter and load, read a frame
-int m_nEEPROMFPPNBuf[4800];           // mm a 4 x 4 block; written by the load, read a frame
-double m_dOrthogonalData[VQD_PIXELS]; // depth factors; written by the load, read a frame
+int m_nEEPROMFPPNBuf[4800];           // mm, one for each 4 x 4 block; written by the load, read for each frame
+double m_dOrthogonalData[VQD_PIXELS]; // depth factors; written by the load, read for each frame

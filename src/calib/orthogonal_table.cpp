@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The per-pixel orthogonal table: from the camera's radial table, or from a text file when that looks wrong.
+// The per-pixel orthogonal table: from the camera's radial table, or from a text file if that looks wrong.
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -9,21 +9,26 @@
 #include <locale.h>
 #include <sys/stat.h>
 
-#include "device/device_state.h"
-#include "device/message.h"
+#include "device/base/device_state.h"
+#include "device/base/integers.h"
+#include "device/base/message.h"
 
 static constexpr int kRadialFactors = 2048;
 static constexpr int kFactorsPerPixel = 8; // of radius
 static constexpr int kMostRadius = kRadialFactors / kFactorsPerPixel - 1;
 static constexpr int kLineBytes = 4096; // a longer line counts as several
 
-// Rows and columns of the file that hold the sensor: 240 x 320 around the principal point.
+// The file covers more than the sensor, whose first row and column lie so many before the principal point.
+static constexpr int kRowsBefore = 106;
+static constexpr int kColumnsBefore = 146;
+
+// The rows and columns of the file that hold the sensor.
 struct Region {
     int64_t firstRow, lastRow;
     int64_t firstColumn, lastColumn;
 };
 
-// Radii beyond the table, and a principal point that is not a number, take its last entry.
+// A radius beyond the table takes its last entry, and so does a principal point that is not a number.
 static void expandRadialTable(const double* radial, float cx, float cy)
 {
     for (int y = 0; y < VQD_HEIGHT; ++y) {
@@ -38,19 +43,19 @@ static void expandRadialTable(const double* radial, float cx, float cy)
     }
 }
 
-// Far beyond any file where no int holds it; not a number counts as far above and to the left.
+// A value outside int becomes a position far outside any file. NaN lies far above and to the left.
 static int64_t truncateCoordinate(float c)
 {
-    if (c >= 2147483648.0f)
-        return INT64_MAX / 2;
-    return c >= -2147483648.0f ? static_cast<int64_t>(c) : INT64_MIN / 2;
+    if (FitsInt(c))
+        return static_cast<int64_t>(c);
+    return c > 0 ? INT64_MAX / 2 : INT64_MIN / 2;
 }
 
 static Region regionAround(float cx, float cy)
 {
-    const int64_t column = truncateCoordinate(cx);
-    const int64_t row = truncateCoordinate(cy);
-    return {row - 106, row + 133, column - 146, column + 173};
+    const int64_t row = truncateCoordinate(cy) - kRowsBefore;
+    const int64_t column = truncateCoordinate(cx) - kColumnsBefore;
+    return {row, row + VQD_HEIGHT - 1, column, column + VQD_WIDTH - 1};
 }
 
 static bool isBlank(const char* token)
@@ -58,13 +63,13 @@ static bool isBlank(const char* token)
     return token[strspn(token, " \t\r\n\v\f")] == '\0';
 }
 
-// Stores the values of the region's columns from index `stored` on. False when the line ends before them.
+// Stores the values of the region's columns from index `stored` on. Returns false if the line ends before them.
 static bool readRow(char* line, const Region& region, locale_t c, int& stored)
 {
     char* rest = line;
     for (int64_t column = 0; column <= region.lastColumn; ++column) {
         const char* token = strtok_r(rest, "\t", &rest);
-        if (token == nullptr || isBlank(token)) // what follows the last tab is no value
+        if (token == nullptr || isBlank(token)) // a blank after the last tab is not a value
             return false;
         if (column >= region.firstColumn && stored < VQD_PIXELS)
             m_dOrthogonalData[stored++] = strtod_l(token, nullptr, c);
@@ -72,7 +77,7 @@ static bool readRow(char* line, const Region& region, locale_t c, int& stored)
     return true;
 }
 
-// What there is to say at the end, or null.
+// Returns the line to print at the end, or null if the file ends early.
 static const char* readRows(FILE* file, const Region& region, locale_t c)
 {
     char line[kLineBytes];
@@ -86,7 +91,7 @@ static const char* readRows(FILE* file, const Region& region, locale_t c)
     return "Orthogonal table data load complete.";
 }
 
-// Reading a pipe or a device in the file's place could wait for ever; opening one for writing too does not.
+// A pipe opened read-only could block for ever. Opened read-write it does not, and only regular files are read.
 static FILE* openTable()
 {
     FILE* file = fopen("./Orthogonal_Table.dat", "r+");
@@ -108,7 +113,7 @@ static void loadFile(const Region& region)
         PrintLine("Orthogonal table data load complete.");
         return;
     }
-    // Numbers are written with a point, whatever the application's locale.
+    // The file's numbers have a decimal point, whatever the application's locale.
     const locale_t c = newlocale(LC_ALL_MASK, "C", nullptr);
     const char* said = readRows(file, region, c);
     freelocale(c);
@@ -122,14 +127,14 @@ void LoadOrthogonalTable(int n)
     if (!IsDeviceNumber(n))
         return;
     double radial[kRadialFactors];
-    if (vqdLoadOrthogonalData(n, radial) != 1) {
+    if (vqdLoadOrthogonalData(n, radial) != VQD_OK) {
         PrintLine("Orthogonal table load fail.");
         return;
     }
     const float cx = m_fIntrinsicParam[n][2];
     const float cy = m_fIntrinsicParam[n][3];
     expandRadialTable(radial, cx, cy);
-    // A factor above 1 at the corner can not be: the way along the axis is the shorter one.
+    // The corner factor cannot exceed 1: axial depth is never longer than the ray.
     if (m_dOrthogonalData[0] >= 0.0 && m_dOrthogonalData[0] <= 1.0)
         PrintLine("Orthogonal table data load complete.");
     else

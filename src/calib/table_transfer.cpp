@@ -1,12 +1,13 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Calibration tables between host and camera: one row a table, one chunked write and one read for all of them.
+// Calibration tables between host and camera. Each table is a row; one chunked write and one read serve them all.
 #include <cstring>
 
-#include "device/clock.h"
-#include "device/device_state.h"
-#include "device/message.h"
+#include "device/base/clock.h"
+#include "device/base/device_check.h"
+#include "device/base/device_state.h"
+#include "device/base/message.h"
 #include "usb/vendor_channel.h"
 
 static constexpr int kMostChunkBytes = 256;
@@ -20,8 +21,8 @@ struct TableWrite {
     unsigned waitUs; // after each chunk
 };
 
-// The whole table in one request. libusb on Linux refuses control transfers above 4096 bytes before they reach the bus;
-// such a table reads as zeros there.
+// A table is read in one request. libusb on Linux refuses control transfers above 4096 bytes before they reach the bus,
+// so a larger table reads as zeros there.
 struct TableRead {
     uint16_t region;
     uint16_t bytes;
@@ -42,7 +43,7 @@ static constexpr TableRead kReadOrthogonal{0x7000, 4096};
 
 static_assert(kReadFppn4x4.bytes == kMostTableBytes && kFppn.chunkBytes == kMostChunkBytes);
 
-// A chunk that fails is neither repeated nor reported; the rest follows all the same.
+// A chunk that fails is neither repeated nor reported; the remaining ones follow all the same.
 static int writeTable(int n, const unsigned char* data, const TableWrite& table)
 {
     if (data == nullptr)
@@ -77,41 +78,41 @@ static bool isSet(int flag)
 
 int vqdSaveWigglingData(int n, const unsigned char* data)
 {
-    return VQDDevice_ErrorChecked(n) == 1 ? writeTable(n, data, kWiggling) : 0;
+    return IsReady(n) ? writeTable(n, data, kWiggling) : 0;
 }
 
 int vqdSaveWigglingData2(int n, const unsigned char* data, int flag)
 {
-    return VQDDevice_ErrorChecked(n) == 1 ? writeTable(n, data, isSet(flag) ? kWigglingB : kWigglingA) : 0;
+    return IsReady(n) ? writeTable(n, data, isSet(flag) ? kWigglingB : kWigglingA) : 0;
 }
 
 int vqdSaveFPPNData(int n, const unsigned char* data)
 {
-    return VQDDevice_ErrorChecked(n) == 1 ? writeTable(n, data, kFppn) : 0;
+    return IsReady(n) ? writeTable(n, data, kFppn) : 0;
 }
 
 int vqdSaveFPPNData_4x4(int n, const unsigned char* data, int flag)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     return isSet(flag) ? 1 : writeTable(n, data, kFppn4x4);
 }
 
 int vqdSaveFPPNData_5x5(int n, const unsigned char* data, int flag)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     return isSet(flag) ? 1 : writeTable(n, data, kFppn5x5);
 }
 
 int vqdSaveOrthogonalData(int n, const unsigned char* data)
 {
-    return VQDDevice_ErrorChecked(n) == 1 ? writeTable(n, data, kOrthogonal) : 0;
+    return IsReady(n) ? writeTable(n, data, kOrthogonal) : 0;
 }
 
 int vqdLoadWigglingData(int n, uint16_t* values, int first, int64_t size)
 {
-    if (VQDDevice_ErrorChecked(n) != 1 || values == nullptr || first < 0 || size > kReadWiggling.bytes)
+    if (!IsReady(n) || values == nullptr || first < 0 || size > kReadWiggling.bytes)
         return 0;
     unsigned char bytes[kReadWiggling.bytes];
     readTable(n, kReadWiggling, bytes);
@@ -122,7 +123,7 @@ int vqdLoadWigglingData(int n, uint16_t* values, int first, int64_t size)
 
 int vqdLoadFPPNData_4x4(int n, int* values)
 {
-    if (VQDDevice_ErrorChecked(n) != 1 || values == nullptr)
+    if (!IsReady(n) || values == nullptr)
         return 0;
     unsigned char bytes[kReadFppn4x4.bytes];
     readTable(n, kReadFppn4x4, bytes);
@@ -131,10 +132,10 @@ int vqdLoadFPPNData_4x4(int n, int* values)
     return 1;
 }
 
-// Each value is a sign byte, negative for 2 and 3, and a magnitude byte.
+// Each value is a sign byte, which means negative if it is 2 or 3, and a magnitude byte.
 int vqdLoadFPPNData_5x5(int n, int* values)
 {
-    if (VQDDevice_ErrorChecked(n) != 1 || values == nullptr)
+    if (!IsReady(n) || values == nullptr)
         return 0;
     unsigned char bytes[kReadFppn5x5.bytes];
     readTable(n, kReadFppn5x5, bytes);
@@ -145,7 +146,7 @@ int vqdLoadFPPNData_5x5(int n, int* values)
 
 int vqdLoadOrthogonalData(int n, double* factors)
 {
-    if (VQDDevice_ErrorChecked(n) != 1 || factors == nullptr)
+    if (!IsReady(n) || factors == nullptr)
         return 0;
     unsigned char bytes[kReadOrthogonal.bytes];
     if (readTable(n, kReadOrthogonal, bytes) < 0) {

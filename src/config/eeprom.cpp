@@ -7,8 +7,9 @@
 #include <cstring>
 
 #include "config/param_image.h"
-#include "device/device_state.h"
-#include "device/message.h"
+#include "device/base/device_check.h"
+#include "device/base/device_state.h"
+#include "device/base/message.h"
 #include "usb/vendor_channel.h"
 
 bool ReadEeprom(struct libusb_device_handle* handle, uint8_t* block128)
@@ -36,7 +37,7 @@ int SaveParameter(int n)
 int vqdEEPROM_ParameterData_Save(int n, const unsigned char* data)
 {
     const int checked = VQDDevice_ErrorChecked(n);
-    if (checked != 1)
+    if (checked != VQD_OK)
         return checked;
     if (data == nullptr)
         return 0;
@@ -44,18 +45,9 @@ int vqdEEPROM_ParameterData_Save(int n, const unsigned char* data)
     return SaveParameter(n);
 }
 
-int vqdEEPROM_ParameterData_Load(int n, unsigned char* out)
-{
-    if (VQDDevice_ErrorChecked(n) != 1 || out == nullptr)
-        return 0;
-    LoadParameter(n);
-    memmove(out, stCamParam[n].image, VQD_IMAGE_BYTES);
-    return 1;
-}
-
 int vqdParameterData_Load(int n, unsigned char* out)
 {
-    if (VQDDevice_ErrorChecked(n) != 1 || out == nullptr)
+    if (!IsReady(n) || out == nullptr)
         return 0;
     memmove(out, stCamParam[n].image, VQD_IMAGE_BYTES);
     return 1;

@@ -6,5 +6,6 @@
 
 #include <cstdint>
 
-// Reads the EEPROM into 128 bytes; what does not arrive is 0. False when nothing came or the signature is wrong.
+// Reads the EEPROM into 128 bytes. Bytes that do not arrive are 0. Returns false if none came or the signature is
+// wrong.
 bool ReadEeprom(struct libusb_device_handle* handle, uint8_t* block128);

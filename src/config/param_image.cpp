@@ -12,7 +12,7 @@ static_assert(offsetof(CamParam, nModFrequency) == 514 && offsetof(CamParam, nIn
 static_assert(offsetof(CamParam, nOffset) == 518 && offsetof(CamParam, nThreshold) == 520);
 static_assert(offsetof(CamParam, nMaxDepth) == 524 && offsetof(CamParam, nMinDepth) == 528);
 
-// Bytes that are not 0 in a factory image. Those without a name are the camera's own and are only carried.
+// Bytes that are not 0 in a factory image. Those without a name are the camera's own; the library only carries them.
 static const struct {
     int offset;
     uint8_t value;
@@ -22,7 +22,7 @@ static const struct {
     {kSignature, kSignatureValue},
     {kFrequencyCode, 2}, // 20 MHz
     {kIntegrationTime, 9},
-    {kFlip, 0xE2}, // none
+    {kFlip, 0xE2}, // no flip
     {12, 0x13},
     {13, 0xFA},
     {14, 0x01},
@@ -106,7 +106,7 @@ void EncodeOffset(uint8_t* image, int offset)
 
 uint8_t UndistortionCode(int mode, bool orthogonal)
 {
-    const int code = mode >= 1 && mode <= 3 ? mode : 0;
+    const int code = IsUndistortionMode(mode) ? mode : 0;
     return static_cast<uint8_t>(code | (orthogonal ? kOrthogonalBit : 0));
 }
 

@@ -44,7 +44,7 @@ enum ParamOffset : int {
 inline constexpr uint8_t kSignatureValue = 0x81;
 inline constexpr int kSerialBytes = 7;
 
-// Writes the factory settings into bytes 0 to 127, which the caller has cleared. Bytes 128 to 511 stay.
+// Writes the factory settings into bytes 0 to 127, which the caller has cleared. Bytes 128 to 511 stay as they are.
 void FillFactoryImage(uint8_t* image);
 
 // Big-endian pair.
@@ -58,13 +58,13 @@ void RenderSerial(const uint8_t* image, char* text15);
 struct Frequency {
     uint8_t code;
     uint16_t mhz;
-    uint16_t maxDistance; // mm that the frequency can tell apart
+    uint16_t maxDistance; // mm; larger depths are ambiguous at this frequency
 };
 
-// Null for a code that is not known.
+// Returns null if the code is unknown.
 const Frequency* DecodeFrequency(uint8_t code);
 
-// Byte 9: bit 1 clear flips horizontally, bit 0 set flips vertically.
+// Byte 9: a clear bit 1 flips horizontally, a set bit 0 flips vertically.
 uint8_t FlipCode(bool horizontal, bool vertical);
 bool IsFlippedHorizontally(uint8_t code);
 bool IsFlippedVertically(uint8_t code);
@@ -73,7 +73,18 @@ bool IsFlippedVertically(uint8_t code);
 int DecodeOffset(const uint8_t* image);
 void EncodeOffset(uint8_t* image, int offset);
 
-// Byte 48: undistortion mode 1 to 3, every other mode as 0, and bit 4 for the orthogonal correction.
+// How a frame is resampled. Every other number means that it is copied.
+enum UndistortionMode : int {
+    kUndistortionGated = 1, // bilinear; a pixel whose samples spread too far is invalid
+    kUndistortionBilinear = 2,
+    kUndistortionNearest = 3,
+};
+constexpr bool IsUndistortionMode(int number)
+{
+    return number >= kUndistortionGated && number <= kUndistortionNearest;
+}
+
+// Byte 48: the undistortion mode, 0 for a copy, and bit 4 for the orthogonal correction.
 inline constexpr uint8_t kOrthogonalBit = 0x10;
 uint8_t UndistortionCode(int mode, bool orthogonal);
 

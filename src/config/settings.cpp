@@ -3,10 +3,10 @@
 //
 // Acquisition settings that are numbers: frequency, integration time, offset, thresholds, depth range, frame delay.
 #include "config/param_image.h"
-#include "device/clock.h"
-#include "device/device_state.h"
-#include "device/message.h"
-#include "device/models.h"
+#include "device/base/clock.h"
+#include "device/base/device_check.h"
+#include "device/base/message.h"
+#include "device/base/models.h"
 #include "usb/vendor_channel.h"
 
 static constexpr unsigned kFrequencySettleUs = 100'000;
@@ -14,7 +14,7 @@ static constexpr unsigned kDepthRangeSettleUs = 100;
 static constexpr int kMaxOffset = 255;
 static constexpr int kMaxFpsDelay = 100;
 
-// The camera's own firmware sets the integration time; kept for applications that call it.
+// The camera's firmware sets the integration time. The function is kept for applications that call it.
 int vqdSetIntegrationTime(int, int)
 {
     return 0;
@@ -22,13 +22,13 @@ int vqdSetIntegrationTime(int, int)
 
 int vqdGetIntegrationTime(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     stCamParam[n].nIntegrationTime = static_cast<uint16_t>(stCamParam[n].image[kIntegrationTime] * 100);
     return stCamParam[n].nIntegrationTime;
 }
 
-// The code that selects `mhz` on a family, or null when the family does not have it.
+// Returns the code that selects `mhz` on a family, or null if the family lacks that frequency.
 static const Frequency* familyFrequency(bool rs, int mhz)
 {
     static constexpr struct {
@@ -44,7 +44,7 @@ static const Frequency* familyFrequency(bool rs, int mhz)
 
 int vqdSetModuleFrequency(int n, int mhz)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     CamParam& camera = stCamParam[n];
     // Models outside the two families take any value and keep their code.
@@ -57,7 +57,7 @@ int vqdSetModuleFrequency(int n, int mhz)
     }
     camera.image[kSignature] = kSignatureValue;
     const int result = SendImage(n);
-    if (result == 1)
+    if (result == VQD_OK)
         camera.nModFrequency = static_cast<uint16_t>(mhz);
     SleepUs(kFrequencySettleUs);
     return result;
@@ -65,7 +65,7 @@ int vqdSetModuleFrequency(int n, int mhz)
 
 int vqdGetModuleFrequency(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     const Frequency* frequency = DecodeFrequency(stCamParam[n].image[kFrequencyCode]);
     if (frequency == nullptr)
@@ -77,14 +77,14 @@ int vqdGetModuleFrequency(int n)
 
 int vqdSetOffset(int n, int offset)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     if (offset < -kMaxOffset || offset > kMaxOffset) {
         PrintLine("Offset Range: -255 ~ 255");
         return 0;
     }
     EncodeOffset(stCamParam[n].image, offset);
-    if (SendImage(n) != 1)
+    if (SendImage(n) != VQD_OK)
         return 0;
     stCamParam[n].nOffset = static_cast<int16_t>(offset);
     return 1;
@@ -92,7 +92,7 @@ int vqdSetOffset(int n, int offset)
 
 int vqdGetOffset(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     stCamParam[n].nOffset = static_cast<int16_t>(DecodeOffset(stCamParam[n].image));
     return stCamParam[n].nOffset;
@@ -103,7 +103,7 @@ static int sendThreshold(int n, int offset, int value)
 {
     const uint8_t threshold = static_cast<uint8_t>(value);
     stCamParam[n].image[offset] = threshold;
-    if (SendImage(n) != 1)
+    if (SendImage(n) != VQD_OK)
         return 0;
     stCamParam[n].nThreshold = threshold;
     return 1;
@@ -121,21 +121,22 @@ int vqdGetScatterThreshold(int n)
 
 int vqdSetCheckThreshold(int n, int value)
 {
-    return VQDDevice_ErrorChecked(n) == 1 ? sendThreshold(n, kCheckThreshold, value) : 0;
+    return IsReady(n) ? sendThreshold(n, kCheckThreshold, value) : 0;
 }
 
 int vqdGetCheckThreshold(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     stCamParam[n].nThreshold = stCamParam[n].image[kCheckThreshold];
     return stCamParam[n].nThreshold;
 }
 
-// Only the low 16 bits of both limits count. The range that clips on the host changes with vqdGetDepthRange.
+// Only the low 16 bits of both limits count. The host goes on clipping with the cached range until vqdGetDepthRange()
+// reads the new one.
 int vqdSetDepthRange(int n, int minimum, int maximum)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     CamParam& camera = stCamParam[n];
     const uint16_t low = static_cast<uint16_t>(minimum);
@@ -150,7 +151,7 @@ int vqdSetDepthRange(int n, int minimum, int maximum)
     }
     WriteU16(camera.image, kMinDepth, low);
     WriteU16(camera.image, kMaxDepth, high);
-    if (SendImage(n) != 1)
+    if (SendImage(n) != VQD_OK)
         return 0;
     SleepUs(kDepthRangeSettleUs);
     return 1;
@@ -158,7 +159,7 @@ int vqdSetDepthRange(int n, int minimum, int maximum)
 
 int vqdGetDepthRange(int n, int* minimum, int* maximum)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     CamParam& camera = stCamParam[n];
     camera.nMinDepth = ReadU16(camera.image, kMinDepth);
@@ -173,7 +174,7 @@ int vqdGetDepthRange(int n, int* minimum, int* maximum)
 // Only the low byte of the delay counts.
 int vqdSetFPSDelay(int n, int delay)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     const uint8_t value = static_cast<uint8_t>(delay);
     if (value > kMaxFpsDelay) {
@@ -186,21 +187,5 @@ int vqdSetFPSDelay(int n, int delay)
 
 int vqdGetFPSDelay(int n)
 {
-    return VQDDevice_ErrorChecked(n) == 1 ? stCamParam[n].image[kFpsDelay] : 0;
-}
-
-double vqdGetTemperature(int n)
-{
-    return VQDDevice_ErrorChecked(n) == 1 ? m_dTemperature[n] : 0.0;
-}
-
-int vqdGetLogincVersion(int n, int* first, int* second)
-{
-    if (VQDDevice_ErrorChecked(n) != 1)
-        return 0;
-    if (first != nullptr)
-        *first = m_nLogicver[0][n];
-    if (second != nullptr)
-        *second = m_nLogicver[1][n];
-    return 1;
+    return IsReady(n) ? stCamParam[n].image[kFpsDelay] : 0;
 }

@@ -3,9 +3,9 @@
 //
 // Acquisition settings that are modes: several cameras, illumination, flips.
 #include "config/param_image.h"
-#include "device/clock.h"
-#include "device/device_state.h"
-#include "device/message.h"
+#include "device/base/clock.h"
+#include "device/base/device_check.h"
+#include "device/base/message.h"
 #include "usb/vendor_channel.h"
 
 static constexpr unsigned kFlipSettleUs = 100'000;
@@ -54,14 +54,14 @@ int vqdIlluminationOnOff(int n, int on)
     return SendImage(n);
 }
 
-// The flip that is not set comes from the library-wide flag: what was set or read last on any camera.
+// The other flip comes from its library-wide flag, so it is the one set or read last on any camera.
 int vqdSetFlipHorizontal(int n, int on)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     m_bHorizontal = on == 1;
     stCamParam[n].image[kFlip] = FlipCode(on == 1, m_bVertical == 1);
-    if (SendImage(n) != 1)
+    if (SendImage(n) != VQD_OK)
         return 0;
     SleepUs(kFlipSettleUs);
     return 1;
@@ -69,16 +69,16 @@ int vqdSetFlipHorizontal(int n, int on)
 
 int vqdGetFlipHorizontal(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     m_bHorizontal = IsFlippedHorizontally(stCamParam[n].image[kFlip]);
     return m_bHorizontal;
 }
 
-// Unlike its sibling it waits after a failed send too.
+// Unlike its sibling, it also waits after a failed send.
 int vqdSetFlipVertical(int n, int on)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     m_bVertical = on == 1;
     stCamParam[n].image[kFlip] = FlipCode(m_bHorizontal == 1, on == 1);
@@ -89,7 +89,7 @@ int vqdSetFlipVertical(int n, int on)
 
 int vqdGetFlipVertical(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     m_bVertical = IsFlippedVertically(stCamParam[n].image[kFlip]);
     return m_bVertical;

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "device/contexts.h"
 
-#include "device/device_state.h"
+#include "device/base/device_state.h"
 
 static void endDefaultUses()
 {
@@ -12,10 +12,10 @@ static void endDefaultUses()
     }
 }
 
-// Makes `context` the one to list from. The one before ends, unless a slot still needs it.
+// Makes `context` the one to list from. The previous one ends unless a slot still needs it.
 static void listFrom(libusb_context* context)
 {
-    ReleaseDeviceList(); // its devices belong to the context before
+    ReleaseDeviceList(); // its devices belong to the previous context
     libusb_context* const before = m_pListContext;
     m_pListContext = context;
     EndIfUnused(before);
@@ -70,7 +70,7 @@ bool TakeFreshContext(bool again)
         return true;
     }
     if (again && m_pListContext != nullptr)
-        return false; // one that is fresh already does not show the camera either
+        return false; // a context that is already fresh does not show the camera either
     libusb_context* fresh = nullptr;
     if (libusb_init(&fresh) < 0)
         return false;
@@ -78,7 +78,7 @@ bool TakeFreshContext(bool again)
     return true;
 }
 
-// Releases of libusb before 1.0.24 crash on the exit of a default context that is not there.
+// libusb before 1.0.24 crashes if a default context is ended that does not exist.
 #if LIBUSB_API_VERSION >= 0x01000108
 static constexpr bool kExitWithoutContextIsSafe = true;
 #else
@@ -91,7 +91,7 @@ void EndContextUses()
         return;
     listFrom(nullptr);
     endDefaultUses();
-    // A close ends a use of the default context also where the library has begun none since the last one.
+    // A close ends a use of the default context even if the library has begun none since the last close.
     if (!m_bContextUseEnded && kExitWithoutContextIsSafe)
         libusb_exit(nullptr);
     m_bContextUseEnded = false;

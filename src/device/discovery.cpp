@@ -1,14 +1,14 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Enumeration: libusb's device list, the id table, a handle in a slot for every camera found.
+// Enumeration: libusb's device list, the id table, and a handle in a slot for every camera found.
 #include "device/discovery.h"
 
+#include "device/base/message.h"
 #include "device/contexts.h"
-#include "device/message.h"
 #include "device/sysfs_cameras.h"
 
-// Closes the slot's handle, if any, and with its last handle the context behind it.
+// Closes a slot's handle, if any. The context that it came from ends with its last handle.
 static void closeHandle(libusb_device_handle* handle, libusb_context* context)
 {
     if (handle == nullptr)
@@ -66,7 +66,8 @@ bool OpenIntoSlot(int n, libusb_device* device)
 int GetUsbDevice(void)
 {
     ReleaseDeviceList(); // still held after an open that failed
-    // A read or a re-open after the last close finds the default context gone; libusb would crash without one.
+    // The last close has ended the default context, and libusb would crash without one. A read or a re-open may still
+    // come.
     if (!EnsureContext()) {
         PrintLine("Error in device connection");
         return VQD_NOT_OPEN;
@@ -90,7 +91,7 @@ int device_is_of_interest(struct libusb_device* dev)
         return 0;
     libusb_device_descriptor descriptor{};
     libusb_get_device_descriptor(dev, &descriptor);
-    for (const UsbId& id : m_stUsbIdTable)
+    for (const UsbId& id : kUsbIds)
         if (descriptor.idVendor == id.vendor && descriptor.idProduct == id.product)
             return 1;
     return 0;
@@ -127,7 +128,7 @@ int GetVQDDeviceHandle(void)
     ReleaseDeviceList();
     if (found == 0)
         return VQD_NO_HANDLE;
-    // The cameras of the numbers behind are gone, or have a fresh handle under a lower number by now.
+    // The cameras of the higher numbers are gone or have a fresh handle under a lower number by now.
     for (int n = found; n < VQD_MAX_DEVICES; ++n) {
         EmptySlot(n);
         m_stIdentity[n] = {};

@@ -4,13 +4,13 @@
 // Finding cameras on the bus and filling the slots.
 #pragma once
 
-#include "device/device_state.h"
+#include "device/base/device_state.h"
 
-// Opens `device` for slot n; the handle that the slot had is closed. False after "Error in openning device."
+// Opens `device` for slot n and closes the handle that the slot had. Returns false after "Error in openning device."
 bool OpenIntoSlot(int n, libusb_device* device);
 
-// Puts an opened handle into slot n; a handle that the slot had is closed.
+// Puts an opened handle into slot n and closes the handle that the slot had.
 void FillSlot(int n, libusb_device* device, libusb_device_handle* handle);
 
-// Closes the slot's handle, if any, and clears its fields but pDevice. No USB traffic.
+// Closes the slot's handle, if any, and clears its fields except pDevice. Causes no USB traffic.
 void EmptySlot(int n);

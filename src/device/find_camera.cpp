@@ -6,18 +6,18 @@
 #include "device/find_camera.h"
 
 #include <cstring>
+#include <optional>
 
 #include "config/eeprom.h"
 #include "config/param_image.h"
+#include "device/base/device_state.h"
+#include "device/base/message.h"
 #include "device/contexts.h"
-#include "device/device_state.h"
 #include "device/discovery.h"
-#include "device/message.h"
 
 static constexpr int kMaxCandidates = 32;
 static constexpr char kNoSerial[] = "00000000000000"; // an EEPROM without one
-
-static constexpr int kStaleSearches = 10; // without a camera that sysfs shows: no udev event will come
+static constexpr int kStaleSearches = 10; // in a row without a camera that sysfs shows: no udev event will come
 
 static bool isSamePlace(const CameraIdentity& a, const CameraIdentity& b)
 {
@@ -31,7 +31,7 @@ static bool isNamed(int n)
     return m_stIdentity[n].serial[0] != '\0' && strcmp(m_stIdentity[n].serial, kNoSerial) != 0;
 }
 
-// Some buses report one place for several cameras, which then tells nothing about them.
+// Some buses report the same place for several cameras, and it then tells nothing about them.
 static bool isPlaceShared(int n)
 {
     for (int other = 0; other < VQD_MAX_DEVICES; ++other)
@@ -40,7 +40,7 @@ static bool isPlaceShared(int n)
     return false;
 }
 
-// The device that number n talks to. Of a closed number whose camera has no serial number, it is all that is known.
+// The device that number n talks to. It is all that is known of a closed number whose camera has no serial number.
 static libusb_device* deviceOf(int n)
 {
     if (HandleOf(n) != nullptr)
@@ -48,7 +48,7 @@ static libusb_device* deviceOf(int n)
     return m_stIdentity[n].closed && !isNamed(n) ? m_stUsbSlot[n].pDevice : nullptr;
 }
 
-// A place alone is not enough: after a replug another camera may have the address.
+// The address alone is not enough, because another camera may have it after a replug; so the ids must match too.
 static bool isAtPlaceOf(int n, libusb_device* device, const libusb_device_descriptor& descriptor)
 {
     const CameraIdentity& known = m_stIdentity[n];
@@ -59,8 +59,8 @@ static bool isAtPlaceOf(int n, libusb_device* device, const libusb_device_descri
            known.productId == descriptor.idProduct;
 }
 
-// The camera of number n is not where it was. The handle is no evidence: it survives an unplug until a read fails, and
-// is also absent after a deliberate close.
+// Whether the camera of number n is not where it was. The handle is no evidence: it survives an unplug until a read
+// fails, and is also absent after a deliberate close.
 static bool isMissing(int n)
 {
     if (!m_stIdentity[n].known)
@@ -74,37 +74,48 @@ static bool isMissing(int n)
     return true;
 }
 
-// How well a device suits slot n: 3 it is where the camera was, 2 same product, 1 another product, 0 not to be taken:
-// no camera, or it is where the camera of another number is or was.
-static int suits(int n, libusb_device* device)
+// How well a device matches the camera of a number, worst first.
+enum class Match {
+    kNone, // no camera, or it is where the camera of another number is or was
+    kOtherProduct,
+    kSameProduct,
+    kSamePlace,
+};
+
+static Match matchOf(int n, libusb_device* device)
 {
     if (!device_is_of_interest(device))
-        return 0;
+        return Match::kNone;
     libusb_device_descriptor descriptor{};
     libusb_get_device_descriptor(device, &descriptor);
     for (int other = 0; other < VQD_MAX_DEVICES; ++other)
         if (other != n && isAtPlaceOf(other, device, descriptor))
-            return 0;
+            return Match::kNone;
     if (isAtPlaceOf(n, device, descriptor))
-        return 3;
-    return descriptor.idProduct == m_stIdentity[n].productId ? 2 : 1;
+        return Match::kSamePlace;
+    return descriptor.idProduct == m_stIdentity[n].productId ? Match::kSameProduct : Match::kOtherProduct;
 }
 
-// The devices that suit slot n best, in list order.
-static int findCandidates(int n, libusb_device** candidates, int& suited)
+// The devices that match best, in list order.
+struct Candidates {
+    Match match;
+    int count;
+    libusb_device* devices[kMaxCandidates];
+};
+
+static Candidates findCandidates(int n)
 {
-    int count = 0;
-    suited = 0;
+    Candidates best{};
     for (int i = 0; i < m_nDevListCount; ++i) {
-        const int grade = suits(n, m_pDevList[i]);
-        if (grade > suited) {
-            suited = grade;
-            count = 0;
+        const Match match = matchOf(n, m_pDevList[i]);
+        if (match > best.match) {
+            best.match = match;
+            best.count = 0;
         }
-        if (grade > 0 && grade == suited && count < kMaxCandidates)
-            candidates[count++] = m_pDevList[i];
+        if (match != Match::kNone && match == best.match && best.count < kMaxCandidates)
+            best.devices[best.count++] = m_pDevList[i];
     }
-    return count;
+    return best;
 }
 
 static bool hasSerial(int n, const char* serial)
@@ -112,20 +123,20 @@ static bool hasSerial(int n, const char* serial)
     return isNamed(n) && strcmp(serial, m_stIdentity[n].serial) == 0;
 }
 
-// Missing, and the application still wants it.
+// Whether the camera is missing and the application still wants it.
 static bool isLost(int n)
 {
     return !m_stIdentity[n].closed && isMissing(n);
 }
 
-// Whether a candidate may be the camera of number `other`. A closed number waits for none, but where its camera can be
-// told by its serial number it is nobody else's.
+// Whether a candidate may be the camera of number `other`. A closed number waits for no camera, but one that can be
+// told by its serial number belongs to nobody else.
 static bool isRival(int other)
 {
     return isMissing(other) && (!m_stIdentity[other].closed || isNamed(other));
 }
 
-// The number other than n that a camera with this serial number belongs to, or -1.
+// Returns the number other than n that a camera with this serial number belongs to, or -1.
 static int rivalWith(const char* serial, int n)
 {
     for (int other = 0; other < VQD_MAX_DEVICES; ++other)
@@ -134,9 +145,15 @@ static int rivalWith(const char* serial, int n)
     return -1;
 }
 
-// Takes the candidate with the serial number of slot n. Unknown serials are handed out in order to the lost numbers
-// whose own camera is not among the candidates.
-static int takeBySerial(int n, libusb_device** candidates, int count)
+// The device that a number is to get: null if there is none. The handle is open already if the choice needed one.
+struct Choice {
+    libusb_device* device;
+    libusb_device_handle* handle;
+};
+
+// The candidate with the serial number of number n. Unknown serials are handed out in order to the lost numbers whose
+// own camera is not among the candidates. Returns nothing after "Error in openning device."
+static std::optional<Choice> chooseBySerial(int n, const Candidates& candidates)
 {
     int before = 0;
     for (int other = 0; other < n; ++other)
@@ -144,63 +161,75 @@ static int takeBySerial(int n, libusb_device** candidates, int count)
 
     libusb_device* strangers[kMaxCandidates];
     int strangerCount = 0;
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < candidates.count; ++i) {
+        libusb_device* const device = candidates.devices[i];
         libusb_device_handle* handle = nullptr;
-        if (libusb_open(candidates[i], &handle) != 0) {
+        if (libusb_open(device, &handle) != 0) {
             PrintLine("Error in openning device.");
-            return VQD_NOT_OPEN;
+            return std::nullopt;
         }
         uint8_t block[VQD_EEPROM_BYTES];
         char serial[sizeof CameraIdentity::serial];
         ReadEeprom(handle, block);
         RenderSerial(block, serial);
-        if (hasSerial(n, serial)) {
-            FillSlot(n, candidates[i], handle);
-            return VQD_OK;
-        }
+        if (hasSerial(n, serial))
+            return Choice{device, handle};
         libusb_close(handle);
         const int owner = rivalWith(serial, n);
         if (owner < 0)
-            strangers[strangerCount++] = candidates[i];
+            strangers[strangerCount++] = device;
         else if (owner < n && isLost(owner))
             --before;
     }
     if (before < 0 || before >= strangerCount)
-        return VQD_NO_HANDLE;
-    return OpenIntoSlot(n, strangers[before]) ? VQD_OK : VQD_NOT_OPEN;
+        return Choice{};
+    return Choice{strangers[before], nullptr};
 }
 
-// A number that never had a camera takes the one at its own position, as a listing would give it.
-static int takeByPosition(int n)
+// A number that never had a camera gets the one at its own position, as a listing would give it.
+static Choice chooseByPosition(int n)
 {
     int position = 0;
-    for (int i = 0; i < m_nDevListCount; ++i) {
-        if (!device_is_of_interest(m_pDevList[i]) || position++ != n)
-            continue;
-        if (suits(n, m_pDevList[i]) == 0)
-            return VQD_NO_HANDLE;
-        return OpenIntoSlot(n, m_pDevList[i]) ? VQD_OK : VQD_NOT_OPEN;
-    }
-    return VQD_NO_HANDLE;
+    for (int i = 0; i < m_nDevListCount; ++i)
+        if (device_is_of_interest(m_pDevList[i]) && position++ == n)
+            return {matchOf(n, m_pDevList[i]) != Match::kNone ? m_pDevList[i] : nullptr, nullptr};
+    return {};
+}
+
+// Whether a candidate of number n may as well be another number's camera.
+static bool hasRivals(int n)
+{
+    if (isPlaceShared(n))
+        return true;
+    for (int other = 0; other < VQD_MAX_DEVICES; ++other)
+        if (other != n && isRival(other))
+            return true;
+    return false;
+}
+
+static std::optional<Choice> choose(int n)
+{
+    if (!m_stIdentity[n].known)
+        return chooseByPosition(n);
+    const Candidates candidates = findCandidates(n);
+    if (candidates.count == 0)
+        return Choice{};
+    if (candidates.match == Match::kSamePlace || (candidates.count == 1 && !hasRivals(n)))
+        return Choice{candidates.devices[0], nullptr};
+    return chooseBySerial(n, candidates);
 }
 
 static int takeCamera(int n)
 {
-    if (!m_stIdentity[n].known)
-        return takeByPosition(n);
-    libusb_device* candidates[kMaxCandidates];
-    int suited = 0;
-    const int count = findCandidates(n, candidates, suited);
-    if (count == 0)
+    const std::optional<Choice> choice = choose(n);
+    if (!choice)
+        return VQD_NOT_OPEN;
+    if (choice->device == nullptr)
         return VQD_NO_HANDLE;
-
-    bool rivals = isPlaceShared(n);
-    for (int other = 0; other < VQD_MAX_DEVICES; ++other)
-        rivals = rivals || (other != n && isRival(other));
-    const bool certain = suited == 3 || (count == 1 && !rivals);
-    if (!certain)
-        return takeBySerial(n, candidates, count);
-    return OpenIntoSlot(n, candidates[0]) ? VQD_OK : VQD_NOT_OPEN;
+    if (choice->handle == nullptr)
+        return OpenIntoSlot(n, choice->device) ? VQD_OK : VQD_NOT_OPEN;
+    FillSlot(n, choice->device, choice->handle);
+    return VQD_OK;
 }
 
 static bool isStale(const UnlistedCameras& unlisted)
@@ -225,14 +254,14 @@ int FindCamera(int n, UnlistedCameras& unlisted)
             FindUnlisted(unlisted);
     }
     if (isStale(unlisted))
-        unlisted = {}; // it is not the context's fault; another ten searches before the next try
+        unlisted = {}; // fresh contexts did not help; ten more searches pass before the next
     if (!listed)
         return VQD_NO_HANDLE;
     const int result = takeCamera(n);
     if (result != VQD_NOT_OPEN)
         ReleaseDeviceList();
     if (result == VQD_NO_HANDLE)
-        m_stIdentity[n].closed = false; // asked for and not there: it waits for its camera from now on
+        m_stIdentity[n].closed = false; // asked for but not there, so it waits for its camera from now on
     m_nDeviceCount = SlotsWithHandle();
     return result;
 }

@@ -6,6 +6,7 @@
 
 #include "device/sysfs_cameras.h"
 
-// An enumeration that opens a handle into slot n only. VQD_OK; -1 the camera is not there; -2 after "Error in openning
-// device." with nothing opened. `unlisted` is empty for the first search of a re-open and goes from one to the next.
+// Enumerates, but opens a handle into slot n only. Returns VQD_OK; VQD_NO_HANDLE if the camera is not there;
+// VQD_NOT_OPEN, with nothing opened, after "Error in openning device." `unlisted` is empty for the first search of a
+// re-open and is passed from each search to the next.
 int FindCamera(int n, UnlistedCameras& unlisted);

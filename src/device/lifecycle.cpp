@@ -3,11 +3,12 @@
 //
 // One camera's life between listing and close: claim, read-buffer initialisation, grabbing, release.
 #include "config/param_image.h"
-#include "device/clock.h"
+#include "device/base/clock.h"
+#include "device/base/device_check.h"
+#include "device/base/device_state.h"
+#include "device/base/message.h"
 #include "device/contexts.h"
-#include "device/device_state.h"
 #include "device/discovery.h"
-#include "device/message.h"
 #include "usb/vendor_channel.h"
 
 static constexpr unsigned kGrabEditUs = 100;       // before the grab byte changes
@@ -24,7 +25,7 @@ static bool fetchConfiguration(libusb_device_handle* handle)
     return true;
 }
 
-// Why the camera can not be used, or null when it is claimed.
+// Returns why the camera cannot be used, or null if it is claimed.
 static const char* claimCamera(libusb_device_handle* handle)
 {
     if (handle == nullptr)
@@ -82,24 +83,25 @@ void UnInitialize_vqdapi(int n, int exitSession)
 
 int vqdGrabStart(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     vqdWriteBufInit(n);
     SleepUs(kGrabEditUs);
     stCamParam[n].image[kGrab] = 1;
-    vqdWriteToDevice(n, stCamParam[n].image);
-    const int result = vqdWriteToDevice(n, stCamParam[n].image);
+    // The camera's start sequence has the image twice. The second one decides.
+    SendImage(n);
+    const int result = SendImage(n);
     SleepUs(kGrabSettleUs);
     return result;
 }
 
 int vqdGrabStop(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     SleepUs(kGrabEditUs);
     stCamParam[n].image[kGrab] = 0;
-    const int result = vqdWriteToDevice(n, stCamParam[n].image);
+    const int result = SendImage(n);
     SleepUs(kGrabSettleUs);
     return result;
 }

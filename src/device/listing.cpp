@@ -5,18 +5,18 @@
 #include <cstring>
 
 #include "config/param_image.h"
+#include "device/base/device_state.h"
+#include "device/base/message.h"
+#include "device/base/models.h"
 #include "device/contexts.h"
-#include "device/device_state.h"
 #include "device/discovery.h"
-#include "device/message.h"
-#include "device/models.h"
 
-static constexpr int kNameBytes = 64; // read buffer of a USB string: 63 characters count
+static constexpr int kNameBytes = 64; // the read buffer of a USB string, which holds 63 characters
 static_assert(kNameBytes < sizeof DevInfo::szVendorName && kNameBytes < sizeof DevInfo::szDeviceName);
 
 using ReadName = char*(libusb_device_handle*, char*, int);
 
-// An unreadable string becomes an empty one: what the field held before would select a wrong model.
+// An unreadable string becomes an empty one, because what the field held before would select a wrong model.
 static void readName(ReadName* read, libusb_device_handle* handle, char (&field)[256])
 {
     char name[kNameBytes] = {};
@@ -64,8 +64,7 @@ int vqdGetDeviceList(DevInfo* list, int* count)
         PrintNumbers("VQD max device %d.\n", m_nDeviceCount);
         return VQD_NOT_OPEN;
     }
-    // After a device list that could not be taken the count is an older one: a number whose slot was released meanwhile
-    // is no camera.
+    // If listing failed, m_nDeviceCount is left over from earlier; numbers released since must not count.
     bool connected = m_nDeviceCount >= 1;
     for (int i = 0; connected && i < m_nDeviceCount; ++i)
         connected = HandleOf(i) != nullptr;

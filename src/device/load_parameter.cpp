@@ -6,9 +6,10 @@
 
 #include "config/eeprom.h"
 #include "config/param_image.h"
-#include "device/device_state.h"
-#include "device/message.h"
-#include "device/models.h"
+#include "device/base/device_check.h"
+#include "device/base/device_state.h"
+#include "device/base/message.h"
+#include "device/base/models.h"
 
 static void loadImage(int n)
 {
@@ -27,7 +28,7 @@ static void loadImage(int n)
 static constexpr float kLeastCx = 140.0f; // of a plausible depth lens
 static constexpr float kMostCx = 180.0f;
 
-// The lens that stands in for an implausible one. The image keeps what it has.
+// A default lens stands in for an implausible one. The image keeps what it has.
 static void useDefaultLens(int n)
 {
     static constexpr float kIntrinsic[4] = {204.0f, 204.0f, 160.0f, 120.0f};
@@ -91,5 +92,14 @@ int LoadParameter(int n)
     loadLenses(n);
     loadTables(n);
     takeSwitches(n);
+    return 1;
+}
+
+int vqdEEPROM_ParameterData_Load(int n, unsigned char* out)
+{
+    if (!IsReady(n) || out == nullptr)
+        return 0;
+    LoadParameter(n);
+    memmove(out, stCamParam[n].image, VQD_IMAGE_BYTES);
     return 1;
 }

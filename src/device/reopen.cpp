@@ -3,18 +3,17 @@
 //
 // Re-open: closing a camera that stopped answering, finding it again and starting it with its settings. The other
 // cameras keep their slots, handles and streams.
-#include "device/clock.h"
-#include "device/device_state.h"
+#include "device/base/clock.h"
+#include "device/base/device_state.h"
+#include "device/base/message.h"
 #include "device/find_camera.h"
-#include "device/message.h"
 #include "usb/vendor_channel.h"
 
-static constexpr int kFullBudget = 600;
 static constexpr unsigned kBeforeFindUs = 100'000;
 static constexpr unsigned kAfterStartUs = 500'000; // the camera boots its sensor
 static constexpr unsigned kBeforeGrabUs = 100'000;
 
-// False when the budget is spent; m_nDeviceOpen is 0 then.
+// Returns false, with m_nDeviceOpen 0, once the budget is spent.
 static bool findWithinBudget(int n)
 {
     UnlistedCameras unlisted{};
@@ -37,7 +36,7 @@ int vqdDeviceReOpen(int n)
     if (!findWithinBudget(n))
         return VQD_REOPEN_EXHAUSTED;
     libusb_reset_device(HandleOf(n));
-    m_nReopenTime = kFullBudget;
+    m_nReopenTime = kFullReopenBudget;
     m_nDeviceOpen[n] = 1;
     if (!ResetReadBuffer(n, "ReOpen Error in b2 Control transfer")) {
         UnInitialize_vqdapi(n, 0);

@@ -7,10 +7,10 @@
 #include <dirent.h>
 #include <unistd.h>
 
-#include "device/device_state.h"
+#include "device/base/device_state.h"
 
-// A program may define this function to put another folder in front of /sys and /dev. Tests do, so that a camera of the
-// machine that they run on does not disturb them.
+// A program may define this function to put another folder in front of /sys and /dev. Tests do, so that a real camera
+// on their machine does not disturb them.
 extern "C" __attribute__((weak, visibility("default"))) const char* VqdSystemRoot(void);
 
 static constexpr int kPathBytes = 512;
@@ -20,7 +20,7 @@ static const char* systemRoot()
     return VqdSystemRoot != nullptr ? VqdSystemRoot() : "";
 }
 
-// The number in an attribute of a device; -1 when there is none.
+// Returns the number in an attribute of a device, or -1 if there is none.
 static long readAttribute(const char* device, const char* attribute, int base)
 {
     char path[kPathBytes];
@@ -42,7 +42,7 @@ static bool isCamera(const char* device)
     if (vendor != kVendorId)
         return false;
     const long product = readAttribute(device, "idProduct", 16);
-    for (const UsbId& id : m_stUsbIdTable)
+    for (const UsbId& id : kUsbIds)
         if (vendor == id.vendor && product == id.product)
             return true;
     return false;

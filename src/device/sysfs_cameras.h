@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The cameras that the kernel shows in sysfs but libusb's device list lacks. For a moment that is so for every camera
-// that was just plugged in: libusb waits for udev's rules. It stays so where no udev events reach the process.
+// The cameras that the kernel shows in sysfs but libusb's device list lacks. Every camera that was just plugged in is
+// one for a moment, because libusb waits for udev's rules. It stays one if no udev events reach the process.
 #pragma once
 
 #include <cstdint>
@@ -19,8 +19,8 @@ struct UnlistedCameras {
     UnlistedCamera cameras[kMostUnlisted];
 };
 
-// Compares sysfs with the device list held. `unlisted` holds what the search before found, and is brought up to date.
-// Nothing is missing where sysfs cannot be read.
+// Compares sysfs with the device list that is held. `unlisted` holds what the previous search found and is brought up
+// to date. Nothing counts as missing if sysfs cannot be read.
 void FindUnlisted(UnlistedCameras& unlisted);
 
 // Whether this process may read and write the camera's device node.

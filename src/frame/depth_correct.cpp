@@ -6,18 +6,15 @@
 
 #include <algorithm>
 
-#include "VQD_API.h"
-#include "frame/kernel_math.h"
-
-static constexpr int kBlock = 4; // pixels a side of an FPPN block
-static constexpr int kBlocksPerRow = VQD_WIDTH / kBlock;
+#include "device/base/integers.h"
 
 static int offsetOf(const int* offsets, int x, int y)
 {
-    return offsets[kBlocksPerRow * (y / kBlock) + x / kBlock];
+    return offsets[kFppnBlocksPerRow * (y / kFppnBlock) + x / kFppnBlock];
 }
 
-// The factor in double precision, the product before the sum. Offsets alone wrap around as 16-bit numbers.
+// The factor applies in double precision, and the product comes before the sum. Without factors the sum wraps around as
+// a 16-bit number.
 static uint16_t correct(uint16_t depth, int x, int y, const DepthCorrection& c)
 {
     if (c.factors == nullptr)

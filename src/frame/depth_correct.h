@@ -6,12 +6,16 @@
 
 #include <cstdint>
 
+#include "VQD_API.h"
 #include "simd/kernels.h"
 
+inline constexpr int kFppnBlock = 4; // pixels a side
+inline constexpr int kFppnBlocksPerRow = VQD_WIDTH / kFppnBlock;
+
 struct DepthCorrection {
-    const int* offsets;     // FPPN, mm a 4 x 4 block, 80 blocks a row; null: off
-    const double* factors;  // orthogonal, one a pixel; null: off
-    int minDepth, maxDepth; // mm; what lies outside becomes 0
+    const int* offsets;     // FPPN, mm, one for each block; null: off
+    const double* factors;  // orthogonal, one for each pixel; null: off
+    int minDepth, maxDepth; // mm; a depth outside becomes 0
 };
 
 namespace scalar

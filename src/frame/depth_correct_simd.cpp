@@ -23,19 +23,16 @@ namespace simd::HWY_NAMESPACE
 
 namespace hn = hwy::HWY_NAMESPACE;
 
-constexpr int kBlock = 4; // pixels a side of an FPPN block
-constexpr int kBlocksPerRow = VQD_WIDTH / kBlock;
-
 constexpr hn::CappedTag<uint16_t, 32> kPixels;
 constexpr int kLanes = hn::MaxLanes(kPixels);
 using Pixel = hn::Vec<decltype(kPixels)>;
 static_assert(VQD_WIDTH % kLanes == 0);
 
-// The offset of each pixel of a row, 0 without a table.
+// Gives each pixel of a row the offset of its block, or 0 without a table.
 template <typename T> void spreadOffsets(const int* offsets, T (&row)[VQD_WIDTH])
 {
     for (int x = 0; x < VQD_WIDTH; ++x)
-        row[x] = static_cast<T>(offsets == nullptr ? 0 : offsets[x / kBlock]);
+        row[x] = static_cast<T>(offsets == nullptr ? 0 : offsets[x / kFppnBlock]);
 }
 
 // Without factors the sum wraps around in 16 bits.
@@ -45,7 +42,7 @@ void addOffsets(const uint16_t* depth, const uint16_t* offsets, uint16_t* correc
         hn::StoreU(hn::Add(hn::LoadU(kPixels, depth + x), hn::LoadU(kPixels, offsets + x)), kPixels, corrected + x);
 }
 
-// The product before the sum. What no int holds becomes 0, and so do the lower 16 bits of the least int.
+// The product before the sum. Values outside int become 0, as does INT_MIN, whose low 16 bits are 0.
 void multiply(const uint16_t* depth, const double* factors, const double* offsets, uint16_t* corrected)
 {
     constexpr hn::CappedTag<double, 8> doubles;
@@ -93,8 +90,8 @@ void CorrectDepth(uint16_t* depth, const DepthCorrection& c)
     uint16_t corrected[VQD_WIDTH];
     for (int y = 0; y < VQD_HEIGHT; ++y) {
         uint16_t* row = depth + VQD_WIDTH * y;
-        const int* blocks = c.offsets == nullptr ? nullptr : c.offsets + kBlocksPerRow * (y / kBlock);
-        if (y % kBlock == 0) {
+        const int* blocks = c.offsets == nullptr ? nullptr : c.offsets + kFppnBlocksPerRow * (y / kFppnBlock);
+        if (y % kFppnBlock == 0) {
             if (c.factors != nullptr)
                 spreadOffsets(blocks, wideOffsets);
             else
@@ -108,8 +105,9 @@ void CorrectDepth(uint16_t* depth, const DepthCorrection& c)
     }
 }
 
-// In place: what a vector reads lies in it or behind it. The last column's neighbours are the next row's and do not
-// count; the last row to be judged has no next row for that.
+// Safe in place: a vector reads only its own pixels and later ones. The last column's right neighbours would be the
+// next row's, so it is not judged; for the last row to be judged they would lie beyond the image, so the reference does
+// it.
 void RemoveEdges(const uint16_t* amplitude, uint16_t* depth, uint16_t leastAmplitude, uint16_t maxSpread)
 {
     const Pixel least = hn::Set(kPixels, leastAmplitude);
@@ -134,10 +132,7 @@ void RemoveEdges(const uint16_t* amplitude, uint16_t* depth, uint16_t leastAmpli
 
 #else
 
-void CorrectDepth(uint16_t* depth, const DepthCorrection& correction)
-{
-    scalar::CorrectDepth(depth, correction);
-}
+using scalar::CorrectDepth;
 
 void RemoveEdges(const uint16_t* amplitude, uint16_t* depth, uint16_t leastAmplitude, uint16_t maxSpread)
 {

@@ -6,7 +6,8 @@
 
 #include <cstring>
 
-#include "device/models.h"
+#include "config/param_image.h"
+#include "device/base/models.h"
 #include "frame/depth_correct.h"
 #include "frame/frame_format.h"
 #include "frame/frame_state.h"
@@ -22,11 +23,11 @@ static void interpolate(Planes raw, int gate, Images out)
 static void resample(Planes raw, Images out)
 {
     switch (m_nUndistortionMode) {
-    case 1:
+    case kUndistortionGated:
         return interpolate(raw, m_nDepthGab, out);
-    case 2:
+    case kUndistortionBilinear:
         return interpolate(raw, kNoGate, out);
-    case 3:
+    case kUndistortionNearest:
         return kernels::ResampleNearest(raw, fDist_x2, fDist_y2, out, m_nPairs);
     default:
         memcpy(out.amplitude, raw.amplitude, 2 * VQD_PIXELS);
@@ -34,7 +35,7 @@ static void resample(Planes raw, Images out)
     }
 }
 
-// The maps, tables and switches are the application's to write too: they are read anew for each frame.
+// Applications may write the maps, tables and switches too, so they are read anew for each frame.
 void RunDepthPipeline(int n, const unsigned char* raw, uint16_t* amplitude, uint16_t* depth)
 {
     const Planes planes{reinterpret_cast<const uint16_t*>(raw + kAmplitudePlane),

@@ -7,7 +7,7 @@
 #include <cmath>
 
 #include "VQD_API.h"
-#include "frame/kernel_math.h"
+#include "device/base/integers.h"
 
 void scalar::AmplitudeCheck(const uint16_t* amplitude, uint16_t* depth, size_t count, uint8_t threshold, float scale)
 {

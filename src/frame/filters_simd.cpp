@@ -1,7 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The pixel check filters in vectors, bit for bit what the reference does. It also does what is left at the end.
+// The pixel check filters in vectors, bit for bit what the reference does. The reference also does the pixels left at
+// the end.
 #include "frame/filters.h"
 
 #include <cstring>
@@ -25,7 +26,7 @@ constexpr hn::ScalableTag<uint16_t> kPixels;
 constexpr size_t kLanes = hn::MaxLanes(kPixels);
 using Pixel = hn::Vec<decltype(kPixels)>;
 
-// An amplitude is a whole number: it lies below the limit if it lies below the next whole number from there.
+// Amplitudes are integers, so a < limit means a < ceil(limit).
 void AmplitudeCheck(const uint16_t* amplitude, uint16_t* depth, size_t count, uint8_t threshold, float scale)
 {
     const float limit = static_cast<float>(threshold) * scale;
@@ -79,20 +80,9 @@ void MinMaxCheck(uint16_t* image, size_t count, uint16_t minimum, uint16_t maxim
 
 #else
 
-void AmplitudeCheck(const uint16_t* amplitude, uint16_t* depth, size_t count, uint8_t threshold, float scale)
-{
-    scalar::AmplitudeCheck(amplitude, depth, count, threshold, scale);
-}
-
-void ScatteringCheck(const uint16_t* amplitude, uint16_t* depth, size_t count, uint8_t threshold, float scale)
-{
-    scalar::ScatteringCheck(amplitude, depth, count, threshold, scale);
-}
-
-void MinMaxCheck(uint16_t* image, size_t count, uint16_t minimum, uint16_t maximum)
-{
-    scalar::MinMaxCheck(image, count, minimum, maximum);
-}
+using scalar::AmplitudeCheck;
+using scalar::MinMaxCheck;
+using scalar::ScatteringCheck;
 
 #endif
 

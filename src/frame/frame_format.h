@@ -16,6 +16,3 @@ static_assert(kDepthPlane + 2 * VQD_PIXELS == VQD_FRAME_BYTES);
 
 inline constexpr unsigned char kStartCode0 = 0x44;
 inline constexpr unsigned char kStartCode1 = 0x33;
-
-// Sensor temperature of the raw header value: 0.0625 a count, negative from 2048 on.
-double DecodeTemperature(unsigned raw);

@@ -2,25 +2,19 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The frame read: transfer with its retries and re-opens, header, pipeline, stamp and count.
-#include "device/clock.h"
-#include "device/device_state.h"
-#include "device/message.h"
+#include "device/base/clock.h"
+#include "device/base/device_state.h"
+#include "device/base/message.h"
 #include "frame/depth_pipeline.h"
-#include "frame/frame_format.h"
+#include "frame/frame_header.h"
 #include "frame/frame_stamp.h"
 #include "frame/frame_state.h"
 #include "usb/vendor_channel.h"
 
 static constexpr int kMostRetries = 2; // the third failure in a row re-opens the camera
 
-double DecodeTemperature(unsigned raw)
-{
-    if (raw <= 2047)
-        return raw * 0.0625;
-    return -static_cast<double>((~raw & 0xFFF) + 1) * 0.0625;
-}
-
-// A re-open when the budget allows one, after printing `line` if it is not null. VQD_OK, or what the read returns.
+// Re-opens the camera if the budget allows it, after printing `line` if it is not null. Returns VQD_OK, or what the
+// read is to return.
 static int reopen(int n, const char* line)
 {
     if (ReopenBudgetSpent()) {
@@ -33,7 +27,8 @@ static int reopen(int n, const char* line)
     return vqdDeviceReOpen(n);
 }
 
-// One frame into `buffers`. After a re-open nothing is transferred: what the buffer holds is judged next.
+// Reads one frame into `buffers`. If this re-opened the camera, nothing was transferred; the caller processes the
+// previous contents of `buffers`.
 static int transferFrame(int n)
 {
     for (;;) {
@@ -52,13 +47,6 @@ static int transferFrame(int n)
     return VQD_OK;
 }
 
-static void decodeHeader(int n)
-{
-    m_dTemperature[n] = DecodeTemperature(buffers[kTemperature] + 256u * buffers[kTemperature + 1]);
-    m_nLogicver[0][n] = buffers[kLogicFirst];
-    m_nLogicver[1][n] = buffers[kLogicSecond];
-}
-
 int vqdReadFromDevice(int n, uint16_t** images, FrameInfo* info)
 {
     if (m_nReadingStop == 1)
@@ -67,20 +55,20 @@ int vqdReadFromDevice(int n, uint16_t** images, FrameInfo* info)
         return VQDDevice_ErrorChecked(n);
     if (HandleOf(n) == nullptr) {
         const int reopened = reopen(n, "ReadFromDevice Read Error, Device Reset1");
-        if (reopened <= 0)
+        if (reopened != VQD_OK)
             return reopened;
     }
     const int transferred = transferFrame(n);
-    if (transferred <= 0)
+    if (transferred != VQD_OK)
         return transferred;
-    if (buffers[kStartCode] == kStartCode0 && buffers[kStartCode + 1] == kStartCode1) {
-        decodeHeader(n);
+    if (HasStartCode(buffers)) {
+        TakeHeader(n, buffers);
         if (images == nullptr || images[0] == nullptr || images[1] == nullptr)
             return 0;
         RunDepthPipeline(n, buffers, images[0], images[1]);
     } else {
         const int reopened = reopen(n, "ReadFromDevice Read Error, Device Reset");
-        if (reopened <= 0)
+        if (reopened != VQD_OK)
             return reopened;
         PrintLine("incorrect Start code ReadBuf Init");
     }

@@ -4,7 +4,7 @@
 // Time stamp and counter of a delivered frame.
 #include "frame/frame_stamp.h"
 
-#include "device/clock.h"
+#include "device/base/clock.h"
 
 // Every camera's stream counts from its own first frame, which costs a second reading of the clock.
 void StampFrame(StreamTimer& timer, int& startFlag, bool& started, FrameInfo& stream, FrameInfo* info)

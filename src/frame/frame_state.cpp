@@ -39,5 +39,3 @@ float fAmpScale = 1.3f;        // of the amplitude check filter; written by the 
 float fScatterScale = 1.6e-6f; // of the scattering check filter; written by the application
 float fChgAxis_Amp;            // amplitude interpolated last; written by resampling, for applications
 float fChgAxis_Dep1;           // depth interpolated last; written by resampling, for applications
-int m_bRemoveEdge;             // on when 1; written by setter, getter and load, read a frame
-int m_bRemoveMotionBlur;       // on when 1; written by setter, getter and load

@@ -1,15 +1,18 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Resampling in plain C++: the reference. Single precision, in exactly the grouping that is written.
+// Resampling in plain C++, the reference. Single precision, in exactly the grouping that is written.
 #include "frame/resample.h"
 
 #include <algorithm>
 
-#include "frame/kernel_math.h"
+#include "device/base/integers.h"
 
 namespace
 {
+
+constexpr float kWidth = VQD_WIDTH;
+constexpr float kHeight = VQD_HEIGHT;
 
 // Where one output pixel comes from: four samples and two weights.
 struct Source {
@@ -17,11 +20,11 @@ struct Source {
     float fx, fy;
 };
 
-// Truncation takes (-1, 0) to sample 0, so a position counts as inside from there on. Written so that NaN is outside,
-// and tested before any conversion to int.
+// Truncation takes (-1, 0) to sample 0, so a position counts as inside from there on. The comparisons put NaN outside,
+// and they come before any conversion to int.
 bool isInside(float x, float y)
 {
-    return x > -1.0f && x < 320.0f && y > -1.0f && y < 240.0f;
+    return x > -1.0f && x < kWidth && y > -1.0f && y < kHeight;
 }
 
 // The right neighbour is truncated from x + 1 in single precision: just below a power of two that is x + 2.

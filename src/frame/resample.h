@@ -20,7 +20,7 @@ struct Images {
     uint16_t* depth;
 };
 
-// For each output pixel where it comes from in the raw planes, and the weights of the right and lower neighbours.
+// Where each output pixel comes from in the raw planes, and the weights of the right and lower neighbours.
 struct ResampleMaps {
     const float* x;
     const float* y;
@@ -28,7 +28,7 @@ struct ResampleMaps {
     const float* fractionY;
 };
 
-// Interpolated values of the last pixel; 0 where it has none.
+// Interpolated values of the last pixel, 0 if it has none.
 struct LastPixel {
     float amplitude;
     float depth;
@@ -46,7 +46,7 @@ inline constexpr int kPairs = kPairsFirst + kPairsOutside + 2 * kPairsStride;
 
 namespace scalar
 {
-// Pixels `first` to `last`, `last` not included. Their workspace is not used.
+// Pixels from `first` up to, but not including, `last`. The workspace is not used.
 LastPixel ResampleBilinear(Planes raw, const ResampleMaps& maps, int gate, Images out, uint32_t* pairs = nullptr,
                            int first = 0, int last = VQD_PIXELS);
 void ResampleNearest(Planes raw, const float* x, const float* y, Images out, uint32_t* pairs = nullptr);

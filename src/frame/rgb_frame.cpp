@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The colour stream's bookkeeping. The application moves the pixels itself.
-#include "device/device_state.h"
-#include "device/message.h"
+#include "device/base/device_state.h"
+#include "device/base/message.h"
 #include "frame/frame_stamp.h"
 #include "frame/frame_state.h"
 

@@ -7,7 +7,8 @@
 
 #include <algorithm>
 
-static constexpr float kMillimetres = 1000.0f; // a metre
+static constexpr float kMillimetres = 1000.0f; // in a metre
+static constexpr float kMetres = 0.001f;       // in a millimetre
 
 void vqdXYZ3DConversion(Point3f* out, Point3f p, ExtrinsicParam e)
 {
@@ -55,7 +56,7 @@ void BuildPointCloudTable(LensIntrinsic k)
     for (int v = 0; v < VQD_HEIGHT; ++v) {
         const float y = (-(static_cast<float>(v) - k.cy)) / k.fy / kMillimetres;
         for (int u = 0; u < VQD_WIDTH; ++u)
-            pPointCloud[VQD_WIDTH * v + u] = {((static_cast<float>(u) - k.cx) / k.fx) / kMillimetres, y, 0.001f};
+            pPointCloud[VQD_WIDTH * v + u] = {((static_cast<float>(u) - k.cx) / k.fx) / kMillimetres, y, kMetres};
     }
 }
 
@@ -67,7 +68,8 @@ void scalar::DepthToPoints(const uint16_t* depth, const Point3f* rays, Point3f* 
     }
 }
 
-// The ray table has an entry for each pixel of the sensor; what a larger size asks for beyond it is not touched.
+// The ray table has an entry for each pixel of the sensor. A larger size asks for points beyond it, which stay
+// untouched.
 void vqdDepthFrameToCameraSpace(const uint16_t* depth, Point3f* points, int width, int height)
 {
     if (depth == nullptr || points == nullptr || width < 1 || height < 1)

@@ -1,7 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The frame conversion in vectors, bit for bit what the reference does. It also does what is left at the end.
+// The frame conversion in vectors, bit for bit what the reference does. The reference also does the pixels left at the
+// end.
 #include "geometry/coordinates.h"
 
 #include "simd/targets.h"
@@ -19,7 +20,7 @@ namespace simd::HWY_NAMESPACE
 
 namespace hn = hwy::HWY_NAMESPACE;
 
-// Three vectors of ray components belong to one of depth, each lane of which is needed three times.
+// A depth vector goes with three vectors of ray components, because a ray has three and each needs the pixel's depth.
 void DepthToPoints(const uint16_t* depth, const Point3f* rays, Point3f* points, size_t count)
 {
     constexpr hn::ScalableTag<float> floats;
@@ -46,10 +47,7 @@ void DepthToPoints(const uint16_t* depth, const Point3f* rays, Point3f* points, 
 
 #else
 
-void DepthToPoints(const uint16_t* depth, const Point3f* rays, Point3f* points, size_t count)
-{
-    scalar::DepthToPoints(depth, rays, points, count);
-}
+using scalar::DepthToPoints;
 
 #endif
 

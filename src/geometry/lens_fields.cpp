@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Fixed-point encoding of the lens and extrinsic values. Single precision: -0.346f * 1000 is 346, in double it would be
-// 345.
+// Fixed-point encoding of the lens and extrinsic values. Single precision: -0.346f * 1000 is 346; in double it would
+// be 345.
 #include "geometry/lens_fields.h"
 
 static constexpr float kMaxUnsigned = 65535.0f;

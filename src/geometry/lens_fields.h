@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Fixed-point encoding of the lens and extrinsic values in the parameter image: one row a field.
+// Fixed-point encoding of the lens and extrinsic values in the parameter image, one row for each field.
 #pragma once
 
 #include <cstdint>
@@ -52,7 +52,7 @@ constexpr LensField ExtrinsicField(int i)
     return {kExtrinsic + 2 * i, LensEncoding::kSignedRounded, 10000};
 }
 
-// A value that the field can not hold is stored as the nearest that it can, NaN as 0.
+// A value that the field cannot hold is stored as the nearest one that it can, NaN as 0.
 void EncodeLensField(uint8_t* image, const LensField& field, float value);
 
 float DecodeLensField(const uint8_t* image, const LensField& field);

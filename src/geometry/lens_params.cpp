@@ -5,7 +5,7 @@
 // EEPROM.
 #include <cstring>
 
-#include "device/device_state.h"
+#include "device/base/device_check.h"
 #include "geometry/lens_fields.h"
 
 static_assert(sizeof(LensIntrinsic) == sizeof m_fIntrinsicParam[0]);
@@ -27,7 +27,7 @@ static int setLens(int n, const LensBlock& block, const LensIntrinsic& k, const 
 
 static int decodeLens(int n, const LensBlock& block, float* intrinsic, float* distortion)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     for (int i = 0; intrinsic != nullptr && i < kIntrinsicFields; ++i)
         intrinsic[i] = DecodeLensField(stCamParam[n].image, block.intrinsic[i]);
@@ -38,7 +38,7 @@ static int decodeLens(int n, const LensBlock& block, float* intrinsic, float* di
 
 int vqdSetLensParameter(int n, LensIntrinsic intrinsic, LensDistortion distortion)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     return setLens(n, kDepthLensBlock, intrinsic, distortion, m_fIntrinsicParam[n], m_fDistorParam[n]);
 }
@@ -50,7 +50,7 @@ int vqdGetLensParameter(int n, float* intrinsic, float* distortion)
 
 int vqdSetRGBLensParameter(int n, LensIntrinsic intrinsic, LensDistortion distortion)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     return setLens(n, kColourLensBlock, intrinsic, distortion, m_fRGBIntrinsicParam[n], m_fRGBDistorParam[n]);
 }
@@ -62,7 +62,7 @@ int vqdGetRGBLensParameter(int n, float* intrinsic, float* distortion)
 
 int vqdSetExtrinsicParameter(int n, ExtrinsicParam extrinsic)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     memcpy(m_fExtrinsicParam[n], &extrinsic, sizeof extrinsic);
     for (int i = 0; i < kExtrinsicFields; ++i)
@@ -72,7 +72,7 @@ int vqdSetExtrinsicParameter(int n, ExtrinsicParam extrinsic)
 
 int vqdGetExtrinsicParameter(int n, float* extrinsic)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     for (int i = 0; extrinsic != nullptr && i < kExtrinsicFields; ++i)
         extrinsic[i] = DecodeLensField(stCamParam[n].image, ExtrinsicField(i));

@@ -1,17 +1,17 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Undistortion: the maps, the mode, and the inverse of the lens model for one pixel.
+// Undistortion: the maps of a camera, and the inverse of the lens model for one pixel.
 #include "geometry/undistortion.h"
 
 #include <cmath>
 #include <cstring>
 
 #include "config/param_image.h"
-#include "device/device_state.h"
-#include "usb/vendor_channel.h"
+#include "device/base/device_check.h"
+#include "device/base/integers.h"
 
-// Lenses at the edge of convergence need some thousand passes, a usual one less than ten.
+// A lens at the edge of convergence needs some thousand passes, a usual one fewer than ten.
 static constexpr int kMostPasses = 10000;
 
 // The lens that device n computes with.
@@ -25,12 +25,12 @@ static Lens lensOf(int n)
 
 int BuildUndistortionMap(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
-    const int mode = m_nUndistortionMode;
-    if (mode < 1 || mode > 3)
+    if (!IsUndistortionMode(m_nUndistortionMode))
         return 1;
-    const LastMapPixel last = kernels::FillUndistortionMaps(lensOf(n), mode != 3, {m_fXp2, m_fYp2, fDist_x2, fDist_y2});
+    const LastMapPixel last = kernels::FillUndistortionMaps(lensOf(n), m_nUndistortionMode != kUndistortionNearest,
+                                                            {m_fXp2, m_fYp2, fDist_x2, fDist_y2});
     m_fX_nu = last.x;
     m_fY_nu = last.y;
     m_fRu2 = last.distorted.r2;
@@ -40,31 +40,8 @@ int BuildUndistortionMap(int n)
     return 1;
 }
 
-// The mode is set before the camera is looked at, so that it also counts for cameras listed later.
-int vqdSetUndistortion(int n, int mode)
-{
-    if (!IsDeviceNumberOrReport(n))
-        return 0;
-    m_nUndistortionMode = mode;
-    BuildUndistortionMap(n);
-    if (VQDDevice_ErrorChecked(n) != 1)
-        return 0;
-    stCamParam[n].image[kUndistortionCode] = UndistortionCode(mode, m_bOrthogonal == 1);
-    return SendImage(n);
-}
-
-int vqdGetUndistortion(int n)
-{
-    if (VQDDevice_ErrorChecked(n) != 1)
-        return 0;
-    const int mode = stCamParam[n].image[kUndistortionCode] & ~kOrthogonalBit;
-    if (mode <= 3)
-        m_nUndistortionMode = mode;
-    return m_nUndistortionMode;
-}
-
-// Fixed-point iteration: the undistorted point moves by what its distortion misses the target. False when it does not
-// come to rest.
+// Distorts the estimate and subtracts the error until it is below a tenth of a pixel. Returns false if it does not get
+// there.
 static bool undistort(const Lens& lens, float xt, float yt, float& xu, float& yu)
 {
     const float stepX = 0.1f / lens.k.fx; // a tenth of a pixel
@@ -87,11 +64,6 @@ static bool undistort(const Lens& lens, float xt, float yt, float& xu, float& yu
     return false;
 }
 
-static bool fitsInt(float value)
-{
-    return value > -2147483648.0f && value < 2147483648.0f;
-}
-
 void vqdGetUndistortPixel(int n, int* column, int* row)
 {
     if (!IsDeviceNumber(n) || column == nullptr || row == nullptr)
@@ -108,7 +80,7 @@ void vqdGetUndistortPixel(int n, int* column, int* row)
         return;
     const float u = (xu + lens.d.skew * yu) * fx + cx + 0.5f;
     const float v = yu * fy + cy + 0.5f;
-    if (!fitsInt(u) || !fitsInt(v))
+    if (!FitsInt(u) || !FitsInt(v))
         return;
     *column = static_cast<int>(u);
     *row = static_cast<int>(v);

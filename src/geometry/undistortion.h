@@ -27,6 +27,6 @@ LastMapPixel FillUndistortionMaps(const Lens& lens, bool fractions, const Undist
 
 namespace simd
 {
-// Fills 320 x 240 entries a map. `fractions` chooses what distX and distY hold.
+// Fills the 320 x 240 entries of each map. `fractions` chooses what distX and distY hold.
 LastMapPixel FillUndistortionMaps(const Lens& lens, bool fractions, const UndistortionMaps& maps);
 } // namespace simd

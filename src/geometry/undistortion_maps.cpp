@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The undistortion maps in plain C++, the reference: the lens model once a pixel.
+// The undistortion maps in plain C++, the reference: the lens model for each pixel.
 #include <cmath>
 
 #include "geometry/undistortion.h"

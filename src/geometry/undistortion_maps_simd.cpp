@@ -79,10 +79,7 @@ LastMapPixel FillUndistortionMaps(const Lens& lens, bool fractions, const Undist
 
 #else
 
-LastMapPixel FillUndistortionMaps(const Lens& lens, bool fractions, const UndistortionMaps& maps)
-{
-    return scalar::FillUndistortionMaps(lens, fractions, maps);
-}
+using scalar::FillUndistortionMaps;
 
 #endif
 

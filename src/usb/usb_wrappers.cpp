@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// One libusb call each: they report libusb's result unchanged, print nothing and keep no state.
+// One libusb call each. They report libusb's result unchanged, print nothing and keep no state.
 #include <libusb.h>
 
 #include "VQD_API.h"
@@ -15,7 +15,7 @@ int usb_get_device_descriptor(struct libusb_device_handle* handle, struct libusb
     return libusb_get_device_descriptor(libusb_get_device(handle), descriptor);
 }
 
-// All zero when it can not be read.
+// All fields are 0 if it cannot be read.
 static libusb_device_descriptor descriptorOf(libusb_device_handle* handle)
 {
     libusb_device_descriptor descriptor{};

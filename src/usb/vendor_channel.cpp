@@ -6,9 +6,10 @@
 
 #include <cstring>
 
-#include "device/clock.h"
-#include "device/device_state.h"
-#include "device/message.h"
+#include "device/base/clock.h"
+#include "device/base/device_check.h"
+#include "device/base/device_state.h"
+#include "device/base/message.h"
 
 static constexpr unsigned kRequestGapUs = 100'000;  // the camera needs it between requests, and before an image
 static constexpr unsigned kImageSettleUs = 200'000; // and this to act on an image
@@ -16,15 +17,17 @@ static constexpr int kTakeImageRequests = 5;
 static constexpr uint16_t kEmptyBytes = 64; // data stage of a request without data
 static constexpr int kDrainBytes = 2048;
 
-int SendEmptyRequest(int n, uint8_t request)
+// A request with 64 zero bytes. Returns the bytes moved or libusb's negative error.
+static int sendEmptyRequest(int n, uint8_t request)
 {
     unsigned char zeros[kEmptyBytes] = {};
     return usb_control_transfer(HandleOf(n), kVendorOut, request, 0, 0, zeros, sizeof zeros, kRequestTimeoutMs);
 }
 
-bool RequestOrReport(int n, uint8_t request, const char* text)
+// Does the same, but returns false after printing `text` if it failed.
+static bool requestOrReport(int n, uint8_t request, const char* text)
 {
-    if (SendEmptyRequest(n, request) >= 0)
+    if (sendEmptyRequest(n, request) >= 0)
         return true;
     PrintLine(text);
     return false;
@@ -32,20 +35,20 @@ bool RequestOrReport(int n, uint8_t request, const char* text)
 
 bool ResetReadBuffer(int n, const char* resetText)
 {
-    if (!RequestOrReport(n, kRequestResetReadBuffer, resetText))
+    if (!requestOrReport(n, kRequestResetReadBuffer, resetText))
         return false;
     SleepUs(kRequestGapUs);
-    return RequestOrReport(n, kRequestStartReadBuffer, "Error in b3 Control transfer");
+    return requestOrReport(n, kRequestStartReadBuffer, "Error in b3 Control transfer");
 }
 
 int vqdWriteBufInit(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     int moved = 0;
     for (int i = 0; i < kTakeImageRequests; ++i) {
         SleepUs(kRequestGapUs);
-        moved = SendEmptyRequest(n, kRequestTakeImage);
+        moved = sendEmptyRequest(n, kRequestTakeImage);
         if (moved < 0) {
             PrintLine("Error in b1 Control transfer");
             return 0;
@@ -56,9 +59,9 @@ int vqdWriteBufInit(int n)
 
 int vqdReadBufReset(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
-    const int moved = SendEmptyRequest(n, kRequestResetReadBuffer);
+    const int moved = sendEmptyRequest(n, kRequestResetReadBuffer);
     if (moved < 0) {
         PrintLine("Error in b2 Control transfer");
         return 0;
@@ -68,10 +71,10 @@ int vqdReadBufReset(int n)
 
 int vqdReadBufInit(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     SleepUs(kRequestGapUs);
-    if (!RequestOrReport(n, kRequestFlushReadBuffer, "Error in b4 Control transfer"))
+    if (!requestOrReport(n, kRequestFlushReadBuffer, "Error in b4 Control transfer"))
         return 0;
     unsigned char rest[kDrainBytes] = {};
     int moved = 0;
@@ -84,9 +87,9 @@ int vqdReadBufInit(int n)
 
 int vqdWriteToDevice(int n, const unsigned char* image)
 {
-    if (VQDDevice_ErrorChecked(n) != 1 || image == nullptr)
+    if (!IsReady(n) || image == nullptr)
         return 0;
-    if (!RequestOrReport(n, kRequestTakeImage, "vqdWriteToDevice Contol transfer Error."))
+    if (!requestOrReport(n, kRequestTakeImage, "vqdWriteToDevice Contol transfer Error."))
         return 0;
     SleepUs(kRequestGapUs);
     // libusb does not write to the buffer of an OUT transfer.

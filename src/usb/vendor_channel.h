@@ -15,8 +15,8 @@ inline constexpr uint8_t kVendorIn = 0xC0;  // device to host, vendor, device
 
 inline constexpr uint8_t kRequestTakeImage = 0xB1;       // prepares the camera to take an image on kEndpointImage
 inline constexpr uint8_t kRequestResetReadBuffer = 0xB2; // empties the camera's frame FIFO
-inline constexpr uint8_t kRequestStartReadBuffer = 0xB3; // 100 ms after the reset: the FIFO may fill again
-inline constexpr uint8_t kRequestFlushReadBuffer = 0xB4; // the FIFO's rest comes on kEndpointFrame
+inline constexpr uint8_t kRequestStartReadBuffer = 0xB3; // 100 ms after the reset: lets the FIFO fill again
+inline constexpr uint8_t kRequestFlushReadBuffer = 0xB4; // sends the FIFO's rest on kEndpointFrame
 inline constexpr uint8_t kRequestWriteEeprom = 0xB7;
 inline constexpr uint8_t kRequestReadEeprom = 0xB8;
 inline constexpr uint16_t kEepromRegion = 0x1200; // wValue of both
@@ -26,15 +26,9 @@ inline constexpr uint8_t kRequestReadTable = 0xBB;
 inline constexpr unsigned kRequestTimeoutMs = 1000; // control requests, image writes and the FIFO drain
 inline constexpr unsigned kFrameTimeoutMs = 3000;
 
-// A request with 64 zero bytes. Returns the bytes moved or libusb's negative error.
-int SendEmptyRequest(int n, uint8_t request);
-
-// The same; a negative result prints `text` and gives false.
-bool RequestOrReport(int n, uint8_t request, const char* text);
-
-// Reset and, 100 ms later, start of the read buffer: the end of open, read-buffer initialisation and re-open. False
-// after the failed step's line, `resetText` for the first.
+// Resets the read buffer and starts it 100 ms later, as open, read-buffer initialisation and re-open do. Returns false
+// after the failed step's line, which is `resetText` for the reset.
 bool ResetReadBuffer(int n, const char* resetText);
 
-// Sends the camera's own image after an edit: 1, or 0 after the failed step's line.
+// Sends the camera's own image after an edit. Returns VQD_OK, or VQD_FAILED after the failed step's line.
 int SendImage(int n);

@@ -8,7 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "device/models.h"
+#include "device/base/models.h"
 
 #include "messages.h"
 

@@ -9,7 +9,7 @@
 #include <libusb.h>
 
 #include "config/param_image.h"
-#include "device/models.h"
+#include "device/base/models.h"
 #include "host/arrivals.h"
 #include "host/formatted.h"
 #include "host/plausibility.h"

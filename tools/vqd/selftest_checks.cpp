@@ -9,7 +9,7 @@
 #include <cstdlib>
 
 #include "config/param_image.h"
-#include "device/models.h"
+#include "device/base/models.h"
 #include "host/assignments.h"
 #include "host/camera_stream.h"
 #include "host/claim.h"

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The wall clock and the waits of the camera protocol.
-#include "device/clock.h"
+#include "device/base/clock.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -10,7 +10,7 @@
 #include <sys/times.h>
 #include <unistd.h>
 
-static constexpr int64_t kTickUs = 10000; // of times(): 100 ticks a second on every Linux
+static constexpr int64_t kTickUs = 10000; // of times(): Linux counts 100 ticks a second
 
 int64_t NowMs()
 {
@@ -19,8 +19,9 @@ int64_t NowMs()
     return int64_t{now.tv_sec} * 1000 + now.tv_usec / 1000;
 }
 
-// Microseconds that have certainly passed since the tick count `start`. Not the wall clock: it may be set meanwhile,
-// and every reading of it belongs to a time stamp.
+// Microseconds that have certainly passed since the tick count `start`. The wall clock would not do: it may be set
+// meanwhile, and each of its readings belongs to a time stamp. times() rather than CLOCK_MONOTONIC keeps gettimeofday()
+// the library's only clock, which a program that runs it in virtual time has to replace.
 static int64_t passedSince(clock_t start)
 {
     tms unused;
@@ -41,7 +42,7 @@ void SleepOneSecond()
     tms unused;
     const clock_t start = times(&unused);
     errno = 0;
-    // It returns whole seconds: 0 also when a signal came after a tenth of one.
+    // sleep() reports whole seconds left, so it can return 0 although a signal cut it short.
     if (sleep(1) != 0 || errno == EINTR)
         SleepUs(static_cast<unsigned>(std::clamp<int64_t>(1'000'000 - passedSince(start), 0, 999'999)));
 }

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The library's messages on standard output.
-#include "device/message.h"
+#include "device/base/message.h"
 
 #include <cstdio>
 

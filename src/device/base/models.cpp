@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Model designators and their traits.
-#include "device/models.h"
+#include "device/base/models.h"
 
 #include <cstring>
 
@@ -30,7 +30,7 @@ static bool nameHas(const char* name, size_t length, unsigned trait)
     return false;
 }
 
-// The table of identities is the application's to write too: the search stays inside the field.
+// Applications may write the table of identities too, so the search stays inside the field.
 static bool has(int n, unsigned trait)
 {
     const char* name = m_stDevInfo[n].szDeviceName;

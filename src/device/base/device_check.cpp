@@ -2,8 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The device check that nearly every operation on a camera runs first.
-#include "device/device_state.h"
-#include "device/message.h"
+#include "device/base/device_check.h"
+
+#include "device/base/message.h"
 
 int VQDDevice_ErrorChecked(int n)
 {
@@ -20,7 +21,7 @@ int VQDDevice_ErrorChecked(int n)
 
 int vqdDeviceIsOpen(int n)
 {
-    if (VQDDevice_ErrorChecked(n) != 1)
+    if (!IsReady(n))
         return 0;
     return m_stUsbSlot[n].bOpened == 1;
 }

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// State of the cameras on the USB side: the slots behind the device numbers and what is known of the camera in each.
+// State of the cameras on the USB side: the slots behind the device numbers and what is known about the camera in each.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@
 #include <libusb.h>
 
 #include "VQD_API.h"
-#include "device/usb_ids.h"
+#include "device/base/usb_ids.h"
 
 // The USB side of one device number. Usable when bOpened is not 0 and pHandle not null.
 struct UsbDeviceSlot {
@@ -24,11 +24,11 @@ struct UsbDeviceSlot {
 };
 static_assert(sizeof(UsbDeviceSlot) == 24);
 
-// Which camera a device number stands for. Survives the release of the slot, so that a re-open finds the same camera
+// Which camera a device number stands for. It outlives the release of the slot, so that a re-open finds the same camera
 // again.
 struct CameraIdentity {
     bool known;
-    bool closed; // by the application, which has not asked for the camera since, so it waits for none
+    bool closed; // by the application, which has not asked for the camera since
     uint8_t bus;
     uint8_t address;
     uint16_t vendorId;
@@ -50,22 +50,20 @@ inline bool IsDeviceNumber(int n)
     return static_cast<unsigned>(n) < VQD_MAX_DEVICES;
 }
 
-// For functions without a device check: false after the line of a camera that is not open.
-inline bool IsDeviceNumberOrReport(int n)
-{
-    return IsDeviceNumber(n) || VQDDevice_ErrorChecked(n) == VQD_OK;
-}
-
 inline libusb_device_handle* HandleOf(int n)
 {
     return m_stUsbSlot[n].pHandle;
 }
 
-// A re-open is refused, and a read that needs one, once m_nReopenTime is below 500.
+inline constexpr int kFullReopenBudget = 600;
+inline constexpr int kLeastReopenBudget = 500;
+
+// A re-open is then refused, and so is a read that needs one.
 inline bool ReopenBudgetSpent()
 {
-    return m_nReopenTime < 500;
+    return m_nReopenTime < kLeastReopenBudget;
 }
 
-// Device numbers that hold a handle. m_nDeviceCount follows its own arithmetic and may differ after failures.
+// Counts the device numbers that hold a handle. m_nDeviceCount follows its own arithmetic and may differ after
+// failures.
 int SlotsWithHandle();

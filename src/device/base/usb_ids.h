@@ -12,7 +12,7 @@ struct UsbId {
 };
 
 inline constexpr uint16_t kVendorId = 0x03A4;
-inline constexpr UsbId m_stUsbIdTable[] = {
+inline constexpr UsbId kUsbIds[] = {
     {kVendorId, 0x871A}, {kVendorId, 0x8718}, {kVendorId, 0x871C}, {kVendorId, 0x8720},
     {kVendorId, 0x8722}, {kVendorId, 0x8724}, {kVendorId, 0x8726}, {kVendorId, 0x8728},
     {kVendorId, 0x872A}, {kVendorId, 0x8730}, {kVendorId, 0x8732},
