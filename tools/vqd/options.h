@@ -14,7 +14,7 @@ class App;
 }
 
 struct CommonOptions {
-    std::string camera;   // index, serial number, port or BUS:ADDRESS; empty when none was chosen
+    std::string camera;   // index, serial number, port or BUS:ADDRESS, or all; empty when none was chosen
     bool json = false;    // one JSON object instead of lines
     bool force = false;   // replace files
     bool yes = false;     // do not ask
@@ -27,7 +27,7 @@ struct CommonOptions {
 extern CommonOptions common;
 
 // Adds the wanted options, and always -q and -v.
-enum CommonOption { kCamera = 1, kJson = 2, kForce = 4, kYes = 8, kProfile = 16 };
+enum CommonOption { kCamera = 1, kJson = 2, kForce = 4, kYes = 8, kProfile = 16, kAllCameras = 32 };
 void addCommon(CLI::App& command, int options);
 
 // What --force says of files that exist.
