@@ -15,6 +15,8 @@
 
 #include "host/failure.h"
 
+#include "options.h"
+
 namespace
 {
 
@@ -59,6 +61,8 @@ WorkerProcesses::~WorkerProcesses()
 void WorkerProcesses::start(const std::string& port, const std::vector<std::string>& settings)
 {
     std::vector<std::string> words{"vqd", "worker", "-q", "-c", port};
+    if (common.noProfile)
+        words.emplace_back("--no-profile");
     for (const std::string& setting : settings)
         words.insert(words.end(), {"-s", setting});
     std::vector<char*> arguments;
