@@ -2,8 +2,8 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# From a bare machine to depth pictures: installs the Debian packages that are missing, builds, plugs a virtual camera
-# into the unmodified libusb and grabs 30 frames from it into demo-out/.
+# Goes from a bare machine to depth pictures: installs the Debian packages that are missing, builds, plugs a virtual camera
+# into the unmodified libusb, and grabs 30 frames from it into demo-out/.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 source tools/setup.sh

@@ -3,17 +3,19 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Builds and runs every test; installs the Debian packages that they need.
-#   ./test.sh                    the tests, then their share of the code
+#   ./test.sh                    every test, then the share of tests in the code
+#   ./test.sh --kernel [CHECK]   the checks on a real kernel: Debian's in QEMU, without root and without KVM
+#   ./test.sh --all              the tests and the checks on a real kernel, with one summary
 #   ./test.sh --asan             the same under the address and undefined-behaviour sanitizers
-#   ./test.sh --valgrind         the same under valgrind, but for the long sweeps
-#   ./test.sh --soak [NUMBER]    so many (2000) disconnects of streaming cameras, under the sanitizers
-#   ./test.sh --fuzz [SECONDS]   fuzzes each target for so long (60); findings go to build/fuzz/findings
-#   ./test.sh --gcc11            the tests, built with g++ 11, as older systems have it
+#   ./test.sh --valgrind         the same under valgrind, without the long sweeps
+#   ./test.sh --soak [NUMBER]    disconnects streaming cameras NUMBER times (2000), under the sanitizers
+#   ./test.sh --fuzz [SECONDS]   fuzzes each target for SECONDS (60); findings go to build/fuzz/findings
+#   ./test.sh --gcc11            every test, built with g++ 11, which older systems have
 #   ./test.sh --lint             clang-tidy and cppcheck
-#   ./test.sh --mutations        breaks the library in 44 places, one at a time: do the tests notice?
-#   ./test.sh --bench            no tests: builds for speed, and times the library against OpenCV
-#   ./test.sh --packages         the Debian packages in a fresh Debian, from install to purge; with --arm64 after it, those
-#                                for 64-bit Arm under qemu-user
+#   ./test.sh --mutations        breaks the library in 44 places, one at a time, and looks whether the tests notice
+#   ./test.sh --bench            times the library against OpenCV; runs no tests
+#   ./test.sh --packages         takes the Debian packages through a fresh Debian, from install to purge; with --arm64
+#                                after it, those for 64-bit Arm under qemu-user
 #   ./test.sh --arm64            the unit tests, built for 64-bit Arm, under qemu-user
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
@@ -40,6 +42,11 @@ case "${1:-}" in
     check dev
     tests/share.sh
     ;;
+--kernel)
+    build dev
+    exec tests/kernel/run.sh "${@:2}"
+    ;;
+--all) exec tests/all.sh ;;
 --asan) check asan ;;
 --gcc11)
     build_packages+=(g++-11)

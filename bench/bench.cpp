@@ -93,7 +93,7 @@ void ourPipeline()
     benchmark::ClobberMemory();
 }
 
-// What processors with narrower vectors do. `body` runs on each target that this machine supports.
+// Shows what processors with narrower vectors do: `body` runs on each target that this machine supports.
 template <typename Body> void onEachTarget([[maybe_unused]] Body body)
 {
 #ifdef VQD_SIMD

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// In place of bench_usb.cpp where there is no virtual bus.
+// Stands in for bench_usb.cpp where there is no virtual bus.
 #include "bench_usb.h"
 
 #include <cstdio>

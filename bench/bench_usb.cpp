@@ -12,11 +12,11 @@
 #include <libusb.h>
 
 #include "VQD_API.h"
+#include "bus.h"
 #include "compare.h"
 #include "device/base/device_state.h"
 #include "frame/depth_pipeline.h"
 #include "scene.h"
-#include "umockdev_bus.h"
 #include "usb/vendor_channel.h"
 
 namespace
@@ -26,7 +26,7 @@ uint16_t amplitude[VQD_PIXELS], depth[VQD_PIXELS];
 uint16_t* images[2] = {amplitude, depth};
 FrameInfo info;
 
-// Plugs cameras in and starts them. All are host-corrected and do all that the host can do.
+// Plugs cameras in and starts them. All are host-corrected, with every correction switched on.
 bool start(sim::Bus& bus, int cameras, double framesPerSecond)
 {
     for (int n = 0; n < cameras; ++n) {
@@ -55,8 +55,8 @@ void stop(int cameras)
 
 void compareRead()
 {
-    sim::Bus bus;
-    if (!start(bus, 1, 0)) {
+    const auto bus = sim::makeMockBus();
+    if (!start(*bus, 1, 0)) {
         std::puts("The virtual camera does not start");
         return;
     }
@@ -77,12 +77,12 @@ double threadSeconds()
     return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
 }
 
-// The reading thread alone: the cameras and the bus live in other threads. Frames are ready when it comes.
+// The time of the reading thread alone, because the cameras and the bus live in other threads. A frame is always ready.
 void shareOfCpu(int cameras)
 {
     constexpr int kFrames = 300;
-    sim::Bus bus;
-    if (!start(bus, cameras, 0)) {
+    const auto bus = sim::makeMockBus();
+    if (!start(*bus, cameras, 0)) {
         std::puts("The virtual cameras do not start");
         return;
     }

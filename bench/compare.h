@@ -25,7 +25,7 @@ inline double median(std::vector<double> times)
 
 constexpr double kNoGoal = 0;
 
-// Paired rounds, so that a change of the machine's pace meets both sides.
+// Rounds in pairs, so that a change in the machine's speed affects both sides.
 template <typename Ours, typename Theirs> void compare(const char* name, double goal, Ours ours, Theirs theirs)
 {
     constexpr int kRounds = 301;

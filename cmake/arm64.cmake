@@ -1,7 +1,8 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 
-# Cross-builds for 64-bit Arm against build/arm64-sysroot, which ./test.sh --arm64 fills, and runs tests under qemu-user.
+# Cross-builds for 64-bit Arm and runs tests under qemu-user. The target's packages are in build/arm64-sysroot, which
+# ./test.sh --arm64 fills.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The pictures of filters.md: what a virtual camera of scene ARGV[1], room or wall, looks like before and after each
-// filter and correction. Run by make-pictures.sh.
+// Makes the pictures of filters.md: a scene of the virtual camera, room or wall by the first argument, before and after
+// each filter and correction. make-pictures.sh runs it.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -42,7 +42,7 @@ static Frame grab()
     return frame;
 }
 
-// Panels side by side, one scale of colours for all of them.
+// Writes panels side by side, with one colour scale for all of them.
 static void write(const std::string& name, const std::vector<Image>& panels, const Crop& crop = {})
 {
     constexpr int kGap = 6;
@@ -95,7 +95,7 @@ static void room()
     write("min-max-check", {frame.depth, filtered});
 }
 
-// What the depth of the wall is too large by, in steps of 2 mm from -50 mm on: the mean of some frames.
+// By how much the depth of the wall is too large, as the mean of some frames, in steps of 2 mm above -50 mm.
 static Image wallError()
 {
     constexpr int kFrames = 40;
@@ -123,7 +123,7 @@ static void wall()
     write("orthogonal", {off, grab().depth});
 
     const Image before = wallError();
-    // libusb on Linux does not read this table from the camera, so it comes from where the camera has it from.
+    // libusb on Linux cannot read this table from the camera, so it comes from the same source as the camera's own.
     const std::vector<uint8_t> table = sim::fppnTable();
     for (size_t i = 0; i < 4800; ++i)
         m_nEEPROMFPPNBuf[i] = table[2 * i] * 256 + table[2 * i + 1];

@@ -2,7 +2,7 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# Makes docs/pictures/*.png anew from virtual cameras. Needs what demo.sh needs, and pngquant.
+# Makes docs/pictures/*.png again, from virtual cameras. It needs what demo.sh needs, and pngquant.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -25,7 +25,7 @@ for picture in depth amplitude points; do
     mv "$work/demo/$picture.png" "$work/demo-$picture.png"
 done
 
-# Fewer colours: noise is what makes these files large.
+# Noise makes these files large, so they get fewer colours.
 pngquant --force --nofs --strip --ext .png 48 "$work"/*.png
 mv "$work"/*.png docs/pictures/
 ls -l docs/pictures

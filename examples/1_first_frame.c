@@ -6,7 +6,7 @@
 #include <stdio.h>
 #include <VQD_API.h>
 
-/* 150 kB each: too much for some stacks. */
+/* Each takes 150 kB, which is too much for some stacks. */
 static uint16_t amplitude[VQD_PIXELS], depth[VQD_PIXELS];
 
 static int firstFrame(int n)
@@ -31,7 +31,7 @@ int main(void)
         fputs("No camera found. Is it plugged in, and may you open it?\n", stderr);
         return 1;
     }
-    result = firstFrame(0); /* on a failure the library has printed why */
+    result = firstFrame(0); /* if it fails, the library has printed why */
     if (result == VQD_OK) {
         const unsigned ahead = depth[VQD_WIDTH * (VQD_HEIGHT / 2) + VQD_WIDTH / 2];
         if (ahead != 0) /* 0 marks a pixel without a depth */
@@ -40,6 +40,6 @@ int main(void)
             printf("%s, serial %s: nothing to measure ahead\n", cameras[0].szDeviceName, cameras[0].szSerialNumber);
     }
     for (n = 0; n < count; ++n)
-        vqdDeviceClose(n); /* listing has opened a handle to each */
+        vqdDeviceClose(n); /* because listing has opened a handle to each */
     return result == VQD_OK ? 0 : 1;
 }

@@ -1,13 +1,13 @@
 /* SPDX-FileCopyrightText: VQD_API contributors
  * SPDX-License-Identifier: Apache-2.0
  *
- * Settings: read, change, and with "--keep" store them in the camera for good.
+ * Settings: reads some, changes them, and with "--keep" stores them in the camera for good.
  */
 #include <stdio.h>
 #include <string.h>
 #include <VQD_API.h>
 
-/* A setter returns VQD_OK once the camera has the value, or 0 after printing why not. */
+/* A setter returns VQD_OK once the camera has the value. Otherwise it prints why not and returns 0. */
 static int change(int n)
 {
     int nearest = 0, farthest = 0;
@@ -21,7 +21,7 @@ static int change(int n)
     return VQD_OK;
 }
 
-/* A refused write gives VQD_OK too: only reading the camera anew shows what it has kept. */
+/* A refused write returns VQD_OK too, so only reading the camera again shows what it has kept. */
 static int keep(int n)
 {
     ParamImage wanted, kept;

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// A point cloud: one undistorted frame as points in metres (X right, Y up, Z ahead) in a PLY file.
+// A point cloud: writes one undistorted frame as points in metres (X right, Y up, Z ahead) to a PLY file.
 #include <fstream>
 #include <iostream>
 #include <vector>
@@ -28,8 +28,8 @@ int main(int argc, char** argv)
     if (!cameras.found || vqdDeviceOpen(0) != VQD_OK)
         return 1;
 
-    // Rays are those of the ideal lens, so the image has to be undistorted first. Mode 1 leaves out pixels on a depth
-    // jump, which would float between the two surfaces.
+    // The rays are those of a lens without distortion, so the image has to be undistorted first. Mode 1 leaves out
+    // pixels at a depth step, which would float between the two surfaces.
     if (vqdSetUndistortion(0, 1) != VQD_OK || vqdGrabStart(0) != VQD_OK)
         return 1;
     std::vector<uint16_t> amplitude(VQD_PIXELS), depth(VQD_PIXELS);
@@ -54,7 +54,7 @@ int main(int argc, char** argv)
             file << points[i].x << ' ' << points[i].y << ' ' << points[i].z << '\n';
     file.close();
     if (!file) {
-        std::cerr << "can not write " << path << '\n';
+        std::cerr << "cannot write " << path << '\n';
         return 1;
     }
     std::cout << valid << " points in " << path << '\n';

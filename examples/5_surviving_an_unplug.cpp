@@ -1,18 +1,18 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Going on after an unplug: the frame read finds the camera again by itself. What is left to do: notice it, throw the
-// repeated frame away, and decide how long to wait.
+// Going on after an unplug. The frame read finds the camera again by itself, so three things are left to do: notice it,
+// drop the repeated frame, and decide how long to wait.
 #include <cstdio>
 #include <vector>
 
 #include <VQD_API.h>
 
 constexpr int kFrames = 30;
-constexpr int kFullBudget = 600; // a search ends, with -3, below 500: after some 10 seconds
-constexpr int kSearches = 6;     // a minute, then give up
+constexpr int kFullBudget = 600; // a read gives up with VQD_REOPEN_EXHAUSTED below 500, which takes some 10 seconds
+constexpr int kSearches = 6;     // reads that may give up in a row: about a minute
 
-// Fresh frames that came in, out of kFrames.
+// Returns how many of kFrames fresh frames arrived.
 static int readFrames(int n)
 {
     std::vector<uint16_t> amplitude(VQD_PIXELS), depth(VQD_PIXELS);
@@ -26,13 +26,13 @@ static int readFrames(int n)
         if (result == VQD_OK && reopened) {
             std::printf("the camera is back after frame %d\n", fresh);
             searches = 1;
-            continue; // the images hold the frame before the unplug once more
+            continue; // the images hold the last frame before the unplug again
         }
         if (result == VQD_OK) {
             ++fresh;
             continue;
         }
-        // VQD_FAILED: the camera was there but did not start. -3: it was not there in time.
+        // VQD_FAILED: the camera was there but did not start. VQD_REOPEN_EXHAUSTED: it did not come back in time.
         if (++searches > kSearches)
             break;
         m_nReopenTime = kFullBudget;

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Depth with OpenCV: matrices over the library's image memory, smoothed and coloured, in a PNG file.
+// Depth with OpenCV: the library writes into OpenCV's matrices, and a PNG file shows the depth, smoothed and coloured.
 #include <cstdio>
 #include <string>
 
@@ -11,7 +11,7 @@
 
 #include <VQD_API.h>
 
-// Near is red, far is blue; pixels without a depth are black.
+// Near is red, far is blue, and pixels without a depth are black.
 static cv::Mat coloured(const cv::Mat& depth)
 {
     const cv::Mat invalid = depth == 0;
@@ -29,7 +29,7 @@ static bool grab(int n, cv::Mat& amplitude, cv::Mat& depth)
 {
     if (vqdDeviceOpen(n) != VQD_OK || vqdSetUndistortion(n, 1) != VQD_OK || vqdGrabStart(n) != VQD_OK)
         return false;
-    // The library writes 320 x 240 16-bit values, row after row: just what a new CV_16U matrix holds.
+    // The library writes 320 x 240 16-bit values row by row, and a new CV_16U matrix has exactly this form.
     uint16_t* images[] = {amplitude.ptr<uint16_t>(), depth.ptr<uint16_t>()};
     FrameInfo info;
     const bool read = vqdReadFromDevice(n, images, &info) == VQD_OK;
@@ -51,9 +51,9 @@ int main(int argc, char** argv)
     if (!grabbed)
         return 1;
 
-    cv::medianBlur(depth, smooth, 5); // a median keeps edges, a mean would invent depths between two surfaces
+    cv::medianBlur(depth, smooth, 5); // a mean would invent depths between two surfaces
     if (!cv::imwrite(path, coloured(smooth))) {
-        std::fprintf(stderr, "can not write %s\n", path.c_str());
+        std::fprintf(stderr, "cannot write %s\n", path.c_str());
         return 1;
     }
     std::printf("%.0f mm on average in %s\n", cv::mean(smooth, smooth != 0)[0], path.c_str());

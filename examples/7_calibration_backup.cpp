@@ -1,8 +1,9 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Calibration backup: the parameter block with the lens and the orthogonal table, into a file and back into the same
-// camera. (The FPPN and wiggling tables are larger than libusb on Linux can read, so they can not be backed up.)
+// Calibration backup: saves the parameter block, which holds the lens, and the orthogonal table to a file, and restores
+// them to the same camera. libusb on Linux cannot read the larger FPPN and wiggling tables; "vqd table backup --direct"
+// can.
 #include <array>
 #include <cmath>
 #include <cstdio>
@@ -16,7 +17,7 @@ struct Backup {
     std::array<unsigned char, VQD_EEPROM_BYTES> parameters{};
     std::array<unsigned char, 4096> orthogonal{}; // 2048 factors in steps of 0.0001, high byte first
 
-    // Bytes 57 to 63.
+    // Bytes 57 to 63 hold the serial number.
     std::string serial() const { return {parameters.begin() + 57, parameters.begin() + 64}; }
     bool operator==(const Backup& other) const
     {
@@ -36,11 +37,11 @@ static bool fromCamera(int n, Backup& backup)
         backup.orthogonal[2 * i] = static_cast<unsigned char>(value >> 8);
         backup.orthogonal[2 * i + 1] = static_cast<unsigned char>(value & 0xFF);
     }
-    // Factory settings stand in for parameters that could not be read: they have no serial number.
+    // When the parameters could not be read, factory settings stand in for them, which have no serial number.
     return backup.serial() != std::string(7, '\0');
 }
 
-// A save says VQD_OK even if the camera refuses it: only reading back tells.
+// A save returns VQD_OK even if the camera refuses it, so only reading back shows whether it worked.
 static bool intoCamera(int n, const Backup& backup)
 {
     Backup stored;
@@ -54,7 +55,7 @@ static bool run(bool save, const char* path)
     Backup backup;
     if (save) {
         if (!fromCamera(0, backup))
-            return false; // before the file is opened, which would empty an older one
+            return false; // before the file is opened, because that would empty an older backup
         std::ofstream file(path, std::ios::binary);
         return static_cast<bool>(file.write(reinterpret_cast<const char*>(&backup), sizeof backup).flush());
     }

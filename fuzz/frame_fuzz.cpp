@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Frame reads: any header and planes, under any maps, tables and switches, with transfers that fail.
+// Frame reads of any header and planes, under any maps, tables and switches, with transfers that fail.
 #include "fresh_library.h"
 #include "input.h"
 

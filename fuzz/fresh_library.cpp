@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The library's globals are put back to what they were at load: an input must not depend on those before it.
+// Puts the library's globals back to what they were at load, because an input must not depend on those before it.
 #include "fresh_library.h"
 
 #include <algorithm>
@@ -108,7 +108,7 @@ DevInfo FreshLibrary::list()
     return *entry;
 }
 
-// libFuzzer's watch on the memory would sleep in virtual time, on a thread of its own; the sanitizer watches instead.
+// libFuzzer watches the memory from a thread that would sleep in virtual time, so the sanitizer watches instead.
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 {
     static char watch[] = "-rss_limit_mb=0";

@@ -1,7 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// One input's world: the library as at load over an empty virtual bus. At the end everything is closed and given back.
+// What one input starts with: the library as at load, over an empty virtual bus. At the end everything is closed and
+// given back.
 #pragma once
 
 #include <memory>
@@ -11,10 +12,10 @@
 #include "input.h"
 #include "support/virtual_usb.h"
 
-// Ends the program after a line when a result is none of those.
+// When a result is none of these, prints a line and ends the program.
 int requireOneOf(int result, const std::vector<int>& allowed, const char* call);
 
-// Images of exactly the size that a frame read fills, so that a sanitizer sees each pixel too many.
+// Images of exactly the size that a frame read fills, so that a sanitizer sees each pixel beyond them.
 struct Frame {
     using Plane = std::vector<uint16_t>;
 
@@ -37,7 +38,7 @@ public:
     sim::Camera& plug(const char* product);
     // Lists a single camera.
     DevInfo list();
-    // Whatever came before, everything can be closed, and a good camera on a good bus delivers a frame then.
+    // Whatever came before, everything can be closed, and then a good camera on a good bus delivers a frame.
     void requireRecovery();
 
     VirtualUsb& usb = VirtualUsb::get();

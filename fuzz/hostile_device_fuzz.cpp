@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Devices that lie: any ids and strings, calls that fail, cameras that come and go, through any order of a session.
+// Devices that lie, in any order of calls: any ids and strings, calls that fail, cameras that come and go.
 #include "fresh_library.h"
 #include "input.h"
 
@@ -25,7 +25,7 @@ sim::Config device(Input& input)
     return config;
 }
 
-// Neither the length nor a terminator can be relied on; only that libusb keeps inside the buffer.
+// Neither the length nor a terminator can be relied on, but libusb stays inside the buffer.
 void lieAboutStrings(Input& input, VirtualUsb& usb)
 {
     const std::string text = input.text();
@@ -91,7 +91,7 @@ void step(Input& input, VirtualUsb& usb, size_t devices)
         const auto& [name, call, allowed] = kSteps[choice - 1];
         requireOneOf(call(n), allowed, name);
     } else if (choice == 7)
-        m_nReopenTime = 600; // an application that does not give up
+        m_nReopenTime = 600; // the application does not give up
     else if (choice == 8 && devices > 0)
         usb.unplug(port, input.below(2) ? sim::kNever : sim::TimeUs{input.take<uint32_t>()});
     else if (choice == 9 && devices > 0 && !usb.camera(port).plugged())

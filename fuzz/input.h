@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-// Ends the program after a line when a fact does not hold.
+// When a fact does not hold, prints a line and ends the program.
 inline void require(bool holds, const char* fact)
 {
     if (holds)
@@ -49,14 +49,14 @@ public:
         return taken;
     }
 
-    // As many bytes as the byte before them says.
+    // As many bytes as the byte in front of them says.
     std::string text()
     {
         const auto bytes = takeSome(take<uint8_t>());
         return {bytes.begin(), bytes.end()};
     }
 
-    // Fills a large table from a few values: as many as the byte before them says, over and over.
+    // Fills a large table by repeating a few values, as many as the byte in front of them says.
     template <typename T> void fill(std::span<T> table)
     {
         std::vector<T> few(1 + take<uint8_t>() % 64u);

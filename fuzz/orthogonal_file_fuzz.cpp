@@ -13,7 +13,7 @@ namespace fs = std::filesystem;
 namespace
 {
 
-// The library looks for the file in the current directory. The program itself stays where it is but for the load.
+// The library looks for the file in the current directory, which is changed only for the load.
 struct Folder {
     Folder() { require(mkdtemp(path.data()) != nullptr, "there is a folder for the table file"); }
     ~Folder() { fs::remove_all(path); }
@@ -26,7 +26,7 @@ struct Folder {
         require(out.flush().good(), "the table file can be written");
     }
 
-    // The table that the library makes of the file, over a camera whose factors all have this code.
+    // The table that the library makes of the file, with a camera whose factors all have this code.
     std::vector<double> load(sim::Camera& camera, uint16_t code) const
     {
         std::vector<uint8_t>& region = camera.regions[0x7000];
@@ -61,8 +61,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const auto text = input.takeSome(input.left());
     folder.write(text, repeat);
 
-    // Both factors are implausible, so that the file is asked for. Where they make a difference, the camera's value
-    // stands; where not, the file's.
+    // Both factors are implausible, so the library reads the file. An entry that differs between the two loads comes
+    // from the camera, and an entry that does not comes from the file.
     const std::vector<double> over = folder.load(camera, 65534), table = folder.load(camera, 65535);
     require(fs::file_size(folder.file()) == text.size() * static_cast<size_t>(repeat), "the file stays as it is");
     bool fromFile = repeat > 0;

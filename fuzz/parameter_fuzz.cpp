@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Parameter images: an EEPROM of any bytes through the whole load, then what an application asks of the camera.
+// Parameter images: the load of an EEPROM with any bytes, and then the calls that an application makes.
 #include <cctype>
 
 #include "fresh_library.h"
@@ -27,7 +27,7 @@ void askForSettings()
     requireOneOf(vqdGetModuleFrequency(0), {0, 10, 20, 30, 40, 45, 50, 56, 60}, "vqdGetModuleFrequency");
 }
 
-// A lens that was read and is set again is the same: a value may lose one step to truncation, and no more.
+// A lens that is read and set again stays the same, but for one step that a value may lose to truncation.
 void saveTheLensAgain(const sim::Camera& camera)
 {
     const sim::Eeprom before = camera.eeprom;

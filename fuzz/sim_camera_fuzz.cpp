@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The virtual camera: any requests and transfers in any order, of any length, at any time, under any fault plan.
+// The virtual camera under any requests and transfers, in any order, of any length, at any time, with any fault plan.
 #include <cmath>
 
 #include "camera.h"
@@ -36,7 +36,7 @@ Fault fault(Input& input)
     fault.kind = static_cast<Fault::Kind>(input.below(8));
     fault.channel = static_cast<Channel>(input.below(4));
     fault.request = input.below(2) ? 0xB0 + input.below(16) : -1;
-    fault.nth = static_cast<unsigned>(input.below(16)); // soon, so that it is met
+    fault.nth = static_cast<unsigned>(input.below(16)); // low, so that the input reaches it
     fault.times = static_cast<unsigned>(input.below(4));
     fault.bytes = input.take<uint32_t>();
     fault.backAfter = input.below(2) ? kNever : input.take<int64_t>();
@@ -80,7 +80,7 @@ struct Host {
         require(outcome.bytes <= data.size(), "no more is taken than was sent");
     }
 
-    // As a host controller does it: on with the transfer while bytes are due.
+    // Goes on with the transfer while bytes are due, as a host controller does.
     void bulkIn(Input& input, bool wait)
     {
         std::vector<uint8_t> data(input.below(4) != 0 ? kFrameBytes : input.take<uint32_t>() % (2 * kFrameBytes));

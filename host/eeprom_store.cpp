@@ -8,13 +8,20 @@
 
 #include "config/param_image.h"
 
-void saveEeprom(const ListedCamera& camera, const Eeprom& eeprom)
+bool saveEeprom(const ListedCamera& camera, const Eeprom& eeprom)
 {
+    const EepromRead stored = readEeprom(camera.place);
+    if (stored.whole() && stored.bytes == eeprom) {
+        // The library takes over what it saves, so it is told of these bytes all the same.
+        std::copy(eeprom.begin(), eeprom.end(), stCamParam[camera.nIndex].image);
+        return false;
+    }
     if (vqdEEPROM_ParameterData_Save(camera.nIndex, eeprom.data()) != 1)
         failOn(camera, "the EEPROM was not written");
+    return true;
 }
 
-void saveImage(const ListedCamera& camera)
+bool saveImage(const ListedCamera& camera)
 {
     unsigned char image[VQD_IMAGE_BYTES];
     if (vqdParameterData_Load(camera.nIndex, image) != 1)
@@ -22,7 +29,7 @@ void saveImage(const ListedCamera& camera)
     image[kGrab] = 0;
     Eeprom eeprom;
     std::copy_n(image, eeprom.size(), eeprom.begin());
-    saveEeprom(camera, eeprom);
+    return saveEeprom(camera, eeprom);
 }
 
 void requireStored(const ListedCamera& camera)

@@ -6,10 +6,11 @@
 
 #include "host/listed_camera.h"
 
-// Writes these bytes, or the host's image. A camera does not start to capture by itself, so the image is saved with its
-// light and capture switched off.
-void saveEeprom(const ListedCamera& camera, const Eeprom& eeprom);
-void saveImage(const ListedCamera& camera);
+// Writes these bytes, or the host's image, unless the EEPROM holds them already: it wears out with writes. False when
+// nothing was written. A camera does not start to capture by itself, so the image is saved with its light and capture
+// switched off.
+bool saveEeprom(const ListedCamera& camera, const Eeprom& eeprom);
+bool saveImage(const ListedCamera& camera);
 
 // Fails unless the EEPROM holds the start of the host's image. The library's result is not enough, since it calls a
 // refused write a success.

@@ -133,6 +133,28 @@ Calibration calibrationFrom(const Json& json, const std::string& file)
     return calibration;
 }
 
+Json exactLensJson(const LensSet& lens)
+{
+    const float k[] = {lens.k.fx, lens.k.fy, lens.k.cx, lens.k.cy};
+    const float d[] = {lens.d.k1, lens.d.k2, lens.d.k3, lens.d.p1, lens.d.p2, lens.d.skew};
+    Json json;
+    for (size_t i = 0; i < std::size(k); ++i)
+        json[kIntrinsicNames[i]] = k[i];
+    for (size_t i = 0; i < std::size(d); ++i)
+        json[kDistortionNames[i]] = d[i];
+    return json;
+}
+
+LensSet exactLensFrom(const Json& set, const std::string& name)
+{
+    const auto member = [&](const char* key) { return static_cast<float>(memberIn(set, name, key)); };
+    const LensSet lens{{member("fx"), member("fy"), member("cx"), member("cy")},
+                       {member("k1"), member("k2"), member("k3"), member("p1"), member("p2"), member("skew")}};
+    if (!(lens.k.fx > 0 && lens.k.fy > 0))
+        throw Failure(kUsage, name + ": a focal length is not above 0");
+    return lens;
+}
+
 std::vector<Implausible> implausibleIn(const Calibration& calibration)
 {
     std::vector<Implausible> found;

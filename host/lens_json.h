@@ -31,6 +31,10 @@ Json calibrationJson(const ListedCamera& camera);
 // message.
 Calibration calibrationFrom(const Json& json, const std::string& file);
 
+// One lens in full precision, as a profile keeps it. Reading fails with a usage error that names what is wrong.
+Json exactLensJson(const LensSet& lens);
+LensSet exactLensFrom(const Json& set, const std::string& name);
+
 // What of it is not plausible as the calibration of a camera.
 std::vector<Implausible> implausibleIn(const Calibration& calibration);
 

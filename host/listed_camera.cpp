@@ -8,6 +8,7 @@
 
 #include "host/formatted.h"
 #include "host/plausibility.h"
+#include "host/profile.h"
 
 // Why the library's substitute is used, as the end of a sentence that starts with the EEPROM.
 static const char* troubleOf(const ListedCamera& camera)
@@ -34,11 +35,13 @@ std::string nameOf(const ListedCamera& camera)
 Json identityJson(const ListedCamera& camera)
 {
     const Json serial = camera.known == Known::read ? Json(camera.szSerialNumber) : Json();
+    const std::string profile = profileInUse(camera).string();
     const Json port = camera.place.port.empty() ? Json() : Json(camera.place.port);
     return {{"index", camera.nIndex},         {"serial", serial},
             {"product", camera.szDeviceName}, {"vendor", camera.szVendorName},
             {"usb", usbIds(camera)},          {"port", port},
-            {"bus", camera.place.bus},        {"address", camera.place.address}};
+            {"bus", camera.place.bus},        {"address", camera.place.address},
+            {"profile", profile.empty() ? Json() : Json(profile)}};
 }
 
 void requirePresent(const ListedCamera& camera, const std::string& message)

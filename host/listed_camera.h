@@ -32,7 +32,7 @@ std::string busAddress(const ListedCamera& camera);
 // "camera 0 at 1-2.3"
 std::string nameOf(const ListedCamera& camera);
 
-// Index, serial number, names, ids and place; what is not known is null.
+// Index, serial number, names, ids, place, and the host's profile that is in use; what is not known is null.
 Json identityJson(const ListedCamera& camera);
 
 // Fails when the camera is no longer on the bus.

@@ -643,8 +643,8 @@ VQD_API extern StreamTimer g_vqdHighReslTimerRGB[VQD_MAX_DEVICES]; /**< times of
 VQD_API extern unsigned char buffers[VQD_FRAME_BYTES];             /**< the latest raw frame of any camera */
 VQD_API extern int m_nReadingStop;                     /**< the application sets 1 to make every frame read return 0 */
 VQD_API extern int m_nRetriesCount;                    /**< failed transfers in a row inside a frame read */
-VQD_API extern int m_nTimeStampStartFlag;              /**< 1 once a depth frame has been stamped; 0 starts anew */
-VQD_API extern int m_nTimeStampStartFlag_RGB;          /**< 1 once a colour frame has been stamped; 0 starts anew */
+VQD_API extern int m_nTimeStampStartFlag;              /**< 1 once a depth frame was stamped; 0 restarts the stream */
+VQD_API extern int m_nTimeStampStartFlag_RGB;          /**< 1 once a colour frame was stamped; 0 restarts the stream */
 VQD_API extern double m_dTemperature[VQD_MAX_DEVICES]; /**< sensor temperature from the latest header, 0.0625 a count */
 VQD_API extern uint16_t m_nLogicver[2]
                                    [VQD_MAX_DEVICES]; /**< logic version from the latest header: first, second number */

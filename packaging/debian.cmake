@@ -1,7 +1,7 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 
-# Debian packages, one a component. Configure with CMAKE_INSTALL_PREFIX=/usr, as the preset "packages" does.
+# Debian packages, one for each component. Configure with CMAKE_INSTALL_PREFIX=/usr, as the preset "packages" does.
 set(VQD_DEB_REVISION 1 CACHE STRING "Revision of the Debian packages")
 
 set(CPACK_GENERATOR DEB)
@@ -11,19 +11,19 @@ set(CPACK_COMPONENTS_ALL runtime development tools)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 if(CMAKE_CROSSCOMPILING)
-  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE arm64) # the one that cmake/arm64.cmake builds for
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE arm64) # cmake/arm64.cmake builds for it
 endif()
 set(CPACK_DEBIAN_PACKAGE_RELEASE ${VQD_DEB_REVISION})
 set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # the first line of each component's description
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # it is the first line of each component's description
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 set(version ${PROJECT_VERSION}-${VQD_DEB_REVISION})
 
-# What dpkg-shlibdeps gives a package that uses the library. A SONAME without a number has no place in a shlibs file, so it
-# is a symbols file.
+# From this file dpkg-shlibdeps takes the dependency of a package that uses the library. It is a symbols file, because a
+# shlibs file needs a SONAME with a number.
 set(symbols ${PROJECT_SOURCE_DIR}/packaging/abi/libVQD_API.symbols)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${symbols})
 file(STRINGS ${symbols} rows)
@@ -40,8 +40,8 @@ set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "USB time-of-flight depth cameras, libra
 libVQD_API lists the cameras, configures them and delivers amplitude and
 depth images of 320 x 240 pixels, undistorted and corrected.
 .
-This package holds the library and the udev rules that let the user who is
-logged in, and members of the group plugdev, open the cameras.")
+This package contains the library, and udev rules that let the user who is
+logged in and members of the group plugdev open the cameras.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvqd-api-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
@@ -54,19 +54,19 @@ This package holds the headers, the CMake and pkg-config packages, the manual
 pages of the interfaces, example programs, and the static library vqd_client,
 by which programs take frames from workers of the package vqd-tools.")
 
-# The virtual camera works through umockdev's preload library.
+# The virtual camera needs umockdev's preload library.
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vqd-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libvqd-api (= ${version}), umockdev")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS bash-completion)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "USB time-of-flight depth cameras, command-line tool
 vqd lists the cameras, grabs pictures and point clouds, changes settings,
-saves and restores calibration, and runs any libusb program with virtual
-cameras plugged in.")
+saves and restores calibration, finds out why a camera does not work, and
+runs any libusb program with virtual cameras plugged in.")
 
 include(CPack)
 
-# Every Debian package says who made it, under which licence, and what changed. Only packages get these files.
+# Every Debian package must contain its copyright, licence and changelog. Only packages get these files.
 find_program(GZIP gzip)
 if(GZIP)
   execute_process(COMMAND ${GZIP} -9nc ${CMAKE_CURRENT_SOURCE_DIR}/debian/changelog

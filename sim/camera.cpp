@@ -60,13 +60,16 @@ Outcome Camera::bulkOut(uint8_t endpoint, std::span<const uint8_t> data, TimeUs 
     if (now < m_silentUntil)
         return {Status::timeout, 0, false};
     if (const auto fault = m_plan.meet(m_framesSent, Channel::bulkOut)) {
-        if (const auto spoilt = spoil(*fault, now))
+        if (const auto spoilt = spoil(*fault, now)) {
+            m_outHalted = m_outHalted || spoilt->status == Status::stall;
             return *spoilt;
+        }
         // The line went quiet in the middle of the image: the host sees a short success, the camera has no image.
-        if (fault->kind == Fault::Kind::shortened && fault->bytes < data.size())
+        if (!m_outHalted && fault->kind == Fault::Kind::shortened && fault->bytes < data.size())
             return {Status::ok, fault->bytes};
     }
-    if (!m_armed || data.size() != kImageBytes)
+    m_outHalted = m_outHalted || !m_armed || data.size() != kImageBytes;
+    if (m_outHalted)
         return {Status::stall};
     m_armed = false;
     takeImage(data, now);
@@ -134,6 +137,8 @@ void Camera::reset(TimeUs now)
     stopStream(now);
     m_armed = false;
     m_run = {};
+    m_configuration = 1;
+    m_outHalted = m_inHalted = false;
     m_transferFault.reset();
 }
 

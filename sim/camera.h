@@ -50,12 +50,12 @@ public:
     std::vector<uint8_t> deviceDescriptor() const;
     std::vector<uint8_t> configDescriptor() const;
 
-    // Endpoint 0. OUT: `data` is what the host sent. IN: receives up to setup.length bytes. Answers standard
-    // GET_DESCRIPTOR (device, configuration, strings), GET_STATUS, SET_CONFIGURATION, SET_INTERFACE and the vendor
-    // requests; stalls the rest.
+    // Endpoint 0. OUT: `data` is what the host sent. IN: receives up to setup.length bytes. Answers the vendor requests
+    // and the standard ones that every device answers; stalls the rest.
     Outcome control(const Setup& setup, std::span<uint8_t> data, TimeUs now);
 
-    // Endpoint 0x02: one parameter image. The camera takes it only after request 0xB1, else it stalls.
+    // Endpoint 0x02: one parameter image. The camera takes it only after request 0xB1, else it stalls. A bulk endpoint
+    // that stalled once does so until the host clears its halt, configures the camera or resets it.
     Outcome bulkOut(uint8_t endpoint, std::span<const uint8_t> data, TimeUs now);
 
     // The host starts a transfer on endpoint 0x86. Here, and only here, the fault plan counts bulk IN transfers; a read
@@ -73,7 +73,7 @@ public:
     // coming.
     TimeUs nextBulkIn(TimeUs now) const;
 
-    // A USB reset: grabbing stops, the FIFO empties, the working registers stay.
+    // A USB reset: grabbing stops, the FIFO empties, halts end, the working registers stay.
     void reset(TimeUs now);
 
     // Unplug and plug in. A camera that comes back starts from power-up; EEPROM, table regions and the fault plan go
@@ -100,7 +100,8 @@ private:
     };
 
     Outcome answer(const Setup& setup, std::span<uint8_t> data, TimeUs now);
-    Outcome answerStandard(const Setup& setup, std::span<uint8_t> data) const;
+    Outcome answerStandard(const Setup& setup, std::span<uint8_t> data);
+    bool* haltOf(uint16_t endpoint);
     void command(uint8_t request, TimeUs now);
     Outcome writeTable(const Setup& setup, std::span<const uint8_t> data);
     Outcome readTable(const Setup& setup, std::span<uint8_t> data);
@@ -128,6 +129,8 @@ private:
     std::optional<TimeUs> m_poweredAt; // the first time that the camera hears of
     bool m_armed = false;              // after 0xB1: the next bulk OUT is an image
     Run m_run;
+    uint8_t m_configuration = 1; // a host's kernel chooses it before anyone asks
+    bool m_outHalted = false, m_inHalted = false;
 
     bool m_grabbing = false;
     FrameClock m_clock;          // runs while frames come, lit or dark

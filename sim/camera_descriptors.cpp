@@ -11,8 +11,12 @@ namespace sim
 
 enum StandardRequest : uint8_t {
     kGetStatus = 0,
+    kClearFeature = 1,
+    kSetFeature = 3,
     kGetDescriptor = 6,
+    kGetConfiguration = 8,
     kSetConfiguration = 9,
+    kGetInterface = 10,
     kSetInterface = 11,
 };
 
@@ -92,10 +96,17 @@ static Outcome send(const std::vector<uint8_t>& bytes, std::span<uint8_t> data)
     return {Status::ok, count};
 }
 
-Outcome Camera::answerStandard(const Setup& setup, std::span<uint8_t> data) const
+bool* Camera::haltOf(uint16_t endpoint)
+{
+    return endpoint == kBulkOut ? &m_outHalted : endpoint == kBulkIn ? &m_inHalted : nullptr;
+}
+
+Outcome Camera::answerStandard(const Setup& setup, std::span<uint8_t> data)
 {
     constexpr uint8_t kIn = 0x80, kToInterface = 0x01, kToEndpoint = 0x02;
+    constexpr uint16_t kEndpointHalt = 0, kControlEndpoint = 0;
     const uint8_t type = high(setup.value), index = low(setup.value);
+    bool* const halt = haltOf(setup.index);
     const Outcome refused = {Status::stall};
 
     switch (setup.requestType << 8 | setup.request) {
@@ -108,13 +119,32 @@ Outcome Camera::answerStandard(const Setup& setup, std::span<uint8_t> data) cons
             return send(stringDescriptor(index), data);
         return refused;
     case kIn << 8 | kGetStatus:
-    case (kIn | kToInterface) << 8 | kGetStatus:
-    case (kIn | kToEndpoint) << 8 | kGetStatus:
         return send({0, 0}, data);
+    case (kIn | kToInterface) << 8 | kGetStatus:
+        return setup.index == 0 ? send({0, 0}, data) : refused;
+    case (kIn | kToEndpoint) << 8 | kGetStatus:
+        return halt || setup.index == kControlEndpoint ? send({halt && *halt, 0}, data) : refused;
+    case kToEndpoint << 8 | kClearFeature:
+    case kToEndpoint << 8 | kSetFeature:
+        if (!halt || setup.value != kEndpointHalt)
+            return refused;
+        *halt = setup.request == kSetFeature;
+        return {};
+    case kIn << 8 | kGetConfiguration:
+        return send({m_configuration}, data);
     case kSetConfiguration:
-        return setup.value <= 1 ? Outcome{} : refused;
+        if (setup.value > 1)
+            return refused;
+        m_configuration = index;
+        m_outHalted = m_inHalted = false;
+        return {};
+    case (kIn | kToInterface) << 8 | kGetInterface:
+        return setup.index == 0 ? send({0}, data) : refused;
     case kToInterface << 8 | kSetInterface:
-        return setup.value == 0 && setup.index == 0 ? Outcome{} : refused;
+        if (setup.value != 0 || setup.index != 0)
+            return refused;
+        m_outHalted = m_inHalted = false;
+        return {};
     default:
         return refused;
     }

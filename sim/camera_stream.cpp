@@ -62,11 +62,14 @@ Outcome Camera::bulkIn(uint8_t endpoint, std::span<uint8_t> data, TimeUs now)
         if (const auto spoilt = spoil(*m_transferFault, now)) {
             if (spoilt->complete)
                 m_transferFault.reset();
+            m_inHalted = m_inHalted || spoilt->status == Status::stall;
             return *spoilt;
         }
-        if (m_transferFault->kind == Fault::Kind::shortened)
-            return cutShort(data, now);
     }
+    if (m_inHalted)
+        return {Status::stall};
+    if (m_transferFault && m_transferFault->kind == Fault::Kind::shortened)
+        return cutShort(data, now);
     return drain(data, now);
 }
 
@@ -117,7 +120,7 @@ TimeUs Camera::nextBulkIn(TimeUs now) const
         return kNever;
     const bool letsThrough = !m_transferFault || m_transferFault->kind == Fault::Kind::shortened ||
                              m_transferFault->kind == Fault::Kind::badStartCode;
-    if (!letsThrough || fifoBytes() > 0)
+    if (!letsThrough || m_inHalted || fifoBytes() > 0)
         return now;
     return m_clock.nextFrame(now);
 }

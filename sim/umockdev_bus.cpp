@@ -3,7 +3,7 @@
 //
 // There are two threads. umockdev's own answers the ioctls of clients. The bus's thread moves frames when they are due;
 // it also plugs and unplugs, because umockdev's event sender allows only one thread to do that.
-#include "umockdev_bus.h"
+#include "bus.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -32,8 +32,7 @@ using Clock = BusShare::Clock;
 
 constexpr char kHubPath[] = "/devices/pci0000:00/0000:00:14.0/usb1";
 
-// libusb learns of an unplug from the event, not from the transfers that fail.
-constexpr auto kEventToFailure = std::chrono::milliseconds(10);
+constexpr auto kBetweenEventAndFailure = std::chrono::milliseconds(10); // or the other way round
 
 constexpr unsigned kMostAddresses = 127; // of a USB bus
 constexpr TimeUs kRetryUs = 1'000'000;   // for a camera that could not be plugged in
@@ -67,18 +66,25 @@ UMockdevTestbed* newTestbed()
     return testbed;
 }
 
-} // namespace
-
 struct Slot {
     std::unique_ptr<Camera> camera;
     std::string sysPath;
     UmockdevDevice* attached = nullptr; // null while unplugged
 };
 
-struct Bus::State {
-    explicit State(const BusOptions& options);
-    ~State();
+class MockBus final : public Bus
+{
+public:
+    explicit MockBus(const BusOptions& options);
+    ~MockBus() override;
 
+    size_t add(Config config, unsigned port) override;
+    void unplug(size_t index, TimeUs backAfter) override;
+    void plug(size_t index) override;
+    void withCamera(size_t index, const std::function<void(Camera&)>& look) override;
+    UsbAddress address(size_t index) override;
+
+private:
     void run();
     void onThread(const std::function<void()>& task);
     TimeUs serve(std::unique_lock<std::mutex>& lock);
@@ -90,52 +96,51 @@ struct Bus::State {
     unsigned freeAddress();
     Clock::time_point retireUnused();
 
-    UMockdevTestbed* testbed;
+    UMockdevTestbed* m_testbed;
+    const bool m_transfersFailFirst;
 
-    BusShare share; // its lock guards everything below
-    std::deque<std::function<void()>> tasks;
-    std::vector<Slot> slots;
-    std::list<UmockdevDevice> devices; // also those that are gone, until no client has them open
-    unsigned lastAddress = 0;
-    bool stopping = false;
-    std::thread thread;
+    BusShare m_share; // its lock guards everything below
+    std::deque<std::function<void()>> m_tasks;
+    std::vector<Slot> m_slots;
+    std::list<UmockdevDevice> m_devices; // also those that are gone, until no client has them open
+    unsigned m_lastAddress = 0;
+    bool m_stopping = false;
+    std::thread m_thread;
 };
 
-Bus::State::State(const BusOptions& options)
+MockBus::MockBus(const BusOptions& options) : m_transfersFailFirst(options.transfersFailFirst), m_share(options)
 {
     if (!isPreloaded())
         throw std::runtime_error("the virtual bus needs libumockdev-preload.so.0 in its process (LD_PRELOAD)");
     // Otherwise malloc maps and unmaps the buffer of each frame, at three times the cost of the frame itself.
     mallopt(M_TRIM_THRESHOLD, 256 << 20);
     mallopt(M_MMAP_THRESHOLD, 32 << 20);
-    share.timeScale = options.timeScale;
-    share.capabilities = options.capabilities;
-    testbed = newTestbed();
-    thread = std::thread([this] { run(); });
+    m_testbed = newTestbed();
+    m_thread = std::thread([this] { run(); });
     onThread([this] {
         attach(nullptr, kHubPath, "A: product=Virtual root hub\\n\n",
                joined(hubDeviceDescriptor(), hubConfigDescriptor()));
     });
 }
 
-Bus::State::~State()
+MockBus::~MockBus()
 {
     {
-        const std::lock_guard lock(share.mutex);
-        stopping = true;
+        const std::lock_guard lock(m_share.mutex);
+        m_stopping = true;
     }
-    share.wake.notify_one();
-    thread.join();
-    for (UmockdevDevice& device : devices)
+    m_share.wake.notify_one();
+    m_thread.join();
+    for (UmockdevDevice& device : m_devices)
         device.retire();
-    g_object_unref(testbed);
+    g_object_unref(m_testbed);
 }
 
 // Forgets devices that nobody can reach any more. Returns when to look again.
-Clock::time_point Bus::State::retireUnused()
+Clock::time_point MockBus::retireUnused()
 {
     auto next = Clock::time_point::max();
-    for (auto device = devices.begin(); device != devices.end();) {
+    for (auto device = m_devices.begin(); device != m_devices.end();) {
         const auto here = device++;
         const auto unused = here->unusedFrom();
         if (!unused)
@@ -145,96 +150,96 @@ Clock::time_point Bus::State::retireUnused()
             continue;
         }
         here->retire();
-        devices.erase(here);
+        m_devices.erase(here);
     }
     return next;
 }
 
 // The next address in turn that no device has and no client holds open, so that a client that still holds the old
 // device cannot reach a new one.
-unsigned Bus::State::freeAddress()
+unsigned MockBus::freeAddress()
 {
     for (unsigned tries = 0; tries < kMostAddresses; ++tries) {
-        lastAddress = lastAddress % kMostAddresses + 1;
-        if (std::none_of(devices.begin(), devices.end(),
-                         [&](const UmockdevDevice& device) { return device.address() == lastAddress; }))
-            return lastAddress;
+        m_lastAddress = m_lastAddress % kMostAddresses + 1;
+        if (std::none_of(m_devices.begin(), m_devices.end(),
+                         [&](const UmockdevDevice& device) { return device.address() == m_lastAddress; }))
+            return m_lastAddress;
     }
     throw std::runtime_error("virtual bus: all 127 addresses are taken or held open");
 }
 
 // Runs a task on the bus's thread, with the lock held, and waits for it and for what follows from it.
-void Bus::State::onThread(const std::function<void()>& task)
+void MockBus::onThread(const std::function<void()>& task)
 {
     bool done = false;
     std::exception_ptr error;
     std::condition_variable finished;
-    std::unique_lock lock(share.mutex);
-    tasks.push_back([&] {
+    std::unique_lock lock(m_share.mutex);
+    m_tasks.push_back([&] {
         try {
             task();
         } catch (...) {
             error = std::current_exception();
         }
     });
-    tasks.push_back([&] {
+    m_tasks.push_back([&] {
         done = true;
         finished.notify_one();
     });
-    share.wake.notify_one();
+    m_share.wake.notify_one();
     finished.wait(lock, [&] { return done; });
     if (error)
         std::rethrow_exception(error);
 }
 
-void Bus::State::run()
+void MockBus::run()
 {
-    std::unique_lock lock(share.mutex);
-    while (!stopping) {
-        if (!tasks.empty()) {
-            const auto task = std::move(tasks.front());
-            tasks.pop_front();
+    std::unique_lock lock(m_share.mutex);
+    while (!m_stopping) {
+        if (!m_tasks.empty()) {
+            const auto task = std::move(m_tasks.front());
+            m_tasks.pop_front();
             task();
         }
         const TimeUs next = serve(lock);
         const Clock::time_point unusedUntil = retireUnused();
-        if (tasks.empty() && !stopping)
-            share.wake.wait_until(lock, std::min(share.when(next), unusedUntil));
+        if (m_tasks.empty() && !m_stopping)
+            m_share.wake.wait_until(lock, std::min(m_share.clock.when(next), unusedUntil));
     }
 }
 
 // Does what is due; returns when the next thing will be.
-TimeUs Bus::State::serve(std::unique_lock<std::mutex>& lock)
+TimeUs MockBus::serve(std::unique_lock<std::mutex>& lock)
 {
     TimeUs next = kNever;
-    for (Slot& slot : slots) {
+    for (Slot& slot : m_slots) {
         Camera& camera = *slot.camera;
         if (slot.attached != nullptr && !camera.plugged())
             detach(slot, lock);
-        if (!camera.plugged() && camera.returnsAt() <= share.now())
-            camera.plug(share.now());
+        if (!camera.plugged() && camera.returnsAt() <= m_share.clock.now())
+            camera.plug(m_share.clock.now());
         if (slot.attached == nullptr && camera.plugged())
             attachReturned(slot);
         if (slot.attached == nullptr) {
             next = std::min(next, camera.returnsAt());
             continue;
         }
-        slot.attached->port.moveBulkIn(share.now());
+        slot.attached->port.moveBulkIn(m_share.clock.now());
         slot.attached->update();
-        next = std::min(next, slot.attached->port.nextBulkIn(share.now()));
+        next = std::min(next, slot.attached->port.nextBulkIn(m_share.clock.now()));
     }
     return next;
 }
 
-UmockdevDevice* Bus::State::attach(Camera* camera, const std::string& sysPath, const std::string& attributes,
-                                   const std::vector<uint8_t>& descriptors)
+UmockdevDevice* MockBus::attach(Camera* camera, const std::string& sysPath, const std::string& attributes,
+                                const std::vector<uint8_t>& descriptors)
 {
-    UmockdevDevice& device = devices.emplace_back(testbed, share, camera, freeAddress(), sysPath);
+    UmockdevDevice& device = m_devices.emplace_back(m_testbed, m_share, camera, freeAddress(), sysPath);
     device.announce(attributes, descriptors);
     return &device;
 }
 
-void Bus::State::attachCamera(Slot& slot)
+void MockBus::attachCamera(Slot& slot)
 {
     const Camera& camera = *slot.camera;
     slot.attached = attach(slot.camera.get(), slot.sysPath, attributesOf(camera.config()),
@@ -242,68 +247,78 @@ void Bus::State::attachCamera(Slot& slot)
 }
 
 // A camera that finds no place stays away for a while, and says why.
-void Bus::State::attachReturned(Slot& slot)
+void MockBus::attachReturned(Slot& slot)
 {
     try {
         attachCamera(slot);
     } catch (const std::exception& error) {
         fprintf(stderr, "%s\n", error.what());
-        slot.camera->unplug(share.now(), kRetryUs);
+        slot.camera->unplug(m_share.clock.now(), kRetryUs);
     }
 }
 
-// The order of an unplug as libusb notices it: the event, failing transfers, no device.
-void Bus::State::detach(Slot& slot, std::unique_lock<std::mutex>& lock)
+// libusb learns of an unplug from the event alone, so its programs see no dead device when that comes first. A kernel
+// lets the transfers fail first.
+void MockBus::detach(Slot& slot, std::unique_lock<std::mutex>& lock)
 {
     UmockdevDevice& device = *slot.attached;
-    device.port.freeze();
+    if (m_transfersFailFirst)
+        device.failTransfers();
+    else
+        device.port.freeze();
     lock.unlock(); // clients go on being answered
+    if (m_transfersFailFirst)
+        std::this_thread::sleep_for(kBetweenEventAndFailure);
     device.announceUnplug();
-    std::this_thread::sleep_for(kEventToFailure);
+    if (!m_transfersFailFirst)
+        std::this_thread::sleep_for(kBetweenEventAndFailure);
     lock.lock();
     device.vanish();
     slot.attached = nullptr;
 }
 
-Bus::Bus(const BusOptions& options) : m_state(std::make_unique<State>(options)) {}
-
-Bus::~Bus() = default;
-
-size_t Bus::add(Config config, unsigned port)
+size_t MockBus::add(Config config, unsigned port)
 {
     size_t index = 0;
-    m_state->onThread([&] {
-        index = m_state->slots.size();
-        m_state->slots.push_back({std::make_unique<Camera>(std::move(config)),
-                                  std::string(kHubPath) + "/1-" + std::to_string(port != 0 ? port : index + 1)});
-        m_state->attachCamera(m_state->slots.back());
+    onThread([&] {
+        index = m_slots.size();
+        m_slots.push_back({std::make_unique<Camera>(std::move(config)),
+                           std::string(kHubPath) + "/1-" + std::to_string(port != 0 ? port : index + 1)});
+        attachCamera(m_slots.back());
     });
     return index;
 }
 
-void Bus::unplug(size_t index, TimeUs backAfter)
+void MockBus::unplug(size_t index, TimeUs backAfter)
 {
-    m_state->onThread([&] { m_state->slots.at(index).camera->unplug(m_state->share.now(), backAfter); });
+    onThread([&] { m_slots.at(index).camera->unplug(m_share.clock.now(), backAfter); });
 }
 
-void Bus::plug(size_t index)
+void MockBus::plug(size_t index)
 {
-    m_state->onThread([&] { m_state->slots.at(index).camera->plug(m_state->share.now()); });
+    onThread([&] { m_slots.at(index).camera->plug(m_share.clock.now()); });
 }
 
-void Bus::withCamera(size_t index, const std::function<void(Camera&)>& look)
+void MockBus::withCamera(size_t index, const std::function<void(Camera&)>& look)
 {
-    m_state->onThread([&] { look(*m_state->slots.at(index).camera); });
+    onThread([&] { look(*m_slots.at(index).camera); });
 }
 
-unsigned Bus::address(size_t index)
+UsbAddress MockBus::address(size_t index)
 {
-    unsigned address = 0;
-    m_state->onThread([&] {
-        const UmockdevDevice* attached = m_state->slots.at(index).attached;
-        address = attached != nullptr ? attached->address() : 0;
+    UsbAddress address;
+    onThread([&] {
+        if (const UmockdevDevice* attached = m_slots.at(index).attached)
+            address = {1, attached->address()};
     });
     return address;
+}
+
+} // namespace
+
+std::unique_ptr<Bus> makeMockBus(const BusOptions& options)
+{
+    return std::make_unique<MockBus>(options);
 }
 
 } // namespace sim

@@ -15,18 +15,6 @@ namespace sim
 // An opener becomes known a moment after it has opened the node.
 static constexpr auto kBeforeRetiring = std::chrono::milliseconds(500);
 
-TimeUs BusShare::now() const
-{
-    const std::chrono::duration<double, std::micro> passed = Clock::now() - born;
-    return static_cast<TimeUs>(passed.count() * timeScale);
-}
-
-BusShare::Clock::time_point BusShare::when(TimeUs time) const
-{
-    const double wait = static_cast<double>(time - now()) / timeScale;
-    return Clock::now() + std::chrono::microseconds(static_cast<int64_t>(std::clamp(wait, 0.0, 3.6e9)));
-}
-
 static std::string hexDigits(uint16_t value)
 {
     const uint8_t bytes[] = {static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value & 0xFF)};
@@ -89,6 +77,12 @@ void UmockdevDevice::announce(const std::string& attributes, const std::vector<u
     }
 }
 
+void UmockdevDevice::failTransfers()
+{
+    port.fail();
+    update();
+}
+
 void UmockdevDevice::announceUnplug()
 {
     umockdev_testbed_uevent(m_testbed, ("/sys" + m_sysPath).c_str(), "remove");
@@ -96,8 +90,7 @@ void UmockdevDevice::announceUnplug()
 
 void UmockdevDevice::vanish()
 {
-    port.fail();
-    update();
+    failTransfers();
     umockdev_testbed_remove_device(m_testbed, ("/sys" + m_sysPath).c_str());
     m_node.unlink();
     m_goneSince = BusShare::Clock::now();
@@ -116,7 +109,7 @@ gboolean UmockdevDevice::onIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client
     BusShare& share = device.m_share;
     {
         const std::lock_guard lock(share.mutex);
-        const TimeUs now = share.now();
+        const TimeUs now = share.clock.now();
         answerIoctl(client, {device.port, device.m_address, share.capabilities}, now);
         device.port.moveBulkIn(now);
         device.update();

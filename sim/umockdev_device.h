@@ -4,7 +4,6 @@
 // What umockdev is told of one device: its node, its entry in sysfs, and who answers the ioctls of its clients.
 #pragma once
 
-#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -14,6 +13,8 @@
 
 #include <umockdev.h>
 
+#include "bus.h"
+#include "bus_clock.h"
 #include "device_node.h"
 #include "usb_port.h"
 
@@ -22,14 +23,12 @@ namespace sim
 
 // What the devices share with the thread of their bus.
 struct BusShare {
-    using Clock = std::chrono::steady_clock;
+    using Clock = BusClock::Clock;
 
-    TimeUs now() const;                        // on the clock of the cameras
-    Clock::time_point when(TimeUs time) const; // an hour from now at most: long enough to look again
+    explicit BusShare(const BusOptions& options) : clock(options.timeScale), capabilities(options.capabilities) {}
 
-    double timeScale = 1;
-    uint32_t capabilities = 0;
-    Clock::time_point born = Clock::now();
+    const BusClock clock;
+    const uint32_t capabilities;
     std::mutex mutex; // guards the devices and the cameras
     std::condition_variable wake;
 };
@@ -46,8 +45,10 @@ public:
     // Throws when umockdev refuses the device, which then counts as gone.
     void announce(const std::string& attributes, const std::vector<uint8_t>& descriptors);
 
-    // The two steps of an unplug. The first must not hold the lock: it sends the event, which clients may act on at
-    // once.
+    // The steps of an unplug. The event must be sent without the lock, because clients may act on it at once; the
+    // transfers fail before it or with the end. The node stays until the end, for the preload loses a file with each
+    // one that it cannot open.
+    void failTransfers();
     void announceUnplug();
     void vanish();
 

@@ -12,11 +12,13 @@
 #include <span>
 
 #include "root_hub.h"
+#include "urb_status.h"
 
 namespace sim
 {
 
 static constexpr size_t kSetupBytes = 8;
+static constexpr uint8_t kClearFeature = 1, kSetConfiguration = 9, kSetInterface = 11;
 
 static bool isControl(const Urb& urb)
 {
@@ -25,6 +27,10 @@ static bool isControl(const Urb& urb)
 static bool isBulkIn(const Urb& urb)
 {
     return urb.type == USBDEVFS_URB_TYPE_BULK && urb.toHost();
+}
+static bool isBulkEndpoint(unsigned endpoint)
+{
+    return endpoint == kBulkOut || endpoint == kBulkIn;
 }
 static bool continues(const Urb& urb)
 {
@@ -35,22 +41,6 @@ static Setup setupOf(const Urb& urb)
 {
     const auto word = [&](size_t at) { return static_cast<uint16_t>(urb.buffer[at] | urb.buffer[at + 1] << 8); };
     return {urb.buffer[0], urb.buffer[1], word(2), word(4), word(6)};
-}
-
-static int usbfsStatus(Status status)
-{
-    switch (status) {
-    case Status::stall:
-        return -EPIPE;
-    case Status::overflow:
-        return -EOVERFLOW;
-    case Status::ioError:
-        return -EPROTO;
-    case Status::noMemory:
-        return -ENOMEM;
-    default:
-        return 0;
-    }
 }
 
 size_t Urb::prefix() const
@@ -85,11 +75,45 @@ int UsbPort::release(Opener opener, unsigned interface)
     return 0;
 }
 
-int UsbPort::configure() const
+// -1 and 0 leave the device without a configuration.
+int UsbPort::configure(int value, TimeUs now)
 {
     if (m_gone)
         return ENODEV;
-    return m_owner ? EBUSY : 0;
+    if (m_owner)
+        return EBUSY;
+    if (value > 1)
+        return EINVAL;
+    return ask({0x00, kSetConfiguration, static_cast<uint16_t>(std::max(value, 0)), 0, 0}, now);
+}
+
+int UsbPort::setInterface(Opener opener, unsigned interface, unsigned setting, TimeUs now)
+{
+    if (const int error = claim(opener, interface))
+        return error;
+    if (setting != 0)
+        return EINVAL;
+    return ask({0x01, kSetInterface, 0, 0, 0}, now);
+}
+
+int UsbPort::clearHalt(Opener opener, unsigned endpoint, TimeUs now)
+{
+    if (!m_gone && (!m_camera || !isBulkEndpoint(endpoint)))
+        return ENOENT;
+    if (const int error = claim(opener, 0))
+        return error;
+    return ask({0x02, kClearFeature, 0, static_cast<uint16_t>(endpoint), 0}, now);
+}
+
+// What the kernel asks the device itself, for an ioctl.
+int UsbPort::ask(const Setup& setup, TimeUs now)
+{
+    Outcome outcome{.status = Status::noDevice};
+    if (!m_frozen)
+        outcome = m_camera ? m_camera->control(setup, {}, now) : hubControl(setup, {});
+    if (outcome.status == Status::timeout)
+        return ETIMEDOUT;
+    return outcome.status == Status::noDevice ? ENODEV : -urbStatus(outcome.status);
 }
 
 int UsbPort::submit(Urb urb, TimeUs now)
@@ -118,7 +142,7 @@ int UsbPort::submitControl(Urb&& urb, TimeUs now)
 
 int UsbPort::submitBulk(Urb&& urb, TimeUs now)
 {
-    if (!m_camera || (urb.endpoint != kBulkOut && urb.endpoint != kBulkIn))
+    if (!m_camera || !isBulkEndpoint(urb.endpoint))
         return ENOENT;
     if (const int error = claim(urb.opener, 0)) // a transfer without a claim takes the interface, as in the kernel
         return error;
@@ -206,7 +230,7 @@ void UsbPort::conclude(Urb&& urb, const Outcome& outcome)
 {
     urb.actual += outcome.bytes;
     if (outcome.status != Status::timeout && outcome.status != Status::noDevice)
-        return finish(std::move(urb), usbfsStatus(outcome.status));
+        return finish(std::move(urb), urbStatus(outcome.status));
     urb.stuck = true;
     m_pending.push_front(std::move(urb)); // what is queued behind it waits
 }

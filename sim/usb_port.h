@@ -46,7 +46,9 @@ public:
     // Results are 0 or an errno.
     int claim(Opener opener, unsigned interface);
     int release(Opener opener, unsigned interface);
-    int configure() const; // a new configuration is refused while the interface is claimed
+    int configure(int value, TimeUs now); // refused while the interface is claimed
+    int setInterface(Opener opener, unsigned interface, unsigned setting, TimeUs now);
+    int clearHalt(Opener opener, unsigned endpoint, TimeUs now);
     int submit(Urb urb, TimeUs now);
     int discard(Opener opener, uint64_t id);
     int reset(TimeUs now);
@@ -73,6 +75,7 @@ private:
         bool refusesContinuation = false; // after a failed bulk IN, until a transfer starts anew
     };
 
+    int ask(const Setup& setup, TimeUs now);
     int submitControl(Urb&& urb, TimeUs now);
     int submitBulk(Urb&& urb, TimeUs now);
     void conclude(Urb&& urb, const Outcome& outcome);

@@ -51,6 +51,13 @@ template <typename T> T& as(const Data& data)
     return *reinterpret_cast<T*>(data->data);
 }
 
+// Answers with the errno that `act` returns for the argument.
+template <typename T, typename Act> Answer withArgument(UMockdevIoctlData* arg, Act act)
+{
+    const Data data = argument<T>(arg);
+    return failed(data ? act(as<T>(data)) : EFAULT);
+}
+
 Answer submit(UMockdevIoctlClient* client, UsbPort& port, UMockdevIoctlData* arg, TimeUs now)
 {
     Data data = argument<usbdevfs_urb>(arg);
@@ -104,21 +111,14 @@ Answer driver(const UsbPort& port, UMockdevIoctlData* arg)
     return {};
 }
 
-Answer claim(UMockdevIoctlClient* client, UsbPort& port, UMockdevIoctlData* arg, bool claims)
+Answer capabilities(UMockdevIoctlData* arg, const UsbfsDevice& device)
 {
-    const Data data = argument<unsigned>(arg); // also the first member of usbdevfs_disconnect_claim
-    if (!data)
-        return failed(EFAULT);
-    const unsigned interface = as<unsigned>(data);
-    return failed(claims ? port.claim(client, interface) : port.release(client, interface));
-}
-
-Answer capabilities(UMockdevIoctlData* arg, uint32_t value)
-{
+    if (device.port.present() != 0)
+        return failed(device.port.present());
     const Data data = argument<uint32_t>(arg);
     if (!data)
         return failed(EFAULT);
-    as<uint32_t>(data) = value;
+    as<uint32_t>(data) = device.capabilities;
     return {};
 }
 
@@ -150,14 +150,19 @@ void answerIoctl(UMockdevIoctlClient* client, UsbfsDevice device, TimeUs now)
     Answer answer = failed(ENOTTY);
     switch (umockdev_ioctl_client_get_request(client)) {
     case USBDEVFS_GET_CAPABILITIES:
-        answer = capabilities(arg, device.capabilities);
+        answer = capabilities(arg, device);
         break;
     case USBDEVFS_CLAIMINTERFACE:
+        answer = withArgument<unsigned>(arg, [&](unsigned interface) { return port.claim(client, interface); });
+        break;
     case USBDEVFS_DISCONNECT_CLAIM:
-        answer = claim(client, port, arg, true);
+        answer = withArgument<usbdevfs_disconnect_claim>(arg, [&](const usbdevfs_disconnect_claim& wanted) {
+            const int error = port.claim(client, wanted.interface);
+            return error == ENOENT ? EINVAL : error; // no such interface
+        });
         break;
     case USBDEVFS_RELEASEINTERFACE:
-        answer = claim(client, port, arg, false);
+        answer = withArgument<unsigned>(arg, [&](unsigned interface) { return port.release(client, interface); });
         break;
     case USBDEVFS_GETDRIVER:
         answer = driver(port, arg);
@@ -169,11 +174,15 @@ void answerIoctl(UMockdevIoctlClient* client, UsbfsDevice device, TimeUs now)
         answer = failed(port.reset(now));
         break;
     case USBDEVFS_SETCONFIGURATION:
-        answer = failed(port.configure());
+        answer = withArgument<int>(arg, [&](int value) { return port.configure(value, now); });
         break;
     case USBDEVFS_CLEAR_HALT:
+        answer = withArgument<unsigned>(arg, [&](unsigned endpoint) { return port.clearHalt(client, endpoint, now); });
+        break;
     case USBDEVFS_SETINTERFACE:
-        answer = failed(port.present());
+        answer = withArgument<usbdevfs_setinterface>(arg, [&](const usbdevfs_setinterface& chosen) {
+            return port.setInterface(client, chosen.interface, chosen.altsetting, now);
+        });
         break;
     case USBDEVFS_CONNECTINFO:
         answer = connectInfo(arg, device.address);

@@ -2,8 +2,8 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# Compares the binary interface (functions, data, records) with the checked-in dump. Every difference fails: the library's
-# name has no number that could change, so nothing may break a program; what only adds needs a new dump.
+# Compares the binary interface (functions, data, records) with the checked-in dump. Every difference fails, because the
+# library's name has no number that could change, so nothing may break a program. An addition needs a new dump.
 #   abi_test.sh LIBRARY DUMP INCLUDE_DIRECTORY; with UPDATE=1 it writes the dump.
 set -eu
 library=$1 dump=$2 include=$3

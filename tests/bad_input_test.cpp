@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Device numbers outside 0 to 9, cameras that are not open, null pointers and null handles: refused, with nothing
+// Device numbers outside 0 to 9, cameras that are not open, null pointers and null handles are refused, and nothing is
 // touched.
 #include <climits>
 #include <cstring>
@@ -30,7 +30,7 @@ struct {
     uint16_t* images[2] = {wide, wide};
 } out;
 
-// That, and the library's tables and flags.
+// The same, and the library's tables and flags.
 std::string everything()
 {
     std::string bytes;
@@ -50,7 +50,7 @@ struct Answer {
 };
 constexpr Answer kRefused{0, "VQD Device not opened.\n"}, kNotOpen{-2, "VQD Device not opened.\n"}, kSilent{0, ""};
 constexpr Answer kNoHandle{0, "VQD Device handle false\n"}, kNoColour{0, "RGB error\n"};
-constexpr Answer kMore{0, nullptr}; // the call does more than refuse, which its own tests show
+constexpr Answer kMore{0, nullptr}; // the call does more than refuse; tests of its own cover it
 
 struct Byte {
     int at;
@@ -62,7 +62,7 @@ struct Call {
     int (*call)(int n);
     Answer badNumber = kRefused;
     Answer closed = kRefused;
-    std::vector<Byte> edited = {}; // on a closed camera: without a device check, the call fails when it sends
+    std::vector<Byte> edited = {}; // on a closed camera, by a call without a device check: it fails when it sends
 };
 
 #define CALL(expression) #expression, []([[maybe_unused]] int n) { return static_cast<int>(expression); }
@@ -88,7 +88,7 @@ const Call kCalls[] = {
     {CALL(vqdParameterData_Load(n, out.bytes))},
     {CALL(vqdEEPROM_ParameterData_Load(n, out.bytes))},
     {CALL(vqdEEPROM_ParameterData_Save(n, out.bytes)), kNotOpen, kNotOpen},
-    // Settings: the device is judged before the value.
+    // Settings check the device before the value.
     {CALL(vqdSetIntegrationTime(n, 1)), kSilent, kSilent},
     {CALL(vqdSetModuleFrequency(n, 20))},
     {CALL(vqdSetOffset(n, 300))},
@@ -237,7 +237,7 @@ TEST_F(BadInput, NullPointersAreRefused)
     EXPECT_EQ(usb.conversation(), "");
 }
 
-// A null pointer is noticed where it would be used: the frame is read before, and a lost camera is the first concern.
+// A null pointer is noticed only where it would be used: the frame is read first, and a lost camera is re-opened first.
 TEST_F(BadInput, ReadNeedsImagesAndInfo)
 {
     openCamera();

@@ -25,11 +25,11 @@ TREE = ROOT / "build/breaks"
 BUILD = TREE / "build"
 SEED = 20261124
 JOBS = str(os.cpu_count())
-# Half of the breaks are in the library. A short run is spread like a long one.
+# Half of the breaks are in the library. A short run has the same proportions as a long one.
 TURNS = [("src/",), ("sim/",), ("src/",), ("tools/", "host/")]
 SLOW = "tool|example|install|soak|Usb|fuzz|Simd|FaultSweep|abi|api_docs|clone"
 
-# Strings and characters are no place for a break.
+# Strings and characters are not broken.
 QUOTED = re.compile(r'"(?:\\.|[^"\\])*"|(?<![0-9A-Fa-f])\'(?:\\.|[^\'\\])+\'')
 UNTOUCHED = re.compile(r"^\s*(#|static_assert|template|namespace|using|extern)|\bkill\(")
 SWAPS = [
@@ -46,7 +46,7 @@ Break = collections.namedtuple("Break", "file old new")
 
 
 def breaks_of(line):
-    """What may stand in place of a line."""
+    """The lines that may replace a line."""
     code = QUOTED.sub(lambda m: "_" * len(m[0]), line).split("//")[0].rstrip()
     if UNTOUCHED.search(code):
         return []
@@ -63,7 +63,7 @@ def tracked():
 
 
 def random_breaks():
-    """In the order of the draw, without end of number."""
+    """Breaks in the order of the draw, without an end."""
     draw, piles = random.Random(SEED), {}
     for folders in sorted(set(TURNS)):
         files = [name for name in tracked() if name.startswith(folders) and name.endswith((".cpp", ".h"))]
@@ -88,7 +88,7 @@ def listed_breaks():
 def breaks_again(path):
     texts = {name: (ROOT / name).read_text() for name in tracked() if name.endswith((".cpp", ".h"))}
     for file, old, new, *_ in (row.split("\t") for row in path.read_text().splitlines()):
-        for name in [file, *texts]:  # a file may have been split or moved
+        for name in [file, *texts]:  # because a file may have been split or moved
             if old in texts.get(name, "").splitlines():
                 yield Break(name, old, new)
                 break
@@ -103,7 +103,7 @@ def build(*targets):
 
 
 def failed_tests(*choice):
-    """What a break makes of memory, disk and time ends with the test that meets it."""
+    """Runs tests, and returns those that fail. Limits keep a break from harming anything but the test that meets it."""
     limits = ["prlimit", f"--as={8 << 30}", f"--fsize={1 << 30}", "--core=0", "--"]
     run = subprocess.run([*limits, "ctest", "--test-dir", BUILD, "-j", JOBS, "--timeout", "120", *choice],
                          capture_output=True, text=True, check=False)
@@ -112,7 +112,7 @@ def failed_tests(*choice):
 
 
 def noticed(a_break):
-    """The tests that notice a break, or None where it does not build."""
+    """The tests that notice a break, or None if it does not build."""
     file = TREE / a_break.file
     whole = file.read_text()
     file.write_text(whole.replace(a_break.old, a_break.new, 1))
@@ -154,7 +154,7 @@ def main():
         if list(a_break) in [row[:3] for row in done]:
             continue
         tests = noticed(a_break)
-        if tests is None and arguments.what != "listed":  # a listed one that does not build is not noticed by a test
+        if tests is None and arguments.what != "listed":  # no test notices a listed break that does not build
             continue
         results.append(" ".join(tests or []))
         print(f"{len(results):3} {a_break.file}: {a_break.old.strip()}  ->  {a_break.new.strip()}: {results[-1] or 'NOT NOTICED'}",

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Calibration tables on the wire.
+// How calibration tables are sent and read.
 #include <functional>
 
 #include "support/library_test.h"
@@ -11,7 +11,7 @@ namespace
 
 using Bytes = std::vector<unsigned char>;
 
-// Exactly so many, so that a sanitizer sees every read beyond them.
+// Exactly this many bytes, so that a sanitizer sees every read beyond them.
 Bytes pattern(size_t count)
 {
     Bytes bytes(count);
@@ -83,7 +83,7 @@ TEST_F(Calibration, AChunkThatFailsIsPassedOver)
 
 using Values = std::vector<double>;
 
-// Calls it with exactly as many elements as the table has, so that a sanitizer sees one more; each is 77 before.
+// Calls the reader with exactly as many elements as the table has, so that a sanitizer sees one more. Each holds 77.
 template <size_t count, typename T> int load(int (*call)(int, T*), Values& out)
 {
     std::vector<T> elements(count, 77);
@@ -97,7 +97,7 @@ int loadWiggling(int n, uint16_t* out)
     return vqdLoadWigglingData(n, out, 0, 8192);
 }
 
-// Every reader with its values of these bytes, and of the first five of them.
+// Every reader, with the values that it makes of these bytes and of only the first five of them.
 const Bytes kStart{0x00, 0x05, 0x02, 0x05, 0x03, 0x05, 0x01, 0x05, 0xFF, 0xFE, 0x27, 0x10, 0xFF, 0xFF, 0x04, 0xFF};
 const struct {
     int (*load)(Values&);

@@ -42,7 +42,7 @@ TEST(Coordinates, PixelsBecomePointsAndPointsPixels)
         if (c.pixel.z == 0)
             continue;
         Point3f pixel = kUnwritten;
-        vqdCameraSpacePointToDepth(&pixel, c.point, c.lens); // half a pixel more, so that truncation rounds
+        vqdCameraSpacePointToDepth(&pixel, c.point, c.lens); // half a pixel is added, so that truncation rounds
         EXPECT_FLOAT_EQ(pixel.x, c.pixel.x + 0.5f);
         EXPECT_FLOAT_EQ(pixel.y, c.pixel.y + 0.5f);
         EXPECT_EQ(pixel.z, c.pixel.z);
@@ -108,7 +108,7 @@ protected:
             depth[i] = static_cast<uint16_t>(i * 40503 >> 3);
     }
 
-    // How many points are not the ray times the depth, up to `count`, or are written behind that.
+    // How many points up to `count` are not the ray times the depth, and how many behind that are written.
     long wrong(size_t count) const
     {
         long wrong = 0;
@@ -130,7 +130,7 @@ TEST_F(FrameToPoints, OneRunningIndexWhateverTheWidth)
     const struct {
         int width, height;
         size_t written;
-        // Beyond the rays nothing is touched.
+        // Nothing is touched beyond the rays.
     } cases[] = {{320, 240, 76800},    {160, 2, 320},     {1, 1, 1},         {3, 3, 9},
                  {0, 240, 0},          {320, 0, 0},       {-1, -1, 0},       {-5, 10, 0},
                  {320, INT32_MIN, 0},  {400, 240, 76800}, {76801, 1, 76800}, {INT32_MAX, INT32_MAX, 76800},

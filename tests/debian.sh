@@ -2,9 +2,9 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
 #
-# Sourced by what needs a Debian of its own in a folder.
+# Sourced by scripts that need a Debian of their own in a folder.
 
-# Fills a folder with Debian, from the archive and with apt's settings of this machine.
+# Fills a folder with Debian, with this machine's archive and settings of apt.
 #   new_debian ROOT ARCHITECTURE VARIANT PACKAGES
 new_debian() {
     local settings
@@ -17,8 +17,8 @@ new_debian() {
     rm -r "$settings"
 }
 
-# Runs a command in such a folder, with nothing of this machine's environment; SHARED, if not empty, is a folder of this
-# machine that is seen there too. What is mounted for it is gone with the process, however it ends.
+# Runs a command in such a folder, with nothing of this machine's environment. SHARED, if not empty, is a folder of this
+# machine that the command sees too. The mounts for it go with the process, however it ends.
 #   in_debian ROOT SHARED COMMAND [ARGUMENTS]
 in_debian() {
     unshare --mount --pid --fork --kill-child bash -euc '
@@ -35,7 +35,7 @@ in_debian() {
             chroot "$root" "$@"' bash "$@"
 }
 
-# Prepares to cross-build for 64-bit Arm. The Arm packages are only unpacked, into build/arm64-sysroot: this machine's own
+# Prepares to cross-build for 64-bit Arm. The Arm packages are only unpacked into build/arm64-sysroot, so this machine's own
 # package system does not change.
 arm64_sysroot() {
     install_packages cmake make crossbuild-essential-arm64 qemu-user mmdebstrap
@@ -44,10 +44,10 @@ arm64_sysroot() {
         mkdir -p build
         rm -rf "$sysroot.part"
         new_debian "$sysroot.part" arm64 extract libusb-1.0-0-dev,libhwy-dev,libgtest-dev,libstdc++6,libumockdev-dev,libcli11-dev,libarchive-dev,libpng-dev,nlohmann-json3-dev
-        # Links such as libz.so lead to this machine's own folders; where they lead nowhere, the static library would be linked.
+        # Links such as libz.so lead to folders of this machine. Where they lead nowhere, the static library would be linked.
         find "$sysroot.part" -type l -lname '/*' | while IFS= read -r link; do
             ln -sfnr "$sysroot.part$(readlink "$link")" "$link"
         done
-        mv "$sysroot.part" "$sysroot" # only a complete one
+        mv "$sysroot.part" "$sysroot" # so that it is complete
     fi
 }

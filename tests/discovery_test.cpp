@@ -45,7 +45,7 @@ TEST_F(Discovery, FillsSlotsAndRecordsInListOrderAndSkipsStrangers)
     EXPECT_EQ(devices[1].nIndex, 1);
     EXPECT_EQ(devices[0].nModelFlag, 1);
     EXPECT_EQ(devices[1].nModelFlag, 0);
-    EXPECT_EQ(devices[0].szReserved[0], 0x5A); // what the library never writes
+    EXPECT_EQ(devices[0].szReserved[0], 0x5A); // the library never writes it
     EXPECT_EQ(devices[0].nReserved, 0x5A5A);
     EXPECT_EQ(devices[0].szDeviceName[255], 0); // the whole field is written
     EXPECT_EQ(memcmp(m_stDevInfo[1].szVendorName, devices[1].szVendorName, 1032 - 260), 0);
@@ -54,7 +54,7 @@ TEST_F(Discovery, FillsSlotsAndRecordsInListOrderAndSkipsStrangers)
     EXPECT_EQ(printed([] { EXPECT_EQ(vqdDeviceIsOpen(0), 1); }), "");
 }
 
-// And a camera without its udev rule could be opened by root only.
+// Without a udev rule only root could open the camera.
 TEST_F(Discovery, AcceptsExactlyTheKnownProductIdsWhichAllHaveAUdevRule)
 {
     std::vector<unsigned> accepted, ruled;
@@ -85,7 +85,7 @@ TEST_F(Discovery, AcceptsExactlyTheKnownProductIdsWhichAllHaveAUdevRule)
     EXPECT_EQ(list(), -2);
 }
 
-// Anywhere in the product's name. Only cameras that the host corrects have tables to read.
+// The designator may stand anywhere in the product's name. Only for host-corrected cameras are tables read.
 TEST_F(Discovery, TheDesignatorDecidesOnModelFlagAndTables)
 {
     const struct {
@@ -126,7 +126,7 @@ TEST_F(Discovery, SaysWhyNothingIsListed)
                   std::string(kVersion) + c.printed);
         EXPECT_EQ(count, c.count);
     }
-    // There is nothing to write to a null list while no camera is attached.
+    // While no camera is attached, nothing would be written to the list, so a null list does no harm.
     EXPECT_EQ(printed([&] { EXPECT_EQ(vqdGetDeviceList(nullptr, &count), -2); }),
               std::string(kVersion) + "Error in Device not connection\n");
     EXPECT_EQ(count, -1);

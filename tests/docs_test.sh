@@ -2,11 +2,11 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# Every relative link of the documentation leads to a file that is there, and to a heading of it where it names one.
+# Checks that every relative link of the documentation leads to a file, and to a heading of it where it names one.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-# The names that headings are linked by: lower case, without punctuation, blanks as hyphens.
+# The names by which headings are linked: in lower case, without punctuation, with hyphens for blanks.
 headings() {
     # shellcheck disable=SC2016
     sed -n '/^```/,/^```/d; s/^##* //p' "$1" | tr '[:upper:]' '[:lower:]' | sed 's/[^a-z0-9 _-]//g; s/ /-/g'

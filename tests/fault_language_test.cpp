@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Fault plans as text: what lines mean, and where errors point.
+// Fault plans as text: what their lines mean, and where errors point.
 #include <gtest/gtest.h>
 
 #include "fault_language.h"
@@ -52,7 +52,7 @@ TEST(FaultLanguage, LinesMeanWhatTheySay)
         EXPECT_TRUE(plan[i].camera == 3 && same(plan[i].fault, cases[i].fault)) << cases[i].line;
 }
 
-// A "^" stands under the character.
+// Errors point with a "^" under the character.
 TEST(FaultLanguage, ErrorsPointAtTheCharacter)
 {
     const std::string cases[] = {
@@ -79,7 +79,7 @@ TEST(FaultLanguage, ErrorsPointAtTheCharacter)
             ADD_FAILURE() << "taken: " << both;
         } catch (const FaultPlanError& error) {
             const std::string text = error.what();
-            EXPECT_EQ(error.at, both.size() - end - 1) << both; // the line feed before makes up for the caret itself
+            EXPECT_EQ(error.at, both.size() - end - 1) << both; // the line feed in front makes up for the caret itself
             EXPECT_EQ(text.substr(text.find('\n')), "\n    " + both.substr(0, end) + "\n    " + both.substr(end + 1));
         }
     }

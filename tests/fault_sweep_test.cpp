@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Every operation of the library with its k-th USB call going wrong, for every k and every way of going wrong. Each
-// case is a process of its own, forked when the operation is about to start.
+// Runs every operation of the library with its k-th USB call going wrong, for every k and every way of going wrong.
+// Each case is a process of its own, which is forked when the operation is about to start.
 #include <cstdlib>
 #include <cstring>
 #include <set>
@@ -15,7 +15,7 @@
 namespace
 {
 
-// What an operation may write to, and more behind it that must stay as it is.
+// What an operation may write to, and guards behind it that must stay as they are.
 struct Buffers {
     std::array<DevInfo, VQD_MAX_DEVICES> list;
     int count;
@@ -47,7 +47,7 @@ struct Buffers {
 Buffers b;
 
 enum class From { nothing, listed, opened, grabbing };
-enum class Kind { other, setter, reader }; // a setter that says 1 has reached the camera
+enum class Kind { other, setter, reader }; // when a setter returns 1, its setting has reached the camera
 
 struct Operation {
     const char* name;
@@ -96,7 +96,7 @@ const Operation kOperations[] = {
     {"Undistortion", From::opened, [] { return vqdSetUndistortion(0, 1); }, kDoneOrNot, Kind::setter},
 };
 
-// The line that each call's failure prints; the first row that fits. Calls without a row fail silently.
+// The line that the failure of a call prints. The first row that fits counts; calls without a row fail silently.
 const struct {
     const char *call, *line;
 } kLines[] = {
@@ -123,7 +123,7 @@ using Spoil = VirtualUsb::Spoil;
 class FaultSweep : public testing::TestWithParam<Operation>
 {
 protected:
-    // A camera that is as far as the operation wants it.
+    // Brings a camera to the state in which the operation starts.
     void prepare(From from)
     {
         quiet();
@@ -151,7 +151,7 @@ protected:
         return text;
     }
 
-    // In the child: what is wrong after the operation met the fault, or nothing.
+    // Runs in the child. Returns what is wrong after the operation met the fault, or nothing.
     std::string verdict(const Operation& operation, Spoil how)
     {
         ftruncate(fileno(m_lines), 0);
@@ -174,7 +174,7 @@ protected:
         return sound(how, result);
     }
 
-    // Once the fault is over all is as it should be.
+    // Once the fault is over, everything must work again.
     std::string sound(Spoil how, int result)
     {
         if (how == Spoil::gone || how == Spoil::goneForAWhile)
@@ -184,7 +184,12 @@ protected:
             return "reading does not go on";
         if (vqdGetDeviceList(b.list.data(), &b.count) != 1 || b.count != 1)
             return "the next listing fails: " + lines();
-        if (vqdDeviceOpen(0) != 1 || vqdSetUndistortion(0, 0) != 1 || vqdGrabStart(0) != 1 || b.read() != 1)
+        if (vqdDeviceOpen(0) != 1)
+            return "the next open fails: " + lines();
+        // Only a re-open resets the camera, which ends the halt of an endpoint that stalled.
+        if ((usb.isHalted(0, 0x02) || usb.isHalted(0, 0x86)) && vqdDeviceReOpen(0) != 1)
+            return "a re-open does not help an endpoint that stalled: " + lines();
+        if (vqdSetUndistortion(0, 0) != 1 || vqdGrabStart(0) != 1 || b.read() != 1)
             return "the next session fails: " + lines();
         if (Marked(kMark).wrongPixels(frameInBuffer(), b.amplitude.data(), b.depth.data()) != 0)
             return "the next frame is wrong";

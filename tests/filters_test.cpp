@@ -17,7 +17,7 @@ TEST(Filters, AmplitudeCheckClearsBelowTheScaledThreshold)
     const struct {
         int threshold;
         float scale;
-        uint16_t amplitude, left; // of a depth of 9
+        uint16_t amplitude, left; // left: what remains of a depth of 9
     } cases[] = {
         {0x164, 1.3f, 129, 0},   // 100 x 1.3: only the low byte counts
         {0x164, 1.3f, 130, 9},   // strict
@@ -49,7 +49,7 @@ TEST(Filters, ScatteringCheckAsksLessOfFarPixels)
         {10, 1.6e-6f, 7, 1000, 1000},                                //
         {10, 1.6e-6f, 1, 2000, 0},                                   // 10 / 6.4 = 1.56
         {10, 1.6e-6f, 2, 2000, 2000},                                //
-        {0x10A, 1.6e-6f, 7, 1000, 1000}, {10, 1.6e-6f, 65535, 0, 0}, // 10 / 0 is above all
+        {0x10A, 1.6e-6f, 7, 1000, 1000}, {10, 1.6e-6f, 65535, 0, 0}, // 10 / 0 is above everything
         {0, 1.6e-6f, 0, 0, 0},                                       // 0 / 0 is above nothing
         {0, 1.6e-6f, 0, 1000, 1000},                                 //
         {255, 1e-8f, 11, 46340, 0},                                  // 46340 squared still fits: 255 / 21.47 = 11.87
@@ -106,7 +106,7 @@ TEST(Filters, VisitExactlyWidthTimesHeightPixels)
     };
     for (const auto& c : cases)
         for (const Filter filter : filters) {
-            // One past an aligned start, as a caller's buffer may lie.
+            // One element past an aligned start, because a caller's buffer need not be aligned.
             const std::vector<uint16_t> amplitude(65, 0);
             std::vector<uint16_t> depth(65, 7);
             filter(amplitude.data() + 1, depth.data() + 1, c.w, c.h);
@@ -147,10 +147,10 @@ TEST(Filters, RoundTakesHalvesUpInSinglePrecision)
                  {2.5f, 3},
                  {-2.5f, -2},
                  {0.49999997f, 1},      // the sum rounds to 1
-                 {8388609.0f, 8388610}, // and here to even
+                 {8388609.0f, 8388610}, // here the sum rounds to even
                  {-2147483648.0f, INT_MIN},
                  {2147483520.0f, 2147483520},
-                 {2147483648.0f, 0}, // no int
+                 {2147483648.0f, 0}, // no int holds it
                  {NAN, 0},
                  {infinity, 0},
                  {-infinity, 0}};

@@ -90,10 +90,10 @@ TEST_F(Frame, TheStopSwitchWinsOverEverything)
 TEST_F(Frame, TwoFailuresAreRetriedAtOnce)
 {
     grab();
-    usb.fail("bulk", -9, 1, 2);
-    EXPECT_EQ(printed([&] { EXPECT_EQ(read(), 1); }), "ReadFromDevice Read Error, Device Reset2, -9\n"
-                                                      "ReadFromDevice Read Error, Device Reset2, -9\n");
-    EXPECT_EQ(usb.conversation(), "in 307712 -9, in 307712 -9, in 307712");
+    usb.fail("bulk", -1, 1, 2);
+    EXPECT_EQ(printed([&] { EXPECT_EQ(read(), 1); }), "ReadFromDevice Read Error, Device Reset2, -1\n"
+                                                      "ReadFromDevice Read Error, Device Reset2, -1\n");
+    EXPECT_EQ(usb.conversation(), "in 307712 -1, in 307712 -1, in 307712");
     EXPECT_EQ(m_nRetriesCount, 0);
 }
 
@@ -130,6 +130,26 @@ TEST_F(Frame, AWrongStartCodeReopensAndLeavesTheImages)
     EXPECT_EQ(info.nFrameCount, 2u);
     EXPECT_EQ(read(), 1);
     EXPECT_NE(depth, before);
+}
+
+// Endpoints that stall go on to do so; the reset of a re-open ends that, of the one for images as well.
+TEST_F(Frame, AnEndpointThatStalledIsFreedByAReopen)
+{
+    sim::Camera& camera = grab();
+    EXPECT_EQ(read(), 1);
+    camera.addFault({.channel = sim::Channel::bulkOut});
+    EXPECT_EQ(printed([] { EXPECT_EQ(vqdSetOffset(0, 7), 0); }), "vqdWriteToDevice Bulk transfer Error.\n");
+    EXPECT_EQ(printed([] { EXPECT_EQ(vqdSetOffset(0, 8), 0); }), "vqdWriteToDevice Bulk transfer Error.\n");
+    camera.addFault({.channel = sim::Channel::bulkIn});
+    EXPECT_EQ(printed([&] { EXPECT_EQ(read(), 1); }), "ReadFromDevice Read Error, Device Reset2, -9\n"
+                                                      "ReadFromDevice Read Error, Device Reset2, -9\n"
+                                                      "ReadFromDevice Read Error, Device Reset2, -9\n"
+                                                      "vqdWriteToDevice Bulk transfer Error.\n"
+                                                      "Device Open Success\n");
+    usb.conversation();
+    EXPECT_EQ(read(), 1);
+    EXPECT_EQ(usb.conversation(), "in 307712");
+    EXPECT_EQ(camera.registers[25], 8);
 }
 
 TEST_F(Frame, AVanishedCameraComesBackOnANewAddress)
@@ -180,14 +200,14 @@ TEST_F(Frame, ASpentBudgetPausesASecondInEveryPath)
     EXPECT_EQ(m_nDeviceOpen[0], 1);
     EXPECT_EQ(info.nFrameCount, 1u);
 
-    usb.interruptedWaits = 1; // by a signal: the rest of the second follows
+    usb.interruptedWaits = 1; // a signal cuts the wait short, and the rest of the second follows
     printed([&] { EXPECT_EQ(read(), -3); });
     EXPECT_EQ(usb.conversation().rfind("sleep 1, wait 9", 0), 0u);
 }
 
 TEST_F(Frame, TheHostClipsOnlyAfterTheRangeIsReadBack)
 {
-    usb.plug(); // number 0, whose range is another
+    usb.plug(); // becomes number 0, whose range differs
     grab();
     EXPECT_EQ(vqdGrabStart(1), 1);
     EXPECT_EQ(vqdSetDepthRange(1, kMark + 1, kMark + 20), 1);
@@ -205,7 +225,7 @@ TEST_F(Frame, AShortFrameIsNotNoticed)
     camera.addFault({.kind = sim::Fault::Kind::shortened, .channel = sim::Channel::bulkIn, .bytes = 512});
     const auto before = amplitude;
     EXPECT_EQ(printed([&] { EXPECT_EQ(read(), 1); }), "");
-    EXPECT_EQ(amplitude, before); // the planes of the frame before stay in the buffer
+    EXPECT_EQ(amplitude, before); // the planes of the previous frame stay in the buffer
 }
 
 TEST_F(Frame, EveryStreamIsStampedFromItsOwnFirstFrame)

@@ -2,7 +2,7 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# Fuzzes each target for so many seconds (60), with clang's libFuzzer; findings go to build/fuzz/findings.
+# Fuzzes each target for the given seconds (60), with clang's libFuzzer. Findings go to build/fuzz/findings.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source tools/setup.sh
@@ -12,7 +12,7 @@ if [[ ! $seconds =~ ^[1-9][0-9]*$ ]]; then
     echo "--fuzz takes a number of seconds, not $seconds." >&2
     exit 2
 fi
-install_packages clang libclang-rt-14-dev cmake make libusb-1.0-0-dev
+install_packages clang libclang-rt-14-dev cmake make libusb-1.0-0-dev libzstd-dev
 build_preset fuzz
 mkdir -p build/fuzz/findings build/fuzz/tmp
 : >build/fuzz/summary
@@ -21,7 +21,7 @@ for seeds in fuzz/corpus/*; do
     target=${seeds##*/}
     log=build/fuzz/$target.log outcome='no crash'
     mkdir -p "build/fuzz/corpus/$target"
-    # Absolute paths: a target may be in a folder of its own when it fails.
+    # The paths are absolute, because a target may have changed its folder when it fails.
     TMPDIR=$PWD/build/fuzz/tmp "build/fuzz/fuzz_$target" -max_total_time="$seconds" -timeout=25 -max_len=4096 \
         -len_control=0 -close_fd_mask=1 -print_final_stats=1 -artifact_prefix="$PWD/build/fuzz/findings/$target-" \
         "build/fuzz/corpus/$target" "$seeds" >"$log" 2>&1 || {

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// What undistortion and the corrections make of a scene: straight edges straight and flat walls flat.
+// After undistortion and the corrections, straight edges of a scene are straight and flat walls are flat.
 #include "support/geometry_measures.h"
 #include "support/library_test.h"
 
@@ -61,7 +61,7 @@ TEST_F(GeometryOnFrames, BothCorrectionsFlattenTheWallOfAHostCorrectedCamera)
     };
     const double none = with(0, 0), fppn = with(1, 0), orthogonal = with(0, 1), both = with(1, 1);
     EXPECT_LT(both, none / 5);
-    EXPECT_LT(both, orthogonal / 5); // each has its share
+    EXPECT_LT(both, orthogonal / 5); // each of them contributes
     EXPECT_LT(both, fppn / 5);
     EXPECT_LT(both, 2);
     const size_t centre = 120 * 320 + 160;

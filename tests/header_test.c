@@ -8,7 +8,7 @@
 
 #include "VQD_API.h"
 
-/* An application may have a function of the name of one of ours. */
+/* An application may have a function with the name of one of the library's. */
 int Round(float value);
 
 int Round(float value)

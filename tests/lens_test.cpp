@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The three calibration sets: their bytes in the image, what the caches keep, and what reaches the camera.
+// The three calibration sets: their bytes in the image, the values in the caches, and what reaches the camera.
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -16,7 +16,7 @@ constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
 enum Set { kDepth, kColour, kBetween };
 constexpr Set kSets[] = {kDepth, kColour, kBetween};
-using Values = std::array<float, 12>; // lenses use ten: intrinsic, then distortion
+using Values = std::array<float, 12>; // lenses use ten of them: intrinsic, then distortion
 
 int set(Set which, const Values& v)
 {
@@ -33,7 +33,7 @@ int get(Set which, Values& v)
     return (which == kDepth ? vqdGetLensParameter : vqdGetRGBLensParameter)(0, v.data(), v.data() + 4);
 }
 
-// What the library computes with, or keeps for the application.
+// The values with which the library computes, or which it keeps for the application.
 Values cached(Set which)
 {
     Values v{};
@@ -91,7 +91,7 @@ TEST_F(Lens, ValuesAreStoredInFixedPoint)
         {kBetween, 11, -0.00005f, 142, 0x8001, -0.0001f},
         {kBetween, 9, 0.00004f, 138, 0, 0.0f},
         {kBetween, 10, -0.0f, 140, 0, 0.0f},
-        // What a field can not hold is stored as the nearest that it can.
+        // A value that a field cannot hold is stored as the nearest one that it can.
         {kDepth, fx, -1.0f, 80, 0, 0.0f},
         {kDepth, fy, 6553.6f, 82, 0xFFFF, 6553.5f},
         {kDepth, cx, kInf, 90, 0xFFFF, 6553.5f},
@@ -125,7 +125,7 @@ TEST_F(Lens, EveryMemberHasItsPlace)
         Set set;
         Values values;
         int at;
-        std::vector<uint8_t> bytes; // a lens stores the principal point behind k3
+        std::vector<uint8_t> bytes; // in a lens, the principal point stands behind k3
     } cases[] = {
         {kDepth, lens, 80, {0x07, 0xD5, 0x03, 0xED, 0x81, 0xF4, 0x00, 0xFA, 0x80, 0x7D,
                             0x06, 0x45, 0x04, 0xB5, 0x00, 0x4B, 0x80, 0x7D, 0x07, 0xD0}},
@@ -194,7 +194,7 @@ TEST_F(Lens, AReloadQuantisesTheCachesAndKeepsWhatTheEepromDoesNot)
     EXPECT_EQ(cached(kColour), (Values{150.2f, 150.3f, 160.0f, 119.9f, 0.123f, 0, 0, 0.019f}));
     EXPECT_EQ(cached(kBetween), (Values{0.5f, 0.25f, 0, -0.5f, 1, 2, 3, -1, -2, -3, 0.75f, 0.0001f}));
 
-    // A process that has never set them knows only the EEPROM's four.
+    // A process that has never set the transform knows only the four values of the EEPROM.
     memset(stCamParam[0].image + 128, 0, 384);
     printed([] { EXPECT_EQ(LoadParameter(0), 1); });
     EXPECT_EQ(cached(kBetween), (Values{0.5f, 0.25f, 0, -0.5f}));

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Open, close, grab start and stop, the read buffer and the image channel: complete conversations.
+// Complete conversations of open, close, grab start and stop, the read buffer and the image channel.
 #include <algorithm>
 
 #include "support/library_test.h"
@@ -102,7 +102,7 @@ TEST_F(Lifecycle, TheImageBecomesTheHostsCopyOnlyOnceItIsSent)
     EXPECT_EQ(stCamParam[0].image[500], 0);
 
     camera.addFault({.kind = sim::Fault::Kind::shortened, .channel = sim::Channel::bulkOut, .bytes = 100});
-    EXPECT_EQ(printed([&] { EXPECT_EQ(write(), 1); }), ""); // the count is not looked at
+    EXPECT_EQ(printed([&] { EXPECT_EQ(write(), 1); }), ""); // the library does not look at the count
     EXPECT_EQ(usb.conversation(), kImageSent);
     EXPECT_EQ(stCamParam[0].image[500], 9);
     EXPECT_EQ(write(), 1);
@@ -135,6 +135,7 @@ TEST_F(Lifecycle, ReadBufferRequests)
         usb.fail(c.failing, -9, c.nth);
         EXPECT_EQ(printed([&] { EXPECT_EQ(c.call(0), c.result); }), c.printed);
         EXPECT_EQ(usb.conversation(), c.conversation);
+        usb.camera(0).reset(usb.now); // else an endpoint that stalled goes on to do so
     }
 }
 
@@ -143,7 +144,7 @@ TEST_F(Lifecycle, AWaitThatASignalCutsShortGoesOn)
     openCamera();
     usb.interruptedWaits = 2;
     EXPECT_EQ(vqdReadBufInit(0), 1);
-    // What is left of it is measured in real time, of which hardly any passes here.
+    // The remaining wait is measured in real time, and hardly any passes here.
     const std::string conversation = usb.conversation();
     EXPECT_EQ(conversation.rfind("wait 100000, wait ", 0), 0u) << conversation;
     EXPECT_EQ(std::count(conversation.begin(), conversation.begin() + conversation.find("B4"), 'w'), 3) << conversation;
@@ -172,7 +173,7 @@ TEST_F(Lifecycle, CloseStopsGrabbingAndEndsTheContextWithTheLastCamera)
     EXPECT_EQ(printed([] { EXPECT_EQ(vqdDeviceClose(1), 1); }), "");
     EXPECT_EQ(usb.conversation(), "wait 100, " + kImageSent + ", wait 100000, close 3, exit, exit");
     EXPECT_EQ(usb.configurationsHeld, 0);
-    // A close ends a use of the default context also when the library has none left.
+    // A close ends a use of the default context even when the library has none left.
     EXPECT_EQ(printed([] { EXPECT_EQ(vqdDeviceClose(0), 1); }), "");
     EXPECT_EQ(usb.conversation(), "exit");
 }

@@ -2,8 +2,8 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# clang-tidy and cppcheck over the library, the virtual camera, the host library and the tool, with the configurations of
-# the tree. Needs the compile commands of the dev preset.
+# Runs clang-tidy and cppcheck over the library, the virtual camera, the host library and the tool, with the configurations
+# of the tree. Needs the compile commands of the dev preset.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 

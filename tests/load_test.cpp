@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The parameter load: the EEPROM's image or factory settings, and all that is derived from it, in its order: lens,
+// The parameter load: the EEPROM's image or factory settings, and all that is derived from it in this order: lens,
 // rays, tables, switches, maps.
 #include <cstring>
 
@@ -48,7 +48,7 @@ TEST_F(Load, TheEepromsImageIsTakenAsFarAsItComes)
         EXPECT_EQ(printed([&] { EXPECT_EQ(vqdEEPROM_ParameterData_Load(0, image.data()), 1); }), kBadLens);
         std::fill(camera.eeprom.begin() + bytes, camera.eeprom.end(), uint8_t{0});
         EXPECT_EQ(memcmp(image.data(), camera.eeprom.data(), 128), 0) << bytes;
-        EXPECT_EQ(image[130], 0x77); // bytes from 128 on are not the EEPROM's
+        EXPECT_EQ(image[130], 0x77); // the EEPROM does not hold bytes from 128 on
         EXPECT_EQ(stCamParam[0].nIntegrationTime, 8500);
         EXPECT_EQ(stCamParam[0].nThreshold, 0x55);
         EXPECT_EQ(stCamParam[0].nOffset, -0x55);
@@ -122,7 +122,7 @@ TEST_F(Load, ThePrincipalPointDecidesOnTheLens)
         bool good;
     } cases[] = {{1399, false}, {1400, true}, {1800, true}, {1801, false}, {0, false}, {65535, false}};
     sim::Camera& camera = openCamera(model("VQD-HT110"));
-    for (const int at : {80, 82, 84, 86, 88, 92, 94, 96, 98}) // a lens that has nothing of the default one
+    for (const int at : {80, 82, 84, 86, 88, 92, 94, 96, 98}) // a lens that shares no value with the default one
         putPair(camera, static_cast<size_t>(at), 2000);
     for (const auto& c : cases) {
         SCOPED_TRACE(c.cx);
@@ -136,10 +136,10 @@ TEST_F(Load, ThePrincipalPointDecidesOnTheLens)
                                                        : std::array{-0.346f, 0.12f, 0.0f, 0.0f, 0.0f, 0.0f};
         EXPECT_EQ(std::to_array(m_fIntrinsicParam[0]), intrinsic);
         EXPECT_EQ(std::to_array(m_fDistorParam[0]), distortion);
-        EXPECT_EQ(pPointCloud[0].x, c.good ? -cx / 200.0f / 1000.0f : 7); // the rays stay as they were
+        EXPECT_EQ(pPointCloud[0].x, c.good ? -cx / 200.0f / 1000.0f : 7); // otherwise the rays stay as they were
         float stored[4] = {};
         EXPECT_EQ(vqdGetLensParameter(0, stored, nullptr), 1);
-        EXPECT_EQ(stored[2], cx); // so does the image
+        EXPECT_EQ(stored[2], cx); // the image keeps its value too
     }
 }
 
@@ -153,7 +153,7 @@ TEST_F(Load, SwitchesComeFromTheImageAndMapsFromTheMode)
     const struct {
         const char* product;
         uint8_t byte2, byte3, byte9, byte43, byte48, byte49;
-        Derived expected; // from flags that were all 5 before
+        Derived expected; // all flags were 5 before
         bool maps;
     } cases[] = {
         {"VQD-HT120", 2, 16, 0xE0, 255, 0x13, 0x11, {1, 1, 3, 1, 1, 1, 0}, true},
@@ -199,7 +199,7 @@ TEST_F(Load, AListingLoadsEveryCameraAndTheLastDecidesForAll)
     EXPECT_EQ(m_nUndistortionMode, 2);
     EXPECT_EQ(m_fX_nu, 159 / 150.0f);
     EXPECT_EQ(pPointCloud[0].x, -160 / 150.0f / 1000.0f);
-    EXPECT_EQ(m_fIntrinsicParam[0][0], 204); // the lens is each camera's own
+    EXPECT_EQ(m_fIntrinsicParam[0][0], 204); // each camera has a lens of its own
     // Only the first one has tables.
     EXPECT_EQ(m_nEEPROMFPPNBuf[0], 10); // half of the row pattern
     EXPECT_EQ(m_dOrthogonalData[120 * 320 + 160], 1.0);

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The orthogonal table from the camera or from a file, which may hold anything.
+// The orthogonal table, from the camera or from a file, which may contain anything.
 #include <clocale>
 #include <cmath>
 #include <filesystem>
@@ -20,14 +20,14 @@ constexpr char kStart[] = "Orthogonal table file load start.\n";
 constexpr char kComplete[] = "Orthogonal table data load complete.\n";
 constexpr char kOpenFail[] = "Orthogonal table Data open fail.\n";
 constexpr char kReadFail[] = "Orthogonal table data read fail.\n";
-constexpr double kImplausible = 6.5535; // every factor of the camera's table here, so that the file is asked for
+constexpr double kImplausible = 6.5535; // every factor of the camera's table, so that the library reads the file
 
 std::string cell(int row, int column)
 {
     return std::to_string(row * 1000 + column);
 }
 
-// One line a row, each value telling its place.
+// A line for each row, in which each value shows its place.
 std::string grid(int rows, int columns, const std::function<std::string(int, int)>& value = cell)
 {
     std::string text;
@@ -37,7 +37,7 @@ std::string grid(int rows, int columns, const std::function<std::string(int, int
     return text;
 }
 
-// The same with one line replaced.
+// The same text with one line replaced.
 std::string gridWith(int at, const std::string& line)
 {
     return grid(at, 334) + line + "\n" + grid(254, 334).substr(grid(at + 1, 334).size());
@@ -79,8 +79,8 @@ protected:
         return printed([] { LoadOrthogonalTable(0); });
     }
 
-    // Entries that differ from `rows` of `columns` values that tell their place, the first of them at (row, column),
-    // and the camera's factor after them.
+    // Counts the entries that are wrong. Right are `rows` of `columns` values that show their place, the first of them
+    // from (row, column), and after these the camera's factor.
     static int wrong(int rows, int columns, int row, int column)
     {
         int wrong = 0;
@@ -99,7 +99,7 @@ protected:
 TEST_F(OrthogonalTable, TheCamerasFactorsGoByTheRadius)
 {
     auto& table = camera->regions[0x7000];
-    for (size_t i = 0; i < 256; ++i) { // the factor at radius i says i
+    for (size_t i = 0; i < 256; ++i) { // the factor at radius i encodes i
         table[16 * i] = 0;
         table[16 * i + 1] = static_cast<uint8_t>(i);
     }
@@ -115,7 +115,7 @@ TEST_F(OrthogonalTable, TheCamerasFactorsGoByTheRadius)
         for (int i = 0; i < VQD_PIXELS; ++i) {
             const float dx = static_cast<float>(i % 320) - c.cx, dy = static_cast<float>(i / 320) - c.cy;
             const float rounded = std::floor(std::sqrt(dx * dx + dy * dy) + 0.5f);
-            const double radius = rounded < 255 ? rounded : 255; // the last one for all beyond
+            const double radius = rounded < 255 ? rounded : 255; // the last factor holds for all radii beyond
             wrong += m_dOrthogonalData[i] != radius / 10000.0;
         }
         EXPECT_EQ(wrong, 0) << c.cx << " " << c.cy;
@@ -130,7 +130,7 @@ TEST_F(OrthogonalTable, AFactorAbove1AtTheCornerAsksForTheFile)
     } cases[] = {
         {0, kComplete}, {9500, kComplete}, {10000, kComplete}, {10001, std::string(kStart) + kOpenFail + kComplete}};
     for (const auto& c : cases) {
-        camera->regions[0x7000][16 * 200] = static_cast<uint8_t>(c.factor >> 8); // the corner is 200 pixels away
+        camera->regions[0x7000][16 * 200] = static_cast<uint8_t>(c.factor >> 8); // the corner is at radius 200
         camera->regions[0x7000][16 * 200 + 1] = static_cast<uint8_t>(c.factor & 0xFF);
         EXPECT_EQ(load(), c.lines) << c.factor;
         EXPECT_EQ(m_dOrthogonalData[0], c.factor / 10000.0);
@@ -192,7 +192,7 @@ TEST_F(OrthogonalTable, WhatTheFileHoldsIsStoredFromTheStart)
         EXPECT_EQ(wrong(c.rows, c.columns, c.row, c.column), 0);
     }
 
-    // A row that is too short ends the load; its own values and those before it stay.
+    // A row that is too short ends the load, but its own values and those before it stay.
     centre(160, 120);
     for (const std::string& line :
          {shorter, shorter + "\t", shorter + "\t ", shorter + '\0' + "\t5", shorter + "\t\r"}) {
@@ -231,7 +231,7 @@ TEST_F(OrthogonalTable, OnlyAFileIsRead)
     std::filesystem::create_directory(kFile);
     EXPECT_EQ(load(), std::string(kStart) + kOpenFail + kComplete);
     std::filesystem::remove(kFile);
-    ASSERT_EQ(mkfifo(kFile, 0600), 0); // would wait for ever
+    ASSERT_EQ(mkfifo(kFile, 0600), 0); // a read of it would wait for ever
     EXPECT_EQ(load(), std::string(kStart) + kOpenFail + kComplete);
     EXPECT_EQ(wrong(0, 320, 0, 0), 0);
     EXPECT_TRUE(std::filesystem::is_fifo(kFile));

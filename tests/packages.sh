@@ -2,8 +2,8 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# Builds the Debian packages and takes them through their life in a fresh Debian: install, use, build against, upgrade,
-# remove, purge. Nothing may be left behind. Run by ./test.sh --packages.
+# Builds the Debian packages and takes them through a fresh Debian: install, use, build against, upgrade, remove, purge.
+# Nothing may be left behind. ./test.sh --packages runs it.
 #   packages.sh            for this machine
 #   packages.sh --arm64    cross-built for 64-bit Arm; the fresh Debian runs under qemu-user
 set -euo pipefail
@@ -26,7 +26,7 @@ if [[ ${1:-} != --as-root ]]; then
             exit 1
         fi
     fi
-    for revision in 2 1; do # the newer one for the upgrade
+    for revision in 2 1; do # 2 is for the upgrade
         cmake --preset $preset -DVQD_DEB_REVISION=$revision
         cmake --build --preset $preset -j "$(nproc)" --target all docs
         cp build/$preset/CPackConfig.cmake build/$preset/revision-$revision.cmake
@@ -44,8 +44,8 @@ trap 'rm -rf --one-file-system "$work"' EXIT
 root=$work/root
 new_debian "$root" "$arch" minbase g++,cmake,make,pkg-config,udev
 if [[ $arch != "$native" ]]; then
-    # Packing asks Debian's tools for the packages of the libraries, and the tool for its man pages. Both are done where
-    # they are of the architecture.
+    # Packing runs Debian's tools to find the packages of the libraries, and the tool to make its man pages. Both must run on
+    # the architecture of the packages.
     cp -a "$root" "$work/packing"
     in_debian "$work/packing" "$PWD" bash -euc '
         apt-get -qq update
@@ -55,7 +55,7 @@ if [[ $arch != "$native" ]]; then
         "$2/tools/vqd/make_reference.sh" "$1/vqd" "$1/reference" help2man
         for revision in 2 1; do cpack --config revision-$revision.cmake -B packages-$revision; done' bash "$build" "$PWD"
 fi
-# The address is an example, and there was no bug report that asked for packages.
+# The address is only an example, and no bug report asked for packages.
 lintian --allow-root --fail-on error --suppress-tags bogus-mail-host,initial-upload-closes-no-bugs "$build"/packages-1/*.deb
 mkdir "$root/tmp/old" "$root/tmp/new"
 cp "$build"/packages-1/*.deb "$root/tmp/old"
@@ -74,7 +74,7 @@ said() { grep -qx -- "$1" /tmp/udevadm.log && : >/tmp/udevadm.log; }
 must_fail() { if "$@"; then return 1; fi; }
 as_user() { setpriv --reuid=nobody --regid=nogroup --clear-groups "$@"; }
 
-# udev does not run here: notes what it would be told.
+# udev does not run here, so this notes what it would be told.
 dpkg-divert --quiet --local --rename --add /usr/bin/udevadm
 printf '#!/bin/sh\necho "$@" >>/tmp/udevadm.log\n' >/usr/bin/udevadm
 chmod +x /usr/bin/udevadm

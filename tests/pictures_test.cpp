@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The tool's pictures, as libpng reads them back.
+// The tool's pictures are what libpng reads back from them.
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -14,7 +14,7 @@
 namespace
 {
 
-// The decoded samples, as they stand in the file: 16-bit ones big-endian.
+// The decoded samples in the form that they have in the file: 16-bit samples are big-endian.
 Bytes decoded(const Bytes& file)
 {
     png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
@@ -53,7 +53,7 @@ TEST_F(Pictures, ExactOnesKeepEveryBit)
 TEST_F(Pictures, DepthRunsFromRedToBlueWithInvalidPixelsBlackAndOutliersWithoutInfluence)
 {
     for (size_t i = 0; i < plane.size(); ++i)
-        plane[i] = static_cast<uint16_t>(1000 + 1000 * (i % VQD_WIDTH) / VQD_WIDTH); // columns recede
+        plane[i] = static_cast<uint16_t>(1000 + 1000 * (i % VQD_WIDTH) / VQD_WIDTH); // depth grows with the column
     plane[0] = 0;
     plane[1] = 65535;
     const Bytes pixels = decoded(depthPicture(plane));

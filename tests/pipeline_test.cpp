@@ -58,7 +58,7 @@ TEST_F(Pipeline, SamplesStayOnTheSensor)
 {
     const struct {
         float x, y;
-        int x0, x1, y0, y1; // the samples left, right, above and below; 0 for a pixel that comes from nowhere
+        int x0, x1, y0, y1; // the samples left, right, above and below; 0 for a pixel from outside the image
     } cases[] = {
         // Columns and rows count from 1 here.
         {0, 0, 1, 2, 1, 2},
@@ -131,7 +131,7 @@ TEST_F(Pipeline, LeavesTheLastInterpolatedValuesToTheApplication)
         {1, 318.5f, 0.5f, 500, 0}, // gated
         {1, 319.0f, 0.0f, 500, 1000},
         {2, 318.5f, 0.5f, 500, 1150.5f},
-        {2, 320.0f, 0.0f, 0, 0}, // from nowhere
+        {2, 320.0f, 0.0f, 0, 0}, // from outside the image
         {1, NAN, 0.0f, 0, 0},
         {3, 0, 0, 77, 77},
         {0, 0, 0, 77, 77},
@@ -177,7 +177,7 @@ TEST_F(Pipeline, CorrectsClipsAndWraps)
         {0, 1, 0, 9, 500, 0, 65535, 0},
         // The factor alone, in double precision, truncated.
         {1563, 0, 1, 0.9373, 9, 0, 65535, 1464}, // single precision: 1465
-        {25, 0, 1, 1.16, 9, 0, 65535, 28},       // 29 by integers
+        {25, 0, 1, 1.16, 9, 0, 65535, 28},       // with integers: 29
         {1000, 0, 1, -1, 9, 0, 65535, 64536},
         {1000, 0, 1, -1, 9, 0, 64535, 0},
         {60000, 0, 1, 30000, 9, 0, 65535, 53760},   // low 16 bits
@@ -188,7 +188,7 @@ TEST_F(Pipeline, CorrectsClipsAndWraps)
         {1000, 0, 1, NAN, 9, 0, 65535, 0},          //
         {1000, 0, 1, HUGE_VAL, 9, 0, 65535, 0},     //
         {0, 0, 1, NAN, 9, 0, 65535, 0},
-        // Both: product, sum, truncation.
+        // Both: the product, then the sum, then the truncation.
         {1000, 1, 1, 1.5, 5, 0, 65535, 1505},
         {3, 1, 1, 0.5, -2, 0, 65535, 0}, // -0.5
         {3, 1, 1, 0.5, -3, 0, 65535, 65535},
@@ -230,7 +230,7 @@ TEST_F(Pipeline, RemovesBrightPixelsOnAWideSpread)
             rawDepth[at[k]] = cases[i].square[k];
         rawAmplitude[at[0]] = cases[i].amplitude;
     }
-    // A slope: each decision is made on what was there before.
+    // A slope, on which each decision must be made from the values before any removal.
     for (size_t x = 0; x < 100; ++x) {
         rawDepth[320 * 100 + x] = rawDepth[320 * 101 + x] = static_cast<uint16_t>(1000 + 101 * x);
         rawAmplitude[320 * 100 + x] = 32;
@@ -269,7 +269,7 @@ TEST_F(Pipeline, CorrectsThePixelsAfterTheyHaveMoved)
     for (size_t i = 0; i < VQD_PIXELS; ++i)
         m_dOrthogonalData[i] = i % 320 < 160 ? 1 : 2;
     m_bOrthogonal = 1;
-    m_fXp2[0] = 300; // the left half's factor, wherever the sample comes from
+    m_fXp2[0] = 300; // the factor of the left half counts, wherever the sample comes from
     fDist_y2[0] = 0;
     for (const int mode : {1, 2, 3}) {
         m_nUndistortionMode = mode;

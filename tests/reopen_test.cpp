@@ -78,7 +78,7 @@ TEST_F(Reopen, ARefusedStartEmptiesTheNumberButLeavesItMarked)
     usb.plug();
     for (const auto& c : cases) {
         list();
-        usb.fail("control", -9, c.nth); // the first is the stop of the release
+        usb.fail("control", -9, c.nth); // the first request is that of the grab stop
         EXPECT_EQ(printed([] { EXPECT_EQ(vqdDeviceReOpen(0), 0); }), c.printed);
         EXPECT_EQ(usb.openHandles(), 0);
         EXPECT_EQ(m_nDeviceOpen[0], 1);
@@ -110,7 +110,7 @@ protected:
         listWithSerials({1, 2, 3});
     }
 
-    // Writes what ends the serial number of each camera, 0 for none.
+    // Sets the last byte of each camera's serial number; 0 is a camera without one.
     void setSerials(const std::array<uint8_t, 3>& last)
     {
         for (size_t port = 0; port < 3; ++port) {
@@ -125,12 +125,12 @@ protected:
         ASSERT_EQ(list(), 3);
     }
 
-    // All three on a bus that reports one place for all.
+    // Puts all three on a bus that reports one place for all.
     void listOnOnePlace(bool named)
     {
         usb.onePlace = true;
         listWithSerials(named ? std::array<uint8_t, 3>{1, 2, 3} : std::array<uint8_t, 3>{});
-        setSerials({1, 2, 3}); // tells the test which camera answers
+        setSerials({1, 2, 3}); // shows the test which camera answers
     }
 
     // They vanish together and come back one after the other.
@@ -142,7 +142,7 @@ protected:
             usb.replug(port);
     }
 
-    // A re-open that gives up after so many searches.
+    // A re-open that gives up after this many searches.
     static int reopened(int n, int searches = 101)
     {
         int result = 0;
@@ -218,7 +218,7 @@ TEST_F(SeveralCameras, ASerialNumberCountsFromWhenItIsWrittenOrRead)
     const auto expectItIsNumber1s = [&] {
         usb.unplug(0);
         plugAgain({1});
-        EXPECT_EQ(reopened(0, 2), -3); // would take a camera of which nothing is known
+        EXPECT_EQ(reopened(0, 2), -3); // must not take a camera of which nothing is known
         EXPECT_EQ(reopened(1, 2), 1);
         usb.replug(0);
         EXPECT_EQ(reopened(0), 1);
@@ -262,13 +262,13 @@ TEST_F(SeveralCameras, AClosedNumberThatIsReadAgainWaitsForItsCamera)
     close(0);
     EXPECT_EQ(reopened(0, 2), -3);
     usb.replug(0);
-    EXPECT_EQ(reopened(1, 2), -3); // of two that wait, number 0 comes first
+    EXPECT_EQ(reopened(1, 2), -3); // two numbers wait, and number 0 comes first
     EXPECT_EQ(reopened(0, 2), 1);
     usb.replug(1);
     EXPECT_EQ(reopened(1, 2), 1);
 }
 
-// Where all report one place, a lost camera is told by its serial number, without one by its position.
+// Where all cameras report one place, a lost one is recognised by its serial number, or without one by its position.
 TEST_F(SeveralCameras, OnOnePlaceComeBackToTheirNumbers)
 {
     for (const bool named : {true, false}) {
@@ -297,13 +297,24 @@ TEST_F(SeveralCameras, OnOnePlaceTheCameraOfAClosedNumberStaysItsOwn)
             close(closed);
             usb.unplug(1);
             EXPECT_EQ(reopened(1, 2), -3);
-            EXPECT_EQ(reopened(closed), 1); // asked for while another waits
+            EXPECT_EQ(reopened(closed), 1); // it is asked for while another number waits
             close(closed);
             usb.replug(1);
             EXPECT_EQ(reopened(1), 1);
             EXPECT_EQ(reopened(closed), 1);
             expectOwnCameras();
         }
+}
+
+TEST_F(SeveralCameras, ANewCameraOfAnotherProductIsNotTaken)
+{
+    sim::Config other;
+    other.productId = 0x8732;
+    usb.unplug(1);
+    usb.plug(other);
+    usb.replug(1);
+    EXPECT_EQ(reopened(1), 1);
+    EXPECT_EQ(serialBehind(1), 2);
 }
 
 TEST_F(SeveralCameras, AnotherNumbersAddressIsNotTaken)

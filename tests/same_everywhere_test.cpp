@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// One fingerprint of everything that is computed from pixels and lenses, on every processor and with every compiler.
-// The other tests compare with models that the same compiler translates.
+// Everything that is computed from pixels and lenses has the same fingerprint on every processor and with every
+// compiler. The other tests cannot show that, because they compare with models that the same compiler translates.
 #include <cstdint>
 
 #include "support/raw_frame_test.h"

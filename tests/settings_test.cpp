@@ -1,7 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Every acquisition setting: what it refuses, which image bytes it edits, what it sends and waits, what it caches.
+// Every acquisition setting: what it refuses, which image bytes it edits, what it sends, how long it waits, and what it
+// caches.
 #include <climits>
 #include <cstring>
 
@@ -12,7 +13,7 @@ namespace
 
 constexpr unsigned char kUntouched = 0x5A; // no setting writes it
 
-// Fields and flags beside the image, each with a value that no call leaves by accident.
+// Fields and flags beside the image, each with a value that no call stores.
 struct Field {
     const char* name;
     int (*get)();
@@ -246,7 +247,7 @@ TEST_F(Settings, RefusedValuesChangeNothing)
         {CALL(vqdSetIntegrationTime(0, 5)), ""},
         {CALL(vqdSetModuleFrequency(0, 20)), "", "VQD-RS110"},
         {CALL(vqdSetModuleFrequency(0, 30)), "", "VQD-RS120"},
-        {CALL(vqdSetModuleFrequency(0, 20)), "", "VQD-RS110 VQD-HT110"}, // the RS family is asked first
+        {CALL(vqdSetModuleFrequency(0, 20)), "", "VQD-RS110 VQD-HT110"}, // the RS family is checked first
         {CALL(vqdSetModuleFrequency(0, 10)), "", "VQD-HT110"},
         {CALL(vqdSetModuleFrequency(0, 65556)), "", "VQD-HT120"}, // 20 in the low 16 bits
         {CALL(vqdSetOffset(0, 256)), "Offset Range: -255 ~ 255\n"},
@@ -255,7 +256,7 @@ TEST_F(Settings, RefusedValuesChangeNothing)
         {CALL(vqdSetFPSDelay(0, 101)), "FPS Delay Range: 0 ~ 100\n"},
         {CALL(vqdSetFPSDelay(0, -1)), "FPS Delay Range: 0 ~ 100\n"},
         {CALL(vqdSetMultiCamMode(0, 1, 0, 0)), slaves},
-        {CALL(vqdSetMultiCamMode(0, 1, 10, 99)), slaves}, // the count is judged before the number
+        {CALL(vqdSetMultiCamMode(0, 1, 10, 99)), slaves}, // the count is checked before the number
         {CALL(vqdSetMultiCamMode(0, 1, 257, 0)), slaves},
         {CALL(vqdSetMultiCamMode(0, 1, 5, 10)), id},
         {CALL(vqdSetMultiCamMode(0, 1, 5, -1)), id},
@@ -331,7 +332,7 @@ TEST_F(Settings, GettersDecodeTheHostCopy)
         {CALL(vqdGetRemoveEdge(0)), {{49, 0x01}}, 1, "m_bRemoveEdge=1"},
         {CALL(vqdGetRemoveEdge(0)), {{49, 0x11}}, 1, "m_bRemoveEdge=1", "VQD-HT950X"},
         {CALL(vqdGetRemoveEdge(0)), {{49, 0x10}, {43, 0x1F}}, 0, "m_bRemoveEdge=0"},
-        {CALL(vqdGetRemoveEdge(0)), {{49, 0x12}}, 7}, // an unknown code: the flag as it is
+        {CALL(vqdGetRemoveEdge(0)), {{49, 0x12}}, 7}, // an unknown code gives the flag as it is
         {CALL(vqdGetRemoveEdge(0)), {{43, 0xFF}, {49, 0x01}}, 0, "m_bRemoveEdge=0", "VQD-HT110"},
         {CALL(vqdGetRemoveEdge(0)), {{43, 0xFE}, {49, 0x00}}, 1, "m_bRemoveEdge=1", "VQD-HT110"},
         {CALL(vqdGetRemoveMotionBlur(0, nullptr)), {{3, 0x10}}, 1, "m_bRemoveMotionBlur=1"},
@@ -400,7 +401,7 @@ TEST_F(Settings, FlipsOfTwoCamerasShareOnePairOfFlags)
     EXPECT_EQ(usb.camera(0).registers[9], 0xE1);
     EXPECT_EQ(usb.camera(1).registers[9], 0xE3);
     stCamParam[1].image[9] = 0xE2;
-    EXPECT_EQ(vqdGetFlipVertical(1), 0); // reading counts too
+    EXPECT_EQ(vqdGetFlipVertical(1), 0); // reading a flip counts too
     EXPECT_EQ(vqdSetFlipHorizontal(0, 1), 1);
     EXPECT_EQ(usb.camera(0).registers[9], 0xE0);
 }

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Two and ten streaming cameras of which some vanish, in any phase and order, and come back in any order on new
-// addresses: each ends under its own number, and the others notice nothing.
+// Of two and of ten streaming cameras some vanish, in any phase and order, and come back in any order and on new
+// addresses. Each ends under its own number, and the others notice nothing.
 #include <algorithm>
 #include <cstring>
 #include <random>
@@ -18,7 +18,7 @@ enum class Phase { listed, opened, streaming, inTransfer, whenFoundAgain, kCount
 class Unplugging : public LibraryTest
 {
 protected:
-    // Cameras of this round, by device number: a fresh bus lists in the order of plugging.
+    // The cameras of this round by device number, because a fresh bus lists them in the order of plugging in.
     void plugAll(int cameras)
     {
         m_first = m_ports;
@@ -45,7 +45,7 @@ protected:
         return result;
     }
 
-    // The next frame of the camera that was listed as n, none left out.
+    // The next frame of the camera that was listed as n, without a gap.
     void expectNextFrame(int n)
     {
         ASSERT_EQ(read(n), 1) << n;
@@ -80,11 +80,11 @@ protected:
         }
     }
 
-    // Reads until the camera delivers again; what it sends is its own, from its first frame after power-up.
+    // Reads until the camera delivers again. Its frames must be its own, from the first one after power-up.
     void recover(int n)
     {
         int tries = 0;
-        while (read(n) != 1 && ++tries < 4) // the frame that a re-open gives is an old one
+        while (read(n) != 1 && ++tries < 4) // a re-open delivers an old frame
             m_nReopenTime = 600;
         ASSERT_LT(tries, 4) << n;
         ASSERT_EQ(read(n), 1);
@@ -148,7 +148,7 @@ protected:
     }
 
     size_t m_first = 0, m_ports = 0;
-    std::vector<uint64_t> m_frames; // the number that each camera's next frame has
+    std::vector<uint64_t> m_frames; // the number of each camera's next frame
     std::mt19937 m_random{20261124};
 };
 

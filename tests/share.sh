@@ -2,8 +2,8 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# Prints how much of the tree is tests: non-blank lines of the C, C++, shell, Python and JavaScript files that git knows.
-# Tests are what stands below a folder named "tests", and the fuzz targets.
+# Prints which share of the tree is tests, in non-blank lines of the C, C++, shell, Python and JavaScript files that git
+# knows. Everything below a folder named "tests" counts as tests, and so do the fuzz targets.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -12,7 +12,7 @@ git ls-files --error-unmatch tests/share.sh >/dev/null 2>&1 || {
     exit 0
 }
 
-# Of the languages by extension, or by the interpreter that the first line names.
+# Whether a file is in one of these languages, by its extension or by the interpreter in its first line.
 is_counted() {
     local first=
     case ${1##*/} in

@@ -1,10 +1,11 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The virtual camera's side of the wire: a wrong emulator would hide a wrong library.
+// Tests the virtual camera's side of the wire, because a wrong camera would hide a wrong library.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <numeric>
 
 #include "camera.h"
@@ -18,7 +19,7 @@ using Bytes = std::vector<uint8_t>;
 
 constexpr TimeUs kMs = 1000;
 
-// Depth grows with the pixel number, so that every pixel of a plane tells its place; rows and columns both show.
+// Depth grows with the pixel number, so that every pixel of a plane shows its row and its column.
 struct Numbered : FrameSource {
     void render(const FrameRequest&, std::span<uint16_t, kPixels> amplitude,
                 std::span<uint16_t, kPixels> depth) override
@@ -30,7 +31,7 @@ struct Numbered : FrameSource {
     }
 };
 
-// 10 frames a second; at 0 one is always ready.
+// 10 frames a second; with 0 a frame is always ready.
 Config configOf(double framesPerSecond, std::string product = "VQD-HT120")
 {
     Config config;
@@ -65,6 +66,11 @@ public:
     {
         command(0xB1);
         return camera.bulkOut(0x02, image, now);
+    }
+    void clearHalt(uint8_t endpoint)
+    {
+        Bytes none;
+        EXPECT_EQ(ask(0x02, 1, 0, none, endpoint).status, Status::ok);
     }
     Outcome grab(uint8_t enable = 1)
     {
@@ -114,6 +120,7 @@ TEST(SimDescriptors, StandardRequestsAnswerWhatTheHostAsksFor)
         uint16_t value, room;
         Status status;
         Bytes bytes;
+        uint16_t index = 0;
     } cases[] = {
         {0x80, 6, 0x0300, 255, Status::ok, {4, 3, 9, 4}},
         {0x80, 6, 0x0301, 255, Status::ok, {8, 3, 'V', 0, 'Q', 0, 'D', 0}},
@@ -126,17 +133,28 @@ TEST(SimDescriptors, StandardRequestsAnswerWhatTheHostAsksFor)
         {0x80, 0, 0, 2, Status::ok, {0, 0}},
         {0x81, 0, 0, 2, Status::ok, {0, 0}},
         {0x82, 0, 0, 2, Status::ok, {0, 0}},
+        {0x81, 0, 0, 2, Status::stall, {}, 1},    // no second interface
+        {0x82, 0, 0, 2, Status::stall, {}, 0x81}, // no such endpoint
+        {0x02, 1, 0, 0, Status::stall, {}, 0x81},
+        {0x02, 1, 1, 0, Status::stall, {}, 0x86}, // a feature that an endpoint does not have
+        {0x80, 8, 0, 1, Status::ok, {1}},
+        {0x00, 9, 0, 0, Status::ok, {}},
+        {0x80, 8, 0, 1, Status::ok, {0}},
         {0x00, 9, 1, 0, Status::ok, {}},
         {0x00, 9, 2, 0, Status::stall, {}},
+        {0x80, 8, 0, 1, Status::ok, {1}},
+        {0x81, 10, 0, 1, Status::ok, {0}},
+        {0x81, 10, 0, 1, Status::stall, {}, 1},
         {0x01, 11, 0, 0, Status::ok, {}},
         {0x01, 11, 1, 0, Status::stall, {}}, // no alternate setting
-        {0x21, 0, 0, 0, Status::stall, {}},  // a class request
+        {0x01, 11, 0, 0, Status::stall, {}, 1},
+        {0x21, 0, 0, 0, Status::stall, {}}, // a class request
     };
     Host host;
     for (const auto& c : cases) {
         Bytes data(c.room);
-        const Outcome outcome = host.ask(c.type, c.request, c.value, data);
-        EXPECT_EQ(outcome.status, c.status) << c.value;
+        const Outcome outcome = host.ask(c.type, c.request, c.value, data, c.index);
+        EXPECT_EQ(outcome.status, c.status) << +c.type << " " << +c.request << " " << c.value;
         data.resize(outcome.bytes);
         EXPECT_EQ(data, c.bytes) << c.value;
     }
@@ -180,9 +198,11 @@ TEST(SimRequests, AnImageIsTakenOnceAfterB1AndOnlyWhole)
 {
     Host host;
     EXPECT_EQ(host.camera.bulkOut(0x02, host.image, host.now).status, Status::stall);
+    host.clearHalt(0x02);
     host.command(0xB1);
     host.command(0xB1);
     EXPECT_EQ(host.camera.bulkOut(0x02, std::span(host.image).first(511), host.now).status, Status::stall);
+    host.clearHalt(0x02);
     EXPECT_EQ(host.camera.bulkOut(0x01, host.image, host.now).status, Status::stall);
     EXPECT_EQ(host.camera.registers, Image{});
     EXPECT_EQ(host.camera.bulkOut(0x02, host.image, host.now).bytes, 512u);
@@ -289,7 +309,7 @@ TEST(SimStream, FramesComeAtTheirRateOnlyWhileGrabbing)
     host.grab();
     const TimeUs started = host.now;
     host.now += 40 * kMs;
-    host.grab(); // does not restart the frame clock
+    host.grab(); // this does not restart the frame clock
     EXPECT_EQ(host.camera.nextBulkIn(host.now), started + 100 * kMs);
     host.now = started + 100 * kMs - 1;
     expectOutcome(host.read(), Status::ok, 0, false, "too early");
@@ -305,7 +325,7 @@ TEST(SimStream, FramesComeAtTheirRateOnlyWhileGrabbing)
     EXPECT_EQ(host.camera.framesSent(), 2u);
 
     host.now = started + 610 * kMs;
-    host.grab(0); // frame 5 was complete, but goes with the FIFO
+    host.grab(0); // frame 5 was complete, but is lost with the FIFO
     expectOutcome(host.read(), Status::ok, 0, false, "stopped");
     host.grab(1);
     expectOutcome(host.read(), Status::ok, 0, false, "nothing from before the stop");
@@ -421,8 +441,46 @@ TEST(SimFaults, SpoilTheNthMatchingTransferInTheirOwnWay)
             };
             expectNext({Status::ok, whole});
             expectNext(c.second);
+            host.clearHalt(0x02);
+            host.clearHalt(0x86);
             expectNext({Status::ok, whole});
             EXPECT_EQ(host.data[0], 0x44) << c.what; // the rest of a cut frame is gone
+        }
+}
+
+TEST(SimFaults, ABulkEndpointThatStalledDoesSoUntilTheHostFreesIt)
+{
+    const std::function<void(Host&, uint8_t)> ways[] = {
+        [](Host& host, uint8_t endpoint) { host.clearHalt(endpoint); },
+        [](Host& host, uint8_t) {
+            EXPECT_EQ(host.camera.control({0x00, 9, 1, 0, 0}, {}, host.now).status, Status::ok);
+        },
+        [](Host& host, uint8_t) {
+            EXPECT_EQ(host.camera.control({0x01, 11, 0, 0, 0}, {}, host.now).status, Status::ok);
+        },
+        [](Host& host, uint8_t) { host.camera.reset(host.now); },
+    };
+    const auto isHalted = [](Host& host, uint8_t endpoint) {
+        Bytes status(2);
+        EXPECT_EQ(host.ask(0x82, 0, 0, status, endpoint).status, Status::ok);
+        return status == Bytes{1, 0};
+    };
+    for (const auto& free : ways)
+        for (const uint8_t endpoint : {0x02, 0x86}) {
+            Host host(configOf(0));
+            host.camera.addFault({.channel = endpoint == 0x02 ? Channel::bulkOut : Channel::bulkIn});
+            EXPECT_FALSE(isHalted(host, endpoint));
+            for (int i = 0; i < 2; ++i) {
+                host.command(0xB4);
+                EXPECT_EQ((endpoint == 0x02 ? host.grab() : host.read(2048)).status, Status::stall);
+                EXPECT_EQ(host.camera.nextBulkIn(host.now), host.now);
+                EXPECT_TRUE(isHalted(host, endpoint));
+                EXPECT_FALSE(isHalted(host, endpoint ^ 0x84)); // the other one
+            }
+            free(host, endpoint);
+            EXPECT_FALSE(isHalted(host, endpoint));
+            EXPECT_EQ(host.grab().bytes, kImageBytes);
+            EXPECT_EQ(host.read(2048).bytes, 2048u);
         }
 }
 
@@ -512,9 +570,9 @@ TEST(SimFaults, AnUnpluggedCameraIsGoneUntilItStartsFromPowerUp)
     EXPECT_FALSE(host.camera.grabbing());
     host.grab();
     host.now += 100 * kMs;
-    EXPECT_EQ(host.read().status, Status::ok); // the plan went on: its second transfer is over
+    EXPECT_EQ(host.read().status, Status::ok); // the plan went on, and its second transfer is over
     EXPECT_EQ(host.frameNumber(), 0u);
-    host.camera.plug(host.now); // is plugged in already
+    host.camera.plug(host.now); // it is already plugged in
     EXPECT_TRUE(host.camera.grabbing());
 
     host.camera.addFault({.kind = Fault::Kind::silence, .request = 0xB2});
@@ -572,7 +630,7 @@ TEST(SimRegisters, DepthStartsAnewAtTheRangeOfTheFrequency)
 
 TEST(SimRegisters, EdgeRemovalTakesBrightPixelsWithAWideSpread)
 {
-    // At column 63 the count of 64 starts anew: the 2 x 2 block there spans 127 mm.
+    // At column 63 the ramp restarts, so the 2 x 2 block there spans 127 mm.
     const struct {
         const char* what;
         const char* product;

@@ -93,7 +93,7 @@ TEST(SimScene, AHostCorrectedCameraMeasuresAlongTheRayAndTooShort)
         const Ray ray = rayThrough(Optics{}, static_cast<double>(i % 320), static_cast<double>(i / 320));
         const double column = 204 * ray.x + 160, row = 204 * ray.y + 120, radius = 204 * std::hypot(ray.x, ray.y);
         if (column < 0 || row < 0 || column >= 319 || row >= 239)
-            continue; // seen by no undistorted pixel
+            continue; // no undistorted pixel sees it
         const auto at = static_cast<size_t>(8 * radius + 0.5);
         const size_t block = static_cast<size_t>(row + 0.5) / 4 * 80 + static_cast<size_t>(column + 0.5) / 4;
         const double factor = (factors[2 * at] << 8 | factors[2 * at + 1]) / 10000.0;
@@ -115,7 +115,7 @@ TEST(SimScene, DepthNoiseGrowsAsTheAmplitudeFalls)
 {
     const Shot exact = shoot(*makeScene({.kind = SceneKind::wall, .noise = 0}), 3);
     const Shot noisy = shoot(*makeScene({.kind = SceneKind::wall}), 3);
-    // What noise adds to the depth of 16 x 16 pixels: mean and root of the mean square.
+    // What noise adds to the depth of 16 x 16 pixels: the mean and the root of the mean square.
     const auto noise = [&](size_t row, size_t column) {
         double sum = 0, squares = 0;
         for (size_t i = 0; i < 256; i++) {
@@ -141,7 +141,7 @@ TEST(SimScene, TheRoomHasAMovingBallFlyingPixelsAndAFewDarkOnes)
     EXPECT_GT(dark, 200);
     EXPECT_LT(dark, static_cast<long>(kPixels / 20));
 
-    // A ball is round and stands in front; flying pixels lie where neither it nor what is behind it does.
+    // The ball is round and stands in front. Flying pixels lie between it and what is behind it.
     const Ball ball = ballAt(18);
     size_t onBall = 0, flying = 0;
     for (size_t i = 0; i < kPixels; i++) {

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Every vector kernel against its scalar reference, bit for bit, for each target that this machine supports, over
-// random and hostile inputs. Every buffer ends where its memory ends, so that a read beyond it is a crash.
+// Compares every vector kernel with its scalar reference, bit for bit, on each target that this machine supports, over
+// random and hostile inputs. Every buffer ends where its memory ends, so that a read beyond it crashes.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -72,7 +72,7 @@ const float kWeights[] = {NAN,    kPayload, INFINITY, -INFINITY, 0.0f, -0.0f, 1.
 class Simd : public testing::Test
 {
 protected:
-    // Runs `check` on every target; it has to do the same each time.
+    // Runs `check` on every target, which must give the same result each time.
     template <typename Check> void onEveryTarget(int rounds, Check check)
     {
         for (const int64_t target : hwy::SupportedAndGeneratedTargets()) {
@@ -92,8 +92,8 @@ protected:
     float fraction() { return static_cast<float>(below(1 << 24)) / (1 << 24); }
     template <typename T, size_t N> T of(const T (&list)[N]) { return list[below(N)]; }
 
-    // Positions as a turned and shifted lens makes them, or any; those of one row lie about an edge of the sensor.
-    // Hostile are none or one in so many.
+    // Positions as a turned and shifted lens makes them, or any positions. Those of one row lie around an edge of the
+    // sensor. None is hostile, or one in this many.
     void fillMaps(int hostile)
     {
         const float wander = of({0.0f, 0.0f, 0.0f, 2.0f, 400.0f});
@@ -186,7 +186,7 @@ TEST_F(Simd, DepthCorrectionAndClip)
         depthExpected.copy(depth);
         const DepthCorrection correction{.offsets = round & 2 ? offsets.data() : nullptr,
                                          .factors = round & 4 ? factors.data() : nullptr,
-                                         .minDepth = clips ? of(limits) : 0, // else few pixels are left to compare
+                                         .minDepth = clips ? of(limits) : 0, // limits leave few pixels to compare
                                          .maxDepth = clips ? of(limits) : 65535};
         scalar::CorrectDepth(depthExpected.data(), correction);
         simd::CorrectDepth(depthOut.data(), correction);

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Where no udev events reach the process, a context's device list stays as it was when the context started. sysfs still
-// tells the truth, and a fresh context sees what it shows.
+// shows what is attached, and so does a fresh context.
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -34,7 +34,7 @@ protected:
         fs::remove_all(usb.systemRoot);
     }
 
-    // The camera of a port in sysfs and, where udev is through with it, a node to open.
+    // Shows the camera of a port in sysfs, and a node to open once udev has finished with it.
     void showInSysfs(size_t port, bool withNode = true)
     {
         const std::string device = usb.systemRoot + "/sys/bus/usb/devices/1-" + std::to_string(port + 1);
@@ -78,7 +78,7 @@ protected:
         return count;
     }
 
-    // After the last close nothing is left.
+    // Nothing is left after the last close.
     void closeAll(int cameras)
     {
         printed([&] {
@@ -108,7 +108,7 @@ TEST_F(StaleList, OneOfTwoIsFoundThroughASecondContextAndTheOtherIsNotTouched)
         comeBack(1);
         printed([] { EXPECT_EQ(vqdDeviceReOpen(1), 1); });
         EXPECT_EQ(occurrences(usb.conversation(), "init another"), 1u);
-        EXPECT_EQ(usb.furtherContexts, 1); // the one before ended with its handle
+        EXPECT_EQ(usb.furtherContexts, 1); // the previous one ended with its handle
         EXPECT_EQ(usb.contextUses, 1);
     }
     comeBack(0);
@@ -169,8 +169,8 @@ TEST_F(StaleList, AFreshContextWithoutAHandleEndsWithTheNextListing)
     EXPECT_EQ(usb.listsHeld, 0);
 }
 
-// Any order of what can happen, with and without an application that holds the default context: every context that was
-// begun is ended once.
+// In any order of events, with and without an application that holds the default context, every context that was begun
+// is ended once.
 TEST_F(StaleList, EveryContextIsEndedOnce)
 {
     std::mt19937 random{20261124};
@@ -229,7 +229,7 @@ TEST_F(StaleList, EveryContextIsEndedOnce)
     }
 }
 
-// The list follows sysfs by what udev needs; that is no reason for another context.
+// The list lags behind sysfs by the time that udev needs, which is no reason for another context.
 TEST_F(StaleList, AHealthyHostGetsNoSecondContext)
 {
     usb.frozenLists = false;
@@ -255,7 +255,7 @@ TEST_F(StaleList, ACameraThatNoContextListsCausesFreshOnesEveryTenSearches)
     printed([] { EXPECT_EQ(vqdDeviceReOpen(0), -3); });
     const std::string conversation = usb.conversation();
     EXPECT_EQ(occurrences(conversation, "init another"), 10u) << conversation;
-    EXPECT_EQ(occurrences(conversation, "init"), 20u) << conversation; // the default context again, then another
+    EXPECT_EQ(occurrences(conversation, "init"), 20u) << conversation; // the default context again, then a second one
     closeAll(1);
 }
 

@@ -2,12 +2,12 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# Compares what the library exports (name, kind, size of data) with the checked-in list, and asks for a documented declaration
-# of every name. Usage: symbols_test.sh LIBRARY LIST HEADER; with UPDATE=1 it writes the list.
+# Compares what the library exports (name, kind, size of data) with the checked-in list, and checks that every name has a
+# documented declaration. Usage: symbols_test.sh LIBRARY LIST HEADER; with UPDATE=1 it writes the list.
 set -eu
 library=$1 list=$2 header=$3
 
-# Programs bind data by copy relocation, so its size is part of the interface. __odr_asan.* are the address sanitizer's.
+# Programs bind data by copy relocation, so its size is part of the interface. The address sanitizer adds __odr_asan.*
 exported() {
     nm -D -S --defined-only "$library" | while read -r _ size kind name; do
         case $name in __odr_asan*) continue ;; esac

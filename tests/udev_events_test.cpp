@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Who hears of USB devices, by the kernel's list of netlink sockets.
+// Which processes hear of USB devices, by the kernel's list of netlink sockets.
 #include <gtest/gtest.h>
 
 #include "tools/vqd/udev_events.h"

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Undistortion maps, and the inverse for one pixel. Simd.MapBuild and SameEverywhere compare whole maps bit for bit.
+// Undistortion maps, and the inverse for a single pixel. Simd.MapBuild and SameEverywhere compare whole maps.
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -104,7 +104,7 @@ TEST_F(Undistortion, OnePixelFindsItsCorrectedPlace)
     EXPECT_EQ(moved, 0);
 }
 
-// At the edge of convergence thousands of passes are needed; beyond it, none suffices.
+// At the edge of convergence the inverse needs thousands of passes; beyond it, no number suffices.
 TEST_F(Undistortion, ALensWithoutAnAnswerLeavesThePixelAndReturns)
 {
     const TestLens lenses[] = {
@@ -124,7 +124,7 @@ TEST_F(Undistortion, ALensWithoutAnAnswerLeavesThePixelAndReturns)
     }
     use(kUsual);
     int column = INT32_MIN, row = 5;
-    vqdGetUndistortPixel(0, &column, &row); // any input returns
+    vqdGetUndistortPixel(0, &column, &row); // the call returns for any input
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "host/lens_json.h"
+#include "host/profile.h"
 #include "worker/answers.h"
 
 namespace
@@ -44,6 +45,8 @@ CameraLoop::CameraLoop(const ListedCamera& camera, Parts parts) : m_camera(camer
     if (camera.known == Known::read) // zeros otherwise
         std::string(camera.szSerialNumber).copy(m_header.serial, sizeof m_header.serial - 1);
     m_header.session = m_parts.state.session();
+    if (!profileInUse(camera).empty())
+        m_header.flags |= VQD_WIRE_PROFILE;
     m_header.width = VQD_WIDTH;
     m_header.height = VQD_HEIGHT;
     m_header.plane_bytes = 2 * VQD_PIXELS * sizeof(uint16_t);

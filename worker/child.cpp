@@ -14,6 +14,7 @@
 
 #include "host/camera_list.h"
 #include "host/claim.h"
+#include "host/profile.h"
 
 #include "worker/answers.h"
 #include "worker/camera_loop.h"
@@ -75,6 +76,21 @@ void applySettings(const ListedCamera& camera, const std::vector<std::string>& t
     requireTaken(camera, assignments);
 }
 
+// What is wrong with a profile is told, but a camera without one is better than no camera.
+void useProfile(const ListedCamera& camera, WorkerState& state, SocketSink& socket)
+{
+    const FoundProfile found = findProfile(camera);
+    applyProfile(camera, found);
+    if (found.values)
+        state.change([&](auto& values) { values.profile = found.path.string(); });
+    if (found.warning.empty())
+        return;
+    state.change([&](auto& values) { values.error = found.warning; });
+    Json event = eventOf("profile-not-used");
+    event["text"] = found.warning;
+    socket.event(event);
+}
+
 Json failureEvent(const std::exception& failure, const WorkerState& state)
 {
     const Json why = refusal(failure);
@@ -93,6 +109,8 @@ void work(const ChildOptions& options, WorkerState& state, RequestQueue& request
     state.change([&](auto& values) { values.camera = identityJson(camera); });
     requireClaim(camera);
     loadAlone(cameras, camera);
+    if (options.profile)
+        useProfile(camera, state, socket);
     applySettings(camera, options.settings);
     Sink* const sinks[] = {&socket};
     CameraLoop(camera, {.sinks = sinks,

@@ -10,6 +10,7 @@
 struct ChildOptions {
     std::string camera;                // serial number or port; empty for the first one
     std::vector<std::string> settings; // KEY=VALUE
+    bool profile = true;               // whether this machine's profile of the camera is used
 };
 
 inline constexpr int kLinkDescriptor = 3, kListeningDescriptor = 4;

@@ -78,6 +78,8 @@ ChildProcess::ChildProcess(const ChildOptions& options, int listening)
     std::vector<std::string> words{"vqd", "worker", "--child"};
     if (!options.camera.empty())
         words.insert(words.end(), {"-c", options.camera});
+    if (!options.profile)
+        words.emplace_back("--no-profile");
     for (const std::string& setting : options.settings)
         words.insert(words.end(), {"-s", setting});
     m_process = spawn(words, outOfTheWay(theirs), outOfTheWay(listening));

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// How straight an edge and how flat a wall came out.
+// Measures how straight an edge and how flat a wall have become.
 #pragma once
 
 #include <algorithm>
@@ -30,13 +30,13 @@ struct Horizon : sim::FrameSource {
     }
 };
 
-// Largest distance in rows of the horizon's image from the straight line that it is.
+// The largest distance, in rows, between the image of the horizon and the straight line that it should be.
 inline double bend(const uint16_t* amplitude)
 {
     constexpr int kHalf = 1500, kFirst = 2; // the top may look past the raw image
     double worst = 0;
     for (int column = 5; column < 315; ++column) {
-        double edge = -1000; // none found
+        double edge = -1000; // no edge was found
         for (int row = kFirst; row < 239 && edge < 0; ++row) {
             const int above = amplitude[320 * row + column], below = amplitude[320 * (row + 1) + column];
             if (above > 0 && above < kHalf && below >= kHalf)
@@ -48,7 +48,7 @@ inline double bend(const uint16_t* amplitude)
     return worst;
 }
 
-// How far in mm the cloud of the wall scene scatters, through the library's rays, about a plane of the wall's tilt.
+// How far, in mm, the cloud of the wall scene lies from a plane with the wall's tilt, along the library's rays.
 inline double roughness(const uint16_t* depth)
 {
     std::vector<Point3f> cloud(VQD_PIXELS);

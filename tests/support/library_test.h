@@ -1,7 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The fixture of tests on the shipped library over virtual USB: a process a test, so every global starts as at load.
+// The fixture of tests on the shipped library over virtual USB. Each test is a process of its own, so that every global
+// starts as at load.
 #pragma once
 
 #include <array>
@@ -13,7 +14,7 @@
 #include "VQD_API.h"
 #include "support/virtual_usb.h"
 
-// What is heard when the library sends an image, and when it prepares the camera for images, before a grab start.
+// The conversation when the library sends an image, and when it prepares the camera for images before a grab start.
 inline const std::string kImageSent = "B1 64, wait 100000, out 512, wait 200000";
 inline const std::string kBurst =
     "wait 100000, B1 64, wait 100000, B1 64, wait 100000, B1 64, wait 100000, B1 64, wait 100000, B1 64";
@@ -28,11 +29,11 @@ protected:
         action();
         const std::string lines = testing::internal::GetCapturedStdout();
         if (HasFailure())
-            std::cerr << lines; // an expectation inside `action` would go unseen
+            std::cerr << lines; // otherwise a failed expectation inside `action` would go unseen
         return lines;
     }
 
-    // Lists all cameras; their number, or the failure. The conversation starts afresh.
+    // Lists all cameras and returns their number, or the failure. The conversation starts again after it.
     int list()
     {
         int result = 0;

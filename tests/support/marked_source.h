@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Frames that tell camera, frame and place in each pixel, within what a camera passes unchanged.
+// Frames in which each pixel shows its camera, frame and place, with values that a camera passes on unchanged.
 #pragma once
 
 #include <cstdint>
@@ -28,7 +28,7 @@ struct Marked : sim::FrameSource {
         }
     }
 
-    // Pixels of two images that are not those of a frame.
+    // Counts the pixels of two images that differ from those of a frame.
     size_t wrongPixels(uint64_t frame, const uint16_t* amplitude, const uint16_t* depth) const
     {
         size_t wrong = 0;

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The fixture of tests that give the depth pipeline raw planes of their own, in place of a camera's.
+// The fixture of tests that give the depth pipeline raw planes of their own instead of a camera's.
 #pragma once
 
 #include <cstring>
@@ -44,7 +44,7 @@ protected:
 
     void read()
     {
-        amplitude.fill(0xDEAD); // every pixel is written
+        amplitude.fill(0xDEAD); // the pipeline must write every pixel
         depth.fill(0xDEAD);
         ASSERT_EQ(vqdReadFromDevice(0, images.data(), &info), 1);
     }

@@ -53,11 +53,11 @@ struct Bus {
     std::vector<Port> ports;
     std::vector<std::shared_ptr<libusb_device>> everSeen; // the library may still ask one that is gone
     std::vector<std::unique_ptr<libusb_device_handle>> handles;
-    std::map<libusb_device**, libusb_context*> lists; // held, and where each came from
+    std::map<libusb_device**, libusb_context*> lists; // the lists that are held, with the context that each came from
     std::vector<Failure> failures;
     std::vector<std::string> log;
     uint8_t nextAddress = 2;
-    unsigned untilSpoil = 0; // 0: nothing is to be spoiled
+    unsigned untilSpoil = 0; // 0: nothing will be spoiled
     VirtualUsb::Spoil spoil{};
     Cut cut = Cut::none; // of the transfer under way
 };
@@ -70,7 +70,7 @@ void note(const std::string& entry)
     bus.log.push_back(entry);
 }
 
-// 0, or the result that the call shall end with. `detail` is what `spoiled` calls it, if not by its name.
+// Returns 0, or the result with which the call must end. `detail` is how `spoiled` names it, if not by its own name.
 int failure(const std::string& call, const std::string& detail = "")
 {
     using enum VirtualUsb::Spoil;
@@ -118,7 +118,7 @@ sim::Camera* cameraOf(const libusb_device* device)
     return port.device.get() == device && port.camera->plugged() ? port.camera.get() : nullptr;
 }
 
-// The same behind a handle. Misuse is noted.
+// The camera behind a handle. Misuse is noted.
 sim::Camera* cameraOf(const libusb_device_handle* handle, const char* call)
 {
     if (handle == nullptr || !handle->open) {
@@ -148,7 +148,7 @@ int resultOf(const sim::Outcome& outcome)
     return outcome.status == ok ? static_cast<int>(outcome.bytes) : errors.at(outcome.status);
 }
 
-// The bytes that `transfer` moves into or out of `data`: none, or all but the last, when they are to be cut short.
+// The number of bytes that `transfer` moves into or out of `data`. A cut transfer moves none, or all but the last.
 template <typename Transfer> int cutShort(std::span<uint8_t> data, Transfer transfer)
 {
     if (bus.cut == Cut::all)
@@ -290,6 +290,13 @@ std::string VirtualUsb::conversation()
     for (const std::string& entry : std::exchange(bus.log, {}))
         text += (text.empty() ? "" : ", ") + entry;
     return text;
+}
+
+bool VirtualUsb::isHalted(size_t port, uint8_t endpoint)
+{
+    uint8_t status[2] = {};
+    camera(port).control({0x82, 0, 0, endpoint, 2}, status, now);
+    return status[0] & 1;
 }
 
 int VirtualUsb::openHandles() const
@@ -516,6 +523,8 @@ int LIBUSB_CALL libusb_bulk_transfer(libusb_device_handle* handle, unsigned char
         });
     if (result == LIBUSB_ERROR_TIMEOUT && !in)
         usb.now += timeout * sim::TimeUs{1000};
+    if (result == LIBUSB_ERROR_PIPE && camera != nullptr) // whoever made it stall
+        camera->control({0x02, 3, 0, endpoint, 0}, {}, usb.now);
     if (moved != nullptr)
         *moved = bytes;
     const bool usual = endpoint == (in ? 0x86 : 0x02) && timeout == (in && length > 2048 ? 3000 : 1000);
@@ -539,7 +548,7 @@ unsigned sleep(unsigned seconds)
 {
     note("sleep " + std::to_string(seconds));
     if (isInterrupted())
-        return seconds - 1; // whole ones of those that are left
+        return seconds - 1; // only whole seconds of what is left
     usb.now += seconds * sim::TimeUs{1'000'000};
     return 0;
 }

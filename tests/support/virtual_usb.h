@@ -16,12 +16,12 @@
 
 #include "sim/camera.h"
 
-// The one bus of the program: what it shall do, and what the library has done.
+// The one bus of the program: what it is told to do, and what the library has done.
 class VirtualUsb
 {
 public:
     static VirtualUsb& get();
-    void reset(); // as at the program's start
+    void reset(); // to the state at the program's start
 
     size_t plug(sim::Config config = {}, uint8_t busNumber = 1);
     void unplug(size_t port, sim::TimeUs backAfter = sim::kNever);
@@ -31,14 +31,16 @@ public:
     sim::Camera& camera(size_t port);
     uint8_t address(size_t port) const;
 
-    // The nth call from now on of "init", "list", "open", "descriptor", "config", "claim", "driver", "reset", "string",
-    // "control" or "bulk", and the times - 1 after it, end with `result`; times 0: for ever.
+    bool isHalted(size_t port, uint8_t endpoint); // as it is after a stall, until a reset
+
+    // Makes calls of "init", "list", "open", "descriptor", "config", "claim", "driver", "reset", "string", "control" or
+    // "bulk" end with `result`: the nth from now on and the times - 1 after it, or all from the nth on when times is 0.
     void fail(const std::string& call, int result, unsigned nth = 1, unsigned times = 1);
     std::function<int(int index, unsigned char* data, int length)> answerString; // replaces the cameras' own strings
-    std::function<int(std::span<uint8_t> data, size_t& moved)> answerBulkIn;     // and their bulk IN
+    std::function<int(std::span<uint8_t> data, size_t& moved)> answerBulkIn;     // replaces their bulk IN
 
-    // What can happen to a call; those before shortByOne end it with their result. The camera that is gone is the one
-    // at port 0. A call that moves no bytes cannot be cut short.
+    // What can happen to a call. Those before shortByOne end it with their result. The camera that goes is the one at
+    // port 0. A call that moves no bytes cannot be cut short.
     enum class Spoil {
         stall = LIBUSB_ERROR_PIPE,
         timeout = LIBUSB_ERROR_TIMEOUT,
@@ -50,7 +52,7 @@ public:
         gone,
         goneForAWhile,
     };
-    // The nth call from now on that can fail meets this; `spoiled` then says which one that was: "claim", "B1",
+    // Happens to the nth call from now on that can fail. `spoiled` then says which one that was: "claim", "B1",
     // "in 2048".
     void spoil(unsigned nth, Spoil how);
     void disarm();
@@ -60,10 +62,10 @@ public:
     // Control requests stand by number and bytes, bulk transfers as "out" or "in" and bytes; a failed one ends in its
     // negative result. Pure look-ups (descriptors, ids, addresses) are not listed.
     std::string conversation();
-    bool logClock = false; // list clock readings too, as "clock"
+    bool logClock = false; // also lists clock readings, as "clock"
     sim::TimeUs now = 1'700'000'000'000'000;
     sim::TimeUs clockStep = 0;      // the clock runs on by this much after each reading
-    unsigned interruptedWaits = 0;  // so many next waits are cut short by a signal at once
+    unsigned interruptedWaits = 0;  // a signal cuts this many waits short at once
     bool stockControlLimit = false; // refuse control transfers above 4096 bytes, as libusb does on Linux
 
     // Where no udev events arrive, a context's list stays as it was when the context started.

@@ -2,8 +2,9 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# A clone in a folder that only its owner may enter, as root's home is in a container, with a blank and a letter beyond
-# ASCII in its name: it configures, and the tests of the tool pass there, as another user too. What was built comes along.
+# Checks a clone in a folder that only its owner may enter, like root's home in a container, and whose name has a blank and
+# a letter beyond ASCII. It must configure, and the tool's tests must pass there, also as another user. The clone takes the
+# built files along.
 #   clone_test.sh BUILD_DIRECTORY CC CXX
 set -euo pipefail
 build=$1 cc=$2 cxx=$3
@@ -15,7 +16,7 @@ clone="$work/ma caméra/clone"
 mkdir -p "$clone"
 chmod 700 "$work/ma caméra"
 
-# The files as they are now, also those that are not committed yet
+# The files as they are now, even those that are not committed yet
 git -C "$source" ls-files -z --cached --others --exclude-standard --deduplicate |
     (cd "$source" && while IFS= read -r -d '' file; do [[ ! -e $file ]] || printf '%s\0' "$file"; done) |
     tar -C "$source" --null -T - -cf - | tar -C "$clone" -xf -

@@ -2,7 +2,7 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# Runs a program on virtual cameras, in a directory of its own, and looks for a line of its output.
+# Runs a program on virtual cameras, in a directory of its own, and checks that it prints a certain line.
 #   example_test.sh VQD_BINARY LINE [CAMERAS AND OPTIONS OF VQD SIM...] -- COMMAND...
 set -eu
 vqd=$1 line=$2

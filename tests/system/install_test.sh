@@ -2,8 +2,9 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# The library as others take it: the one file beside the README's first program; installed, moved, and used by C11 and C++
-# programs that are built outside the tree, with CMake and with pkg-config. The tool and the programs run with the moved library.
+# Uses the library as others do: as the one file beside the README's first program, and installed, moved and used by C11
+# and C++ programs that are built outside the tree, with CMake and with pkg-config. The tool and the programs must run with
+# the moved library.
 #   install_test.sh BUILD_DIRECTORY CC CXX
 set -eu
 build=$1 cc=$2 cxx=$3

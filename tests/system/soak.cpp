@@ -1,9 +1,9 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Two streaming cameras on the real libusb that vanish again and again at random moments, both sometimes, and come back
+// Two streaming cameras on the real libusb vanish again and again at random moments, sometimes both, and come back
 // after random times. Each must deliver its own frames again, and the process must not grow.
-//   soak DISCONNECTS [SEED]
+//   soak DISCONNECTS [SEED [transfers-fail-first]]
 #include <array>
 #include <chrono>
 #include <cstdio>
@@ -12,12 +12,13 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <string>
 #include <thread>
 #include <unistd.h>
 
 #include "VQD_API.h"
-#include "sim/umockdev_bus.h"
 #include "support/marked_source.h"
+#include "support/test_bus.h"
 
 namespace
 {
@@ -32,7 +33,7 @@ struct Usage {
     long files = 0;
 };
 
-// At rest: the bus forgets a device half a second after its last user.
+// Taken at rest, because the bus forgets a device only half a second after its last user.
 Usage usage()
 {
     std::this_thread::sleep_for(std::chrono::seconds(1));
@@ -45,7 +46,10 @@ Usage usage()
 class Soak
 {
 public:
-    explicit Soak(unsigned seed) : m_random(seed) {}
+    Soak(unsigned seed, bool transfersFailFirst)
+        : m_bus(testBus({.timeScale = kTimeScale, .transfersFailFirst = transfersFailFirst})), m_random(seed)
+    {
+    }
 
     bool start()
     {
@@ -54,7 +58,7 @@ public:
             config.product = "VQD-HT110";
             config.serial[6] = static_cast<uint8_t>(n + 1);
             config.source = m_sources[n];
-            m_bus.add(config, kCameras - n); // the port at which libusb lists it as camera n
+            m_bus->add(config, kCameras - n); // the port at which libusb lists it as camera n
         }
         std::array<DevInfo, VQD_MAX_DEVICES> devices{};
         int count = 0;
@@ -106,31 +110,31 @@ private:
         const sim::TimeUs away = 20'000 + m_random() % 1'500'000;
         const unsigned nth = 1 + m_random() % 3;
         if (m_random() % 4 == 0)
-            return m_bus.unplug(n, away);
-        m_bus.withCamera(n, [&](sim::Camera& camera) {
+            return m_bus->unplug(n, away);
+        m_bus->withCamera(n, [&](sim::Camera& camera) {
             camera.addFault({.kind = sim::Fault::Kind::unplug,
                              .channel = moment.channel,
                              .request = moment.request,
                              .nth = nth,
                              .backAfter = away});
         });
-        if (moment.channel != Channel::bulkIn) { // else it is met by the next reads
+        if (moment.channel != Channel::bulkIn) { // otherwise the next reads meet it
             vqdGrabStop(static_cast<int>(n));
             vqdReadBufInit(static_cast<int>(n));
             vqdGrabStart(static_cast<int>(n));
         }
     }
 
-    sim::Bus m_bus{sim::BusOptions{.timeScale = kTimeScale}};
+    const std::unique_ptr<sim::Bus> m_bus;
     std::mt19937 m_random;
     const std::array<std::shared_ptr<Marked>, kCameras> m_sources{std::make_shared<Marked>(uint16_t{1000}),
                                                                   std::make_shared<Marked>(uint16_t{1100})};
     std::array<uint16_t, VQD_PIXELS> m_amplitude{}, m_depth{};
 };
 
-int run(unsigned wanted, unsigned seed)
+int run(unsigned wanted, unsigned seed, bool transfersFailFirst)
 {
-    Soak soak(seed);
+    Soak soak(seed, transfersFailFirst);
     if (!soak.start())
         return fprintf(stderr, "the cameras do not start\n"), 1;
     Usage early;
@@ -171,7 +175,7 @@ unsigned sleep(unsigned seconds)
     return 0;
 }
 
-// Freed blocks that the address sanitizer keeps back would count as growth.
+// Otherwise the freed blocks that the address sanitizer keeps would count as growth.
 const char* __asan_default_options();
 const char* __asan_default_options()
 {
@@ -183,8 +187,9 @@ const char* __asan_default_options()
 int main(int argc, char** argv)
 {
     if (argc < 2)
-        return fprintf(stderr, "usage: soak DISCONNECTS [SEED]\n"), 2;
+        return fprintf(stderr, "usage: soak DISCONNECTS [SEED [transfers-fail-first]]\n"), 2;
     if (freopen("/dev/null", "w", stdout) == nullptr)
         return 1;
-    return run(static_cast<unsigned>(atoi(argv[1])), argc > 2 ? static_cast<unsigned>(atoi(argv[2])) : 20261124u);
+    const unsigned seed = argc > 2 ? static_cast<unsigned>(atoi(argv[2])) : 20261124u;
+    return run(static_cast<unsigned>(atoi(argv[1])), seed, argc > 3 && std::string(argv[3]) == "transfers-fail-first");
 }

@@ -2,14 +2,14 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# What the doctor finds on healthy cameras and on those that others or the system keep from working, and its report.
+# What the doctor finds on healthy cameras and on those that another program or the system blocks, and its report.
 #   tool_doctor_test.sh VQD_BINARY
 # shellcheck source=tests/system/tool_lib.sh
 # shellcheck disable=SC2016 # variables of the inner shell
 source "$(dirname "$0")/tool_lib.sh" "$1"
 camera='$UMOCKDEV_DIR/sys/devices/pci0000:00/0000:00:14.0/usb1/1-1'
 
-# problem TEXT REMEDY: the one problem that ./out tells of
+# problem TEXT REMEDY: ./out reports exactly this problem
 problem() {
     json out '.schema == "vqd.doctor/1" and (.healthy | not)'
     jq -r '.findings[] | select(.level == "problem") | .text + "\n" + .remedy' out >problems
@@ -40,11 +40,11 @@ mentions err "exists; --force replaces it"
 ends 0 "$vqd" sim --fps 10 -- "$vqd" doctor --json
 json out '[.findings[] | select(.level == "warning")] | length == 1 and (.[0].text | test("^(10|9)\\.. frames a second, 30.0"))'
 
-# Nothing there; a node that this user may not open, of root's group and of another; one that is not there
+# No camera; a node that this user may not open, of root's group and of another group; a node that does not exist
 ends 1 on_an_empty_bus doctor --json
 problem "no.*USB\|no camera is on the bus" "lsusb\|container"
 unprivileged=("$vqd")
-if [[ $EUID -eq 0 ]]; then # the tool as nobody runs it; a copy, as this tree may lie in a folder that only root can enter
+if [[ $EUID -eq 0 ]]; then # the user nobody runs a copy of the tool, because only root may be able to enter this tree
     carried=$(mktemp -d /tmp/vqd-carried-XXXXXX)
     trap 'rm -rf "$work" "$carried"' EXIT
     cp "$vqd" "$(ldd "$vqd" | sed -n 's/.* => \(.*libVQD_API.*\) (.*/\1/p')" "$carried"
@@ -64,7 +64,7 @@ fi
 ends 1 "$vqd" sim -- bash -c 'rm "$UMOCKDEV_DIR"/dev/bus/usb/001/002; exec "$0" doctor --json' "$vqd"
 problem "No such file" "pass /dev/bus/usb through"
 
-# A driver of the kernel, and a cable or hub that is slow; too little memory
+# A kernel driver; a slow cable or hub; too little memory
 ends 1 "$vqd" sim -- bash -c "mkdir $camera/1-1:1.0; ln -s /drivers/uvcvideo $camera/1-1:1.0/driver"'; exec "$0" doctor --json' "$vqd"
 problem "driver uvcvideo holds" "1-1:1.0 | sudo tee /sys/bus/usb/drivers/uvcvideo/unbind"
 ends 1 "$vqd" sim -- bash -c "echo 12 >$camera/speed"'; exec "$0" doctor --json' "$vqd"
@@ -73,7 +73,7 @@ ends 0 "$vqd" sim -- bash -c 'cd "$UMOCKDEV_DIR/sys"; mkdir -p module/usbcore/pa
     echo 1 >module/usbcore/parameters/usbfs_memory_mb; exec "$0" doctor' "$vqd"
 mentions out "^warning  usbfs memory: 1 MB is little"
 
-# Another program at the camera, by name; an EEPROM that does not answer; a camera that is lost
+# Another program that uses the camera, by its name; an EEPROM that does not answer; a camera that is lost
 ends 1 "$vqd" sim -- bash -c '"$0" stats >stats.txt 2>&1 & until grep -q 1s stats.txt; do sleep 0.2; done
     "$0" doctor --json; code=$?; kill -INT $!; wait $!; exit $code' "$vqd"
 problem "vqd (process [0-9]*) has /dev/bus/usb/001/002 open" "end that one"

@@ -2,15 +2,15 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# What the tool writes to a camera's memory: dump and load, reset, EEPROM; backups, questions, and which camera.
+# What the tool writes to a camera's memory, with dump and load, reset and eeprom: backups, questions, and which camera.
 #   tool_eeprom_test.sh VQD_BINARY
 source "$(dirname "$0")/tool_lib.sh"
 
-# A dump holds everything that can be set: after a reset it brings every setting back, and only then differs nothing.
+# A dump contains everything that can be set: after a reset it brings every setting back, and then nothing differs.
 all='offset=-9 scatter-threshold=7 check-threshold=3 depth-range=300,4000 flip-horizontal=1 flip-vertical=1 fps-delay=2
     multi-cam=1,2,3 motion-blur=1,7 remove-edge=1 undistortion=2 fppn=1 orthogonal=1'
 for model in VQD-HT120 VQD-RS110; do
-    [[ $model == VQD-HT120 ]] || all=${all/edge=1/edge=0} # each is the other's factory setting
+    [[ $model == VQD-HT120 ]] || all=${all/edge=1/edge=0} # the factory settings differ
     # shellcheck disable=SC2016
     ends 0 "$vqd" sim $model -- bash -ec 'vqd=$0; vqd() { "$vqd" "$@"; }; rm -f factory.json set.json ./*.bin
         vqd dump -o factory.json -q
@@ -36,8 +36,8 @@ for model in VQD-HT120 VQD-RS110; do
 done
 [[ $(ls "$XDG_STATE_HOME"/vqd/eeprom-24061100000001-*.bin | wc -l) -ge 10 ]] || fail "no backups"
 
-# What changes the memory asks where somebody is, and refuses where nobody is. A no, no place for the backup, and an
-# EEPROM of another camera leave it as it is.
+# A command that changes the memory asks on a terminal, and refuses without one. The memory stays as it is after a no,
+# without a place for the backup, and with the EEPROM of another camera.
 head -c 4096 /dev/zero >t.bin
 echo '{"schema": "vqd.lens/1", "extrinsic": {"rotation": [[1, 0, 0], [0, 1, 0], [0, 0, 1]], "translation": [0, 0, 0]}}' >lens.json
 while read -r words; do
@@ -76,7 +76,8 @@ ends 0 "$vqd" sim VQD-HT120 VQD-HT110 -- bash -c 'vqd=$0; vqd() { "$vqd" "$@"; }
 mentions err "two.json comes from camera 24061100000002; the serial number here is 24061100000001"
 mentions nowhere "XDG_STATE_HOME names another place"
 
-# What a camera cannot work with is not restored, and the doctor says so of what was forced. Byte, 128 bytes with those changed
+# Content with which a camera cannot work is not restored. The doctor reports it when it was forced.
+# change BYTE BYTES: ./odd.bin is ./one.bin with BYTES from BYTE on
 change() {
     cp one.bin odd.bin
     # shellcheck disable=SC2059
@@ -98,13 +99,13 @@ done <<'END'
 80 \0\0\0\0 the depth lens is not plausible: focal length 0.0, 0.0
 END
 
-# A read-back that fails leaves open what was stored; a write that is refused does not.
+# When the read-back fails, it is unknown what was stored; when the write is refused, it is known.
 ends 1 "$vqd" sim --fault "4th EEPROM read stalls" -- "$vqd" set offset=1 --save -y
 mentions err "could not be read back, so it is not known"
 ends 6 "$vqd" sim --fault "every EEPROM write refused" -- "$vqd" set offset=1 --save -y
 mentions err "does not hold what was written"
 
-# Of a camera's backups the first and the newest 19 stay; what is named otherwise is not touched.
+# The first and the newest 19 backups of a camera stay. Files with other names are not touched.
 backups=$XDG_STATE_HOME/vqd
 rm "$backups"/*
 for second in {10..40}; do

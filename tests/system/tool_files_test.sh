@@ -2,11 +2,11 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# Files that the tool writes: pictures, series, point clouds, tables; and where it cannot.
+# Files that the tool writes (pictures, series, point clouds, tables), and what it does where it cannot.
 #   tool_files_test.sh VQD_BINARY
 source "$(dirname "$0")/tool_lib.sh"
 
-# A camera that does not correct on the host passes an even scene through. Old pictures are replaced.
+# The frames of a camera without host corrections show an even scene unchanged. Old pictures are replaced.
 mkdir -p pictures/new
 echo old >pictures/new/depth.png
 ends 0 "$vqd" sim --scene plane --fps 100 VQD-HT120 VQD-HT110 -- \
@@ -20,7 +20,7 @@ png pictures/new/depth16.png 10 00
 png pictures/new/amplitude16.png 10 00
 [[ $(ls -A pictures/new | wc -l) -eq 4 ]] || fail "more than four pictures: $(ls -A pictures/new)"
 
-# Point cloud: as many points as the header says, 16 bytes each
+# The point cloud has as many points as its header says, of 16 bytes each.
 ends 0 "$vqd" sim -- "$vqd" grab -o cloud --cloud
 mentions err "true to scale, with undistortion=1 orthogonal=1; -s overrides"
 points=$(sed -n 's/^element vertex //p;/^end_header/q' cloud/points.ply)
@@ -28,7 +28,7 @@ header=$(sed '/^end_header/q' cloud/points.ply | wc -c)
 [[ $(stat -c %s cloud/points.ply) -eq $((header + 16 * points)) && $points -gt 50000 ]] || fail "points.ply: $points points"
 head -c 26 cloud/points.png | od -An -tx1 | tr -d ' \n' | grep -q 494844520000028000 || fail "points.png"
 
-# A flat wall is flat without a setting, its right side is farther, and y points down, or up where that was asked for.
+# A flat wall is flat without any setting, its right side is farther, and y points down, or up with --axes camera.
 ends 0 "$vqd" sim --scene wall -- sh -c '"$0" cloud wall.ply && "$0" cloud up.ply -n 1 --axes camera -s undistortion=0' "$vqd"
 for file_top in wall.ply=-1 up.ply=1; do
     file=${file_top%=*}
@@ -47,7 +47,7 @@ for file_top in wall.ply=-1 up.ply=1; do
         fail "the wall is bent, or on its head"
 done
 
-# Series: every frame in every format; nothing is replaced without --force.
+# A series keeps every frame, in every format. Nothing is replaced without --force.
 ends 0 "$vqd" sim --fps 0 -- bash -ec 'for format in png pgm npy raw; do
         "$0" grab -n 2 --format $format --cloud pcd -o series-$format
     done; "$0" cloud mean.pcd -n 3; "$0" cloud mean --format ply -n 1' "$vqd"
@@ -76,7 +76,7 @@ for words in 'grab -o cloud' 'grab --format raw -o series-raw' 'cloud mean.pcd' 
 done
 ends 2 "$vqd" cloud mean.obj
 
-# A directory holds one series: any of its files refuses another; --force replaces all of it and nothing else.
+# A directory holds one series: any file of it makes a new one fail, and --force replaces all of it and nothing else.
 touch series-raw/depth-000007.png series-raw/depth-7.raw
 rm series-raw/*-00000[12].*
 ends 1 "$vqd" sim -- "$vqd" grab --format raw -o series-raw
@@ -87,7 +87,7 @@ ends 0 "$vqd" sim -- "$vqd" grab -n 2 --format raw -o series-raw --force
 shows series-raw/frames.csv 'file,frame,host_time,stamp_ms,reopened,lost_estimate' 'depth-000001.raw,1,[0-9]+\.[0-9]{6},[0-9]+,0,0' \
     'depth-000002.raw,2,[0-9.]+,[0-9]+,0,[0-9]+'
 
-# Tables: out, changed and in again; sizes are looked at before anything is sent.
+# Tables are backed up, changed and restored. Their size is checked before anything is sent.
 ends 0 "$vqd" sim -- sh -c '"$0" table backup orthogonal o.bin && printf "\001\002" | dd of=o.bin conv=notrunc status=none &&
     "$0" table restore orthogonal o.bin -y && "$0" table backup orthogonal o2.bin && cmp o.bin o2.bin &&
     "$0" table backup orthogonal o.csv --csv' "$vqd"
@@ -101,7 +101,8 @@ mentions err "is not backed up.*--direct can"
 ends 1 "$vqd" sim -- "$vqd" table backup fppn-4x4 zeros.bin
 [[ ! -e zeros.bin ]] || fail "a table that was not read"
 
-# Past libusb: every table comes back from where it was written, while another descriptor streams; what is restored is verified.
+# Past libusb, every table is read from where it was written, even while another descriptor streams, and a restore is
+# verified.
 for table in wiggling fppn fppn-4x4 fppn-5x5; do
     bytes=$("$vqd" table --help | sed -n "s/^ *$table, \([0-9]*\) bytes.*/\1/p")
     head -c "$bytes" /dev/urandom >$table.in
@@ -130,7 +131,8 @@ for words in 'table' 'table backup' 'table backup nothing x' 'table backup fppn 
     ends 2 "$vqd" $words
 done
 
-# Nowhere to write: said before grabbing, which would print two lines more. No room: no half file.
+# When there is nowhere to write, the tool says so before it grabs, which would print two lines more. Without room it leaves
+# no half file.
 ends 1 "$vqd" sim -- "$vqd" grab -o err/below
 mentions err "err/below: Not a directory"
 [[ $(grep -vc '^vqd:' err) -eq 2 ]] || fail "grabbed before looking at the directory"
@@ -141,7 +143,7 @@ ends 1 "$vqd" sim -- "$vqd" cloud /proc/nowhere.ply
 mentions err "/proc/nowhere.ply: "
 [[ $(grep -vc '^vqd:' err) -eq 0 ]] || fail "listed cameras before looking at the file"
 
-# --force replaces files alone; a link goes on naming its file.
+# --force replaces only files; a link still names its file.
 mkfifo pipe
 ends 1 "$vqd" sim -- "$vqd" dump -o pipe --force
 mentions err "pipe exists and is not a regular file"

@@ -2,14 +2,15 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
 #
-# Sourced by the tests of the tool with the binary as $1: a folder of their own, and checks that go on after a failure.
+# Sourced by the tests of the tool, with the binary as $1. It gives them a folder of their own, and checks that go on after a
+# failure.
 set -u
 vqd=$(readlink -f "$1")
 tests=$(dirname "$(readlink -f "$0")") # the folder of the test
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-export TMPDIR=$work/tmp # where buses live
-export XDG_STATE_HOME=$work/state # where EEPROM backups go
+export TMPDIR=$work/tmp # for the buses
+export XDG_STATE_HOME=$work/state # for the EEPROM backups
 mkdir "$TMPDIR"
 cd "$work" || exit 1
 failures=0
@@ -20,7 +21,7 @@ fail() {
     failures=$((failures + 1))
 }
 
-# on_an_empty_bus WORDS...: the tool, by way of a variable, since umockdev-run takes no word with letters beyond ASCII
+# on_an_empty_bus WORDS...: runs the tool. A variable passes its path, because umockdev-run accepts only ASCII words.
 on_an_empty_bus() {
     # shellcheck disable=SC2016
     vqd=$vqd ASAN_OPTIONS=verify_asan_link_order=0 umockdev-run -- sh -c 'exec "$vqd" "$@"' sh "$@"

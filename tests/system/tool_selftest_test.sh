@@ -2,8 +2,8 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# The checklist passes on every model and leaves the EEPROM alone; a camera that is broken in one way fails that check.
-# It mostly waits, so all runs go on at once.
+# The checklist passes on every model and leaves the EEPROM alone. A camera that is broken in one way fails the check of it.
+# The checklist mostly waits, so all runs go on at once.
 #   tool_selftest_test.sh VQD_BINARY
 # shellcheck source=tests/system/tool_lib.sh
 # shellcheck disable=SC2016 # variables of the inner shell

@@ -2,11 +2,11 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# What the tool reads and sets of a camera: settings, lens, dumps; the JSON of every command.
+# What the tool reads from a camera and sets in it (settings, lens, dumps), and the JSON of every command.
 #   tool_settings_test.sh VQD_BINARY
 source "$(dirname "$0")/tool_lib.sh"
 
-# Settings: shown, gone with the client that did not save them, refused
+# Settings are shown, go with the client that did not save them, and can be refused.
 ends 0 "$vqd" sim VQD-RS110 -- sh -c '"$0" set fps-delay=7 >&2 && "$0" get frequency fps-delay depth-range temperature logic-version' "$vqd"
 shows out 'frequency         10' 'fps-delay         0' 'depth-range       0,15000' 'temperature       3[0-9]\.[0-9]*' 'logic-version     2\.5'
 mentions err "not saved"
@@ -16,8 +16,8 @@ for words in 'set depth-range=500,500' 'set offset' 'set offset=' 'set offset=1,
     ends 2 "$vqd" $words
 done
 
-# What vqd settings prints is what is accepted: values beyond the limits of any of them are refused before a camera is looked
-# for, and the manual has them all.
+# The tool accepts exactly what vqd settings prints: values beyond any limit are refused before the tool looks for a camera.
+# The manual has all settings.
 ends 0 "$vqd" settings --json
 json out '.schema == "vqd.settings/1" and (.settings | length == 19)'
 jq -r '.settings[] | select(."read-only" | not) | .name as $name | .values
@@ -34,7 +34,7 @@ while read -r name _; do
     mentions "$tests/../../docs/settings.md" "^| \`$name\`"
 done <out
 
-# Whether a value took is looked at; why it did not is said. FPPN that adds nothing is no surprise.
+# The tool checks whether the camera took a value, says why not, and says when FPPN adds nothing.
 while read -r code model fault assignment mentioned; do
     ends "$code" "$vqd" sim "$model" --fault "${fault//_/ }" -- "$vqd" set "$assignment"
     mentions err "$mentioned"
@@ -45,7 +45,7 @@ done <<'END'
 0 VQD-HT120 # fppn=1 adds nothing: the FPPN table reads as zeros
 END
 
-# An EEPROM that is not there, or not whole, is shown by no command.
+# No command shows an EEPROM that cannot be read, or not as a whole.
 for fault in "first EEPROM read stalls" "2nd EEPROM read stalls" "every EEPROM read answers 100 bytes"; do
     for words in lens dump get info 'eeprom backup unread.bin'; do
         # shellcheck disable=SC2086
@@ -61,11 +61,11 @@ for words in list 'grab -o unread'; do
     json out '.cameras[0].serial == null and .camera.serial == null'
 done
 
-# Calibration: out, changed and in again; what is not a calibration is refused before the camera is touched.
+# A calibration is read, changed and set again. A file that is none is refused before the camera is touched.
 ends 0 "$vqd" sim -- sh -c '"$0" lens >lens.json && sed -i "s/\"cx\": 160.0/\"cx\": 161.27/;s/-0.346/-0.34649/" lens.json && "$0" lens --set lens.json -y >&2 &&
     "$0" lens' "$vqd"
 json out '.depth.cx == 161.3 and .depth.k1 == -0.346 and .extrinsic.rotation[1][1] == null'
-# Rounded, for every value of the field; the transform as the EEPROM holds it
+# Every value of every field is rounded. The transform is shown as the EEPROM holds it.
 ends 0 "$vqd" sim -- sh -c '"$0" lens | jq ".depth.fx = 203.97 | .colour.fx = 203.97 | .extrinsic.rotation = [[1,0,0],[0,1,0],[0,0,1]]" |
     "$0" lens --set - -y' "$vqd"
 json out '.depth.fx == 204 and .colour.fx == 204 and .extrinsic.rotation == [[1, 0, 0], [0, null, null], [null, null, null]]'
@@ -93,7 +93,8 @@ for schema in lens dump; do
     done
 done
 
-# A dump is looked at as a whole before a camera is: there is none here. A model that keeps its frequency is found out.
+# The whole dump is checked before the tool looks for a camera, which does not exist here. A model that keeps its frequency is
+# noticed.
 for text in '"schema": "vqd.dump/2", "settings": {}' '"settings": {}' '"schema": "vqd.dump/1"' \
     '"schema": "vqd.dump/1", "settings": 3' '"schema": "vqd.dump/1", "settings": {"offset": 1}, "lens": {}' \
     '"schema": "vqd.dump/1", "settings": {"offset": 1, ' {; do
@@ -109,7 +110,7 @@ for model_code in 'VQD-WN120 6' 'VQD-RS110 1' 'VQD-HT120 0'; do
 done
 
 ends 0 "$vqd" sim -- "$vqd" dump -o dumped.json
-# --json with -q: one object of the command's schema, and not a line beside it
+# --json with -q prints one object of the command's schema, and no other line.
 while read -r schema words; do
     # shellcheck disable=SC2086
     ends 0 "$vqd" sim -- "$vqd" $words --json -q

@@ -2,12 +2,12 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# Drives the tool as people do, on virtual cameras: choice of a camera, exit codes, signals, what is left behind.
+# Uses the tool as people do, on virtual cameras: how a camera is chosen, exit codes, signals, and what is left behind.
 #   tool_test.sh VQD_BINARY
 source "$(dirname "$0")/tool_lib.sh"
 manual=$tests/../../docs/vqd.md
 
-# Data on standard output and nothing else there; the library's lines on standard error with -v or after a failure.
+# Only data goes to standard output. The library's lines go to standard error, with -v or after a failure.
 ends 0 "$vqd" --version
 shows out 'vqd 2\.4\.0'
 ends 0 "$vqd" sim VQD-HT120 VQD-RS110 -- "$vqd" list
@@ -16,7 +16,7 @@ shows out '0  VQD-HT120   24061100000001  03a4:871a  1-[0-9]*    001:[0-9]*' '1 
 ends 0 "$vqd" sim -- "$vqd" list -v
 mentions err VQD_Library_Ver
 
-# What a virtual camera is given: the number, the EEPROM, a table of one camera or of each
+# What a virtual camera can be given: a serial number, an EEPROM, a table, for one camera or for each
 ends 0 "$vqd" sim VQD-HT120 VQD-HT110 --serial 2:2406110000abcd -- sh -c '"$0" list && "$0" eeprom backup given.bin -c 1 -q >&2' "$vqd"
 shows out '0  VQD-HT120   24061100000001  .*' '1  VQD-HT110   2406110000abcd  .*'
 ends 0 "$vqd" sim --eeprom given.bin -- sh -c '"$0" list && "$0" eeprom diff given.bin >&2' "$vqd"
@@ -58,12 +58,12 @@ for words in 'get -c' 'info -c' 'dump -c' 'lens -c' 'grab -c' 'stats -c' 'selfte
     [[ $(head -n 1 err) =~ ^(--camera|--output|file|--report):\ it\ is\ empty$ ]] || fail "not refused as empty: $words"
 done
 
-# Which camera: by port and by address, which a dash and a colon tell apart; the camera at port 1-1 has address 3.
+# A camera is chosen by port or by address, which a dash and a colon distinguish. The camera at port 1-1 has address 3.
 ends 0 "$vqd" sim VQD-HT120 VQD-RS110 -- sh -c 'for camera in 1-1 1:3 001:003 24061100000002; do
     "$0" dump -c $camera | jq -r .camera.port; done' "$vqd"
 shows out 1-1 1-1 1-1 1-1
 
-# No camera, no such camera, one too many
+# No camera at all; no camera of that name; one camera too many
 ends 3 on_an_empty_bus list --json
 mentions err "no camera found"
 json out '.cameras == []'
@@ -73,13 +73,13 @@ ends 3 "$vqd" sim -- "$vqd" grab -o none -c 7
 ends 1 "$vqd" sim $(printf 'VQD-HT120 %.0s' {1..11}) -- "$vqd" list
 mentions err "11 cameras"
 
-# Commands that read send no image and nothing before one: here it would unplug the camera. Beside a stream they cost no
-# frame, no open fails, and who has the camera open is named.
+# Commands that only read send no image and no request before one, which here would unplug the camera. Beside a stream they
+# cost no frame, no open fails, and the program that has the camera open is named.
 reads='"$0" list && "$0" get && "$0" lens && "$0" dump && "$0" eeprom backup b.bin --force && "$0" eeprom diff b.bin &&
     "$0" table backup orthogonal t.bin --force'
 ends 0 "$vqd" sim --fault "request 0xB1 unplugs; image unplugs" -- sh -c "$reads && \"\$0\" list" "$vqd"
 ends 0 "$vqd" sim VQD-HT120 VQD-RS110 --fps 5 -- bash -c '"$0" stats --json -c 1-1 >stream & until [[ -s stream ]]; do sleep 0.1; done
-    (for fd in {3..30}; do eval "exec $fd</dev/null"; done # programs of the same descriptors share a socket of the bus
+    (for fd in {3..30}; do eval "exec $fd</dev/null"; done # programs with the same descriptors share a socket of the bus
     for _ in {1..50}; do "$0" list || exit; done; '"$reads"') >/dev/null & lists=$!
     for _ in {1..5}; do "$0" grab -c 1-2 -o beside --force || exit 11; done
     "$0" grab -c 1-1 2>held && exit 12; wait $lists || exit 13; kill -INT %1; wait %1' "$vqd"
@@ -87,14 +87,14 @@ mentions held "camera [01] at 1-1 cannot be opened; vqd stats (process [0-9]*) h
 tail -n 1 stream >all
 json all '.type == "summary" and ."transfer-errors" + ."wrong-start-codes" + .reopens == 0'
 
-# The program's own end
+# The exit code is that of the program.
 ends 7 "$vqd" sim -- sh -c 'exit 7'
 ends 137 "$vqd" sim -- sh -c 'kill -KILL $$'
 ends 127 "$vqd" sim -- ./no-such-program
 mentions err "no-such-program: No such file"
 ends 126 "$vqd" sim -- "$work"
 
-# Signals: passed on; grabbing ends in good order and saves nothing.
+# Signals are passed on. Grabbing ends cleanly and saves nothing.
 for signal in INT TERM HUP; do
     ends 130 "$vqd" sim -- sh -c '
         trap "" INT TERM HUP
@@ -112,7 +112,7 @@ kill -TERM $!
 wait $!
 [[ $? -eq 130 ]] || fail "SIGTERM to the simulator"
 
-# Man pages and completion speak of every command, and so does the manual.
+# Man pages, completion and the manual describe every command.
 help2man=$(command -v help2man)
 ends 0 "$tests/../../tools/vqd/make_reference.sh" "$vqd" reference ${help2man:+"$help2man"}
 while read -r command; do

@@ -5,6 +5,7 @@
 #include "cameras.h"
 
 #include "host/claim.h"
+#include "host/profile.h"
 
 #include "interrupt.h"
 #include "messages.h"
@@ -41,6 +42,19 @@ const ListedCamera& Cameras::chooseToChange() const
 void Cameras::loadAlone(const ListedCamera& camera) const
 {
     ::loadAlone(m_cameras, camera);
+}
+
+void Cameras::loadWithProfile(const ListedCamera& camera) const
+{
+    loadAlone(camera);
+    if (common.noProfile)
+        return;
+    const FoundProfile found = findProfile(camera);
+    if (!found.warning.empty())
+        warn("%s", found.warning.c_str());
+    applyProfile(camera, found);
+    if (found.values)
+        note("the profile %s is in use", found.path.c_str());
 }
 
 void warnOfEeprom(const ListedCamera& camera)

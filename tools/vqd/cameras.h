@@ -28,8 +28,9 @@ public:
     // The same for a command that changes the camera: where several are attached, one must be named.
     const ListedCamera& chooseToChange() const;
 
-    // As host's loadAlone().
+    // As host's loadAlone(). The second applies the host's profile of the camera too, unless --no-profile was given.
     void loadAlone(const ListedCamera& camera) const;
+    void loadWithProfile(const ListedCamera& camera) const;
 
 private:
     std::vector<ListedCamera> m_cameras;

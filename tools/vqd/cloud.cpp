@@ -58,7 +58,7 @@ int cloud(const Options& options)
     Output output;
     const Cameras cameras;
     const ListedCamera& camera = assignments.empty() ? cameras.choose() : cameras.chooseToChange();
-    cameras.loadAlone(camera);
+    cameras.loadWithProfile(camera);
     assignments = cloudSettings(camera, options.settings);
     std::vector<CloudPoint> points;
     {
@@ -92,7 +92,7 @@ void addCloud(CLI::App& app, Run& run)
         ->capture_default_str();
     addRepeatable(*command, "-s,--set", options->settings, "KEY=VALUE", "A setting for this cloud only, as in vqd set");
     addAxes(*command, options->axes);
-    addCommon(*command, kCamera | kJson | kForce);
+    addCommon(*command, kCamera | kJson | kForce | kProfile);
     command->footer(
         "Points are in metres and true to scale: for this cloud, undistortion=1 is set, and orthogonal=1 for "
         "models that the host corrects, unless -s says otherwise. A pixel becomes a point when at least half "

@@ -26,6 +26,7 @@ void addCloud(CLI::App& app, Run& run);
 void addEeprom(CLI::App& app, Run& run);
 void addLens(CLI::App& app, Run& run);
 void addTable(CLI::App& app, Run& run);
+void addProfile(CLI::App& app, Run& run);
 void addReset(CLI::App& app, Run& run);
 void addCompletion(CLI::App& app, Run& run);
 void addStats(CLI::App& app, Run& run);

@@ -34,7 +34,7 @@ void findControlLimit(Findings& findings, const UsbCamera& camera, libusb_device
                              " refuses control transfers above 4096 bytes, so wiggling and FPPN tables read as zeros";
     if (matters)
         findings.add(Level::warning, camera.port, text + "; FPPN correction is on, but adds nothing",
-                     "No setting helps; \"vqd set fppn=0 --save\" makes it plain.");
+                     "\"vqd profile import --fppn camera\" reads the table past libusb and keeps it for this camera.");
     else
         findings.add(Level::ok, camera.port, text + "; FPPN correction is off");
 }

@@ -31,7 +31,7 @@ int dump(const Options& options)
     const Cameras cameras;
     const ListedCamera& camera = cameras.choose();
     requireEeprom(camera);
-    cameras.loadAlone(camera);
+    cameras.loadWithProfile(camera);
     Json json = document("dump");
     json["camera"] = identityJson(camera);
     json["settings"] = settingsJson(camera.nIndex, false);
@@ -85,7 +85,7 @@ int load(const Options& options)
     const Cameras cameras;
     const ListedCamera& camera = cameras.chooseToChange();
     compareCameras(camera, json, options);
-    cameras.loadAlone(camera);
+    cameras.loadWithProfile(camera);
     claim(camera);
     changeSettings(camera, save, lens ? "save these settings and this lens?" : "save these settings?", [&] {
         // Only what differs is sent, because not every model takes its own factory values back.
@@ -108,7 +108,7 @@ void addDumpLoad(CLI::App& app, Run& run)
     CLI::App* dumper = app.add_subcommand("dump", "Writes all settings and the lens as JSON");
     dumper->add_option("-o,--output", options->file, "File to write; standard output when not given")
         ->type_name("FILE");
-    addCommon(*dumper, kCamera | kJson | kForce);
+    addCommon(*dumper, kCamera | kJson | kForce | kProfile);
     dumper->footer("Example: vqd dump -o camera.json");
     CLI::App* loader = app.add_subcommand("load", "Applies the settings of a dump");
     loader->add_option("file", options->file, "File that vqd dump wrote; - for standard input")
@@ -117,7 +117,7 @@ void addDumpLoad(CLI::App& app, Run& run)
     loader->add_flag("--save", options->save, "Keep the settings in the camera's EEPROM");
     loader->add_flag("--lens", options->lens, "Also write the lens, which belongs to one camera; implies --save");
     loader->add_flag("--force", common.force, "Write the lens even if it is another camera's or not plausible");
-    addCommon(*loader, kCamera | kJson | kYes);
+    addCommon(*loader, kCamera | kJson | kYes | kProfile);
     loader->footer("The whole file is checked before the camera is touched.\n"
                    "Example: vqd load camera.json --save");
     dumper->callback([&run, options] { run = [options] { return dump(*options); }; });

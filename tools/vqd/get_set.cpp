@@ -45,7 +45,7 @@ int get(const Options& options)
     const Cameras cameras;
     const ListedCamera& camera = cameras.choose();
     requireEeprom(camera);
-    cameras.loadAlone(camera);
+    cameras.loadWithProfile(camera);
     if (std::any_of(wanted.begin(), wanted.end(), [](const Setting* s) { return s->needsFrame; })) {
         const auto frame = std::make_unique<DepthFrame>();
         Stream(camera).read(*frame);
@@ -62,7 +62,7 @@ int set(const Options& options)
     Output output;
     const Cameras cameras;
     const ListedCamera& camera = cameras.chooseToChange();
-    cameras.loadAlone(camera);
+    cameras.loadWithProfile(camera);
     claim(camera);
     changeSettings(camera, options.save, "save these settings?", [&] { applySettings(camera, assignments); });
     std::vector<const Setting*> changed;
@@ -81,11 +81,11 @@ void addGetSet(CLI::App& app, Run& run)
     const auto options = std::make_shared<Options>();
     CLI::App* getter = app.add_subcommand("get", "Shows settings");
     getter->add_option("key", options->words, "Settings to show; all when none is named")->type_name("KEY");
-    addCommon(*getter, kCamera | kJson);
+    addCommon(*getter, kCamera | kJson | kProfile);
     CLI::App* setter = app.add_subcommand("set", "Changes settings");
     setter->add_option("assignment", options->words, "Settings to change")->type_name("KEY=VALUE")->required();
     setter->add_flag("--save", options->save, "Keep the settings in the camera's EEPROM");
-    addCommon(*setter, kCamera | kJson | kYes);
+    addCommon(*setter, kCamera | kJson | kYes | kProfile);
     setter->footer("Example: vqd set depth-range=300,4000 flip-horizontal=1 --save\nSettings:\n" + settingNames());
     getter->footer("Example: vqd get frequency depth-range\nSettings:\n" + settingNames());
     getter->callback([&run, options] { run = [options] { return get(*options); }; });

@@ -31,7 +31,7 @@ static int info()
     const Cameras cameras;
     const ListedCamera& camera = cameras.choose();
     requireEeprom(camera);
-    cameras.loadAlone(camera);
+    cameras.loadWithProfile(camera);
     const auto frame = std::make_unique<DepthFrame>();
     Stream(camera).read(*frame); // it brings temperature and logic version
     Json json = document("info");
@@ -46,7 +46,7 @@ static int info()
 void addInfo(CLI::App& app, Run& run)
 {
     CLI::App* command = app.add_subcommand("info", "Shows identity, settings, lens, temperature and logic version");
-    addCommon(*command, kCamera | kJson);
+    addCommon(*command, kCamera | kJson | kProfile);
     command->footer("It grabs one frame, which brings temperature and logic version.\n"
                     "Example: vqd info -c 1 --json | jq .settings.temperature");
     command->callback([&run] { run = info; });

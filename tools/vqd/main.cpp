@@ -55,6 +55,7 @@ int runCommandLine(int argc, char** argv)
     addEeprom(app, run);
     addLens(app, run);
     addTable(app, run);
+    addProfile(app, run);
     addReset(app, run);
     addCompletion(app, run);
     addStats(app, run);

@@ -4,37 +4,33 @@
 // vqd sim: runs a program that finds virtual cameras in its own, unmodified libusb.
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <cmath>
-#include <csignal>
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
 #include "host/whole_files.h"
+#include "sim/bus.h"
 #include "sim/fault_language.h"
 #include "sim/registers.h"
 #include "sim/scene.h"
-#include "sim/umockdev_bus.h"
 
 #include "command_line.h"
 #include "commands.h"
+#include "sim_preload.h"
+#include "sim_program.h"
 
 namespace
 {
 
-constexpr char kPreload[] = "libumockdev-preload.so.0";
-constexpr char kGuard[] = "VQD_SIM_PRELOADED"; // set for the run of this program that has the preload
-constexpr size_t kMostCameras = 11;            // one more than the library can use, so that its refusal can be seen
+constexpr size_t kMostCameras = 11; // one more than the library can use, so that its refusal can be seen
 
 constexpr struct {
     const char* name;
@@ -64,6 +60,7 @@ struct Options {
     double framesPerSecond = 30;
     std::string plan;
     std::vector<sim::PlannedFault> faults;
+    bool kernel = false;
     Invocation invocation;
 };
 
@@ -88,28 +85,6 @@ std::string checkModel(const std::string& name)
 std::string checkSeed(const std::string& text)
 {
     return text.find_first_not_of("0123456789") == std::string::npos ? "" : "a seed is a whole number, 0 or more";
-}
-
-void prependVariable(const char* name, const std::string& value)
-{
-    const char* present = getenv(name);
-    const bool empty = present == nullptr || *present == '\0';
-    setenv(name, (empty ? value : value + ":" + present).c_str(), 1);
-}
-
-// The process that owns the bus must run under the preload, as its clients do. This returns in that process only.
-void ensurePreload(char** arguments)
-{
-    if (getenv(kGuard) != nullptr) {
-        unsetenv(kGuard);
-        return;
-    }
-    setenv(kGuard, "1", 1);
-    prependVariable("LD_PRELOAD", kPreload);
-    // The address sanitizer refuses to run behind a preload, unless it is told not to look.
-    prependVariable("ASAN_OPTIONS", "verify_asan_link_order=0");
-    execv("/proc/self/exe", arguments);
-    throw Failure(kFailed, std::string("/proc/self/exe: ") + strerror(errno));
 }
 
 // An option for one camera or for all, addressed as in a fault plan: "2:24061100000099".
@@ -218,63 +193,32 @@ void plugCameras(sim::Bus& bus, std::vector<Plugged> cameras)
     }
 }
 
-// The signals that end a process, and the one that says that a child has ended. wait() takes them one by one.
-class Signals
+void printPlaces(sim::Bus& bus, size_t cameras)
 {
-public:
-    Signals()
-    {
-        sigemptyset(&m_set);
-        for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD})
-            sigaddset(&m_set, number);
-        signal(SIGCHLD, SIG_DFL);
-        sigprocmask(SIG_BLOCK, &m_set, &m_before);
+    for (size_t i = 0; i < cameras; ++i) {
+        const sim::UsbAddress address = bus.address(i);
+        bus.withCamera(i, [&](const sim::Camera& camera) {
+            printf("camera %zu: %s, serial %s, at %03u:%03u\n", i + 1, camera.config().product.c_str(),
+                   sim::hexDigits(camera.config().serial).c_str(), address.bus, address.device);
+        });
     }
-
-    pid_t start(const std::vector<std::string>& program) const
-    {
-        std::vector<char*> arguments;
-        for (const std::string& argument : program)
-            arguments.push_back(const_cast<char*>(argument.c_str()));
-        arguments.push_back(nullptr);
-        posix_spawnattr_t attributes;
-        posix_spawnattr_init(&attributes);
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
-        posix_spawnattr_setsigmask(&attributes, &m_before);
-        pid_t child = 0;
-        const int error = posix_spawnp(&child, arguments[0], nullptr, &attributes, arguments.data(), environ);
-        posix_spawnattr_destroy(&attributes);
-        if (error != 0)
-            throw Failure(error == ENOENT ? kNoProgram : kCannotRun, program[0] + ": " + strerror(error));
-        return child;
-    }
-
-    // Passes signals on until the child ends. Returns the exit code that a shell would give it.
-    int wait(pid_t child) const
-    {
-        for (;;) {
-            siginfo_t info{};
-            const int number = sigwaitinfo(&m_set, &info);
-            int status = 0;
-            if (number == SIGCHLD && waitpid(child, &status, WNOHANG) == child)
-                return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-            // The terminal sends its signals to the child as well.
-            if (number > 0 && number != SIGCHLD && info.si_code != SI_KERNEL)
-                kill(child, number);
-        }
-    }
-
-private:
-    sigset_t m_set, m_before;
-};
+    fflush(stdout);
+}
 
 int simulate(const Options& options)
 {
     std::vector<Plugged> cameras = camerasOf(options); // mistakes in the options are reported before anything starts
-    ensurePreload(options.invocation.arguments);
+    const size_t count = cameras.size();
+    if (!options.kernel)
+        enterPreload(options.invocation.arguments);
     const Signals signals; // before the bus, so that its threads do not take them
-    sim::Bus bus;
-    plugCameras(bus, std::move(cameras));
+    const auto bus = options.kernel ? sim::makeKernelBus() : sim::makeMockBus();
+    plugCameras(*bus, std::move(cameras));
+    if (options.invocation.program.empty()) {
+        printPlaces(*bus, count);
+        signals.waitForEnd();
+        return kDone;
+    }
     // Tells vqd doctor which process has the device nodes open.
     setenv("VQD_SIM_PID", std::to_string(getpid()).c_str(), 1);
     return signals.wait(signals.start(options.invocation.program));
@@ -313,13 +257,16 @@ void addSim(CLI::App& app, Run& run, const Invocation& invocation)
     addRepeatable(*command, "--table", options->tables, "[CAMERA:]TABLE=FILE",
                   "A calibration table in the camera, by its name in vqd table")
         ->check(notEmpty);
+    command->add_flag("--kernel", options->kernel,
+                      "Plug them into the running kernel, for all its programs; needs root and the module vhci-hcd");
     command->footer("vqd sim [OPTIONS] [MODEL...] -- PROGRAM [ARGUMENTS...]\n"
+                    "With --kernel and without a program, the cameras stay until SIGINT or SIGTERM.\n"
                     "The exit code is that of the program, or 128 + signal when a signal killed it.\n"
                     "docs/virtual-camera.md describes the language of fault plans.\n"
                     "Example: vqd sim VQD-HT120 VQD-RS110 --scene wall -- vqd list\n"
                     "Example: vqd sim --fault \"third bulk IN stalls; every EEPROM write refused\" -- PROGRAM");
     command->callback([&run, options] {
-        if (options->invocation.program.empty())
+        if (options->invocation.program.empty() && !options->kernel)
             throw CLI::RequiredError("-- PROGRAM");
         if (std::isnan(options->framesPerSecond)) // CLI11 takes it as within every range
             throw CLI::ValidationError("--fps", "it is not a number");

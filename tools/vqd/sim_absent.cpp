@@ -1,20 +1,21 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// vqd sim in a build without the virtual bus, which only says so.
-#include <CLI/CLI.hpp>
-
-#include "commands.h"
+// The mocked bus in a build without umockdev, which only says so. The kernel's bus is there.
 #include "host/failure.h"
+#include "sim/bus.h"
+#include "sim_preload.h"
 
-void addSim(CLI::App& app, Run& run, const Invocation&)
+void enterPreload(char**) {}
+
+namespace sim
 {
-    CLI::App* command = app.add_subcommand("sim", "Runs a program with virtual cameras (not in this build)");
-    command->allow_extras();
-    command->callback([&run] {
-        run = []() -> int {
-            throw Failure(kFailed,
-                          "this build has no virtual camera, because libumockdev-dev was missing when it was made");
-        };
-    });
+
+std::unique_ptr<Bus> makeMockBus(const BusOptions&)
+{
+    throw Failure(kFailed,
+                  "this build has no virtual camera but with --kernel, because libumockdev-dev was missing when "
+                  "it was made");
 }
+
+} // namespace sim

@@ -185,7 +185,7 @@ int view(const Options& options)
     LibraryLines lines; // not into the picture
     const Cameras cameras;
     const ListedCamera& camera = cameras.choose();
-    cameras.loadAlone(camera);
+    cameras.loadWithProfile(camera);
     const auto frame = std::make_unique<DepthFrame>();
     Stream stream(camera);
     if (options.once) {
@@ -213,7 +213,7 @@ void addView(CLI::App& app, Run& run)
     command->add_option("-n,--frames", options->frames, "Number of frames after which it ends")
         ->check(CLI::Range(1, 100'000'000));
     command->add_flag("--once", options->once, "Print one frame and end; this also works without a terminal");
-    addCommon(*command, kCamera);
+    addCommon(*command, kCamera | kProfile);
     command->footer("Near is red, far is violet, invalid is black. The terminal must support 24-bit colours.\n"
                     "Example: ssh -t robot vqd view");
     command->callback([&run, options] { run = [options] { return view(*options); }; });

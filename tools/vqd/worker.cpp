@@ -34,7 +34,7 @@ std::string checkName(const std::string& name)
 
 int work(const Options& options)
 {
-    const ChildOptions child{common.camera, options.settings};
+    const ChildOptions child{common.camera, options.settings, !common.noProfile};
     if (options.isChild)
         return runChild(child);
     if (const std::string wrong = common.camera.empty() ? "" : checkName(common.camera); !wrong.empty())
@@ -56,7 +56,7 @@ void addWorker(CLI::App& app, Run& run)
         ->check(notEmpty);
     addRepeatable(*command, "-s,--set", options->settings, "KEY=VALUE", "A setting for this worker, as in vqd set");
     command->add_flag("--child", options->isChild)->group(""); // how the worker runs the camera's own process
-    addCommon(*command, kCamera);
+    addCommon(*command, kCamera | kProfile);
     command->footer(
         "It waits for its camera, opens it again when it was lost, and ends on Ctrl-C or SIGTERM. -c takes a serial\n"
         "number or a port; without -c it takes the first camera that it finds, and keeps to that one.\n"
