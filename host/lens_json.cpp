@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "geometry/lens_fields.h"
 
@@ -165,12 +166,26 @@ std::vector<Implausible> implausibleIn(const Calibration& calibration)
     return found;
 }
 
-void store(int n, const Calibration& c)
+void putIntoImage(int n, const Calibration& c)
 {
+    uint8_t* const image = stCamParam[n].image;
+    const auto putLens = [image](const LensBlock& block, const LensSet& lens) {
+        const float k[] = {lens.k.fx, lens.k.fy, lens.k.cx, lens.k.cy};
+        const float d[] = {lens.d.k1, lens.d.k2, lens.d.k3, lens.d.p1, lens.d.p2, lens.d.skew};
+        for (size_t i = 0; i < std::size(k); ++i)
+            EncodeLensField(image, block.intrinsic[i], k[i]);
+        for (size_t i = 0; i < std::size(d); ++i)
+            EncodeLensField(image, block.distortion[i], d[i]);
+    };
     if (c.depth)
-        vqdSetLensParameter(n, c.depth->k, c.depth->d);
+        putLens(kDepthLensBlock, *c.depth);
     if (c.colour)
-        vqdSetRGBLensParameter(n, c.colour->k, c.colour->d);
-    if (c.extrinsic)
-        vqdSetExtrinsicParameter(n, *c.extrinsic);
+        putLens(kColourLensBlock, *c.colour);
+    float e[kExtrinsicFields];
+    static_assert(sizeof e == sizeof *c.extrinsic);
+    if (c.extrinsic) {
+        memcpy(e, &*c.extrinsic, sizeof e);
+        for (int i = 0; i < kExtrinsicFields; ++i)
+            EncodeLensField(image, ExtrinsicField(i), e[i]);
+    }
 }

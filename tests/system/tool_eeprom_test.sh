@@ -14,17 +14,17 @@ for model in VQD-HT120 VQD-RS110; do
     # shellcheck disable=SC2016
     ends 0 "$vqd" sim $model -- bash -ec 'vqd=$0; vqd() { "$vqd" "$@"; }; rm -f factory.json set.json ./*.bin
         vqd dump -o factory.json -q
-        vqd set $1 --save -y -q >set.txt
+        vqd set $1 --save -y --force -q >set.txt
         vqd dump -o set.json -q
         vqd eeprom backup set.bin -q
-        vqd reset -y >reset.txt
+        vqd reset -y --force >reset.txt
         [[ $(vqd get offset multi-cam -q | tr -s " \n" " ") == "offset 0 multi-cam 0,0,0 " ]]
         vqd eeprom diff set.bin --json >diff.json || [[ $? -eq 6 ]]
-        vqd load set.json --save -y
+        vqd load set.json --save -y --force
         vqd dump | cmp - set.json
-        vqd load factory.json --save -y -q
+        vqd load factory.json --save -y --force -q
         vqd dump | cmp - factory.json
-        vqd eeprom restore set.bin -y
+        vqd eeprom restore set.bin -y --force
         vqd eeprom diff set.bin' "$vqd" "$all"
     for assignment in $all; do
         grep -Eq "^${assignment%=*} +${assignment#*=}\$" set.txt || fail "not set on $model: $assignment"
