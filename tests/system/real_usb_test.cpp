@@ -1,7 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The library through the real, unmodified libusb: a virtual camera on a bus of this process, mocked or the kernel's.
+// The library through the real, unmodified libusb, with a virtual camera on a bus of this process, mocked or the
+// kernel's.
 #include <array>
 #include <vector>
 
