@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "geometry/lens_fields.h"
+#include "host/formatted.h"
 
 namespace
 {
@@ -148,12 +149,21 @@ Json exactLensJson(const LensSet& lens)
 
 LensSet exactLensFrom(const Json& set, const std::string& name)
 {
-    const auto member = [&](const char* key) { return static_cast<float>(memberIn(set, name, key)); };
-    const LensSet lens{{member("fx"), member("fy"), member("cx"), member("cy")},
-                       {member("k1"), member("k2"), member("k3"), member("p1"), member("p2"), member("skew")}};
-    if (!(lens.k.fx > 0 && lens.k.fy > 0))
-        throw Failure(kUsage, name + ": a focal length is not above 0");
-    return lens;
+    constexpr double kMostFocal = 1e5, kMostDistortion = 100; // far beyond any lens
+    const auto member = [&](const char* key, double least, double most) {
+        const double value = memberIn(set, name, key);
+        if (!(value >= least && value <= most))
+            throw Failure(kUsage, name + "." + key + formatted(" is not from %g to %g", least, most));
+        return static_cast<float>(value);
+    };
+    float k[4], d[6];
+    for (size_t i = 0; i < std::size(k); ++i)
+        k[i] = member(kIntrinsicNames[i], 1, kMostFocal);
+    for (size_t i = 0; i < std::size(d); ++i)
+        d[i] = member(kDistortionNames[i], -kMostDistortion, kMostDistortion);
+    if (set.size() != std::size(k) + std::size(d)) // all of those are there, so some other is
+        throw Failure(kUsage, name + " has members that no lens has");
+    return {{k[0], k[1], k[2], k[3]}, {d[0], d[1], d[2], d[3], d[4], d[5]}};
 }
 
 std::vector<Implausible> implausibleIn(const Calibration& calibration)
