@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <ctime>
 #include <map>
 
@@ -80,10 +81,10 @@ SaveTurn::SaveTurn(const std::string& serial, TooSoon tooSoon) : m_serial(serial
         last = std::max(last, own->second);
     // A clock that was set back leaves a last write in the future, which must not lock the camera for so long.
     const double passed = now() - last;
-    if (tooSoon == TooSoon::refuse && passed >= 0 && passed < kSavePauseSeconds) {
+    if (tooSoon == TooSoon::refuse && std::abs(passed) < kSavePauseSeconds) {
         if (m_file >= 0)
             close(m_file);
-        throw SavedTooSoon(serial, kSavePauseSeconds - passed);
+        throw SavedTooSoon(serial, kSavePauseSeconds - std::max(passed, 0.0));
     }
 }
 

@@ -184,10 +184,11 @@ int import(const Options& options)
     return kDone;
 }
 
-// Words and numbers that a program without JSON reads: "lens" and ten numbers, "fppn" and 4800, "orthogonal" and 76800.
+// What a program without JSON reads: words, each followed by its values, one a line. "serial" comes first; then "lens"
+// with ten numbers, "fppn" with 4800 and "orthogonal" with 76800, as far as the profile has them.
 std::string plainText(const Profile& profile)
 {
-    std::string text;
+    std::string text = "serial\n" + profile.serial + '\n';
     LensIntrinsic k{};
     if (profile.depth) {
         k = profile.depth->k;
