@@ -8,7 +8,7 @@
 
 #include "config/param_image.h"
 
-bool saveEeprom(const ListedCamera& camera, const Eeprom& eeprom)
+bool saveEeprom(const ListedCamera& camera, const Eeprom& eeprom, TooSoon tooSoon)
 {
     const EepromRead stored = readEeprom(camera.place);
     if (stored.whole() && stored.bytes == eeprom) {
@@ -16,12 +16,15 @@ bool saveEeprom(const ListedCamera& camera, const Eeprom& eeprom)
         std::copy(eeprom.begin(), eeprom.end(), stCamParam[camera.nIndex].image);
         return false;
     }
-    if (vqdEEPROM_ParameterData_Save(camera.nIndex, eeprom.data()) != 1)
+    const SaveTurn turn(camera.szSerialNumber, tooSoon);
+    const int result = vqdEEPROM_ParameterData_Save(camera.nIndex, eeprom.data());
+    turn.saved();
+    if (result != 1)
         failOn(camera, "the EEPROM was not written");
     return true;
 }
 
-bool saveImage(const ListedCamera& camera)
+Eeprom eepromOfImage(const ListedCamera& camera)
 {
     unsigned char image[VQD_IMAGE_BYTES];
     if (vqdParameterData_Load(camera.nIndex, image) != 1)
@@ -29,7 +32,12 @@ bool saveImage(const ListedCamera& camera)
     image[kGrab] = 0;
     Eeprom eeprom;
     std::copy_n(image, eeprom.size(), eeprom.begin());
-    return saveEeprom(camera, eeprom);
+    return eeprom;
+}
+
+bool saveImage(const ListedCamera& camera, TooSoon tooSoon)
+{
+    return saveEeprom(camera, eepromOfImage(camera), tooSoon);
 }
 
 void requireStored(const ListedCamera& camera)

@@ -18,7 +18,7 @@ namespace
 constexpr size_t kFppnValues = 4800, kRadialFactors = 2048;
 constexpr int kFactorsPerPixel = 8; // of radius
 constexpr size_t kLensBytes = 80;   // where the lenses and the transform begin in the EEPROM
-constexpr uintmax_t kMostFileBytes = 1 << 20;
+constexpr size_t kMostPoses = 100;
 
 constexpr const char* kMembers[] = {"schema", "serial",     "product", "eeprom", "depth",
                                     "colour", "orthogonal", "fppn",    "poses"};
@@ -35,7 +35,7 @@ struct {
 
 std::string textIn(const Json& json, const char* key)
 {
-    if (!json.contains(key) || !json[key].is_string())
+    if (!json.contains(key) || !json[key].is_string() || json[key] == "")
         refuse(std::string("\"") + key + "\" is not a text");
     return json[key].get<std::string>();
 }
@@ -55,10 +55,51 @@ std::vector<double> numbersIn(const Json& json, const std::string& where, size_t
     return numbers;
 }
 
+Profile profileFrom(const Json& json)
+{
+    for (const auto& [key, unused] : json.items())
+        if (std::ranges::find(kMembers, key) == std::end(kMembers))
+            refuse("there is no member \"" + key + "\"");
+    Profile profile;
+    profile.serial = textIn(json, "serial");
+    profile.product = textIn(json, "product");
+    profile.eeprom = textIn(json, "eeprom");
+    if (json.contains("depth"))
+        profile.depth = exactLensFrom(json["depth"], "depth");
+    if (profile.depth && !isPlausible(profile.depth->k))
+        refuse("depth: no camera has such a lens: " + lensText(profile.depth->k));
+    if (json.contains("colour"))
+        profile.colour = exactLensFrom(json["colour"], "colour");
+    if (json.contains("fppn")) {
+        // The camera's table holds 16 bits without a sign, where 65526 acts as -10 does.
+        const std::vector<double> values = numbersIn(json["fppn"], "fppn", kFppnValues, -32768, 65535);
+        if (std::ranges::any_of(values, [](double value) { return value != std::trunc(value); }))
+            refuse("fppn has a value that is not a whole number of mm");
+        profile.fppn.assign(values.begin(), values.end());
+    }
+    profile.orthogonalOfLens = json.contains("orthogonal") && json["orthogonal"] == "lens";
+    if (json.contains("orthogonal") && !profile.orthogonalOfLens)
+        profile.orthogonal = numbersIn(json["orthogonal"], "orthogonal", kRadialFactors, 0, 1);
+    if (json.contains("poses")) {
+        if (!json["poses"].is_array() || json["poses"].size() > kMostPoses)
+            refuse("poses is not an array of at most " + std::to_string(kMostPoses));
+        for (size_t i = 0; i < json["poses"].size(); ++i)
+            setPose(profile, poseFrom(json["poses"][i], "poses[" + std::to_string(i) + "]"));
+        if (profile.poses.size() != json["poses"].size())
+            refuse("poses has two poses to one place");
+    }
+    return profile;
+}
+
+} // namespace
+
 Pose poseFrom(const Json& json, const std::string& where)
 {
+    constexpr size_t kMembersOfPose = 3;
     if (!json.is_object() || !json.contains("rotation") || !json.contains("translation"))
         refuse(where + " has no rotation and translation");
+    if (json.size() != kMembersOfPose)
+        refuse(where + " has members that no pose has");
     Pose pose;
     pose.to = textIn(json, "to");
     if (!json["rotation"].is_array() || json["rotation"].size() != 3)
@@ -84,39 +125,14 @@ Pose poseFrom(const Json& json, const std::string& where)
     return pose;
 }
 
-Profile profileFrom(const Json& json)
+void setPose(Profile& profile, const Pose& pose)
 {
-    for (const auto& [key, unused] : json.items())
-        if (std::ranges::find(kMembers, key) == std::end(kMembers))
-            refuse("there is no member \"" + key + "\"");
-    Profile profile;
-    profile.serial = textIn(json, "serial");
-    profile.product = textIn(json, "product");
-    profile.eeprom = textIn(json, "eeprom");
-    if (json.contains("depth"))
-        profile.depth = exactLensFrom(json["depth"], "depth");
-    if (profile.depth && !isPlausible(profile.depth->k))
-        refuse("depth: no camera has such a lens: " + lensText(profile.depth->k));
-    if (json.contains("colour"))
-        profile.colour = exactLensFrom(json["colour"], "colour");
-    if (json.contains("fppn")) {
-        // The camera's table holds 16 bits without a sign, where 65526 acts as -10 does.
-        const std::vector<double> values = numbersIn(json["fppn"], "fppn", kFppnValues, -32768, 65535);
-        profile.fppn.assign(values.begin(), values.end());
-    }
-    profile.orthogonalOfLens = json.contains("orthogonal") && json["orthogonal"] == "lens";
-    if (json.contains("orthogonal") && !profile.orthogonalOfLens)
-        profile.orthogonal = numbersIn(json["orthogonal"], "orthogonal", kRadialFactors, 0, 1);
-    if (json.contains("poses")) {
-        if (!json["poses"].is_array() || json["poses"].size() > 100)
-            refuse("poses is not an array of at most 100");
-        for (size_t i = 0; i < json["poses"].size(); ++i)
-            profile.poses.push_back(poseFrom(json["poses"][i], "poses[" + std::to_string(i) + "]"));
-    }
-    return profile;
+    const auto same = std::ranges::find(profile.poses, pose.to, &Pose::to);
+    if (same == profile.poses.end())
+        profile.poses.push_back(pose);
+    else
+        *same = pose;
 }
-
-} // namespace
 
 std::string fingerprint(const Eeprom& eeprom)
 {
@@ -128,9 +144,6 @@ std::string fingerprint(const Eeprom& eeprom)
 
 Profile readProfile(const std::string& file, const std::string& serial)
 {
-    std::error_code unknown;
-    if (file != "-" && std::filesystem::file_size(file, unknown) > kMostFileBytes && !unknown)
-        refuse(file + " is larger than a profile can be");
     const Json json = readDocument(file, "profile");
     Profile profile;
     try {
@@ -168,6 +181,14 @@ Json profileJson(const Profile& profile)
     return json;
 }
 
+void writeProfile(const std::filesystem::path& path, const Profile& profile)
+{
+    const Json json = profileJson(profile);
+    profileFrom(json);
+    requireWritableDirectory(path.parent_path());
+    writeDocument(path, json, Existing::replace);
+}
+
 std::filesystem::path userProfilePath(const std::string& serial)
 {
     const char* const data = getenv("XDG_DATA_HOME");
@@ -187,28 +208,30 @@ std::filesystem::path systemProfilePath(const std::string& serial)
     return std::filesystem::path("/etc/vqd/profiles") / (serial + ".json");
 }
 
-FoundProfile findProfile(const ListedCamera& camera)
+FoundProfile findProfile(std::span<const ListedCamera> cameras, const ListedCamera& camera)
 {
     FoundProfile found;
     if (camera.known != Known::read)
         return found;
-    for (const auto& path : {userProfilePath(camera.szSerialNumber), systemProfilePath(camera.szSerialNumber)}) {
+    const std::string serial = camera.szSerialNumber;
+    for (const auto& path : {userProfilePath(serial), systemProfilePath(serial)}) {
         std::error_code unknown;
-        if (found.path.empty() && !path.empty() && std::filesystem::is_regular_file(path, unknown))
+        if (found.path.empty() && !path.empty() && std::filesystem::exists(path, unknown))
             found.path = path;
     }
     if (found.path.empty())
         return found;
-    try {
-        Profile profile = readProfile(found.path, camera.szSerialNumber);
-        if (profile.eeprom == fingerprint(camera.eeprom))
-            found.values = std::move(profile);
-        else
-            found.warning = "the profile " + found.path.string() + " is not applied: the lens in the EEPROM of " +
-                            nameOf(camera) + " has changed since it was made";
-    } catch (const Failure& failure) {
-        found.warning = std::string("no profile is applied: ") + failure.what();
-    }
+    const auto isSame = [&](const ListedCamera& other) {
+        return other.known == Known::read && serial == other.szSerialNumber;
+    };
+    const std::string notApplied = "the profile " + found.path.string() + " is not applied: ";
+    Profile profile = readProfile(found.path, serial);
+    if (std::ranges::count_if(cameras, isSame) > 1)
+        found.warning = notApplied + "several cameras have the serial number " + serial;
+    else if (profile.eeprom != fingerprint(camera.eeprom))
+        found.warning = notApplied + "the lens in the EEPROM of " + nameOf(camera) + " has changed since it was made";
+    else
+        found.values = std::move(profile);
     return found;
 }
 

@@ -14,13 +14,13 @@ class App;
 }
 
 struct CommonOptions {
-    std::string camera;   // index, serial number, port or BUS:ADDRESS, or all; empty when none was chosen
-    bool json = false;    // one JSON object instead of lines
-    bool force = false;   // replace files
-    bool yes = false;     // do not ask
+    std::string camera;     // index, serial number, port or BUS:ADDRESS, or all; empty when none was chosen
+    bool json = false;      // one JSON object instead of lines
+    bool force = false;     // replace files
+    bool yes = false;       // do not ask
     bool noProfile = false; // do without the host's profile of the camera
-    bool quiet = false;   // nothing but warnings and failures
-    bool verbose = false; // each step, too
+    bool quiet = false;     // nothing but warnings and failures
+    bool verbose = false;   // each step, too
 };
 
 // A process runs one command, so there is one set of them.
