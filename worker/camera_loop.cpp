@@ -5,6 +5,7 @@
 #include "worker/camera_loop.h"
 
 #include <algorithm>
+#include <array>
 
 #include "host/lens_json.h"
 #include "host/profile.h"
@@ -38,9 +39,40 @@ std::exception_ptr caught(const std::function<void()>& work)
     }
 }
 
+// The library's getters put the stored values in the place of a profile's exact ones, so those are kept and put back.
+Json lensInUse(const ListedCamera& camera)
+{
+    struct Set {
+        const char* name;
+        float (&k)[4], (&d)[6];
+    };
+    const int n = camera.nIndex;
+    const Set sets[] = {{"depth", m_fIntrinsicParam[n], m_fDistorParam[n]},
+                        {"colour", m_fRGBIntrinsicParam[n], m_fRGBDistorParam[n]}};
+    std::array<float, std::size(kIntrinsicNames)> k[std::size(sets)];
+    std::array<float, std::size(kDistortionNames)> d[std::size(sets)];
+    for (size_t i = 0; i < std::size(sets); ++i) {
+        std::ranges::copy(sets[i].k, k[i].begin());
+        std::ranges::copy(sets[i].d, d[i].begin());
+    }
+    Json lens = calibrationJson(camera);
+    if (profileInUse(camera).empty())
+        return lens;
+    for (size_t i = 0; i < std::size(sets); ++i) {
+        std::ranges::copy(k[i], sets[i].k);
+        std::ranges::copy(d[i], sets[i].d);
+        for (size_t j = 0; j < k[i].size(); ++j)
+            lens[sets[i].name][kIntrinsicNames[j]] = k[i][j];
+        for (size_t j = 0; j < d[i].size(); ++j)
+            lens[sets[i].name][kDistortionNames[j]] = d[i][j];
+    }
+    return lens;
+}
+
 } // namespace
 
-CameraLoop::CameraLoop(const ListedCamera& camera, Parts parts) : m_camera(camera), m_parts(std::move(parts))
+CameraLoop::CameraLoop(const ListedCamera& camera, Parts parts)
+    : m_camera(camera), m_parts(std::move(parts)), m_lens(lensInUse(camera))
 {
     if (camera.known == Known::read) // zeros otherwise
         std::string(camera.szSerialNumber).copy(m_header.serial, sizeof m_header.serial - 1);
@@ -86,7 +118,7 @@ void CameraLoop::tellParameters()
     Parameters parameters{document("parameters"), image};
     parameters.json["camera"] = identityJson(m_camera);
     parameters.json["settings"] = settingsJson(n, false);
-    parameters.json["lens"] = calibrationJson(m_camera);
+    parameters.json["lens"] = m_lens;
     parameters.json["image"] = hexadecimal(image);
     m_header.flags &= ~uint32_t{VQD_WIRE_CORRECTED};
     if (changesFrames(m_camera))

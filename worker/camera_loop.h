@@ -42,6 +42,7 @@ private:
 
     ListedCamera m_camera;
     const Parts m_parts;
+    const Json m_lens;
     std::mutex m_sinks; // sinks are called one at a time
     std::optional<CameraStream> m_stream;
     double m_interval = 0; // between two frames, in ms, as the camera is set

@@ -76,16 +76,18 @@ void applySettings(const ListedCamera& camera, const std::vector<std::string>& t
     requireTaken(camera, assignments);
 }
 
-// What is wrong with a profile is told, but a camera without one is better than no camera.
-void useProfile(const ListedCamera& camera, WorkerState& state, SocketSink& socket)
+// A profile that no longer fits is told and left out, as in the tool. One that cannot be read is a failure: frames with
+// other values than the user has prepared would look the same.
+void useProfile(std::span<const ListedCamera> cameras, const ListedCamera& camera, WorkerState& state,
+                SocketSink& socket)
 {
-    const FoundProfile found = findProfile(camera);
+    const FoundProfile found = findProfile(cameras, camera);
     applyProfile(camera, found);
     if (found.values)
         state.change([&](auto& values) { values.profile = found.path.string(); });
     if (found.warning.empty())
         return;
-    state.change([&](auto& values) { values.error = found.warning; });
+    state.change([&](auto& values) { values.warning = found.warning; });
     Json event = eventOf("profile-not-used");
     event["text"] = found.warning;
     socket.event(event);
@@ -110,7 +112,7 @@ void work(const ChildOptions& options, WorkerState& state, RequestQueue& request
     requireClaim(camera);
     loadAlone(cameras, camera);
     if (options.profile)
-        useProfile(camera, state, socket);
+        useProfile(cameras, camera, state, socket);
     applySettings(camera, options.settings);
     Sink* const sinks[] = {&socket};
     CameraLoop(camera, {.sinks = sinks,

@@ -60,15 +60,19 @@ RequestEffect save(const Json&, const RequestTarget& target)
 {
     const ListedCamera& camera = target.camera;
     requireEeprom(camera);
-    target.whileStopped([&camera] {
-        const EepromRead before = readEeprom(camera.place);
-        if (!before.whole())
-            failOn(camera, "the EEPROM could not be read for a backup, so nothing is written");
+    const EepromRead before = readEeprom(camera.place);
+    if (!before.whole())
+        failOn(camera, "the EEPROM could not be read for a backup, so nothing is written");
+    Json reply = done();
+    reply["written"] = before.bytes != eepromOfImage(camera);
+    if (!reply["written"])
+        return {reply};
+    target.whileStopped([&] {
         backUp("eeprom", camera.szSerialNumber, before.bytes);
         saveImage(camera);
         requireStored(camera);
     });
-    return {done(), eventOf("saved")};
+    return {reply, eventOf("saved")};
 }
 
 RequestEffect stop(const Json&, const RequestTarget&)

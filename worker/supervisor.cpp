@@ -202,6 +202,8 @@ void Supervisor::hearEvent(const Json& json)
         sayOnce("the camera is lost, searching");
     if (what == "reopened")
         sayOnce("the camera is back");
+    if (what == "profile-not-used")
+        m_say(json.value("text", ""));
     if (what != "failed")
         return;
     failed(json.value("text", ""));

@@ -42,6 +42,6 @@ Json WorkerState::json() const
     json["reopens"] = m_values.reopens;
     json["longest-gap"] = m_values.longestGap;
     json["temperature"] = m_values.frames > 0 ? Json(m_values.temperature) : Json();
-    json["error"] = m_values.error.empty() ? Json() : Json(m_values.error);
+    json["warning"] = m_values.warning.empty() ? Json() : Json(m_values.warning);
     return json;
 }

@@ -32,7 +32,7 @@ public:
         uint64_t frames = 0, dropped = 0, reopens = 0;
         double longestGap = 0;  // seconds
         double temperature = 0; // degrees Celsius
-        std::string error;      // the last thing that went wrong
+        std::string warning;    // what this session does without
         RecentRate rate;
     };
 
