@@ -68,7 +68,7 @@ ends 0 "$vqd" sim VQD-HT120 VQD-HT110 -- bash -c 'vqd=$0; vqd() { "$vqd" "$@"; }
     env -u XDG_STATE_HOME -u HOME "$vqd" set offset=3 --save -y -c $one 2>nowhere; [[ $? -eq 1 ]] || exit 21
     vqd eeprom diff one.bin -c $one || exit 14
     vqd load two.json -c $one || exit 22
-    echo y | script -qec "\"$vqd\" set offset=3 --save -c $one" /dev/null || exit 15
+    echo y | script -qec "\"$vqd\" set offset=3 --save --force -c $one" /dev/null || exit 15
     vqd eeprom diff one.bin -c $one; [[ $? -eq 6 ]] || exit 16
     vqd set offset=1; [[ $? -eq 2 ]] || exit 17
     vqd eeprom restore two.bin -c $one -y --force || exit 18
