@@ -97,7 +97,7 @@ mentions err "no camera has such a lens"
 ends 2 "$vqd" sim -- sh -c '"$0" lens --set changed.json -y --force && "$0" profile import --pose pose.json' "$vqd"
 mentions err "was made for another lens"
 # Two cameras with one serial number: nobody knows which of them it is.
-ends 0 "$vqd" sim VQD-HT120 VQD-HT120 --serial 1:24061100000001 --fps 0 -- "$vqd" grab -c 0 -o two
+ends 0 "$vqd" sim VQD-HT120 VQD-HT120 --serial 2:24061100000001 --fps 0 -- "$vqd" grab -c 0 -o two
 mentions err "is not applied: several cameras have the serial number 24061100000001"
 cmp -s "$profile" before.json || fail "a refused import has replaced the old profile"
 # A broken profile does not pass as none.
