@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The time between two writes to an EEPROM. What another program has written is a file here.
-#include <cmath>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -11,9 +10,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/file.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "host/save_pause.h"
 
@@ -80,11 +77,11 @@ TEST_F(SavePause, IsKeptByTheProcessWhereNoFileIsPossible)
 
 TEST_F(SavePause, GivesOneProgramTheTurn)
 {
-    writtenBefore(60);
-    const int other = open((m_folder / "vqd/saved-1").c_str(), O_RDWR);
-    ASSERT_EQ(flock(other, LOCK_EX), 0);
-    EXPECT_THROW(SaveTurn("1", TooSoon::save), Failure);
-    close(other);
+    {
+        const SaveTurn other("1", TooSoon::refuse);
+        EXPECT_THROW(SaveTurn("1", TooSoon::save), Failure);
+        EXPECT_FALSE(pauseOf("2"));
+    }
     SaveTurn("1", TooSoon::save).saved();
     EXPECT_TRUE(pauseOf("1")); // and the write is seen
 }
