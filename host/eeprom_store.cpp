@@ -8,10 +8,9 @@
 
 #include "config/param_image.h"
 
-bool saveEeprom(const ListedCamera& camera, const Eeprom& eeprom, TooSoon tooSoon)
+bool saveEeprom(const ListedCamera& camera, const Eeprom& eeprom, const EepromRead& before, TooSoon tooSoon)
 {
-    const EepromRead stored = readEeprom(camera.place);
-    if (stored.whole() && stored.bytes == eeprom) {
+    if (before.whole() && before.bytes == eeprom) {
         // The library takes over what it saves, so it is told of these bytes all the same.
         std::copy(eeprom.begin(), eeprom.end(), stCamParam[camera.nIndex].image);
         return false;
@@ -35,9 +34,9 @@ Eeprom eepromOfImage(const ListedCamera& camera)
     return eeprom;
 }
 
-bool saveImage(const ListedCamera& camera, TooSoon tooSoon)
+bool saveImage(const ListedCamera& camera, const EepromRead& before, TooSoon tooSoon)
 {
-    return saveEeprom(camera, eepromOfImage(camera), tooSoon);
+    return saveEeprom(camera, eepromOfImage(camera), before, tooSoon);
 }
 
 void requireStored(const ListedCamera& camera)

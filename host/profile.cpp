@@ -111,7 +111,7 @@ Pose poseFrom(const Json& json, const std::string& where)
 
     // Rows of a rotation are at right angles and of length 1, and its determinant is 1.
     constexpr double kTolerance = 1e-3;
-    const auto& r = pose.rotation;
+    const std::array<double, 9>& r = pose.rotation;
     for (size_t i = 0; i < 3; ++i)
         for (size_t j = i; j < 3; ++j) {
             const double product = r[3 * i] * r[3 * j] + r[3 * i + 1] * r[3 * j + 1] + r[3 * i + 2] * r[3 * j + 2];
@@ -247,8 +247,8 @@ std::vector<double> orthogonalFactors(const Profile& profile, const LensIntrinsi
                 const double x = dx / static_cast<double>(k.fx), y = dy / static_cast<double>(k.fy);
                 factors.push_back(1 / std::sqrt(1 + x * x + y * y));
             } else {
-                constexpr double kMostRadius = kRadialFactors / kFactorsPerPixel - 1;
-                const double radius = std::min(std::round(std::hypot(dx, dy)), kMostRadius);
+                constexpr int kMostRadius = kRadialFactors / kFactorsPerPixel - 1;
+                const double radius = std::min(std::round(std::hypot(dx, dy)), double{kMostRadius});
                 factors.push_back(profile.orthogonal[static_cast<size_t>(kFactorsPerPixel * radius)]);
             }
         }

@@ -68,7 +68,7 @@ ends 0 "$vqd" sim VQD-HT120 VQD-HT110 -- bash -c 'vqd=$0; vqd() { "$vqd" "$@"; }
     env -u XDG_STATE_HOME -u HOME "$vqd" set offset=3 --save -y -c $one 2>nowhere; [[ $? -eq 1 ]] || exit 21
     vqd eeprom diff one.bin -c $one || exit 14
     vqd load two.json -c $one || exit 22
-    echo y | script -qec "\"$vqd\" set offset=3 --save -c $one" /dev/null || exit 15
+    echo y | script -qec "\"$vqd\" set offset=3 --save --force -c $one" /dev/null || exit 15
     vqd eeprom diff one.bin -c $one; [[ $? -eq 6 ]] || exit 16
     vqd set offset=1; [[ $? -eq 2 ]] || exit 17
     vqd eeprom restore two.bin -c $one -y --force || exit 18
@@ -115,8 +115,8 @@ ends 0 "$vqd" sim -- bash -c 'vqd=$0; "$vqd" eeprom backup quick.bin
     for _ in {1..80}; do grep -q "at once" wait && break; sleep 0.1; done
     kill -INT $pid; wait $pid; [[ $? -eq 130 ]] || exit 10
     "$vqd" eeprom diff quick.bin || exit 11
-    "$vqd" set offset=0 --save -y || exit 12 # as it is
-    "$vqd" set offset=1 --save -y --force || exit 13
+    "$vqd" set offset=1 --save -y --force || exit 12
+    "$vqd" set offset=1 --save -y || exit 13 # as it is
     "$vqd" eeprom diff quick.bin; [[ $? -eq 6 ]]' "$vqd"
 mentions wait "the next save is possible in 10 s (--force saves at once)"
 mentions err "the EEPROM holds this already, so nothing was written"

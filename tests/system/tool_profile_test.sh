@@ -32,7 +32,7 @@ cat >lens.json <<'END'
 END
 ends 0 "$vqd" sim --fps 0 -- sh -c '"$0" profile import --lens lens.json --orthogonal lens && "$0" profile show --json >show.json &&
     "$0" profile export --plain plain.txt && "$0" profile export whole.json &&
-    "$0" cloud exact.pcd -n 1 && "$0" cloud stored.pcd -n 1 --no-profile && "$0" set offset=3 --save -y && "$0" profile show &&
+    "$0" cloud exact.pcd -n 1 && "$0" cloud stored.pcd -n 1 --no-profile && "$0" set offset=3 --save -y --force && "$0" profile show &&
     "$0" lens >stored.json && sed s/204.0/205.0/ stored.json >changed.json && "$0" lens --set changed.json -y --force && "$0" profile show
     "$0" cloud refused.pcd -n 1' "$vqd"
 json show.json '.profile.depth.k1 < -0.34566 and .profile.orthogonal == "lens" and (.profile.fppn | length) == 4800'
@@ -43,7 +43,7 @@ mentions err "is not applied: the lens in the EEPROM of camera 0 at 1-1 has chan
 json changed.json '.depth.fx == 205'
 
 # The library's own frame with the same values in its tables is the same to the last bit, and no other.
-ends 0 "$vqd" sim -- sh -c '"$0" set fppn=1 orthogonal=1 undistortion=1 --save -y && "$0" eeprom backup settings.bin' "$vqd"
+ends 0 "$vqd" sim -- sh -c '"$0" set fppn=1 orthogonal=1 undistortion=1 --save -y --force && "$0" eeprom backup settings.bin' "$vqd"
 # differs FRAME ARGUMENTS OF GRAB...: whether the tool's frame is another one than the example's
 differs() {
     local frame=$1
@@ -97,7 +97,7 @@ mentions err "no camera has such a lens"
 ends 2 "$vqd" sim -- sh -c '"$0" lens --set changed.json -y --force && "$0" profile import --pose pose.json' "$vqd"
 mentions err "was made for another lens"
 # Two cameras with one serial number: nobody knows which of them it is.
-ends 0 "$vqd" sim VQD-HT120 VQD-HT120 --serial 1:24061100000001 --fps 0 -- "$vqd" grab -c 0 -o two
+ends 0 "$vqd" sim VQD-HT120 VQD-HT120 --serial 2:24061100000001 --fps 0 -- "$vqd" grab -c 0 -o two
 mentions err "is not applied: several cameras have the serial number 24061100000001"
 cmp -s "$profile" before.json || fail "a refused import has replaced the old profile"
 # A broken profile does not pass as none.

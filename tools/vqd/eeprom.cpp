@@ -69,7 +69,8 @@ int restore(const Options& options)
     if (!common.force && camera.known == Known::read && serialOf(eeprom) != camera.szSerialNumber)
         throw Failure(kFailed,
                       options.file + " belongs to camera " + serialOf(eeprom) + "; --force writes it all the same");
-    changeEeprom(camera, "replace its whole EEPROM?", Unreadable::replace, [&] { saveWithPause(camera, eeprom); });
+    changeEeprom(camera, "replace its whole EEPROM?", Unreadable::replace,
+                 [&](const EepromRead& before) { saveWithPause(camera, eeprom, before); });
     showChange(output, "eeprom-restore", camera, eeprom);
     return kDone;
 }

@@ -40,11 +40,11 @@ void backUpAndTell(const ListedCamera& camera, const std::string& what, std::spa
     note("%s as it was is in %s", what.c_str(), file.c_str());
 }
 
-void saveWithPause(const ListedCamera& camera, const Eeprom& eeprom)
+void saveWithPause(const ListedCamera& camera, const Eeprom& eeprom, const EepromRead& before)
 {
     for (;;) {
         try {
-            if (!saveEeprom(camera, eeprom, common.force ? TooSoon::save : TooSoon::refuse))
+            if (!saveEeprom(camera, eeprom, before, common.force ? TooSoon::save : TooSoon::refuse))
                 note("the EEPROM holds this already, so nothing was written");
             return;
         } catch (const SavedTooSoon& soon) {
@@ -64,7 +64,7 @@ void addForcedSave(CLI::App& command)
 }
 
 void changeEeprom(const ListedCamera& camera, const std::string& question, Unreadable unreadable,
-                  const std::function<void()>& write)
+                  const std::function<void(const EepromRead& before)>& write)
 {
     if (unreadable == Unreadable::refuse && camera.known != Known::read)
         failOn(camera, "the EEPROM is empty or could not be read; writing would lose its serial number and lens (vqd "
@@ -78,7 +78,7 @@ void changeEeprom(const ListedCamera& camera, const std::string& question, Unrea
     else
         note("the EEPROM cannot be read, so there is nothing to back up");
     endIfInterrupted();
-    write();
+    write(before);
     requireStored(camera);
     detail("the EEPROM holds what was written");
 }
@@ -88,9 +88,9 @@ void changeSettings(const ListedCamera& camera, bool save, const std::string& qu
 {
     if (!save)
         return change();
-    changeEeprom(camera, question, Unreadable::refuse, [&] {
+    changeEeprom(camera, question, Unreadable::refuse, [&](const EepromRead& before) {
         change();
-        saveWithPause(camera, eepromOfImage(camera));
+        saveWithPause(camera, eepromOfImage(camera), before);
     });
 }
 

@@ -33,7 +33,7 @@ enum class Unreadable { refuse, replace };
 
 // Writes these bytes, or says that the EEPROM holds them already. When the last write was too short ago, it waits; a
 // signal ends the wait, and --force saves at once.
-void saveWithPause(const ListedCamera& camera, const Eeprom& eeprom);
+void saveWithPause(const ListedCamera& camera, const Eeprom& eeprom, const EepromRead& before);
 
 // Adds --force for a command that has no other use for it.
 void addForcedSave(CLI::App& command);
@@ -41,7 +41,7 @@ void addForcedSave(CLI::App& command);
 // Asks, backs the EEPROM up, runs `write`, which ends by saving the host's image, and reads back. Call
 // requireConfirmable() before any camera is touched.
 void changeEeprom(const ListedCamera& camera, const std::string& question, Unreadable unreadable,
-                  const std::function<void()>& write);
+                  const std::function<void(const EepromRead& before)>& write);
 
 // Runs `change` on the settings of a claimed camera. With `save` they are kept, in the way of changeEeprom().
 void changeSettings(const ListedCamera& camera, bool save, const std::string& question,

@@ -28,9 +28,9 @@ static int lens(const std::string& file)
     if (!wanted)
         requireEeprom(camera);
     else
-        changeEeprom(camera, "replace its lens?", Unreadable::refuse, [&] {
+        changeEeprom(camera, "replace its lens?", Unreadable::refuse, [&](const EepromRead& before) {
             putIntoImage(camera.nIndex, *wanted);
-            saveWithPause(camera, eepromOfImage(camera));
+            saveWithPause(camera, eepromOfImage(camera), before);
         });
     Json json = document("lens");
     json.update(calibrationJson(camera));

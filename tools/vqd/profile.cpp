@@ -30,7 +30,7 @@ struct Options {
 
 std::filesystem::path targetOf(const Options& options, const ListedCamera& camera)
 {
-    const std::filesystem::path path =
+    std::filesystem::path path =
         options.system ? systemProfilePath(camera.szSerialNumber) : userProfilePath(camera.szSerialNumber);
     if (path.empty())
         throw Failure(kFailed, "there is no home folder for a profile; XDG_DATA_HOME names another place");

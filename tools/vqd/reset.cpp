@@ -19,7 +19,7 @@ static int reset()
     const Eeprom after = withFactorySettings(camera.eeprom);
     claim(camera);
     changeEeprom(camera, "put all settings back to the factory's?", Unreadable::refuse,
-                 [&] { saveWithPause(camera, after); });
+                 [&](const EepromRead& before) { saveWithPause(camera, after, before); });
     // The camera does not look at its EEPROM: it works with the image that was sent last.
     if (vqdWriteToDevice(camera.nIndex, stCamParam[camera.nIndex].image) != 1)
         failOn(camera, "the settings are saved, but they could not be sent to the camera");
