@@ -56,7 +56,7 @@ under_sim() {
         options+=("$1")
         shift
     done
-    export vqd probe one two
+    export vqd probe tests one two
     declare -f >functions
     # shellcheck disable=SC2016 # for the inner shell
     echo 'fail() { echo "FAILED: $*"; failures=$((failures + 1)); }' >>functions # its own output is what fail would show

@@ -23,6 +23,9 @@ readers() {
     [[ $(cut -d ' ' -f 2 slow | sort -u) == 0 ]] || fail "the other camera's frames are corrected, too"
     [[ $(tail -n 1 slow | cut -d ' ' -f 1) -gt $(($(head -n 1 slow | cut -d ' ' -f 1) + 4)) ]] || fail "no gap for a slow reader"
 
+    sed -n '/^```python$/,/^```$/p' "$tests/../../docs/worker.md" | sed '/^```/d' >reader.py
+    python3 reader.py "$(socket $one)" 2>/dev/null | head -n 3 >out
+    shows out '[0-9]+ [1-9][0-9]{2,3} mm' '[0-9]+ [1-9][0-9]{2,3} mm' '[0-9]+ [1-9][0-9]{2,3} mm'
     "$probe" "$(socket $two)" packed || fail "a packed frame is not the frame"
 
     "$probe" "$(socket $one)" until saved >events &

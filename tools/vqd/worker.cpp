@@ -62,6 +62,6 @@ void addWorker(CLI::App& app, Run& run)
         "number or a port; without -c it takes the first camera that it finds, and keeps to that one.\n"
         "vqd status shows all workers.\n"
         "Example: vqd worker -c 24061100000001\n"
-        "Example: vqd worker -c 1-2.3 -s integration=500 --socket /run/robot/left.sock");
+        "Example: vqd worker -c 1-2.3 -s integration-time=500 --socket /run/robot/left.sock");
     command->callback([&run, options] { run = [options] { return work(*options); }; });
 }
