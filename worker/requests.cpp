@@ -69,7 +69,7 @@ RequestEffect save(const Json&, const RequestTarget& target)
         return {reply};
     target.whileStopped([&] {
         backUp("eeprom", camera.szSerialNumber, before.bytes);
-        saveImage(camera);
+        saveImage(camera, before);
         requireStored(camera);
     });
     return {reply, eventOf("saved")};
