@@ -30,23 +30,31 @@ Arrival Arrivals::add(Clock::time_point began, Clock::time_point ended, bool reo
     constexpr size_t kRecent = 15;
     using Milliseconds = std::chrono::duration<double, std::milli>;
     Arrival arrival{std::chrono::system_clock::now(), reopened, 0};
+    if (m_frames > 0) {
+        const double interval = Milliseconds(ended - m_last).count();
+        const bool prompt = Milliseconds(began - m_last).count() < m_nominal / 2;
+        if (prompt && !reopened) {
+            m_recent.push_back(interval);
+            if (m_recent.size() > kRecent)
+                m_recent.pop_front();
+        }
+        arrival.lost = std::max(static_cast<int>(std::lround(interval / period())) - 1, 0);
+    }
+    add(arrival, ended);
+    return arrival;
+}
+
+// What happened before the first frame does not count.
+void Arrivals::add(const Arrival& arrival, Clock::time_point ended)
+{
     if (m_frames++ == 0) {
         m_first = m_last = ended;
-        return arrival;
+        return;
     }
-    const double interval = Milliseconds(ended - m_last).count();
-    const bool prompt = Milliseconds(began - m_last).count() < m_nominal / 2;
-    if (prompt && !reopened) {
-        m_recent.push_back(interval);
-        if (m_recent.size() > kRecent)
-            m_recent.pop_front();
-    }
-    arrival.lost = std::max(static_cast<int>(std::lround(interval / period())) - 1, 0);
     m_lost += arrival.lost;
-    m_reopens += reopened;
-    m_longest = std::max(m_longest, interval / 1000);
+    m_reopens += arrival.reopened;
+    m_longest = std::max(m_longest, std::chrono::duration<double>(ended - m_last).count());
     m_last = ended;
-    return arrival;
 }
 
 double Arrivals::rate() const

@@ -22,10 +22,14 @@ class Arrivals
 public:
     using Clock = std::chrono::steady_clock;
 
+    Arrivals() = default; // for frames that were judged where they were read
     explicit Arrivals(double nominal) : m_nominal(nominal) {}
 
     // Takes note of a read that ended with a frame.
     Arrival add(Clock::time_point began, Clock::time_point ended, bool reopened);
+
+    // Takes note of a frame that was judged already.
+    void add(const Arrival& arrival, Clock::time_point ended);
 
     int lost() const { return m_lost; }
     int reopens() const { return m_reopens; }
@@ -35,7 +39,7 @@ public:
 private:
     double period() const;
 
-    const double m_nominal;
+    const double m_nominal = 0;
     Clock::time_point m_first, m_last;
     std::deque<double> m_recent; // ms, only of reads that had to wait for the camera
     int m_frames = 0, m_lost = 0, m_reopens = 0;

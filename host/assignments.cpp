@@ -89,13 +89,18 @@ std::vector<Assignment> parseAssignments(const std::vector<std::string>& texts)
     return assignments;
 }
 
-std::vector<Assignment> parseForFrames(const std::vector<std::string>& texts)
+void requireFrames(std::span<const Assignment> assignments)
 {
-    std::vector<Assignment> assignments = parseAssignments(texts);
     for (const Assignment& assignment : assignments)
         if (assignment.setting->name == std::string_view("illumination") && assignment.values[0] == 0)
             throw Failure(kUsage, "illumination=0 also switches the capture off: no frame would come until the library "
                                   "opened the camera again, which switches both on");
+}
+
+std::vector<Assignment> parseForFrames(const std::vector<std::string>& texts)
+{
+    std::vector<Assignment> assignments = parseAssignments(texts);
+    requireFrames(assignments);
     return assignments;
 }
 

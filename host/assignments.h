@@ -25,7 +25,8 @@ struct Assignment {
 Assignment assignmentOf(const Setting& setting, std::vector<int> values);
 std::vector<Assignment> parseAssignments(const std::vector<std::string>& texts);
 
-// The same for frames that are about to be read: refuses the setting with which no frame would come.
+// For frames that are being read or about to be: refuses the setting with which no frame would come.
+void requireFrames(std::span<const Assignment> assignments);
 std::vector<Assignment> parseForFrames(const std::vector<std::string>& texts);
 
 // The "settings" of a dump as assignments, in the order of the table and without those that can only be read. Fails

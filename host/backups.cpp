@@ -5,10 +5,10 @@
 #include "host/backups.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <ctime>
 #include <vector>
 
+#include "host/state_folder.h"
 #include "host/whole_files.h"
 
 namespace
@@ -16,13 +16,10 @@ namespace
 
 std::filesystem::path backupDirectory()
 {
-    const char* const state = getenv("XDG_STATE_HOME");
-    if (state != nullptr && *state == '/')
-        return std::filesystem::path(state) / "vqd";
-    const char* const home = getenv("HOME");
-    if (home == nullptr || *home != '/')
+    std::filesystem::path folder = stateFolder();
+    if (folder.empty())
         throw Failure(kFailed, "there is no home folder for a backup; XDG_STATE_HOME names another place");
-    return std::filesystem::path(home) / ".local/state/vqd";
+    return folder;
 }
 
 void requireBackupDirectory(const std::filesystem::path& directory)

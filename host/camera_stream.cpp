@@ -4,6 +4,8 @@
 // Starting, reading and stopping, with the library's result and lines made into one answer a frame.
 #include "host/camera_stream.h"
 
+#include "device/base/models.h"
+
 #include "host/usb_devices.h"
 
 NoUsbMemory::NoUsbMemory()
@@ -11,6 +13,13 @@ NoUsbMemory::NoUsbMemory()
                                    "transfers of all programs share that memory. For more: ") +
                            kMoreUsbMemory)
 {
+}
+
+bool changesFrames(const ListedCamera& camera)
+{
+    const bool resampled = m_nUndistortionMode >= 1 && m_nUndistortionMode <= 3;
+    const bool corrected = m_bFPPN == 1 || m_bOrthogonal == 1 || m_bRemoveEdge == 1;
+    return resampled || (corrected && IsHostCorrectedProduct(camera.szDeviceName));
 }
 
 CameraStream::CameraStream(const ListedCamera& camera, StreamEvents events)
@@ -30,6 +39,7 @@ bool CameraStream::tryRead(DepthFrame& frame)
     uint16_t* images[2] = {frame.amplitude.data(), frame.depth.data()};
     m_search.readBegins();
     const int result = vqdReadFromDevice(m_number, images, &frame.info);
+    m_time = hostTime();
     m_reopened = m_search.readEnds();
     m_printed = m_lines.take();
     if (m_events.returned)

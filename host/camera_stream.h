@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "host/depth_frame.h"
+#include "host/host_time.h"
 #include "host/library_lines.h"
 #include "host/listed_camera.h"
 #include "host/search_watch.h"
@@ -22,6 +23,9 @@ struct StreamEvents {
     std::function<void()> returned; // after each read of the library; what it throws ends the stream's read
     std::function<void()> noMemory; // once a stream, as NoUsbMemory says
 };
+
+// Whether the host now makes something else of frames than the camera sent: undistorts, corrects or removes edges.
+bool changesFrames(const ListedCamera& camera);
 
 // A claimed camera that grabs, until the stream ends. It keeps the library's lines, so make it after whatever redirects
 // standard output.
@@ -40,8 +44,9 @@ public:
     // One read of the library. False when the library had to re-open the camera: it then delivers no new frame.
     bool tryRead(DepthFrame& frame);
 
-    // Of the latest read, even if it failed: whether there was a re-open, and what the library printed.
+    // Of the latest read, even if it failed: whether there was a re-open, when it ended, and what the library printed.
     bool reopened() const { return m_reopened; }
+    const HostTime& time() const { return m_time; } // when it returned
     const std::vector<std::string>& lines() const { return m_printed; }
 
 private:
@@ -52,5 +57,6 @@ private:
     LibraryLines m_lines;
     SearchWatch m_search;
     bool m_reopened = false, m_toldMemory = false;
+    HostTime m_time{};
     std::vector<std::string> m_printed;
 };

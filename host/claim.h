@@ -6,7 +6,14 @@
 
 #include "host/listed_camera.h"
 
-// Claims the camera. The first only tells whether that worked; the second fails and names who has the camera open.
+// Another program has the camera; the message says which, if this user may know.
+struct CameraHeld : Failure {
+    using Failure::Failure;
+};
+
+// Claims the camera, and locks it until the end of the process. The first only tells whether that worked; the second
+// fails and names who has the camera open. A camera that another program has is not touched, since a failing open would
+// stop that program's frames.
 bool tryClaim(const ListedCamera& camera);
 void requireClaim(const ListedCamera& camera);
 

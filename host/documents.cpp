@@ -17,6 +17,25 @@ static bool refuseDeepJson(int depth, Json::parse_event_t, const Json&)
     return true;
 }
 
+// The whole text, if it is not longer than any document of ours. A pipe may never end.
+static std::string textOf(const std::string& file)
+{
+    constexpr size_t kMost = 1 << 20; // a profile with all its tables has a fifth of that
+    std::ifstream opened;
+    if (file != "-")
+        opened.open(file);
+    std::istream& stream = file == "-" ? std::cin : opened;
+    std::string text(kMost + 1, '\0');
+    if (file == "-" || opened.is_open())
+        stream.read(text.data(), static_cast<std::streamsize>(text.size()));
+    if ((file != "-" && !opened.is_open()) || stream.bad())
+        throw Failure(kFailed, file + " cannot be read");
+    text.resize(static_cast<size_t>(stream.gcount()));
+    if (text.size() > kMost)
+        throw Failure(kUsage, file + " is larger than 1 MiB, which no document of vqd is");
+    return text;
+}
+
 Json document(const std::string& command)
 {
     return Json::object({{"schema", "vqd." + command + "/1"}});
@@ -33,21 +52,28 @@ void writeDocument(const std::filesystem::path& path, const Json& json, Existing
     writeFile(path, std::span(reinterpret_cast<const uint8_t*>(text.data()), text.size()), existing);
 }
 
+static Json parsed(std::string_view text, const std::string& name)
+{
+    try {
+        return Json::parse(text, refuseDeepJson);
+    } catch (const Failure& deep) {
+        throw Failure(deep.code, name + ": " + deep.what());
+    } catch (const Json::exception& error) {
+        throw Failure(kUsage, name + ": " + error.what());
+    }
+}
+
+Json parsedObject(std::string_view text, const std::string& name)
+{
+    Json json = parsed(text, name);
+    if (!json.is_object())
+        throw Failure(kUsage, name + " is not a JSON object");
+    return json;
+}
+
 Json readDocument(const std::string& file, const std::string& command)
 {
-    std::ifstream stream(file);
-    if (file != "-" && !stream)
-        throw Failure(kFailed, file + " cannot be read");
-    Json json;
-    try {
-        json = Json::parse(file == "-" ? std::cin : stream, refuseDeepJson);
-    } catch (const Failure& deep) {
-        throw Failure(deep.code, file + ": " + deep.what());
-    } catch (const Json::exception& error) {
-        throw Failure(kUsage, file + ": " + error.what());
-    } catch (const std::ios_base::failure&) { // a directory
-        throw Failure(kFailed, file + " cannot be read");
-    }
+    const Json json = parsed(textOf(file), file);
     if (!json.is_object() || !json.contains("schema") || json["schema"] != document(command)["schema"])
         throw Failure(kUsage, file + ": \"schema\" is not \"vqd." + command + "/1\"");
     return json;

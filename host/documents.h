@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "host/json.h"
 #include "host/whole_files.h"
@@ -16,6 +17,9 @@ Json document(const std::string& command);
 std::string documentText(const Json& json);
 
 void writeDocument(const std::filesystem::path& path, const Json& json, Existing existing);
+
+// One object from a text of somebody else's making. Fails with a usage error; `name` is for that message.
+Json parsedObject(std::string_view text, const std::string& name);
 
 // Reads such a file; - is standard input. Fails unless it holds one object of that schema.
 Json readDocument(const std::string& file, const std::string& command);

@@ -8,19 +8,22 @@
 
 #include "config/param_image.h"
 
-bool saveEeprom(const ListedCamera& camera, const Eeprom& eeprom, const EepromRead& before)
+bool saveEeprom(const ListedCamera& camera, const Eeprom& eeprom, const EepromRead& before, TooSoon tooSoon)
 {
     if (before.whole() && before.bytes == eeprom) {
         // The library takes over what it saves, so it is told of these bytes all the same.
         std::copy(eeprom.begin(), eeprom.end(), stCamParam[camera.nIndex].image);
         return false;
     }
-    if (vqdEEPROM_ParameterData_Save(camera.nIndex, eeprom.data()) != 1)
+    const SaveTurn turn(camera.szSerialNumber, tooSoon);
+    const int result = vqdEEPROM_ParameterData_Save(camera.nIndex, eeprom.data());
+    turn.saved();
+    if (result != 1)
         failOn(camera, "the EEPROM was not written");
     return true;
 }
 
-bool saveImage(const ListedCamera& camera, const EepromRead& before)
+Eeprom eepromOfImage(const ListedCamera& camera)
 {
     unsigned char image[VQD_IMAGE_BYTES];
     if (vqdParameterData_Load(camera.nIndex, image) != 1)
@@ -28,7 +31,12 @@ bool saveImage(const ListedCamera& camera, const EepromRead& before)
     image[kGrab] = 0;
     Eeprom eeprom;
     std::copy_n(image, eeprom.size(), eeprom.begin());
-    return saveEeprom(camera, eeprom, before);
+    return eeprom;
+}
+
+bool saveImage(const ListedCamera& camera, const EepromRead& before, TooSoon tooSoon)
+{
+    return saveEeprom(camera, eepromOfImage(camera), before, tooSoon);
 }
 
 void requireStored(const ListedCamera& camera)

@@ -6,8 +6,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "geometry/lens_fields.h"
+#include "host/formatted.h"
 
 namespace
 {
@@ -147,12 +149,21 @@ Json exactLensJson(const LensSet& lens)
 
 LensSet exactLensFrom(const Json& set, const std::string& name)
 {
-    const auto member = [&](const char* key) { return static_cast<float>(memberIn(set, name, key)); };
-    const LensSet lens{{member("fx"), member("fy"), member("cx"), member("cy")},
-                       {member("k1"), member("k2"), member("k3"), member("p1"), member("p2"), member("skew")}};
-    if (!(lens.k.fx > 0 && lens.k.fy > 0))
-        throw Failure(kUsage, name + ": a focal length is not above 0");
-    return lens;
+    constexpr double kMostFocal = 1e5, kMostDistortion = 100; // far beyond any lens
+    const auto member = [&](const char* key, double least, double most) {
+        const double value = memberIn(set, name, key);
+        if (!(value >= least && value <= most))
+            throw Failure(kUsage, name + "." + key + formatted(" is not from %g to %g", least, most));
+        return static_cast<float>(value);
+    };
+    float k[4], d[6];
+    for (size_t i = 0; i < std::size(k); ++i)
+        k[i] = member(kIntrinsicNames[i], 1, kMostFocal);
+    for (size_t i = 0; i < std::size(d); ++i)
+        d[i] = member(kDistortionNames[i], -kMostDistortion, kMostDistortion);
+    if (set.size() != std::size(k) + std::size(d)) // all of those are there, so some other is
+        throw Failure(kUsage, name + " has members that no lens has");
+    return {{k[0], k[1], k[2], k[3]}, {d[0], d[1], d[2], d[3], d[4], d[5]}};
 }
 
 std::vector<Implausible> implausibleIn(const Calibration& calibration)
@@ -165,12 +176,26 @@ std::vector<Implausible> implausibleIn(const Calibration& calibration)
     return found;
 }
 
-void store(int n, const Calibration& c)
+void putIntoImage(int n, const Calibration& c)
 {
+    uint8_t* const image = stCamParam[n].image;
+    const auto putLens = [image](const LensBlock& block, const LensSet& lens) {
+        const float k[] = {lens.k.fx, lens.k.fy, lens.k.cx, lens.k.cy};
+        const float d[] = {lens.d.k1, lens.d.k2, lens.d.k3, lens.d.p1, lens.d.p2, lens.d.skew};
+        for (size_t i = 0; i < std::size(k); ++i)
+            EncodeLensField(image, block.intrinsic[i], k[i]);
+        for (size_t i = 0; i < std::size(d); ++i)
+            EncodeLensField(image, block.distortion[i], d[i]);
+    };
     if (c.depth)
-        vqdSetLensParameter(n, c.depth->k, c.depth->d);
+        putLens(kDepthLensBlock, *c.depth);
     if (c.colour)
-        vqdSetRGBLensParameter(n, c.colour->k, c.colour->d);
-    if (c.extrinsic)
-        vqdSetExtrinsicParameter(n, *c.extrinsic);
+        putLens(kColourLensBlock, *c.colour);
+    float e[kExtrinsicFields];
+    static_assert(sizeof e == sizeof *c.extrinsic);
+    if (c.extrinsic) {
+        memcpy(e, &*c.extrinsic, sizeof e);
+        for (int i = 0; i < kExtrinsicFields; ++i)
+            EncodeLensField(image, ExtrinsicField(i), e[i]);
+    }
 }

@@ -38,5 +38,5 @@ LensSet exactLensFrom(const Json& set, const std::string& name);
 // What of it is not plausible as the calibration of a camera.
 std::vector<Implausible> implausibleIn(const Calibration& calibration);
 
-// Writes it into the host's image and the EEPROM.
-void store(int n, const Calibration& calibration);
+// Writes it into the host's image, as the library's setters would, but without a save for each set.
+void putIntoImage(int n, const Calibration& calibration);

@@ -18,7 +18,7 @@ namespace
 constexpr size_t kFppnValues = 4800, kRadialFactors = 2048;
 constexpr int kFactorsPerPixel = 8; // of radius
 constexpr size_t kLensBytes = 80;   // where the lenses and the transform begin in the EEPROM
-constexpr uintmax_t kMostFileBytes = 1 << 20;
+constexpr size_t kMostPoses = 100;
 
 constexpr const char* kMembers[] = {"schema", "serial",     "product", "eeprom", "depth",
                                     "colour", "orthogonal", "fppn",    "poses"};
@@ -35,7 +35,7 @@ struct {
 
 std::string textIn(const Json& json, const char* key)
 {
-    if (!json.contains(key) || !json[key].is_string())
+    if (!json.contains(key) || !json[key].is_string() || json[key] == "")
         refuse(std::string("\"") + key + "\" is not a text");
     return json[key].get<std::string>();
 }
@@ -53,35 +53,6 @@ std::vector<double> numbersIn(const Json& json, const std::string& where, size_t
         numbers.push_back(value.get<double>());
     }
     return numbers;
-}
-
-Pose poseFrom(const Json& json, const std::string& where)
-{
-    if (!json.is_object() || !json.contains("rotation") || !json.contains("translation"))
-        refuse(where + " has no rotation and translation");
-    Pose pose;
-    pose.to = textIn(json, "to");
-    if (!json["rotation"].is_array() || json["rotation"].size() != 3)
-        refuse(where + ".rotation does not have three rows");
-    auto element = pose.rotation.begin();
-    for (const Json& row : json["rotation"])
-        element = std::ranges::copy(numbersIn(row, where + ".rotation", 3, -1, 1), element).out;
-    std::ranges::copy(numbersIn(json["translation"], where + ".translation", 3, -1e6, 1e6), pose.translation.begin());
-
-    // Rows of a rotation are at right angles and of length 1, and its determinant is 1.
-    constexpr double kTolerance = 1e-3;
-    const auto& r = pose.rotation;
-    for (size_t i = 0; i < 3; ++i)
-        for (size_t j = i; j < 3; ++j) {
-            const double product = r[3 * i] * r[3 * j] + r[3 * i + 1] * r[3 * j + 1] + r[3 * i + 2] * r[3 * j + 2];
-            if (!(std::abs(product - (i == j ? 1 : 0)) < kTolerance))
-                refuse(where + ".rotation is not a rotation");
-        }
-    const double determinant =
-        r[0] * (r[4] * r[8] - r[5] * r[7]) - r[1] * (r[3] * r[8] - r[5] * r[6]) + r[2] * (r[3] * r[7] - r[4] * r[6]);
-    if (determinant < 0)
-        refuse(where + ".rotation is a mirror image");
-    return pose;
 }
 
 Profile profileFrom(const Json& json)
@@ -102,21 +73,66 @@ Profile profileFrom(const Json& json)
     if (json.contains("fppn")) {
         // The camera's table holds 16 bits without a sign, where 65526 acts as -10 does.
         const std::vector<double> values = numbersIn(json["fppn"], "fppn", kFppnValues, -32768, 65535);
+        if (std::ranges::any_of(values, [](double value) { return value != std::trunc(value); }))
+            refuse("fppn has a value that is not a whole number of mm");
         profile.fppn.assign(values.begin(), values.end());
     }
     profile.orthogonalOfLens = json.contains("orthogonal") && json["orthogonal"] == "lens";
     if (json.contains("orthogonal") && !profile.orthogonalOfLens)
         profile.orthogonal = numbersIn(json["orthogonal"], "orthogonal", kRadialFactors, 0, 1);
     if (json.contains("poses")) {
-        if (!json["poses"].is_array() || json["poses"].size() > 100)
-            refuse("poses is not an array of at most 100");
+        if (!json["poses"].is_array() || json["poses"].size() > kMostPoses)
+            refuse("poses is not an array of at most " + std::to_string(kMostPoses));
         for (size_t i = 0; i < json["poses"].size(); ++i)
-            profile.poses.push_back(poseFrom(json["poses"][i], "poses[" + std::to_string(i) + "]"));
+            setPose(profile, poseFrom(json["poses"][i], "poses[" + std::to_string(i) + "]"));
+        if (profile.poses.size() != json["poses"].size())
+            refuse("poses has two poses to one place");
     }
     return profile;
 }
 
 } // namespace
+
+Pose poseFrom(const Json& json, const std::string& where)
+{
+    constexpr size_t kMembersOfPose = 3;
+    if (!json.is_object() || !json.contains("rotation") || !json.contains("translation"))
+        refuse(where + " has no rotation and translation");
+    if (json.size() != kMembersOfPose)
+        refuse(where + " has members that no pose has");
+    Pose pose;
+    pose.to = textIn(json, "to");
+    if (!json["rotation"].is_array() || json["rotation"].size() != 3)
+        refuse(where + ".rotation does not have three rows");
+    auto element = pose.rotation.begin();
+    for (const Json& row : json["rotation"])
+        element = std::ranges::copy(numbersIn(row, where + ".rotation", 3, -1, 1), element).out;
+    std::ranges::copy(numbersIn(json["translation"], where + ".translation", 3, -1e6, 1e6), pose.translation.begin());
+
+    // Rows of a rotation are at right angles and of length 1, and its determinant is 1.
+    constexpr double kTolerance = 1e-3;
+    const std::array<double, 9>& r = pose.rotation;
+    for (size_t i = 0; i < 3; ++i)
+        for (size_t j = i; j < 3; ++j) {
+            const double product = r[3 * i] * r[3 * j] + r[3 * i + 1] * r[3 * j + 1] + r[3 * i + 2] * r[3 * j + 2];
+            if (!(std::abs(product - (i == j ? 1 : 0)) < kTolerance))
+                refuse(where + ".rotation is not a rotation");
+        }
+    const double determinant =
+        r[0] * (r[4] * r[8] - r[5] * r[7]) - r[1] * (r[3] * r[8] - r[5] * r[6]) + r[2] * (r[3] * r[7] - r[4] * r[6]);
+    if (determinant < 0)
+        refuse(where + ".rotation is a mirror image");
+    return pose;
+}
+
+void setPose(Profile& profile, const Pose& pose)
+{
+    const auto same = std::ranges::find(profile.poses, pose.to, &Pose::to);
+    if (same == profile.poses.end())
+        profile.poses.push_back(pose);
+    else
+        *same = pose;
+}
 
 std::string fingerprint(const Eeprom& eeprom)
 {
@@ -128,9 +144,6 @@ std::string fingerprint(const Eeprom& eeprom)
 
 Profile readProfile(const std::string& file, const std::string& serial)
 {
-    std::error_code unknown;
-    if (file != "-" && std::filesystem::file_size(file, unknown) > kMostFileBytes && !unknown)
-        refuse(file + " is larger than a profile can be");
     const Json json = readDocument(file, "profile");
     Profile profile;
     try {
@@ -168,6 +181,14 @@ Json profileJson(const Profile& profile)
     return json;
 }
 
+void writeProfile(const std::filesystem::path& path, const Profile& profile)
+{
+    const Json json = profileJson(profile);
+    profileFrom(json);
+    requireWritableDirectory(path.parent_path());
+    writeDocument(path, json, Existing::replace);
+}
+
 std::filesystem::path userProfilePath(const std::string& serial)
 {
     const char* const data = getenv("XDG_DATA_HOME");
@@ -187,28 +208,30 @@ std::filesystem::path systemProfilePath(const std::string& serial)
     return std::filesystem::path("/etc/vqd/profiles") / (serial + ".json");
 }
 
-FoundProfile findProfile(const ListedCamera& camera)
+FoundProfile findProfile(std::span<const ListedCamera> cameras, const ListedCamera& camera)
 {
     FoundProfile found;
     if (camera.known != Known::read)
         return found;
-    for (const auto& path : {userProfilePath(camera.szSerialNumber), systemProfilePath(camera.szSerialNumber)}) {
+    const std::string serial = camera.szSerialNumber;
+    for (const auto& path : {userProfilePath(serial), systemProfilePath(serial)}) {
         std::error_code unknown;
-        if (found.path.empty() && !path.empty() && std::filesystem::is_regular_file(path, unknown))
+        if (found.path.empty() && !path.empty() && std::filesystem::exists(path, unknown))
             found.path = path;
     }
     if (found.path.empty())
         return found;
-    try {
-        Profile profile = readProfile(found.path, camera.szSerialNumber);
-        if (profile.eeprom == fingerprint(camera.eeprom))
-            found.values = std::move(profile);
-        else
-            found.warning = "the profile " + found.path.string() + " is not applied: the lens in the EEPROM of " +
-                            nameOf(camera) + " has changed since it was made";
-    } catch (const Failure& failure) {
-        found.warning = std::string("no profile is applied: ") + failure.what();
-    }
+    const auto isSame = [&](const ListedCamera& other) {
+        return other.known == Known::read && serial == other.szSerialNumber;
+    };
+    const std::string notApplied = "the profile " + found.path.string() + " is not applied: ";
+    Profile profile = readProfile(found.path, serial);
+    if (std::ranges::count_if(cameras, isSame) > 1)
+        found.warning = notApplied + "several cameras have the serial number " + serial;
+    else if (profile.eeprom != fingerprint(camera.eeprom))
+        found.warning = notApplied + "the lens in the EEPROM of " + nameOf(camera) + " has changed since it was made";
+    else
+        found.values = std::move(profile);
     return found;
 }
 
@@ -224,8 +247,8 @@ std::vector<double> orthogonalFactors(const Profile& profile, const LensIntrinsi
                 const double x = dx / static_cast<double>(k.fx), y = dy / static_cast<double>(k.fy);
                 factors.push_back(1 / std::sqrt(1 + x * x + y * y));
             } else {
-                constexpr double kMostRadius = kRadialFactors / kFactorsPerPixel - 1;
-                const double radius = std::min(std::round(std::hypot(dx, dy)), kMostRadius);
+                constexpr int kMostRadius = kRadialFactors / kFactorsPerPixel - 1;
+                const double radius = std::min(std::round(std::hypot(dx, dy)), double{kMostRadius});
                 factors.push_back(profile.orthogonal[static_cast<size_t>(kFactorsPerPixel * radius)]);
             }
         }

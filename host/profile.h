@@ -9,6 +9,7 @@
 #include <array>
 #include <filesystem>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -36,29 +37,43 @@ struct Profile {
 // Changes when anything changes the lenses or the transform in the EEPROM: a 64-bit FNV-1a hash of bytes 80 to 127.
 std::string fingerprint(const Eeprom& eeprom);
 
-// Fail with a usage error for what is not a profile, names another camera than `serial`, or holds a value that no
+// Fails with a usage error for what is not a profile, names another camera than `serial`, or holds a value that no
 // camera can have.
 Profile readProfile(const std::string& file, const std::string& serial);
+
+// The members "to", "rotation" and "translation"; others are refused. `where` names it in messages.
+Pose poseFrom(const Json& json, const std::string& where);
+
+// Adds a pose, or replaces the one to the same place.
+void setPose(Profile& profile, const Pose& pose);
 Json profileJson(const Profile& profile);
+
+// Replaces the file, unless readProfile() would refuse what it would hold.
+void writeProfile(const std::filesystem::path& path, const Profile& profile);
 
 // Where the profile of a camera is kept: for this user, and for all. What this user has comes first.
 std::filesystem::path userProfilePath(const std::string& serial);
 std::filesystem::path systemProfilePath(const std::string& serial);
 
-// A profile that was found for a camera. Without `values` it is not to be applied; `warning` says why.
+// A profile that was found for a camera. Without `values` it does not belong to the camera as it is now, and is not to
+// be applied; `warning` says why.
 struct FoundProfile {
     std::filesystem::path path; // empty: there is none
     std::optional<Profile> values;
     std::string warning;
 };
-FoundProfile findProfile(const ListedCamera& camera);
+
+// Fails as readProfile() does, since frames without the corrections that somebody has asked for would go unnoticed.
+// `cameras` are all that were listed: a serial number that several of them have does not name one.
+FoundProfile findProfile(std::span<const ListedCamera> cameras, const ListedCamera& camera);
 
 // The factors of all pixels as the library keeps them; empty when the profile has none. A factor by radius is that of
 // the nearest whole pixel around the principal point of `k`.
 std::vector<double> orthogonalFactors(const Profile& profile, const LensIntrinsic& k);
 
 // Puts the values into the library's tables, from which the next frame is made. The library has one set of tables, so
-// call it after the camera was loaded last; another listing or loading undoes it.
+// call it after the camera was loaded last. Another listing or loading undoes it; a re-open, a grab and all settings
+// leave it in force.
 void applyProfile(const ListedCamera& camera, const FoundProfile& found);
 
 // The file whose values are in the tables for this camera; empty when there are none.

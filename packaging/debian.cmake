@@ -50,8 +50,9 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "USB time-of-flight depth cameras, d
 libVQD_API lists the cameras, configures them and delivers amplitude and
 depth images of 320 x 240 pixels, undistorted and corrected.
 .
-This package contains the header, the CMake and pkg-config files, the manual
-page of the interface, and example programs.")
+This package holds the headers, the CMake and pkg-config packages, the manual
+pages of the interfaces, example programs, and the static library vqd_client,
+by which programs take frames from workers of the package vqd-tools.")
 
 # The virtual camera needs umockdev's preload library.
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vqd-tools)

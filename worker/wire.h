@@ -6,7 +6,14 @@
  *
  * The worker speaks first: a VQD_WIRE_STATE. It then sends a frame for each VQD_WIRE_PULL, a VQD_WIRE_REPLY for each
  * VQD_WIRE_REQUEST, and events and parameters when there are any. A frame is sent only to who has asked for one, so a
- * slow reader gets the newest frame whenever it asks, and never a queue of old ones. */
+ * slow reader gets the newest frame whenever it asks, and never a queue of old ones. A pull takes the place of one that
+ * has not been answered yet. A pull that cannot be answered gets a VQD_WIRE_REPLY with its number.
+ *
+ * A connection lasts as long as the session. While the worker has no camera it takes connections, says in its state why
+ * it has none, and refuses requests; pulls wait. It ends these connections when frames come, and the camera's own ones
+ * when the camera is gone. So a reader connects again whenever a connection ends. Bytes that are no message, or a
+ * version that this end does not speak, are answered by a VQD_WIRE_REPLY with the number 0 and the end of the
+ * connection; the prefix is the same in all versions. */
 #ifndef VQD_WIRE_H
 #define VQD_WIRE_H
 

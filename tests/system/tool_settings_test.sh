@@ -62,12 +62,12 @@ for words in list 'grab -o unread'; do
 done
 
 # A calibration is read, changed and set again. A file that is none is refused before the camera is touched.
-ends 0 "$vqd" sim -- sh -c '"$0" lens >lens.json && sed -i "s/\"cx\": 160.0/\"cx\": 161.27/;s/-0.346/-0.34649/" lens.json && "$0" lens --set lens.json -y >&2 &&
+ends 0 "$vqd" sim -- sh -c '"$0" lens >lens.json && sed -i "s/\"cx\": 160.0/\"cx\": 161.27/;s/-0.346/-0.34649/" lens.json && "$0" lens --set lens.json -y --force >&2 &&
     "$0" lens' "$vqd"
 json out '.depth.cx == 161.3 and .depth.k1 == -0.346 and .extrinsic.rotation[1][1] == null'
 # Every value of every field is rounded. The transform is shown as the EEPROM holds it.
 ends 0 "$vqd" sim -- sh -c '"$0" lens | jq ".depth.fx = 203.97 | .colour.fx = 203.97 | .extrinsic.rotation = [[1,0,0],[0,1,0],[0,0,1]]" |
-    "$0" lens --set - -y' "$vqd"
+    "$0" lens --set - -y --force' "$vqd"
 json out '.depth.fx == 204 and .colour.fx == 204 and .extrinsic.rotation == [[1, 0, 0], [0, null, null], [null, null, null]]'
 for text in '' '"depth": {"fx": 1}' '"lens": {}' '"extrinsic": {"rotation": [[1, 0, 0]]}' '"depth": 3'; do
     ends 2 sh -c 'echo "{\"schema\": \"vqd.lens/1\", $1}" | "$0" lens --set - -y' "$vqd" "$text"
@@ -131,7 +131,7 @@ table-backup table backup orthogonal json.tab
 table-restore table restore orthogonal json.tab -y
 load load dumped.json
 eeprom-restore eeprom restore json.bin -y
-reset reset -y
+reset reset -y --force
 END
 ends 0 "$vqd" sim -- "$vqd" info
 for line in 'serial +24061100000001' 'frequency +20' 'logic-version +2\.5' 'lens\.depth\.k1 +-0\.346'; do

@@ -83,7 +83,7 @@ ends 0 "$vqd" sim VQD-HT120 VQD-RS110 --fps 5 -- bash -c '"$0" stats --json -c 1
     for _ in {1..50}; do "$0" list || exit; done; '"$reads"') >/dev/null & lists=$!
     for _ in {1..5}; do "$0" grab -c 1-2 -o beside --force || exit 11; done
     "$0" grab -c 1-1 2>held && exit 12; wait $lists || exit 13; kill -INT %1; wait %1' "$vqd"
-mentions held "camera [01] at 1-1 cannot be opened; vqd (process [0-9]*) has it open"
+mentions held "camera [01] at 1-1 cannot be opened; vqd stats (process [0-9]*) has it open"
 tail -n 1 stream >all
 json all '.type == "summary" and ."transfer-errors" + ."wrong-start-codes" + .reopens == 0'
 

@@ -44,12 +44,21 @@ void Cameras::loadAlone(const ListedCamera& camera) const
     ::loadAlone(m_cameras, camera);
 }
 
+static FoundProfile foundProfile(std::span<const ListedCamera> cameras, const ListedCamera& camera)
+{
+    try {
+        return findProfile(cameras, camera);
+    } catch (const Failure& failure) {
+        throw Failure(failure.code, std::string(failure.what()) + "; --no-profile works without it");
+    }
+}
+
 void Cameras::loadWithProfile(const ListedCamera& camera) const
 {
     loadAlone(camera);
     if (common.noProfile)
         return;
-    const FoundProfile found = findProfile(camera);
+    const FoundProfile found = foundProfile(m_cameras, camera);
     if (!found.warning.empty())
         warn("%s", found.warning.c_str());
     applyProfile(camera, found);

@@ -33,6 +33,8 @@ void addStats(CLI::App& app, Run& run);
 void addView(CLI::App& app, Run& run);
 void addSelftest(CLI::App& app, Run& run);
 void addDoctor(CLI::App& app, Run& run);
+void addWorker(CLI::App& app, Run& run);
+void addStatus(CLI::App& app, Run& run);
 
 // How the tool was called.
 struct Invocation {

@@ -92,7 +92,7 @@ int load(const Options& options)
         applySettings(camera, differing(camera, assignments));
         requireTaken(camera, assignments);
         if (lens)
-            store(camera.nIndex, *lens);
+            putIntoImage(camera.nIndex, *lens);
     });
     show(camera, options, save, output);
     if (!save)
@@ -116,7 +116,9 @@ void addDumpLoad(CLI::App& app, Run& run)
         ->required();
     loader->add_flag("--save", options->save, "Keep the settings in the camera's EEPROM");
     loader->add_flag("--lens", options->lens, "Also write the lens, which belongs to one camera; implies --save");
-    loader->add_flag("--force", common.force, "Write the lens even if it is another camera's or not plausible");
+    loader->add_flag("--force", common.force,
+                     "Write the lens even if it is another camera's or not plausible, and save even shortly "
+                     "after another save");
     addCommon(*loader, kCamera | kJson | kYes | kProfile);
     loader->footer("The whole file is checked before the camera is touched.\n"
                    "Example: vqd load camera.json --save");

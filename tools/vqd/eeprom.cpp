@@ -70,7 +70,7 @@ int restore(const Options& options)
         throw Failure(kFailed,
                       options.file + " belongs to camera " + serialOf(eeprom) + "; --force writes it all the same");
     changeEeprom(camera, "replace its whole EEPROM?", Unreadable::replace,
-                 [&](const EepromRead& before) { saveEeprom(camera, eeprom, before); });
+                 [&](const EepromRead& before) { saveWithPause(camera, eeprom, before); });
     showChange(output, "eeprom-restore", camera, eeprom);
     return kDone;
 }
@@ -116,7 +116,8 @@ void addEeprom(CLI::App& app, Run& run)
         sub->callback([&run, options, work = way.work] { run = [options, work] { return work(*options); }; });
     }
     command->get_subcommand("restore")->add_flag("--force", common.force,
-                                                 "Write the file even if it is another camera's or not plausible");
+                                                 "Write the file even if it is another camera's or not plausible, "
+                                                 "and even shortly after another save");
     command->get_subcommand("diff")
         ->add_option("other", options->other, "A second file; the camera when not given")
         ->type_name("FILE");

@@ -4,6 +4,11 @@
 // The steps around each write to an EEPROM.
 #include "eeprom_change.h"
 
+#include <chrono>
+#include <thread>
+
+#include <CLI/CLI.hpp>
+
 #include "host/backups.h"
 #include "host/eeprom_store.h"
 #include "host/formatted.h"
@@ -35,6 +40,29 @@ void backUpAndTell(const ListedCamera& camera, const std::string& what, std::spa
     note("%s as it was is in %s", what.c_str(), file.c_str());
 }
 
+void saveWithPause(const ListedCamera& camera, const Eeprom& eeprom, const EepromRead& before)
+{
+    for (;;) {
+        try {
+            if (!saveEeprom(camera, eeprom, before, common.force ? TooSoon::save : TooSoon::refuse))
+                note("the EEPROM holds this already, so nothing was written");
+            return;
+        } catch (const SavedTooSoon& soon) {
+            note("%s (--force saves at once)", soon.what());
+            const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(soon.left);
+            while (std::chrono::steady_clock::now() < end) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                endIfInterrupted();
+            }
+        }
+    }
+}
+
+void addForcedSave(CLI::App& command)
+{
+    command.add_flag("--force", common.force, "Save at once, even shortly after another save");
+}
+
 void changeEeprom(const ListedCamera& camera, const std::string& question, Unreadable unreadable,
                   const std::function<void(const EepromRead& before)>& write)
 {
@@ -62,7 +90,7 @@ void changeSettings(const ListedCamera& camera, bool save, const std::string& qu
         return change();
     changeEeprom(camera, question, Unreadable::refuse, [&](const EepromRead& before) {
         change();
-        saveImage(camera, before);
+        saveWithPause(camera, eepromOfImage(camera), before);
     });
 }
 

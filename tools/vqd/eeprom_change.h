@@ -14,6 +14,11 @@
 
 #include "output.h"
 
+namespace CLI
+{
+class App;
+}
+
 // Fails with a usage error when something was found in the file, unless --force was given.
 void refuseImplausible(const std::string& file, const std::vector<Implausible>& found);
 
@@ -25,6 +30,13 @@ void backUpAndTell(const ListedCamera& camera, const std::string& what, std::spa
 
 // What to do with an EEPROM that was not read: writing to it would lose its serial number and lens.
 enum class Unreadable { refuse, replace };
+
+// Writes these bytes, or says that the EEPROM holds them already. When the last write was too short ago, it waits; a
+// signal ends the wait, and --force saves at once.
+void saveWithPause(const ListedCamera& camera, const Eeprom& eeprom, const EepromRead& before);
+
+// Adds --force for a command that has no other use for it.
+void addForcedSave(CLI::App& command);
 
 // Asks, backs the EEPROM up, runs `write`, which ends by saving the host's image, and reads back. Call
 // requireConfirmable() before any camera is touched.

@@ -85,6 +85,7 @@ void addGetSet(CLI::App& app, Run& run)
     CLI::App* setter = app.add_subcommand("set", "Changes settings");
     setter->add_option("assignment", options->words, "Settings to change")->type_name("KEY=VALUE")->required();
     setter->add_flag("--save", options->save, "Keep the settings in the camera's EEPROM");
+    addForcedSave(*setter);
     addCommon(*setter, kCamera | kJson | kYes | kProfile);
     setter->footer("Example: vqd set depth-range=300,4000 flip-horizontal=1 --save\nSettings:\n" + settingNames());
     getter->footer("Example: vqd get frequency depth-range\nSettings:\n" + settingNames());

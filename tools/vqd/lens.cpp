@@ -7,6 +7,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "host/eeprom_store.h"
+
 #include "cameras.h"
 #include "commands.h"
 #include "eeprom_change.h"
@@ -26,8 +28,10 @@ static int lens(const std::string& file)
     if (!wanted)
         requireEeprom(camera);
     else
-        changeEeprom(camera, "replace its lens?", Unreadable::refuse,
-                     [&](const EepromRead&) { store(camera.nIndex, *wanted); });
+        changeEeprom(camera, "replace its lens?", Unreadable::refuse, [&](const EepromRead& before) {
+            putIntoImage(camera.nIndex, *wanted);
+            saveWithPause(camera, eepromOfImage(camera), before);
+        });
     Json json = document("lens");
     json.update(calibrationJson(camera));
     output.print(json);
@@ -41,7 +45,8 @@ void addLens(CLI::App& app, Run& run)
     CLI::App* command = app.add_subcommand("lens", "Shows the calibration of both lenses and the transform, as JSON");
     command->add_option("--set", *file, "Write the sets in this JSON file to the camera's EEPROM; - for standard input")
         ->type_name("FILE");
-    command->add_flag("--force", common.force, "Write a lens even if it is not plausible");
+    command->add_flag("--force", common.force,
+                      "Write a lens even if it is not plausible, and even shortly after another save");
     addCommon(*command, kCamera | kJson | kYes);
     command->footer("Example: vqd lens >lens.json; vqd lens --set lens.json\n"
                     "Values are rounded to what the EEPROM can hold, and shown as it holds them. Only the first four "

@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "host/camera_lock.h"
 #include "host/whole_files.h"
 
 #include "command_line.h"
@@ -61,6 +62,8 @@ int runCommandLine(int argc, char** argv)
     addView(app, run);
     addSelftest(app, run);
     addDoctor(app, run);
+    addWorker(app, run);
+    addStatus(app, run);
     addSim(app, run, invocation);
     requireKnownCommand(app, arguments, app.get_name());
     try {
@@ -69,6 +72,7 @@ int runCommandLine(int argc, char** argv)
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kDone : kUsage;
     }
+    nameLockHolder("vqd " + app.get_subcommands().front()->get_name());
     return run();
 }
 

@@ -12,7 +12,9 @@ void addCommon(CLI::App& command, int options)
 {
     if (options & kCamera)
         command
-            .add_option("-c,--camera", common.camera, "Index, serial number, port or BUS:ADDRESS, as shown by vqd list")
+            .add_option("-c,--camera", common.camera,
+                        std::string("Index, serial number, port or BUS:ADDRESS, as shown by vqd list") +
+                            (options & kAllCameras ? "; or all" : ""))
             ->type_name("CAMERA")
             ->check(notEmpty); // a script's variable that is not set chooses no camera
     if (options & kJson)

@@ -24,13 +24,13 @@ namespace
 {
 
 struct Options {
-    std::string file, lens, fppn, orthogonal;
+    std::string file, lens, fppn, orthogonal, pose;
     bool system = false, plain = false;
 };
 
 std::filesystem::path targetOf(const Options& options, const ListedCamera& camera)
 {
-    const std::filesystem::path path =
+    std::filesystem::path path =
         options.system ? systemProfilePath(camera.szSerialNumber) : userProfilePath(camera.szSerialNumber);
     if (path.empty())
         throw Failure(kFailed, "there is no home folder for a profile; XDG_DATA_HOME names another place");
@@ -45,9 +45,9 @@ const ListedCamera& chooseKnown(const Cameras& cameras)
 }
 
 // The profile of the camera that is in force, which must be there.
-FoundProfile requireProfile(const ListedCamera& camera)
+FoundProfile requireProfile(const Cameras& cameras, const ListedCamera& camera)
 {
-    FoundProfile found = findProfile(camera);
+    FoundProfile found = findProfile(cameras.all(), camera);
     if (found.path.empty())
         throw Failure(kFailed, "there is no profile of camera " + std::string(camera.szSerialNumber));
     return found;
@@ -84,7 +84,7 @@ int show(const Options&)
     Output output;
     const Cameras cameras;
     const ListedCamera& camera = chooseKnown(cameras);
-    const FoundProfile found = requireProfile(camera);
+    const FoundProfile found = requireProfile(cameras, camera);
     if (!found.values)
         warn("%s", found.warning.c_str());
     finish(output, "profile-show", camera, found.path, found.values,
@@ -104,12 +104,22 @@ std::vector<int> fppnFrom(const Options& options, const ListedCamera& camera)
 void takeLenses(Profile& profile, const std::string& file)
 {
     const Json json = readDocument(file, "lens");
+    for (const auto& [key, unused] : json.items())
+        if (key != "schema" && key != "depth" && key != "colour" && key != "extrinsic")
+            throw Failure(kUsage, file + ": there is no set '" + key + "'");
     if (!json.contains("depth") && !json.contains("colour"))
         throw Failure(kUsage, file + ": it holds no lens");
     if (json.contains("depth"))
         profile.depth = exactLensFrom(json["depth"], file + ": depth");
     if (json.contains("colour"))
         profile.colour = exactLensFrom(json["colour"], file + ": colour");
+}
+
+void takePose(Profile& profile, const std::string& file)
+{
+    Json json = readDocument(file, "pose");
+    json.erase("schema");
+    setPose(profile, poseFrom(json, file + ": the pose"));
 }
 
 void takeOrthogonal(Profile& profile, const std::string& from)
@@ -122,22 +132,32 @@ void takeOrthogonal(Profile& profile, const std::string& from)
     profile.orthogonal = table.code->decode(readFile(from, table.bytes));
 }
 
+// What an import begins with: a whole profile from a file, or the present one. Without one of its own, a user's profile
+// begins with that of all users, which it will hide.
+Profile base(const Options& options, const ListedCamera& camera, const std::filesystem::path& target)
+{
+    const std::filesystem::path all = systemProfilePath(camera.szSerialNumber);
+    std::error_code unknown;
+    std::string file = options.file;
+    if (file.empty() && std::filesystem::exists(target, unknown))
+        file = target;
+    else if (file.empty() && std::filesystem::exists(all, unknown))
+        file = all;
+    Profile profile;
+    if (!file.empty())
+        profile = readProfile(file, camera.szSerialNumber);
+    if (!file.empty() && profile.eeprom != fingerprint(camera.eeprom) && !common.force)
+        throw Failure(kUsage, file + " was made for another lens in this camera's EEPROM; --force takes it for the "
+                                     "present one");
+    return profile;
+}
+
 // A file replaces the whole profile; the other options replace a part of the one that is there.
 Profile imported(const Options& options, const ListedCamera& camera, const std::filesystem::path& target)
 {
-    Profile profile;
-    std::error_code unknown;
-    if (!options.file.empty())
-        profile = readProfile(options.file, camera.szSerialNumber);
-    else if (std::filesystem::exists(target, unknown))
-        profile = readProfile(target, camera.szSerialNumber);
+    Profile profile = base(options, camera, target);
     profile.serial = camera.szSerialNumber;
     profile.product = camera.szDeviceName;
-    if (options.file.empty())
-        profile.eeprom = fingerprint(camera.eeprom);
-    else if (profile.eeprom != fingerprint(camera.eeprom) && !common.force)
-        throw Failure(kUsage, options.file + " was made for another lens in this camera's EEPROM; --force takes it "
-                                             "for the present one");
     profile.eeprom = fingerprint(camera.eeprom);
     if (!options.lens.empty())
         takeLenses(profile, options.lens);
@@ -145,29 +165,30 @@ Profile imported(const Options& options, const ListedCamera& camera, const std::
         profile.fppn = fppnFrom(options, camera);
     if (!options.orthogonal.empty())
         takeOrthogonal(profile, options.orthogonal);
+    if (!options.pose.empty())
+        takePose(profile, options.pose);
     return profile;
 }
 
 int import(const Options& options)
 {
-    if (options.file.empty() && options.lens.empty() && options.fppn.empty() && options.orthogonal.empty())
-        throw Failure(kUsage, "nothing to import: give a profile, --lens, --fppn or --orthogonal");
+    if ((options.file + options.lens + options.fppn + options.orthogonal + options.pose).empty())
+        throw Failure(kUsage, "nothing to import: give a profile, --lens, --fppn, --orthogonal or --pose");
     Output output;
     const Cameras cameras;
     const ListedCamera& camera = chooseKnown(cameras);
     const std::filesystem::path target = targetOf(options, camera);
     const Profile profile = imported(options, camera, target);
-    requireWritableDirectory(target.parent_path());
-    writeDocument(target, profileJson(profile), Existing::replace);
-    readProfile(target, camera.szSerialNumber); // what was written is a profile, or this says why not
+    writeProfile(target, profile);
     finish(output, "profile-import", camera, target, profile, target.string() + ": " + partsText(profile) + '\n');
     return kDone;
 }
 
-// Words and numbers that a program without JSON reads: "lens" and ten numbers, "fppn" and 4800, "orthogonal" and 76800.
+// What a program without JSON reads: words, each followed by its values, one a line. "serial" comes first; then "lens"
+// with ten numbers, "fppn" with 4800 and "orthogonal" with 76800, as far as the profile has them.
 std::string plainText(const Profile& profile)
 {
-    std::string text;
+    std::string text = "serial\n" + profile.serial + '\n';
     LensIntrinsic k{};
     if (profile.depth) {
         k = profile.depth->k;
@@ -194,7 +215,7 @@ int exportFile(const Options& options)
     requireWritableFile(options.file, existing());
     const Cameras cameras;
     const ListedCamera& camera = chooseKnown(cameras);
-    const FoundProfile found = requireProfile(camera);
+    const FoundProfile found = requireProfile(cameras, camera);
     if (!found.values)
         throw Failure(kUsage, found.warning);
     Profile profile = *found.values;
@@ -258,6 +279,9 @@ void addProfile(CLI::App& app, Run& run)
     importing
         ->add_option("--orthogonal", options->orthogonal,
                      "Table orthogonal; the word lens computes each pixel's factor from the depth lens")
+        ->type_name("FILE");
+    importing
+        ->add_option("--pose", options->pose, "Where the camera stands, one pose; it replaces one with the same \"to\"")
         ->type_name("FILE");
     importing->add_flag("--force", common.force, "Take a profile that was made for another lens in the EEPROM");
     importing->footer("Example: vqd profile import --fppn camera\n"

@@ -4,6 +4,7 @@
 // The line of progress, and its clearing for other lines.
 #include "progress.h"
 
+#include <atomic>
 #include <cstdio>
 #include <unistd.h>
 
@@ -12,13 +13,12 @@
 #include "messages.h"
 #include "options.h"
 
-static bool g_shown = false; // on the terminal's present line
+static std::atomic<bool> g_shown = false; // on the terminal's present line
 
 void clearProgress()
 {
-    if (g_shown)
+    if (g_shown.exchange(false))
         fputs("\r\33[K", stderr);
-    g_shown = false;
 }
 
 Progress::Progress(const char* what, int total)

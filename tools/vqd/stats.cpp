@@ -2,19 +2,19 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // vqd stats: how regularly frames arrive, a line for each second.
-#include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <memory>
 #include <optional>
 
 #include <CLI/CLI.hpp>
 
+#include "all_cameras.h"
 #include "cameras.h"
 #include "commands.h"
 #include "interrupt.h"
 #include "options.h"
 #include "output.h"
+#include "stats.h"
 
 namespace
 {
@@ -22,27 +22,10 @@ namespace
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
-// What happened in some period. Mean and jitter leave out intervals with a re-open; the longest interval counts all.
+// What happened in some period.
 struct Tally {
     int frames = 0, errors = 0, wrongStartCodes = 0, reopens = 0;
-    int intervals = 0;
-    double least = 0, most = 0, sum = 0, squares = 0; // of the intervals, in ms
-
-    void addGap(double ms) { most = std::max(most, ms); }
-    void addInterval(double ms)
-    {
-        least = intervals == 0 ? ms : std::min(least, ms);
-        most = std::max(most, ms);
-        sum += ms;
-        squares += ms * ms;
-        ++intervals;
-    }
-    double mean() const { return intervals > 0 ? sum / intervals : 0; }
-    // The standard deviation.
-    double jitter() const
-    {
-        return intervals > 0 ? std::sqrt(std::max(squares / intervals - mean() * mean(), 0.0)) : 0;
-    }
+    Intervals intervals;
 };
 
 class Statistics
@@ -72,9 +55,9 @@ public:
             tally->reopens += stream.reopened(); // even if the read failed or was interrupted
             tally->frames += came;
             if (!came || m_outage) // an outage lasts until a frame comes
-                tally->addGap(passed);
+                tally->intervals.addGap(passed);
             else if (m_previous)
-                tally->addInterval(passed);
+                tally->intervals.add(passed);
         }
         if (came) {
             m_previous = now;
@@ -108,8 +91,9 @@ public:
             return;
         }
         output.print("%d frames in %.1f s: %.2f a second\n", m_all.frames, passed, m_all.frames / passed);
-        output.print("interval %.1f ms, jitter %.1f ms, from %.1f to %.1f ms\n", m_all.mean(), m_all.jitter(),
-                     m_all.least, m_all.most);
+        const Intervals& intervals = m_all.intervals;
+        output.print("interval %.1f ms, jitter %.1f ms, from %.1f to %.1f ms\n", intervals.mean(), intervals.jitter(),
+                     intervals.least, intervals.most);
         output.print("failed transfers %d, wrong start codes %d, re-opens %d\n", m_all.errors, m_all.wrongStartCodes,
                      m_all.reopens);
     }
@@ -124,8 +108,8 @@ private:
     void printLine(Output& output, const Tally& tally, double passed) const
     {
         output.print("%5.0fs %5.1f %7.1fms %5.1fms %5.1fms %7d %12d %9d %12.1f\n", seconds(), tally.frames / passed,
-                     tally.mean(), tally.jitter(), tally.most, tally.errors, tally.wrongStartCodes, tally.reopens,
-                     vqdGetTemperature(m_camera.nIndex));
+                     tally.intervals.mean(), tally.intervals.jitter(), tally.intervals.most, tally.errors,
+                     tally.wrongStartCodes, tally.reopens, vqdGetTemperature(m_camera.nIndex));
     }
 
     void printJson(Output& output, const char* type, const Tally& tally, double passed) const
@@ -137,8 +121,7 @@ private:
         json["duration"] = passed;
         json["frames"] = tally.frames;
         json["frames-per-second"] = tally.frames / passed;
-        json["interval-ms"] = {
-            {"mean", tally.mean()}, {"jitter", tally.jitter()}, {"min", tally.least}, {"max", tally.most}};
+        json["interval-ms"] = tally.intervals.json();
         json["transfer-errors"] = tally.errors;
         json["wrong-start-codes"] = tally.wrongStartCodes;
         json["reopens"] = tally.reopens;
@@ -153,11 +136,7 @@ private:
     Tally m_all, m_now;
 };
 
-struct Options {
-    int seconds = 0, frames = 0; // 0: until a signal
-};
-
-int stats(const Options& options)
+int stats(const StatsOptions& options)
 {
     Output output;
     const Cameras cameras;
@@ -192,15 +171,17 @@ void addStats(CLI::App& app, Run& run)
 {
     CLI::App* command =
         app.add_subcommand("stats", "Shows how regularly frames arrive, a line each second, until Ctrl-C");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<StatsOptions>();
     command->add_option("-n,--frames", options->frames, "Number of frames after which it ends")
         ->check(CLI::Range(1, 100'000'000));
     command->add_option("--for", options->seconds, "Number of seconds after which it ends")
         ->check(CLI::Range(1, 100'000'000))
         ->type_name("SECONDS");
-    addCommon(*command, kCamera | kJson | kProfile);
-    command->footer(
-        "An interval is the time between two frames as they arrive, and jitter is its standard deviation. "
-        "The longest interval includes outages. With --json, each line is an object.\nExample: vqd stats --for 60");
-    command->callback([&run, options] { run = [options] { return stats(*options); }; });
+    addCommon(*command, kCamera | kAllCameras | kJson | kProfile);
+    command->footer("An interval is the time between two frames as they arrive, and jitter is its standard deviation. "
+                    "The longest interval includes outages. With --json, each line is an object.\n"
+                    "-c all shows every camera, each by way of a worker; -n frames are then those of each.\n"
+                    "Example: vqd stats --for 60");
+    command->callback(
+        [&run, options] { run = [options] { return allCamerasChosen() ? statsAll(*options) : stats(*options); }; });
 }

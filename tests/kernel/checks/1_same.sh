@@ -8,12 +8,12 @@
 same list 'vqd list' 'VQD-HT120 VQD-RS110 VQD-WN120 --scene plane' 'vqd list && vqd list --json'
 same info 'vqd info, get, lens' 'VQD-HT110 --fps 0 --scene plane' 'vqd info && vqd info --json && vqd get logic-version temperature && vqd lens'
 same settings 'vqd set --save, dump, reset, load' 'VQD-HT120 --scene plane' '
-    vqd set offset=-9 depth-range=300,4000 flip-vertical=1 undistortion=2 remove-edge=1 --save -y -q && vqd dump -o set.json -q
+    vqd set offset=-9 depth-range=300,4000 flip-vertical=1 undistortion=2 remove-edge=1 --save -y --force -q && vqd dump -o set.json -q
     vqd set offset=3 -q; vqd get offset; vqd set offset=256
-    vqd reset -y -q && vqd load set.json --save -y -q && vqd get'
+    vqd reset -y --force -q && vqd load set.json --save -y --force -q && vqd get'
 same eeprom 'vqd eeprom backup, diff, restore' 'VQD-RS110 --scene plane' '
-    vqd eeprom backup factory.bin -q && vqd set offset=7 fps-delay=3 --save -y -q
-    vqd eeprom diff factory.bin; vqd eeprom restore factory.bin -y -q && vqd eeprom diff factory.bin && sha256sum factory.bin'
+    vqd eeprom backup factory.bin -q && vqd set offset=7 fps-delay=3 --save -y --force -q
+    vqd eeprom diff factory.bin; vqd eeprom restore factory.bin -y --force -q && vqd eeprom diff factory.bin && sha256sum factory.bin'
 same tables 'vqd table restore, backup' 'VQD-HT120 --scene plane' '
     seq -w 1 9999 >numbers
     for table in orthogonal=4096 fppn-5x5=6144 wiggling-a=8192; do

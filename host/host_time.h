@@ -1,0 +1,28 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// The two clocks of the host. CLOCK_REALTIME is for stamps that leave the machine, and jumps when it is set.
+// CLOCK_MONOTONIC is for order, gaps and time-outs: it never jumps, is the same for all processes, and stands still
+// while the machine sleeps.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+struct HostTime {
+    int64_t real, monotonic; // ns
+};
+
+// Both clocks at one moment.
+HostTime hostTime();
+
+// Notices that the clock of real times was set.
+class ClockWatch
+{
+public:
+    // Seconds by which it was moved since the time before; nothing when it was not, or only slewed.
+    std::optional<double> step(const HostTime& time);
+
+private:
+    std::optional<HostTime> m_before;
+};

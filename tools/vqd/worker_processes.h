@@ -1,0 +1,27 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Workers that a command starts for itself.
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+class WorkerProcesses
+{
+public:
+    WorkerProcesses() = default;
+    ~WorkerProcesses(); // ends them, within some seconds
+    WorkerProcesses(const WorkerProcesses&) = delete;
+    WorkerProcesses& operator=(const WorkerProcesses&) = delete;
+
+    // Starts a worker for the camera at this port. It also ends when this process does, whichever way.
+    void start(const std::string& port, const std::vector<std::string>& settings);
+
+    // Fails when one has ended by itself; it has said why.
+    void requireRunning() const;
+
+private:
+    std::vector<pid_t> m_processes;
+};
