@@ -63,19 +63,20 @@ std::vector<VhciPorts::Row> VhciPorts::rows() const
 {
     std::vector<Row> rows;
     for (unsigned controller = 0;; ++controller) {
-        std::ifstream status(m_platform + "0/status" + (controller == 0 ? "" : "." + std::to_string(controller)));
-        const std::string hub = highSpeedHub(m_platform + std::to_string(controller));
+        const std::string number = std::to_string(controller);
+        std::ifstream status(m_platform + "0/status" + (controller == 0 ? "" : '.' + number));
+        const std::string hub = highSpeedHub(m_platform + number);
         if (!status || hub.empty())
             return rows;
         const std::string bus = std::to_string(numberIn(hub + "/busnum"));
         unsigned hubPort = 0;
         for (std::string line; std::getline(status, line);) {
-            unsigned number = 0, state = 0;
-            if (sscanf(line.c_str(), "hs %u %u", &number, &state) != 2)
+            unsigned port = 0, state = 0;
+            if (sscanf(line.c_str(), "hs %u %u", &port, &state) != 2)
                 continue;
             ++hubPort;
             std::string path = hub + "/" + bus + "-" + std::to_string(hubPort);
-            rows.push_back({{number, std::move(path)}, hubPort, state == kFree});
+            rows.push_back({{port, std::move(path)}, hubPort, state == kFree});
         }
     }
 }
@@ -95,7 +96,7 @@ VhciPort VhciPorts::attach(int socket, unsigned hubPort, unsigned device) const
 {
     std::vector<Row> candidates = rows();
     std::erase_if(candidates, [](const Row& row) { return !row.free || access(row.port.path.c_str(), F_OK) == 0; });
-    std::ranges::stable_partition(candidates, [&](const Row& row) { return row.hubPort == hubPort; });
+    std::stable_partition(candidates.begin(), candidates.end(), [&](const Row& row) { return row.hubPort == hubPort; });
     for (const Row& row : candidates) {
         const int error =
             writeTo(m_platform + "0/attach", std::to_string(row.port.number) + " " + std::to_string(socket) + " " +

@@ -429,7 +429,7 @@ TEST(SimFaults, SpoilTheNthMatchingTransferInTheirOwnWay)
         for (const auto& [channel, whole] : channels) {
             Host host(configOf(0));
             host.camera.addFault({.kind = c.kind, .channel = channel, .request = 0xB8, .nth = 2, .bytes = 40});
-            const auto expectNext = [&](const Outcome& expected) {
+            const auto expectNext = [&, channel = channel](const Outcome& expected) {
                 Bytes eeprom(128);
                 const Outcome control = host.ask(0xC0, 0xB8, 0x1200, eeprom);
                 const Outcome bulkOut = host.grab();
