@@ -76,14 +76,14 @@ Descriptor takeSignals()
 
 Supervisor::Supervisor(Options options)
     : m_options(std::move(options.child)), m_say(std::move(options.say)), m_settings(settingsIn(m_options.settings)),
-      m_socketPath(options.socket.empty() ? usualSocket(m_options.camera) : options.socket), m_socket(m_socketPath),
-      m_status(runtimeFolder() / (std::to_string(getpid()) + ".status")),
+      m_socketPath(options.socket.empty() ? usualSocket(m_options.camera) : options.socket), m_signals(takeSignals()),
+      m_socket(m_socketPath), m_status(runtimeFolder() / (std::to_string(getpid()) + ".status")),
       m_server(
           {.state = [this] { return state(); },
            .request = [this](ClientId client, uint32_t number, const Json& json) { request(client, number, json); },
            .linkEnded = nullptr,
            .packer = nullptr}),
-      m_rule(isPort(m_options.camera) ? m_options.camera : std::string()), m_signals(takeSignals())
+      m_rule(isPort(m_options.camera) ? m_options.camera : std::string())
 {
     m_server.acceptFrom(m_socket.descriptor());
 }

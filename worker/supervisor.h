@@ -49,10 +49,10 @@ private:
     const std::function<void(const std::string& sentence)> m_say;
     std::map<std::string, std::string> m_settings; // what the camera is to have after a restart
     const std::filesystem::path m_socketPath;
+    Descriptor m_signals; // before the sockets: a signal must not leave those behind
     ListeningSocket m_socket, m_status;
     ClientServer m_server;
     RestartRule m_rule;
-    Descriptor m_signals;
 
     std::optional<ChildProcess> m_child;
     std::string m_said, m_error;

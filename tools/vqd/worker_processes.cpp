@@ -26,8 +26,11 @@ using namespace std::chrono_literals;
 constexpr auto kMostSecondsToEnd = 5s;
 
 // In the new process, where only what signal handlers may do is allowed.
-[[noreturn]] void become(char* const* words, pid_t parent)
+[[noreturn]] void become(char* const* words, pid_t parent, const sigset_t& signals)
 {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP})
+        signal(number, SIG_DFL); // the command's handlers would swallow what comes before the worker has its own
+    sigprocmask(SIG_SETMASK, &signals, nullptr);
     setpgid(0, 0); // Ctrl-C is for the command, which ends its workers when its files are complete
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() == parent)
@@ -70,9 +73,13 @@ void WorkerProcesses::start(const std::string& port, const std::vector<std::stri
         arguments.push_back(word.data());
     arguments.push_back(nullptr);
     const pid_t parent = getpid();
+    sigset_t all, before;
+    sigfillset(&all);
+    sigprocmask(SIG_SETMASK, &all, &before);
     const pid_t process = fork();
     if (process == 0)
-        become(arguments.data(), parent);
+        become(arguments.data(), parent, before);
+    sigprocmask(SIG_SETMASK, &before, nullptr);
     if (process < 0)
         throw Failure(kFailed, std::string("a worker does not start: ") + strerror(errno));
     m_processes.push_back(process);
