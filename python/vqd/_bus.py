@@ -13,6 +13,7 @@ import os
 from collections.abc import Iterator
 from contextlib import contextmanager
 from ctypes import c_char_p, c_int, c_ssize_t, c_uint8, c_uint16, c_void_p
+from dataclasses import dataclass, field
 from typing import Any, NamedTuple, Optional
 
 from ._errors import AccessError, Error, NoCameraError
@@ -49,7 +50,8 @@ class Place(NamedTuple):
         return f"/dev/bus/usb/{self.bus:03d}/{self.address:03d}"
 
 
-class CameraInfo(NamedTuple):
+@dataclass(frozen=True)
+class CameraInfo:
     """A camera on the bus.
 
     Attributes:
@@ -70,7 +72,7 @@ class CameraInfo(NamedTuple):
     bus: int
     address: int
     usb: str
-    eeprom: bytes
+    eeprom: bytes = field(repr=False)
 
     @property
     def place(self) -> Place:

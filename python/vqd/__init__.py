@@ -1,0 +1,45 @@
+# SPDX-FileCopyrightText: VQD_API contributors
+# SPDX-License-Identifier: Apache-2.0
+"""USB time-of-flight depth cameras: a camera is an iterator of numpy arrays.
+
+    import vqd
+    with vqd.Camera(undistortion=1, orthogonal=True) as camera:
+        for frame in camera:                  # frame.depth, frame.amplitude: uint16 (240, 320)
+            points = camera.points(frame)     # float32 (240, 320, 3), metres
+
+``Camera`` is a camera in this process. ``connect()`` gives one behind a worker, which any number of programs may read, and
+``cameras()`` several of them in step. ``Recording`` gives the same frames from a file. Nothing here prints; what is worth
+knowing goes to the logger "vqd", and failures are exceptions derived from ``vqd.Error``.
+"""
+from __future__ import annotations
+
+import logging
+
+from . import _filters as filters
+from ._bus import CameraInfo
+from ._bus import list_cameras as list  # noqa: A001
+from ._camera import Camera
+from ._errors import (
+    AccessError,
+    Error,
+    HeldError,
+    LostError,
+    NoCameraError,
+    NoFrameError,
+    SettingError,
+    UsageError,
+    VerificationError,
+)
+from ._frame import Frame
+from ._lens import Extrinsics, Lens
+from ._library import exported
+from ._source import Source, Statistics
+
+__version__ = "2.4.0"
+__all__ = [
+    "AccessError", "Camera", "CameraInfo", "Error", "Extrinsics", "Frame", "HeldError", "Lens", "LostError",
+    "NoCameraError", "NoFrameError", "SettingError", "Source", "Statistics", "UsageError", "VerificationError", "exported",
+    "filters", "list",
+]
+
+logging.getLogger("vqd").addHandler(logging.NullHandler())
