@@ -19,6 +19,7 @@ from . import _filters as filters
 from ._bus import CameraInfo
 from ._bus import list_cameras as list  # noqa: A001
 from ._camera import Camera
+from ._connect import connect
 from ._errors import (
     AccessError,
     Error,
@@ -33,13 +34,20 @@ from ._errors import (
 from ._frame import Frame
 from ._lens import Extrinsics, Lens
 from ._library import exported
+from ._recording import Recording
+from ._remote import RemoteCamera
+from ._sets import Cameras, FrameSet
+from ._sets import Cameras as cameras  # noqa: N813
+from ._sim import Simulation, sim
 from ._source import Source, Statistics
+from ._workers import WorkerInfo, workers
 
 __version__ = "2.4.0"
 __all__ = [
-    "AccessError", "Camera", "CameraInfo", "Error", "Extrinsics", "Frame", "HeldError", "Lens", "LostError",
-    "NoCameraError", "NoFrameError", "SettingError", "Source", "Statistics", "UsageError", "VerificationError", "exported",
-    "filters", "list",
+    "AccessError", "Camera", "CameraInfo", "Cameras", "Error", "Extrinsics", "Frame", "FrameSet", "HeldError", "Lens",
+    "LostError", "NoCameraError", "NoFrameError", "Recording", "RemoteCamera", "SettingError", "Simulation", "Source",
+    "Statistics", "UsageError", "VerificationError", "WorkerInfo", "cameras", "connect", "exported", "filters", "list", "sim",
+    "workers",
 ]
 
 logging.getLogger("vqd").addHandler(logging.NullHandler())
