@@ -66,7 +66,7 @@ def test_every_setting_is_what_the_tool_reads_after_a_save(camera, tool):
         "flip-horizontal": True, "flip-vertical": True, "fps-delay": 2, "multi-cam": (1, 4, 5), "remove-edge": True,
         "motion-blur": (0, 9), "undistortion": 2, "fppn": True, "orthogonal": True,
     }  # fmt: skip
-    before = camera.settings.as_dict()
+    backup = camera.read_eeprom()
     camera.settings.update(values)
     assert camera.settings.as_dict().items() >= values.items()
     assert camera.flip_vertical is True and camera.depth_range == (300, 14000) and camera.read().corrected
@@ -80,8 +80,8 @@ def test_every_setting_is_what_the_tool_reads_after_a_save(camera, tool):
     with pytest.raises(vqd.Error, match="next save is possible in"):
         camera.save()
     no_pause()
-    camera.settings.update({name: value for name, value in before.items() if name in values})
-    assert camera.save() is True
+    assert camera.restore_eeprom(backup) is True
+    assert camera.settings["offset"] == 0
     no_pause()
 
 

@@ -10,6 +10,7 @@ import logging
 import time
 import weakref
 from collections.abc import Iterable, Iterator, Mapping
+from dataclasses import replace
 from functools import partial
 from typing import Any, Optional, Union
 
@@ -41,6 +42,7 @@ _NO_REOPEN = 2  # the library writes 0 to m_nDeviceOpen when a re-open begins, 1
 _BUDGET = 600  # of searches, so that a read after a lost camera searches again
 _MOST_REOPENS = 3
 _LONGEST_READ = 15.0  # seconds that a read may take while the library searches
+_PATIENCE = 1.0  # seconds that a close waits for a read; a camera that is silent longer is let go by the reading thread
 
 _open_camera: Optional[weakref.ref[Camera]] = None
 
@@ -213,14 +215,16 @@ class Camera(Source):
         self._require_open()
         if self._grabs:
             return
+        self._grabs = True  # also after a Ctrl-C, which comes once the library has started it
         result, lines = self._library.call("vqdGrabStart", self._number)
         if result != 1:
+            self._grabs = False
             raise LostError(f"{self._info.name} does not start", lines)
-        self._grabs = True
 
     def stop(self) -> None:
         """Stops the stream, which takes 0.4 s; the light goes off."""
-        self._end_reader()
+        if self._reader is not None:
+            self._reader.stop(_LONGEST_READ)
         with self._reading:
             if self._grabs:
                 self._grabs = False
@@ -242,7 +246,7 @@ class Camera(Source):
     def read(self, timeout: Optional[float] = None) -> Frame:
         """Waits for the next frame: without a time-out as long as the library does, which searches for a lost camera for
         up to 12 s. With one, a thread reads, and this and all later reads take its newest frame."""
-        if timeout is None and self._reader is None:
+        if timeout is None and (self._reader is None or not self._reader.runs):
             return self._read_here()
         return self._running_reader().take(timeout)
 
@@ -259,18 +263,13 @@ class Camera(Source):
             while True:
                 yield reader.take(None)
         finally:
-            if self._reader is reader:
-                self._end_reader()
+            reader.stop()
 
     def _running_reader(self) -> LatestReader:
         self._require_open()
-        if self._reader is None or self._reader.has_ended:
+        if self._reader is None or not self._reader.runs:
             self._reader = LatestReader(self._read_here)
         return self._reader
-
-    def _end_reader(self, timeout: float = _LONGEST_READ) -> bool:
-        reader, self._reader = self._reader, None
-        return reader is None or reader.stop(timeout)
 
     def _read_here(self) -> Frame:
         if not self._grabs:
@@ -331,6 +330,19 @@ class Camera(Source):
         if was_found:
             self._reopens += 1
             _log.warning("%s was opened again", self._info.name)
+            self._follow()
+
+    def _follow(self) -> None:
+        """What is plugged in again has a new address, or sits at another port."""
+        was = self._info
+        try:
+            cameras = list_cameras()
+        except Error:
+            return
+        same = [one for one in cameras if one.port and one.port == was.port]
+        same = same or [one for one in cameras if was.serial is not None and one.serial == was.serial]
+        if len(same) == 1:
+            self._info = replace(was, port=same[0].port, bus=same[0].bus, address=same[0].address)
 
     def points(self, frame: Frame, axes: str = "optical") -> Points:
         return _rays.points(frame.depth, None, axes)
@@ -392,14 +404,16 @@ class Camera(Source):
             raise UsageError("the camera is closed")
 
     def close(self) -> None:
-        self._close(_LONGEST_READ)
-
-    def _close(self, patience: float) -> None:
-        """Lets the camera go, unless its reading thread does not end: the end of the process then does."""
+        """Lets the camera go. A reading thread that waits for a silent camera does so when its read ends."""
         lock, self._lock = self._lock, None
         if lock is None:
             return
-        if self._end_reader(patience) and self._number >= 0:
+        let_go = partial(self._let_go, lock)
+        if self._reader is None or self._reader.stop(_PATIENCE, let_go):
+            let_go()
+
+    def _let_go(self, lock: CameraLock) -> None:
+        if self._number >= 0:
             _, lines = self._library.call("vqdDeviceClose", self._number)  # this number only: others may grab
             for line in lines:
                 _log.debug("library: %s", line)
@@ -411,4 +425,4 @@ class Camera(Source):
 def _close_at_exit() -> None:
     camera = _open_camera() if _open_camera is not None else None
     if camera is not None:
-        camera._close(0.5)
+        camera.close()

@@ -20,11 +20,19 @@ class LatestReader:
         self._frame: Optional[Frame] = None
         self._failure: Optional[BaseException] = None
         self._missed = 0
-        self._stops = False
+        self._stops = self._ended = False
+        self._at_end: Optional[Callable[[], None]] = None
         self._thread = threading.Thread(target=self._run, name="vqd-reader", daemon=True)
         self._thread.start()
 
     def _run(self) -> None:
+        self._read_on()
+        with self._news:
+            self._ended = True
+        if self._at_end is not None:
+            self._at_end()
+
+    def _read_on(self) -> None:
         while not self._stops:
             try:
                 frame = self._read()
@@ -58,12 +66,16 @@ class LatestReader:
             return frame
 
     @property
-    def has_ended(self) -> bool:
-        """A read has failed, and the failure was or will be told."""
-        return self._failure is not None
+    def runs(self) -> bool:
+        """Whether there are frames to come; not after a failure, which was or will be told."""
+        return not self._stops and self._failure is None
 
-    def stop(self, timeout: float) -> bool:
-        """Ends the thread after its present read. Returns whether it has ended within the time-out."""
+    def stop(self, timeout: float = 0.0, at_end: Optional[Callable[[], None]] = None) -> bool:
+        """Ends the thread after its present read. Returns whether it has ended within the time-out; if not, it calls
+        ``at_end`` when it does."""
         self._stops = True
         self._thread.join(timeout)
-        return not self._thread.is_alive()
+        with self._news:
+            if not self._ended:
+                self._at_end = at_end
+            return self._ended

@@ -134,7 +134,8 @@ class Turn:
 
     def __init__(self) -> None:
         self._next = threading.Lock()
-        self._turn = threading.Lock()
+        # Ctrl-C just after it was taken leaves it taken; the same thread gets on all the same.
+        self._turn = threading.RLock()
 
     def __enter__(self) -> None:
         with self._next:  # whoever waits for the turn keeps those behind it waiting here

@@ -3,6 +3,7 @@
 """A camera behind a worker: the same frames and settings as of a camera in this process."""
 from __future__ import annotations
 
+from collections import deque
 from collections.abc import Iterable, Iterator, Mapping
 from typing import Any, Optional, Protocol
 
@@ -23,6 +24,7 @@ class Link(Protocol):
     name: str
     state: dict[str, Any]
     parameters: dict[str, Any]
+    events: deque[dict[str, Any]]
 
     @property
     def connected(self) -> bool: ...
@@ -62,6 +64,11 @@ class RemoteCamera(Source):
     def worker(self) -> Mapping[str, Any]:
         """What the worker said of itself when the connection was made: docs/worker.md lists the members."""
         return self._link.state
+
+    @property
+    def events(self) -> Iterable[Mapping[str, Any]]:
+        """The latest 64 events of the worker, the oldest first: docs/worker.md lists them."""
+        return tuple(self._link.events)
 
     @property
     def parameters(self) -> Mapping[str, Any]:

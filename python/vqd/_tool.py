@@ -19,9 +19,10 @@ def tool() -> str:
 
 
 def failure_text(stderr: bytes) -> str:
-    """What the command said last, without its name."""
+    """Why the command failed: its last message, or the first line about its arguments."""
     lines = stderr.decode("utf-8", "replace").strip().splitlines()
-    return lines[-1].partition("vqd: ")[2] or lines[-1] if lines else "vqd failed without a message"
+    messages = [line[len("vqd: ") :] for line in lines if line.startswith("vqd: ")]
+    return messages[-1] if messages else lines[0] if lines else "vqd failed without a message"
 
 
 def run_tool(*arguments: str) -> None:
