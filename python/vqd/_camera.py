@@ -7,29 +7,25 @@ import atexit
 import contextlib
 import ctypes
 import logging
-import time
 import weakref
 from collections.abc import Iterable, Iterator, Mapping
 from dataclasses import replace
 from functools import partial
 from typing import Any, Optional, Union
 
-import numpy as np
-
 from . import _camera_settings, _rays
-from ._arrivals import Arrivals
 from ._bus import CameraInfo, choose, list_cameras, require_access
 from ._errors import Error, HeldError, LostError, UsageError
-from ._frame import HEIGHT, WIDTH, Frame
+from ._frame import Frame
 from ._latest import LatestReader
 from ._lens import Extrinsics, Lens
-from ._library import Turn, library
-from ._lines import NO_USB_MEMORY, TRANSFER_FAILED
+from ._library import library
 from ._lock import CameraLock
 from ._memory import Memory
 from ._profile import apply_profile, find_profile, fingerprint
 from ._rays import Points
-from ._records import EEPROM_BYTES, MAX_DEVICES, DevInfo, FrameInfo
+from ._reads import Reads
+from ._records import EEPROM_BYTES, MAX_DEVICES, DevInfo
 from ._settings import Assignment, assignments_of
 from ._source import Source, Statistics
 from ._tables import Tables
@@ -37,10 +33,6 @@ from ._tables import Tables
 _log = logging.getLogger("vqd")
 
 _HOST_CORRECTED = ("VQD-HT120", "VQD-HT950X")
-_PLANE_BYTES = WIDTH * HEIGHT * 2
-_NO_REOPEN = 2  # the library writes 0 to m_nDeviceOpen when a re-open begins, 1 when it has found the camera, never this
-_BUDGET = 600  # of searches, so that a read after a lost camera searches again
-_MOST_REOPENS = 3
 _LONGEST_READ = 15.0  # seconds that a read may take while the library searches
 _PATIENCE = 1.0  # seconds that a close waits for a read; a camera that is silent longer is let go by the reading thread
 
@@ -67,9 +59,8 @@ class Camera(Source):
     """
 
     __slots__ = (
-        "_library", "_info", "_number", "_lock", "_memory", "_reading", "_reader", "_grabs", "_images", "_frame_info",
-        "_read_frame", "_open_flags", "_temperatures", "_switches", "_arrivals", "_session", "_reopens",
-        "_failed_transfers", "_profile_path", "tables",
+        "_library", "_info", "_number", "_lock", "_memory", "_reader", "_reads", "_grabs", "_profile_path",
+        "tables",
     )
 
     tables: Tables
@@ -83,7 +74,6 @@ class Camera(Source):
         self._number = -1
         self._reader: Optional[LatestReader] = None
         self._grabs = False
-        self._reading = Turn()
         self._profile_path: Optional[str] = None
         cameras = list_cameras()
         chosen = choose(cameras, None if camera is None else str(camera))
@@ -138,6 +128,7 @@ class Camera(Source):
     def _loaded(self, profile: bool) -> None:
         """The library has loaded the camera: puts the host's profile over it."""
         _rays.forget()
+        self._library.changes += 1
         self._profile_path = None
         found = find_profile(self._info.serial) if profile and self._info.serial is not None else None
         if found is None:
@@ -149,18 +140,11 @@ class Camera(Source):
         self._profile_path = found.path
 
     def _prepare_reads(self) -> None:
-        self._images = (ctypes.c_void_p * 2)()
-        self._frame_info = FrameInfo()
-        pointers = ctypes.addressof(self._images), ctypes.addressof(self._frame_info)
-        self._read_frame = partial(self._library.functions["vqdReadFromDevice"], self._number, *pointers)
-        self._open_flags = self._library.array("m_nDeviceOpen")
-        self._temperatures = self._library.array("m_dTemperature")
-        names = ("m_nUndistortionMode", "m_bFPPN", "m_bOrthogonal", "m_bRemoveEdge")
-        self._switches = [self._library.place(name) for name in names]
-        self._arrivals = Arrivals()
-        self._arrivals.set_delay(_camera_settings.read(self._library, self._number, "fps-delay"))
-        self._session = time.time_ns()
-        self._reopens = self._failed_transfers = 0
+        self._reads = Reads(self._library, self._number, self._info.serial or "", self._is_changed, self._follow)
+        self._take_delay()
+
+    def _take_delay(self) -> None:
+        self._reads.arrivals.set_delay(_camera_settings.read(self._library, self._number, "fps-delay"))
 
     @property
     def serial(self) -> Optional[str]:
@@ -204,17 +188,19 @@ class Camera(Source):
 
     @property
     def statistics(self) -> Statistics:
-        arrivals = self._arrivals
+        reads, arrivals = self._reads, self._reads.arrivals
         return Statistics(
-            arrivals.frames, arrivals.dropped, self._reopens, self._failed_transfers, arrivals.longest / 1e9,
-            float(self._temperatures[self._number]),
+            arrivals.frames, arrivals.dropped, reads.reopens, reads.failed_transfers, arrivals.longest / 1e9,
+            reads.temperature,
         )
 
     def start(self) -> None:
         """Starts the stream, which takes 1.2 s. The first read does it, too."""
         self._require_open()
-        if self._grabs:
-            return
+        if not self._grabs:
+            self._start()
+
+    def _start(self) -> None:
         self._grabs = True  # also after a Ctrl-C, which comes once the library has started it
         result, lines = self._library.call("vqdGrabStart", self._number)
         if result != 1:
@@ -225,23 +211,22 @@ class Camera(Source):
         """Stops the stream, which takes 0.4 s; the light goes off."""
         if self._reader is not None:
             self._reader.stop(_LONGEST_READ)
-        with self._reading:
-            if self._grabs:
-                self._grabs = False
-                self._library.call("vqdGrabStop", self._number)
+        if self._grabs:
+            self._grabs = False
+            self._library.call("vqdGrabStop", self._number)
 
     @contextlib.contextmanager
-    def stopped(self) -> Iterator[None]:
-        """While the block runs, the camera is not grabbing and nobody reads."""
-        with self._reading:
-            grabs, self._grabs = self._grabs, False
+    def _stopped(self) -> Iterator[None]:
+        """While the block runs, the camera is not grabbing and no other thread reads."""
+        with self._library.turn.held():
+            grabs = self._grabs
             if grabs:
                 self._library.call("vqdGrabStop", self._number)
             try:
                 yield
             finally:
                 if grabs:
-                    self.start()
+                    self._start()
 
     def read(self, timeout: Optional[float] = None) -> Frame:
         """Waits for the next frame: without a time-out as long as the library does, which searches for a lost camera for
@@ -272,69 +257,21 @@ class Camera(Source):
         return self._reader
 
     def _read_here(self) -> Frame:
-        if not self._grabs:
+        if self._lock is None or not self._grabs:
             self.start()
-        for reopens in range(_MOST_REOPENS):
-            with self._reading:
-                frame, lines = self._read_once(reopens > 0)
-            if frame is not None:
-                return frame
-        if any(line.startswith(NO_USB_MEMORY) for line in lines):
-            raise Error(
-                "the kernel has no memory left for a frame; the transfers of all programs share it: echo 64 | sudo tee "
-                "/sys/module/usbcore/parameters/usbfs_memory_mb", lines,
-            )
-        raise LostError(f"the camera sends no frames, not even after {_MOST_REOPENS} re-opens", lines)
+        return self._reads.read()
 
-    def _read_once(self, reopened: bool) -> tuple[Optional[Frame], tuple[str, ...]]:
-        """One read of the library. No frame when the library had to open the camera again."""
-        if self._lock is None:
-            self._require_open()
-        planes = np.empty((2, HEIGHT, WIDTH), np.uint16)
-        address = planes.__array_interface__["data"][0]
-        loaded, n = self._library, self._number
-        lines: tuple[str, ...] = ()
-        with loaded.turn:
-            self._images[0], self._images[1] = address, address + _PLANE_BYTES
-            self._open_flags[n] = _NO_REOPEN
-            loaded.place("m_nReopenTime").value = _BUDGET
-            began = time.monotonic_ns()
-            try:
-                loaded.lines.enter()
-                result = self._read_frame()
-            finally:
-                ended, now = time.monotonic_ns(), time.time()
-                lines = loaded.lines.leave()
-            was_found = self._open_flags[n] == 1
-        if lines:
-            self._note(lines, was_found)
-        if result <= 0:
-            raise LostError(f"the camera is lost (frame read {result})", lines)
-        if was_found:
-            return None, lines
-        info, arrivals = self._frame_info, self._arrivals
-        mode, *corrections = (switch.value for switch in self._switches)
-        on_host = 1 in corrections and any(model in self._info.product for model in _HOST_CORRECTED)
-        dropped = arrivals.add(began, ended, reopened)
-        frame = Frame(
-            planes[1], planes[0], arrivals.frames, info.nTimeStamp, now, ended, float(self._temperatures[n]),
-            self._info.serial or "", self._session, dropped, 0, reopened, mode in (1, 2, 3) or on_host,
-            self._profile_path is not None,
-        )
-        return frame, lines
-
-    def _note(self, lines: tuple[str, ...], was_found: bool) -> None:
-        self._failed_transfers += sum(line.startswith(TRANSFER_FAILED) for line in lines)
-        for line in lines:
-            _log.info("library: %s", line)
-        if was_found:
-            self._reopens += 1
-            _log.warning("%s was opened again", self._info.name)
-            self._follow()
+    def _is_changed(self) -> tuple[bool, bool]:
+        """Whether the host changes the frames, and whether values of a profile are in use."""
+        exports = self._library.place
+        corrected = 1 in (exports(name).value for name in ("m_bFPPN", "m_bOrthogonal", "m_bRemoveEdge"))
+        on_host = corrected and any(model in self._info.product for model in _HOST_CORRECTED)
+        return exports("m_nUndistortionMode").value in (1, 2, 3) or on_host, self._profile_path is not None
 
     def _follow(self) -> None:
-        """What is plugged in again has a new address, or sits at another port."""
+        """What was opened again has a new address, or sits at another port."""
         was = self._info
+        _log.warning("%s was opened again", was.name)
         try:
             cameras = list_cameras()
         except Error:
@@ -395,9 +332,10 @@ class Camera(Source):
                 raise UsageError("illumination off also ends the capture, and no frame would come; stop() does both")
         for assignment in assignments:
             _camera_settings.write(self._library, self._number, assignment)
+        self._library.changes += 1
         _camera_settings.require_taken(self._library, self._number, assignments)
         if any(setting.name == "fps-delay" for setting, _ in assignments):
-            self._arrivals.set_delay(_camera_settings.read(self._library, self._number, "fps-delay"))
+            self._take_delay()
 
     def _require_open(self) -> None:
         if self._lock is None:

@@ -17,7 +17,7 @@ Image = npt.NDArray[np.uint16]
 class Frame:
     """An amplitude image and a depth image, with what is known of them.
 
-    The arrays belong to the frame: nobody writes to them later, and they live as long as something refers to them.
+    Nobody writes to the arrays later, and they live as long as something refers to them or to a part of them.
 
     Attributes:
         depth: uint16 (240, 320), millimetres along the optical axis, 0 invalid. HT120 and HT950X deliver the length of

@@ -10,6 +10,8 @@ from __future__ import annotations
 import ctypes
 import os
 import threading
+from collections.abc import Iterator
+from contextlib import contextmanager
 from ctypes import c_double, c_float, c_int, c_uint, c_uint8, c_uint16, c_void_p
 from typing import Any, Callable, Optional
 
@@ -130,19 +132,37 @@ VARIABLES: dict[str, tuple[Any, tuple[int, ...]]] = {
 
 
 class Turn:
-    """A lock that is given out in the order of asking, so that a thread which reads without a pause lets others in."""
+    """A lock that is given out in the order of asking, so that a thread which reads without a pause lets others in.
+
+    Attributes:
+        next: whoever waits for the turn has it, so those behind wait here.
+        lock: the turn. Ctrl-C just after it was taken leaves it taken; the same thread gets on all the same.
+    """
 
     def __init__(self) -> None:
-        self._next = threading.Lock()
-        # Ctrl-C just after it was taken leaves it taken; the same thread gets on all the same.
-        self._turn = threading.RLock()
+        self.next = threading.Lock()
+        self.lock = threading.RLock()
+        self._holder = 0
 
     def __enter__(self) -> None:
-        with self._next:  # whoever waits for the turn keeps those behind it waiting here
-            self._turn.acquire()
+        if self._holder == threading.get_ident():
+            self.lock.acquire()
+            return
+        with self.next:
+            self.lock.acquire()
 
     def __exit__(self, *_: object) -> None:
-        self._turn.release()
+        self.lock.release()
+
+    @contextmanager
+    def held(self) -> Iterator[None]:
+        """For several calls in a row, between which no other thread gets the turn."""
+        with self:
+            before, self._holder = self._holder, threading.get_ident()
+            try:
+                yield
+            finally:
+                self._holder = before
 
 
 class Library:
@@ -157,22 +177,21 @@ class Library:
             ) from why
         self.turn = Turn()
         self.lines = Lines()
+        self.changes = 0  # of exported values, so that what follows from them is worked out only then
         self.functions: dict[str, Callable[..., Any]] = {}
         for name, (result, arguments) in FUNCTIONS.items():
             function = getattr(self._dll, name)
             function.restype, function.argtypes = result, arguments
             self.functions[name] = function
-        self._scalars: dict[str, Any] = {}
+        self._places: dict[str, Any] = {}
         self._arrays: dict[str, npt.NDArray[Any]] = {}
         for name, (kind, shape) in VARIABLES.items():
             whole = kind
             for length in reversed(shape):
                 whole = whole * length
-            place = whole.in_dll(self._dll, name)
+            self._places[name] = whole.in_dll(self._dll, name)
             if shape and not issubclass(kind, ctypes.Structure):
-                self._arrays[name] = np.ctypeslib.as_array(place)
-            else:
-                self._scalars[name] = place
+                self._arrays[name] = np.ctypeslib.as_array(self._places[name])
 
     def call(self, name: str, *arguments: Any) -> tuple[Any, tuple[str, ...]]:
         """Calls a function; returns its result and what the library printed."""
@@ -190,8 +209,8 @@ class Library:
         return result, lines
 
     def place(self, name: str) -> Any:
-        """The ctypes object of a single value, or of an array of records."""
-        return self._scalars[name]
+        """The ctypes object of a value or an array."""
+        return self._places[name]
 
     def array(self, name: str) -> npt.NDArray[Any]:
         """An exported table as a view: what is written to it counts from the next frame on."""
@@ -221,6 +240,7 @@ class Exported:
             raise AttributeError(f"the library exports no value {name!r}")
         loaded = library()
         with loaded.turn:
+            loaded.changes += 1
             if VARIABLES[name][1]:
                 loaded.array(name)[...] = value
             else:

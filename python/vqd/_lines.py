@@ -38,6 +38,7 @@ IMAGE_NOT_SENT = "vqdWriteToDevice"
 
 _LINE = re.compile(rb"(?:\d+ )?(?:" + b"|".join(re.escape(start.encode()) for start in STARTS) + rb")[^\n]*\n")
 _MOST_KEPT = 1 << 20
+_UNBUFFERED = 2  # _IONBF
 
 
 def _pass_on(text: bytes) -> None:
@@ -49,47 +50,54 @@ def _pass_on(text: bytes) -> None:
 
 
 class Lines:
-    """The stream. enter() and leave() stand around a call of the library; one call at a time."""
+    """The stream. enter() and leave() stand around a call of the library; one call at a time.
+
+    Attributes:
+        variable: C's stdout.
+        stream: ours, as an address.
+        before: what stood in the variable before.
+        memory: the descriptor to which the stream writes.
+        taken: bytes of the memory that have been looked at.
+    """
 
     def __init__(self) -> None:
         libc = ctypes.CDLL(None)
         if not hasattr(libc, "gnu_get_libc_version"):
             raise Error("this C library is not GNU's, and only there can the lines of the camera library be caught")
-        self._stdout = ctypes.c_void_p.in_dll(libc, "stdout")
-        self._flush = libc.fflush
-        self._flush.argtypes = [ctypes.c_void_p]
+        self.variable = ctypes.c_void_p.in_dll(libc, "stdout")
         libc.fdopen.restype = ctypes.c_void_p
         libc.fdopen.argtypes = [ctypes.c_int, ctypes.c_char_p]
-        self._memory = os.memfd_create("vqd-lines")
-        self._ours: int = libc.fdopen(self._memory, b"a")
-        self._before = self._stdout.value
-        self._read = 0
+        self.memory = os.memfd_create("vqd-lines")
+        self.stream: int = libc.fdopen(self.memory, b"a")
+        libc.setvbuf(ctypes.c_void_p(self.stream), None, _UNBUFFERED, ctypes.c_size_t(0))
+        self.before = self.variable.value
+        self.taken = 0
         atexit.register(self._restore)
         os.register_at_fork(after_in_child=self._restore)
 
     def _restore(self) -> None:
-        if self._stdout.value == self._ours:
-            self._stdout.value = self._before
+        if self.variable.value == self.stream:
+            self.variable.value = self.before
 
     def enter(self) -> None:
         """From here on the library's lines are caught."""
-        if self._stdout.value != self._ours:
-            self._before = self._stdout.value
-        self._stdout.value = self._ours
+        if self.variable.value != self.stream:
+            self.before = self.variable.value
+        self.variable.value = self.stream
 
     def leave(self) -> tuple[str, ...]:
         """To here. Returns the library's lines without their ends."""
-        self._stdout.value = self._before
-        self._flush(self._ours)  # of what another thread has printed without an end of line
-        size = os.lseek(self._memory, 0, os.SEEK_END)
-        return () if size == self._read else self._take(size)
+        self.variable.value = self.before
+        size = os.lseek(self.memory, 0, os.SEEK_END)  # the stream has no buffer, so all is there
+        return () if size == self.taken else self.take(size)
 
-    def _take(self, size: int) -> tuple[str, ...]:
-        text = os.pread(self._memory, size - self._read, self._read)
-        self._read = size
+    def take(self, size: int) -> tuple[str, ...]:
+        """The lines that are in the memory now, which has this size."""
+        text = os.pread(self.memory, size - self.taken, self.taken)
+        self.taken = size
         if size > _MOST_KEPT:
-            os.ftruncate(self._memory, 0)
-            self._read = 0
+            os.ftruncate(self.memory, 0)
+            self.taken = 0
         lines: list[str] = []
         for part in text.splitlines(keepends=True):
             if _LINE.fullmatch(part):

@@ -35,7 +35,7 @@ class MemoryOwner(Protocol):
     @property
     def number(self) -> int: ...
 
-    def stopped(self) -> Any: ...
+    def _stopped(self) -> Any: ...
 
     def _loaded(self, profile: bool) -> None: ...
 
@@ -79,7 +79,7 @@ class Memory:
         owner = self._owner
         if before == wanted:
             return False
-        with owner.stopped(), save_turn(serial, at_once):
+        with owner._stopped(), save_turn(serial, at_once):
             if before:
                 _log.info("the EEPROM as it was is in %s", back_up("eeprom", serial, before))
             data = ctypes.create_string_buffer(wanted, EEPROM_BYTES)
@@ -112,7 +112,7 @@ class Memory:
                 raise
             before = b""
         written = self._write(serial or "unknown", before, wanted, at_once=force)
-        with owner.stopped():
+        with owner._stopped():
             image = ctypes.create_string_buffer(512)
             result, lines = owner._library.call("vqdEEPROM_ParameterData_Load", owner.number, ctypes.addressof(image))
             if result != 1 or image.raw[:EEPROM_BYTES] != wanted:
@@ -141,7 +141,7 @@ class Memory:
             calls.append(("vqdSetExtrinsicParameter", self._extrinsic_record(extrinsics)))
         serial = owner._require_written_eeprom()
         before = self.read()
-        with owner.stopped(), save_turn(serial):
+        with owner._stopped(), save_turn(serial):
             _log.info("the EEPROM as it was is in %s", back_up("eeprom", serial, before))
             for function, *records in calls:
                 result, lines = owner._library.call(function, owner.number, *records)
