@@ -45,6 +45,15 @@ def test_frames_are_what_the_camera_sees(camera):
     assert frames[2].stamp > frames[0].stamp and frames[2].monotonic_ns > frames[1].monotonic_ns
 
 
+def test_what_a_program_keeps_of_frames_stays_as_it_was(camera):
+    whole = [camera.read() for _ in range(6)]
+    part = camera.read().depth[100:101, ::2]  # the frame itself is gone
+    copies = [frame.depth.copy() for frame in whole], part.copy()
+    for _ in range(10):
+        camera.read()
+    assert all(np.array_equal(frame.depth, copy) for frame, copy in zip(whole, copies[0])) and np.array_equal(part, copies[1])
+
+
 def test_points_lie_on_the_rays_of_the_lens(camera):
     frame = camera.read()
     frame.depth[10, 20] = 0

@@ -110,7 +110,7 @@ class Reads:
     def _free_block(self) -> _Block:
         """Memory that nobody uses. When the caller keeps frames, there is new memory for each."""
         blocks = self._blocks
-        for _ in blocks:
+        for _ in range(len(blocks)):
             blocks.rotate()
             if blocks[0].is_free():
                 return blocks[0]
