@@ -3,7 +3,6 @@
 """A camera behind a worker: the same frames and settings as of a camera in this process."""
 from __future__ import annotations
 
-from collections import deque
 from collections.abc import Iterable, Iterator, Mapping
 from typing import Any, Optional, Protocol
 
@@ -24,7 +23,9 @@ class Link(Protocol):
     name: str
     state: dict[str, Any]
     parameters: dict[str, Any]
-    events: deque[dict[str, Any]]
+
+    @property
+    def events(self) -> Iterable[dict[str, Any]]: ...
 
     @property
     def connected(self) -> bool: ...
@@ -67,7 +68,7 @@ class RemoteCamera(Source):
 
     @property
     def events(self) -> Iterable[Mapping[str, Any]]:
-        """The latest 64 events of the worker, the oldest first: docs/worker.md lists them."""
+        """The latest events of the worker, up to 64, the oldest first: docs/worker.md lists them."""
         return tuple(self._link.events)
 
     @property

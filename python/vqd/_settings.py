@@ -7,7 +7,7 @@ import operator
 from collections.abc import Iterable, Iterator, Mapping
 from typing import Any, NamedTuple, Protocol, Union
 
-from ._errors import UsageError
+from ._errors import Error, UsageError
 from ._settings_table import TABLE, Setting, Value
 
 SettingValue = Union[int, float, str, "tuple[int, ...]"]
@@ -104,7 +104,10 @@ class Settings(Mapping[str, SettingValue]):
             setting = setting_named(name)
         except UsageError as why:
             raise KeyError(str(why)) from None
-        return value_of(setting, self._owner._read_settings([setting.name])[setting.name])
+        found = self._owner._read_settings([setting.name])
+        if setting.name not in found:
+            raise Error(f"the value of {setting.name} is not known here")
+        return value_of(setting, found[setting.name])
 
     def __setitem__(self, name: str, value: Any) -> None:
         self.update({name: value})
