@@ -21,8 +21,8 @@ class ctypeslib:
 """
 TYPING = "class NDArray:\n    def __class_getitem__(cls, key): return cls\n"
 PROGRAM = """
-import sys, vqd
-for name in sys.argv[1:]: compile(open(name, encoding="utf-8").read(), name, "exec")
+import pathlib, sys, vqd
+for name in sys.argv[1:]: compile(pathlib.Path(name).read_bytes(), name, "exec")
 assert [camera.serial for camera in vqd.list()] == ["24061100000001"]
 assert vqd._library.library().call("vqdSetOffset", 0, 5) == (0, ("VQD Device not opened.",))
 """
