@@ -274,3 +274,4 @@ def test_the_profile_of_the_machine_is_used_as_the_tool_does(camera, tool, tmp_p
     again.close()
     with pytest.raises(vqd.UsageError, match="closed"):
         again.read()
+    assert [vqd.Camera(profile=False).serial for _ in range(2)] == [SERIAL] * 2  # one that is forgotten is let go

@@ -17,7 +17,7 @@ import logging
 
 from . import _filters as filters
 from ._bus import CameraInfo
-from ._bus import list_cameras as list  # noqa: A001
+from ._bus import list_cameras as _list_cameras
 from ._camera import Camera
 from ._connect import connect
 from ._errors import (
@@ -46,8 +46,9 @@ __version__ = "2.4.0"
 __all__ = [
     "AccessError", "Camera", "CameraInfo", "Cameras", "Error", "Extrinsics", "Frame", "FrameSet", "HeldError", "Lens",
     "LostError", "NoCameraError", "NoFrameError", "Recording", "RemoteCamera", "SettingError", "Simulation", "Source",
-    "Statistics", "UsageError", "VerificationError", "WorkerInfo", "cameras", "connect", "exported", "filters", "list", "sim",
+    "Statistics", "UsageError", "VerificationError", "WorkerInfo", "cameras", "connect", "exported", "filters", "sim",
     "workers",
 ]
 
+list = _list_cameras  # not in __all__, where it would hide Python's own  # noqa: A001
 logging.getLogger("vqd").addHandler(logging.NullHandler())

@@ -6,6 +6,7 @@ from __future__ import annotations
 import atexit
 import contextlib
 import ctypes
+import gc
 import logging
 import weakref
 from collections.abc import Iterable, Iterator, Mapping
@@ -59,8 +60,7 @@ class Camera(Source):
     """
 
     __slots__ = (
-        "_library", "_info", "_number", "_lock", "_memory", "_reader", "_reads", "_grabs", "_profile_path",
-        "tables",
+        "_library", "_info", "_number", "_lock", "_memory", "_reader", "_reads", "_grabs", "_profile_path", "tables",
     )
 
     tables: Tables
@@ -91,8 +91,10 @@ class Camera(Source):
 
     @staticmethod
     def _require_alone() -> None:
-        other = _open_camera() if _open_camera is not None else None
-        if other is not None and other._lock is not None:
+        if _own() is not None:
+            gc.collect()  # one that the program has forgotten is closed by this
+        other = _own()
+        if other is not None:
             raise HeldError(
                 f"this process has camera {other.serial} already, and the library keeps one set of corrections in a "
                 "process; for several cameras start a worker for each (vqd worker -c SERIAL) and use vqd.connect(SERIAL)"
@@ -350,6 +352,10 @@ class Camera(Source):
         if self._reader is None or self._reader.stop(_PATIENCE, let_go):
             let_go()
 
+    def __del__(self) -> None:
+        with contextlib.suppress(Exception):  # it may not even have begun to open, or the interpreter ends
+            self.close()
+
     def _let_go(self, lock: CameraLock) -> None:
         if self._number >= 0:
             _, lines = self._library.call("vqdDeviceClose", self._number)  # this number only: others may grab
@@ -359,8 +365,14 @@ class Camera(Source):
         lock.release()
 
 
+def _own() -> Optional[Camera]:
+    """The camera that this process has open."""
+    camera = _open_camera() if _open_camera is not None else None
+    return camera if camera is not None and camera._lock is not None else None
+
+
 @atexit.register
 def _close_at_exit() -> None:
-    camera = _open_camera() if _open_camera is not None else None
+    camera = _own()
     if camera is not None:
         camera.close()

@@ -91,7 +91,7 @@ def find_profile(serial: str) -> Optional[Profile]:
         folders.insert(0, (Path(data) if data.startswith("/") else Path(home) / ".local/share") / "vqd/profiles")
     for folder in folders:
         path = folder / f"{serial}.json"
-        if not path.exists():
+        if not os.path.exists(path):  # nor one in a folder that this user may not look into
             continue
         try:
             with open(path, "rb") as file:

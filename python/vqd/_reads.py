@@ -131,7 +131,7 @@ class Reads:
             flags[n] = _NO_REOPEN
             began = monotonic()
             try:
-                caught.variable.value = caught.stream
+                caught.enter()
                 result = self._call(*self._arguments)
                 ended, now = monotonic(), time.time()
             finally:
