@@ -5,7 +5,6 @@ from __future__ import annotations
 
 import atexit
 import contextlib
-import ctypes
 import gc
 import logging
 import weakref
@@ -23,10 +22,10 @@ from ._lens import Extrinsics, Lens
 from ._library import library
 from ._lock import CameraLock
 from ._memory import Memory
+from ._opening import open_listed
 from ._profile import apply_profile, find_profile, fingerprint
 from ._rays import Points
 from ._reads import Reads
-from ._records import EEPROM_BYTES, MAX_DEVICES, DevInfo
 from ._settings import Assignment, assignments_of
 from ._source import Source, Statistics
 from ._tables import Tables
@@ -101,26 +100,8 @@ class Camera(Source):
             )
 
     def _open(self, cameras: list[CameraInfo], chosen: CameraInfo, profile: bool) -> None:
-        devices, count = (DevInfo * MAX_DEVICES)(), ctypes.c_int(-100)
-        result, lines = self._library.call("vqdGetDeviceList", ctypes.addressof(devices), ctypes.addressof(count))
-        if result != 1:
-            raise Error("the cameras could not be listed", lines)
-        listed = list_cameras()
-        if len(listed) != count.value or [one.place for one in listed] != [one.place for one in cameras]:
-            raise Error("cameras were plugged in or out while they were listed", lines)
-        n = chosen.index
-        image = bytes(_camera_settings.image_of(self._library, n)[:EEPROM_BYTES])
-        if count.value > 1:  # the library's maps and tables are those of the camera that it loaded last
-            again = ctypes.create_string_buffer(512)
-            result, lines = self._library.call("vqdEEPROM_ParameterData_Load", n, ctypes.addressof(again))
-            if result != 1 or again.raw[:EEPROM_BYTES] != image:
-                raise Error(f"the parameters of {chosen.name} could not be loaded", lines)
-        if chosen.serial is not None and listed[n].eeprom != image:
-            raise Error(f"the EEPROM of {chosen.name} could not be read by the library", lines)
-        result, lines = self._library.call("vqdDeviceOpen", n)
-        if result != 1:
-            raise Error(f"{chosen.name} cannot be opened", lines)
-        self._info, self._number = chosen, n
+        open_listed(self._library, cameras, chosen)
+        self._info, self._number = chosen, chosen.index
         self._memory = Memory(self)
         self.tables = Tables(self)
         if chosen.serial is None:

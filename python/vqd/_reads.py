@@ -5,7 +5,6 @@ from __future__ import annotations
 
 import ctypes
 import logging
-import os
 import sys
 import time
 from collections import deque
@@ -32,13 +31,14 @@ _MOST_BLOCKS = 4  # that are kept for later frames
 class _Block:
     """Memory for a frame. Most of the way of a frame would else be spent on new arrays."""
 
-    __slots__ = ("planes", "amplitude", "depth", "addresses", "_references")
+    __slots__ = ("planes", "amplitude", "depth", "images", "_pointers", "_references")
 
     def __init__(self) -> None:
         self.planes = np.empty((2, HEIGHT, WIDTH), np.uint16)
         self.amplitude, self.depth = self.planes
         address = address_of(self.planes)
-        self.addresses = address, address + _PLANE_BYTES
+        self._pointers = (ctypes.c_void_p * 2)(address, address + _PLANE_BYTES)
+        self.images = ctypes.addressof(self._pointers)
         self._references = self._count()
 
     def _count(self) -> tuple[int, int, int]:
@@ -78,10 +78,9 @@ class Reads:
         self._open_flags = library.place("m_nDeviceOpen")
         self._temperatures = library.place("m_dTemperature")
         self._blocks: deque[_Block] = deque(maxlen=_MOST_BLOCKS)
-        self._images = (ctypes.c_void_p * 2)()
         self._info = FrameInfo()
         self._call = library.functions["vqdReadFromDevice"]
-        self._arguments = n, ctypes.addressof(self._images), ctypes.addressof(self._info)
+        self._info_address = ctypes.addressof(self._info)
         self._serial = serial
         self._session = time.time_ns()
         self._version = -1
@@ -120,25 +119,22 @@ class Reads:
     def _once(self, reopened: bool) -> tuple[Optional[Frame], tuple[str, ...]]:
         """One read of the library. No frame when the library had to open the camera again."""
         block = self._free_block()
-        images, flags, n = self._images, self._open_flags, self._number
+        flags, n = self._open_flags, self._number
         caught, turn = self._library.lines, self._library.turn
         monotonic = time.monotonic_ns
         # As call_in_turn(), without its steps in between.
         with turn.next:
             turn.lock.acquire()
         try:
-            images[0], images[1] = block.addresses
             flags[n] = _NO_REOPEN
             began = monotonic()
             try:
                 caught.enter()
-                result = self._call(*self._arguments)
+                result = self._call(n, block.images, self._info_address)
                 ended, now = monotonic(), time.time()
             finally:
-                caught.variable.value = caught.before
+                lines = caught.leave()
             was_found = flags[n] == 1
-            size = os.lseek(caught.memory, 0, os.SEEK_END)
-            lines = () if size == caught.taken else caught.take(size)
         finally:
             turn.lock.release()
         if lines or was_found or result <= 0:
