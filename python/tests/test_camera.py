@@ -64,6 +64,10 @@ def test_points_lie_on_the_rays_of_the_lens(camera):
     np.testing.assert_allclose(points, expected, atol=1e-6)
     assert points[10, 20].tolist() == [0, 0, 0]
     np.testing.assert_array_equal(camera.points(frame, axes="camera") * np.float32([1, -1, 1]), points)
+    for _ in range(2):  # the rays of another camera stand in the library's table for a moment
+        other = vqd._rays.points(frame.depth, vqd.Lens(102, 204, 160, 120), "optical")
+        np.testing.assert_allclose(other[..., 0], 2 * expected[..., 0], atol=1e-5)
+    np.testing.assert_array_equal(camera.points(frame), points)
     for wrong in (lambda: camera.points(frame, axes="x"), lambda: camera.points(vqd.Frame(depth[:5], depth))):
         with pytest.raises(vqd.UsageError):
             wrong()
@@ -141,12 +145,13 @@ def test_what_others_print_meanwhile_goes_where_it_belongs(camera, capfd):
         camera.read()
     ends.set()
     thread.join()
+    libc.puts(b"outside a call 0")
     libc.fflush(None)
     printed = capfd.readouterr().out.splitlines()
     for start in ("of another thread", "with the lock"):
         numbers = [int(line.rpartition(" ")[2]) for line in printed if line.startswith(start)]
         assert sorted(numbers) == [*range(len(numbers))] and len(numbers) > 100
-    assert not any("Offset" in line for line in printed)
+    assert not any("Offset" in line for line in printed) and printed[-1] == "outside a call 0"
 
 
 def test_a_camera_is_for_one_process_and_one_object(camera, run_python, tool):
@@ -229,6 +234,9 @@ def test_exported_tables_are_views_that_count_from_the_next_frame_on(camera):
     assert abs(float(np.median(depth[:120])) - 750) < 5 and abs(float(np.median(depth[120:])) - 375) < 5
     vqd.exported.m_dOrthogonalData = kept
     camera.orthogonal = False
+    camera.depth_range = (1600, 9000)
+    assert not camera.read().depth.any()  # the host clips
+    camera.depth_range = (0, 15000)
     vqd.exported.m_nDepthGab = 123
     assert vqd.exported.m_nDepthGab == 123
 

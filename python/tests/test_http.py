@@ -33,6 +33,7 @@ class Handler(BaseHTTPRequestHandler):
 
     def do_GET(self):
         server, url = self.server, urlsplit(self.path)
+        self.close_connection = server.closes  # without a word of it in the answer
         if self.headers.get("Authorization") != "Bearer secret":
             return self.send(401, {"ok": False, "error": "the token is missing or is another one", "code": 4})
         if url.path == "/api/v1/state":
@@ -70,7 +71,7 @@ def server():
     server.daemon_threads = True
     camera = {"id": SERIAL, "serial": SERIAL, "port": "1-1", "product": "VQD-HT120", "state": "streaming", "temperature": 36.5}
     server.cameras, server.settings = [camera], {"offset": 1, "fps-delay": 0}
-    server.asked, server.answers, server.saved = [], [], None
+    server.asked, server.answers, server.saved, server.closes = [], [], None, False
     server.url = f"http://127.0.0.1:{server.server_port}"
     threading.Thread(target=server.serve_forever, daemon=True).start()
     yield server
@@ -92,6 +93,9 @@ def test_frames_and_settings_of_a_server_are_those_of_a_worker(server):
         frames = [camera.read() for _ in range(3)]
         assert [(frame.session, frame.number, frame.missed) for frame in frames] == [(7, 3, 0), (7, 5, 1), (8, 1, 0)]
         assert (frames[0].depth == PLANES[1]).all() and camera.points(frames[0]).shape == (240, 320, 3)
+        server.closes = True
+        assert [camera.settings["fps-delay"] for _ in range(3)] == [0] * 3
+        server.closes = False
         camera.offset = -5
         assert camera.offset == -5 and camera.settings["temperature"] == 36.5
         with pytest.raises(vqd.SettingError, match="does not take offset=9"):

@@ -5,12 +5,13 @@ import contextlib
 import json
 import socket
 import threading
+import time
 
 import numpy as np
 import pytest
 
 import vqd
-from vqd import _nearest, _packing, _wire
+from vqd import _library, _nearest, _packing, _wire
 
 MS = 1_000_000
 PLANES = (np.arange(2 * 240 * 320) % 5000).astype("<u2").reshape(2, 240, 320)
@@ -164,6 +165,29 @@ def test_a_lost_connection_does_not_leave_a_request_waiting(tmp_path):
         camera.offset = 5
 
 
+def test_a_turn_goes_to_who_has_waited_for_it():
+    turn, ends, taken = _library.Turn(), threading.Event(), 0
+
+    def take_again_and_again():
+        nonlocal taken
+        while not ends.is_set() and taken < 1000:
+            with turn:
+                time.sleep(0.002)
+                taken += 1
+
+    thread = threading.Thread(target=take_again_and_again)
+    thread.start()
+    time.sleep(0.05)
+    before = taken
+    with turn.held():
+        between, _ = taken, time.sleep(0.01)
+        with turn:
+            assert taken == between
+    ends.set()
+    thread.join()
+    assert between - before < 20
+
+
 @pytest.mark.parametrize(
     "first, second, now, expected",
     [
@@ -178,3 +202,29 @@ def test_a_lost_connection_does_not_leave_a_request_waiting(tmp_path):
 def test_frames_that_are_nearest_in_time_belong_together(first, second, now, expected):
     cameras = [_nearest.Times([time * MS for time in times], 33 * MS) for times in (first, second)]
     assert _nearest.nearest(cameras, now * MS).chosen == expected
+
+
+class Feeder:
+    """Stands for a camera: gives frames that were taken at these moments, then none."""
+
+    connected = True
+
+    def __init__(self, serial, times):
+        self.serial, self.frames = serial, [vqd.Frame(PLANES[1], PLANES[0], i + 1, monotonic_ns=t) for i, t in enumerate(times)]
+
+    def read(self, timeout):
+        if not self.frames:
+            time.sleep(0.01)
+            raise vqd.NoFrameError("no frame")
+        return self.frames.pop(0)
+
+
+def test_a_set_takes_the_chosen_frames_and_forgets_those_before_them():
+    now = time.monotonic_ns()
+    first = Feeder("a", [now - 20 * MS, now - 10 * MS, now, now + 33 * MS])
+    with vqd.cameras([first, Feeder("b", [now - MS, now + 32 * MS])]) as cameras:
+        sets = [cameras.read(5) for _ in range(2)]
+        assert [[frame.number for frame in one.frames] for one in sets] == [[3, 1], [4, 2]]
+        assert sets[0].skew == pytest.approx(0.001)
+        with pytest.raises(vqd.NoFrameError, match="no set came within 0.05 s: no frame"):
+            cameras.read(0.05)

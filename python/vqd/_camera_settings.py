@@ -52,9 +52,7 @@ def _depth_range(library: Library, n: int) -> list[int]:
 
 
 def _set_depth_range(library: Library, n: int, least: int, most: int) -> Sent:
-    sent = _send(library, n, _DEPTH_RANGE, [least >> 8, least & 255, most >> 8, most & 255])
-    _depth_range(library, n)  # a range counts on the host once it has been read back
-    return sent
+    return _send(library, n, _DEPTH_RANGE, [least >> 8, least & 255, most >> 8, most & 255])
 
 
 def _motion_blur(library: Library, n: int) -> list[int]:
@@ -150,7 +148,10 @@ def write(library: Library, n: int, assignment: Assignment) -> None:
 
 
 def require_taken(library: Library, n: int, assignments: list[Assignment]) -> None:
-    """Fails when the camera has another value: some models take every value and keep what they have."""
+    """Fails when the camera has another value: some models take every value and keep what they have.
+
+    The host clips with a depth range only once it has been read back, so this also puts it into force.
+    """
     for setting, numbers in assignments:
         has = read(library, n, setting.name)
         if (tuple(has) if isinstance(has, list) else (has,)) != numbers:

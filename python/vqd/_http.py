@@ -71,6 +71,7 @@ class _Channel:
         if content is not None:
             headers.update({"X-VQD": "1", "Content-Type": "application/json"})
             body = json.dumps(content)
+            self._connection.close()  # a kept one may be at its end, and what changes something is not tried twice
         for last in (False, True):
             fresh = self._connection.sock is None
             try:
@@ -78,8 +79,7 @@ class _Channel:
                 return self._connection.getresponse()
             except (OSError, http.client.HTTPException) as why:
                 self._connection.close()
-                # A server may close a connection that was kept. A request that changes something is not made twice.
-                if last or fresh or body is not None:
+                if last or fresh:  # a server closes a connection that was kept for too long
                     raise LostError(f"{self._address.name} does not answer: {why or type(why).__name__}") from why
         raise AssertionError
 
