@@ -78,7 +78,7 @@ def test_every_setting_is_what_the_tool_reads_after_a_save(camera, tool):
         "frequency": 30, "offset": -77, "scatter-threshold": 3, "check-threshold": 12, "depth-range": (300, 14000),
         "flip-horizontal": True, "flip-vertical": True, "fps-delay": 2, "multi-cam": (1, 4, 5), "remove-edge": True,
         "motion-blur": (0, 9), "undistortion": 2, "fppn": True, "orthogonal": True,
-    }  # fmt: skip
+    }
     backup = camera.read_eeprom()
     camera.settings.update(values)
     assert camera.settings.as_dict().items() >= values.items()
@@ -220,7 +220,7 @@ def test_tables_come_back_as_they_were_written(camera, tmp_path):
     for name, values, text in (
         ("fppn-4x4", fppn[1:], "shape"), ("orthogonal", np.full((256, 8), 7.0), "to 6.5535"), ("x", 1, "no table"),
         ("fppn", fppn, "only the maker"), ("fppn-5x5", signed * 2, "-255 to 255"),
-    ):  # fmt: skip
+    ):
         with pytest.raises(vqd.UsageError, match=text):
             camera.tables.write(name, values)
 

@@ -20,7 +20,7 @@ C_TYPES = {
     "int16_t": ctypes.c_int16, "int32_t": ctypes.c_int32, "int64_t": ctypes.c_int64, "uint8_t": ctypes.c_uint8,
     "uint16_t": ctypes.c_uint16, "uint32_t": ctypes.c_uint32, "uint64_t": ctypes.c_uint64, "float": ctypes.c_float,
     "double": ctypes.c_double, "void": None,
-}  # fmt: skip
+}
 RECORDS = {name: kind for name, kind in vars(_records).items() if isinstance(kind, type) and issubclass(kind, ctypes.Structure)}
 
 

@@ -87,7 +87,7 @@ def test_frames_and_settings_of_a_server_are_those_of_a_worker(server):
     server.answers = [
         answer(number=3), (204, b""), answer(number=5), (503, {"ok": False, "error": "the worker is not there", "code": 5}),
         (0, b"HTTP/1.1 200 OK\r\nContent-Length: 307312\r\n\r\nVQDW"), answer(number=1, session=8),
-    ]  # fmt: skip
+    ]
     with vqd.connect(server.url, token="secret") as camera:
         assert (camera.serial, camera.product) == (SERIAL, "VQD-HT120")
         frames = [camera.read() for _ in range(3)]
@@ -101,7 +101,7 @@ def test_frames_and_settings_of_a_server_are_those_of_a_worker(server):
         with pytest.raises(vqd.SettingError, match="does not take offset=9"):
             camera.offset = 9
         with pytest.raises(vqd.Error, match="logic-version is not known here"):
-            camera.logic_version  # noqa: B018
+            camera.logic_version
         assert camera.save() is True and server.saved == {"serial": SERIAL}
         with pytest.raises(vqd.NoFrameError, match="has no frame"):
             camera.read(0.1)

@@ -62,7 +62,7 @@ def test_what_is_no_frame_is_refused():
     for name, wrong in {
         "300 bytes": {"planes": bytes(300)}, "307200": {"height": 241}, "0 bytes": {"planes": b"", "width": 0},
         "307200 b": {"size": 5}, "damaged": {"flags": 16}, "307201": {"flags": 16, "planes": bytes(307201)},
-    }.items():  # fmt: skip
+    }.items():
         cases[name.split()[0]] = np.frombuffer(frame_bytes(**wrong), np.uint8)
     for text, body in cases.items():
         with pytest.raises(vqd.Error, match=text):
@@ -70,7 +70,7 @@ def test_what_is_no_frame_is_refused():
     for data, text in (
         (b"HTTP/1.1 400 Bad Request", "no worker"), (_wire.PREFIX.pack(b"VQDW", 2, 1, 0, 0), "speaks version 2"),
         (_wire.PREFIX.pack(b"VQDW", 1, 1, 1 << 21, 0), "larger than the wire"),
-    ):  # fmt: skip
+    ):
         with pytest.raises(_wire.WireError, match=text):
             messages_of(data, 100)
     for text in (b"\xff", b"[]", b"[" * 100_000):
@@ -140,6 +140,11 @@ def test_a_reader_goes_on_with_the_next_session_of_its_worker(tmp_path):
     [
         ([b"SSH-2.0-OpenSSH\r\nxxxxxxxx"], vqd.Error, "no worker"),
         ([STATE, None, _wire.message(6, b'{"ok": false}', 0) + answer(height=3)(_wire.Message(7, 1, b""))], vqd.Error, "planes"),
+        (
+            [STATE, None, lambda asked: _wire.message(6, b'{"ok": false, "error": "no packing"}', asked.request), None],
+            vqd.Error,
+            "sends no frame: no packing",
+        ),
         ([STATE, None, b"VQDW"], vqd.LostError, "no worker answers|ended the connection"),
         ([_wire.message(1, b'{"state": "waiting"}'), None, None], vqd.Error, "waiting|ended the connection|answers"),
     ],

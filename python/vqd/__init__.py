@@ -37,7 +37,7 @@ from ._library import exported
 from ._recording import Recording
 from ._remote import RemoteCamera
 from ._sets import Cameras, FrameSet
-from ._sets import Cameras as cameras  # noqa: N813
+from ._sets import Cameras as cameras
 from ._sim import Simulation, sim
 from ._source import Source, Statistics
 from ._workers import WorkerInfo, workers
@@ -50,5 +50,5 @@ __all__ = [
     "workers",
 ]
 
-list = _list_cameras  # not in __all__, where it would hide Python's own  # noqa: A001
+list = _list_cameras  # not in __all__, where it would hide Python's own
 logging.getLogger("vqd").addHandler(logging.NullHandler())

@@ -44,6 +44,7 @@ class SocketLink:
         self._pull = 0  # number of the pull without an answer
         self._pull_after = 0
         self._arrived: Optional[Frame] = None
+        self._refusal = ""  # why the worker does not answer a pull
         self._replies: dict[int, dict[str, Any]] = {}
         self._awaited: set[int] = set()
         self._connections = 0
@@ -79,6 +80,9 @@ class SocketLink:
                 limit = time.monotonic() + _SLICE
                 self._pump(limit if end is None else min(end, limit))
                 frame, self._arrived = self._arrived, None
+                refusal, self._refusal = self._refusal, ""
+            if refusal:
+                raise Error(f"the worker {self.name} sends no frame: {refusal}")
             if frame is not None and (frame.session != session or frame.number > after):
                 return frame
             if end is not None and time.monotonic() >= end:
@@ -118,7 +122,7 @@ class SocketLink:
         return self._number
 
     def _send(self, data: bytes) -> None:
-        # Requests are small and the worker reads always, so this does not wait; if it would, the worker is stuck.
+        # Requests are small and the worker reads always; one that leaves no room for a request is stuck.
         if self._socket is None:
             raise LostError(self.why)
         try:
@@ -168,6 +172,7 @@ class SocketLink:
                 if not trouble or not isinstance(why, FileNotFoundError):
                     trouble = f"no worker answers at {path}: {why.strerror or why}"
                 continue
+            link.setblocking(False)
             self._socket = link
             self._assembler = Assembler(self._receive)
             self._connections += 1
@@ -178,7 +183,7 @@ class SocketLink:
     def _receive(self, into: memoryview) -> Optional[int]:
         assert self._socket is not None
         try:
-            return self._socket.recv_into(into, 0, socket.MSG_DONTWAIT)
+            return self._socket.recv_into(into)
         except BlockingIOError:
             return None
 
@@ -195,7 +200,8 @@ class SocketLink:
             self._pull = 0
             self._arrived = frame_in(came.body)
         elif kind == Kind.REPLY and came.request == self._pull:
-            self._pull = 0  # it cannot be answered now, and is asked again
+            self._pull = 0
+            self._refusal = str(json_in(came.body).get("error"))
         elif kind == Kind.REPLY:
             reply = json_in(came.body)
             if came.request == 0:

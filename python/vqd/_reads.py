@@ -118,14 +118,14 @@ class Reads:
 
     def _once(self, reopened: bool) -> tuple[Optional[Frame], tuple[str, ...]]:
         """One read of the library. No frame when the library had to open the camera again."""
-        block = self._free_block()
-        flags, n = self._open_flags, self._number
-        caught, turn = self._library.lines, self._library.turn
-        monotonic = time.monotonic_ns
-        # As call_in_turn(), without its steps in between.
+        flags, n, caught = self._open_flags, self._number, self._library.lines
+        turn, arrivals, monotonic = self._library.turn, self.arrivals, time.monotonic_ns
+        # As call_in_turn(), without its steps in between. The turn also guards what this object has, down to the frame
+        # that refers to its memory.
         with turn.next:
             turn.lock.acquire()
         try:
+            block = self._free_block()
             flags[n] = _NO_REOPEN
             began = monotonic()
             try:
@@ -135,22 +135,19 @@ class Reads:
             finally:
                 lines = caught.leave()
             was_found = flags[n] == 1
+            if lines or was_found or result <= 0:
+                self._note(result, lines, was_found)
+                if was_found:
+                    return None, lines
+            if self._version != self._library.changes:
+                self._version, self._changed = self._library.changes, self._is_changed()
+            dropped = arrivals.add(began, ended, reopened)
+            return Frame(
+                block.depth, block.amplitude, arrivals.frames, self._info.nTimeStamp, now, ended, self._temperatures[n],
+                self._serial, self._session, dropped, 0, reopened, *self._changed,
+            ), lines
         finally:
             turn.lock.release()
-        if lines or was_found or result <= 0:
-            self._note(result, lines, was_found)
-            if was_found:
-                return None, lines
-        if self._version != self._library.changes:
-            self._version, self._changed = self._library.changes, self._is_changed()
-        arrivals = self.arrivals
-        dropped = arrivals.add(began, ended, reopened)
-        # fmt: off
-        return Frame(
-            block.depth, block.amplitude, arrivals.frames, self._info.nTimeStamp, now, ended, self._temperatures[n],
-            self._serial, self._session, dropped, 0, reopened, *self._changed,
-        ), lines
-        # fmt: on
 
     def _note(self, result: int, lines: tuple[str, ...], was_found: bool) -> None:
         self.failed_transfers += sum(line.startswith(TRANSFER_FAILED) for line in lines)
