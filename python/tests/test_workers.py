@@ -100,6 +100,14 @@ def test_a_simulation_ends_with_its_program_and_says_why_it_does_not_start(tmp_p
         time.sleep(0.1)
     assert not os.path.exists(f"/proc/{process}")
     subprocess.run(["rm", "-r", folder], check=True)  # nobody was left to do it
+    with vqd.sim() as simulation:
+        worker = simulation.camera.worker["process"]  # ends with its supervisor
+        simulation._process.terminate()  # and not by the end of its input
+        for _ in range(300):
+            if not os.path.exists(f"/proc/{worker}"):
+                break
+            time.sleep(0.1)
+        assert not os.path.exists(f"/proc/{worker}")
     with pytest.raises(vqd.Error, match="VQD-XX"):
         vqd.sim("VQD-XX")
     with pytest.raises(vqd.UsageError):

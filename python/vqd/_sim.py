@@ -29,6 +29,7 @@ tool=$1
 settings=$2
 shift 2
 workers=
+trap 'kill $workers 2>/dev/null; exit' TERM INT HUP
 for serial; do
     # shellcheck disable=SC2086
     "$tool" worker -q -c "$serial" $settings </dev/null &
@@ -85,8 +86,10 @@ class Simulation:
         # Backups and profiles of virtual cameras are none of this user's.
         own = {"VQD_RUNTIME_DIR": self._folder, "XDG_STATE_HOME": self._folder, "XDG_DATA_HOME": self._folder}
         with open(self._errors_path, "wb") as errors:
+            # In a session of its own, so that Ctrl-C in a terminal is for this program, which then ends the cameras.
             self._process = subprocess.Popen(
-                command, stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, stderr=errors, env={**os.environ, **own}
+                command, stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, stderr=errors, env={**os.environ, **own},
+                start_new_session=True,
             )
 
     def _connect(self, timeout: float) -> None:
