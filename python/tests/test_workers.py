@@ -101,7 +101,7 @@ def test_a_simulation_ends_with_its_program_and_says_why_it_does_not_start(tmp_p
     assert not os.path.exists(f"/proc/{process}")
     subprocess.run(["rm", "-r", folder], check=True)  # nobody was left to do it
     with vqd.sim() as simulation:
-        worker = simulation.camera.worker["process"]  # ends with its supervisor
+        worker = next(name for name in os.listdir(simulation.runtime_dir) if name.endswith(".status"))[: -len(".status")]
         simulation._process.terminate()  # and not by the end of its input
         for _ in range(300):
             if not os.path.exists(f"/proc/{worker}"):
