@@ -21,12 +21,13 @@
 #include "sim/bus.h"
 #include "sim/fault_language.h"
 #include "sim/registers.h"
-#include "sim/scene.h"
 
 #include "command_line.h"
 #include "commands.h"
+#include "for_camera.h"
 #include "sim_preload.h"
 #include "sim_program.h"
+#include "sim_scene.h"
 
 namespace
 {
@@ -56,7 +57,7 @@ constexpr struct {
 struct Options {
     std::vector<std::string> models{kModels[0].name};
     std::vector<std::string> serials, eeproms, tables; // "[CAMERA:]..."
-    std::string scene = "room";
+    SimScene scene;
     uint64_t seed = 1;
     double framesPerSecond = 30;
     std::string plan;
@@ -86,27 +87,6 @@ std::string checkModel(const std::string& name)
 std::string checkSeed(const std::string& text)
 {
     return text.find_first_not_of("0123456789") == std::string::npos ? "" : "a seed is a whole number, 0 or more";
-}
-
-// An option for one camera or for all, addressed as in a fault plan: "2:24061100000099".
-struct ForCamera {
-    size_t camera; // 1 is the first on the command line, 0 means all
-    std::string value;
-
-    bool concerns(size_t index) const { return camera == 0 || camera == index + 1; }
-};
-
-ForCamera addressed(const std::string& text, size_t cameras)
-{
-    const char* const end = text.data() + text.size();
-    size_t camera = 0;
-    const auto [colon, error] = std::from_chars(text.data(), end, camera);
-    if (error != std::errc{} || colon == end || *colon != ':')
-        return {0, text};
-    if (camera == 0 || camera > cameras)
-        throw Failure(kUsage, "'" + text + "': there is no camera " + std::to_string(camera) + " (" +
-                                  std::to_string(cameras) + " plugged in)");
-    return {camera, std::string(colon + 1, end)};
 }
 
 std::array<uint8_t, 7> parseSerial(const std::string& digits)
@@ -170,7 +150,9 @@ std::vector<Plugged> camerasOf(const Options& options)
         for (const sim::PlannedFault& planned : options.faults)
             if (planned.camera == 0 || planned.camera == i + 1)
                 camera.config.faults.push_back(planned.fault);
-        camera.config.source = sim::makeScene({.kind = *sim::sceneByName(options.scene), .seed = options.seed + i});
+        sim::SceneOptions scene = sceneOf(options.scene, i, options.models.size());
+        scene.seed = options.seed + i;
+        camera.config.source = sim::makeScene(scene);
         fill(camera, i, options);
     }
     return cameras;
@@ -241,9 +223,7 @@ void addSim(CLI::App& app, Run& run, const Invocation& invocation)
         ->expected(0, -1)
         ->type_name("MODEL")
         ->default_str(kModels[0].name);
-    command->add_option("--scene", options->scene, "What the cameras see")
-        ->check(CLI::IsMember({"room", "wall", "ramp", "plane"}))
-        ->capture_default_str();
+    addSceneOptions(*command, options->scene);
     command->add_option("--seed", options->seed, "Seed of everything that is random")
         ->check(CLI::Validator(checkSeed, ""))
         ->capture_default_str();
