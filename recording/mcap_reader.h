@@ -1,0 +1,104 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+//
+// Reads an MCAP file, whole or cut. The file is not trusted: what it claims is bounded by its size and by
+// kMostUnpacked.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "host/bytes.h"
+#include "recording/mcap.h"
+#include "recording/mcap_packing.h"
+
+namespace mcap
+{
+
+struct Message {
+    uint16_t channel;
+    uint32_t sequence;
+    uint64_t logTime, publishTime; // ns since 1970
+    std::span<const uint8_t> data;
+};
+
+class Reader
+{
+public:
+    // Fails when the file cannot be read or is no MCAP file. A cut file is read as far as it is whole.
+    explicit Reader(const std::filesystem::path& path);
+    ~Reader();
+    Reader(const Reader&) = delete;
+    Reader& operator=(const Reader&) = delete;
+
+    // Why the file is not whole, as a sentence; empty when it has its summary. What comes before the damage can be
+    // read all the same.
+    const std::string& damage() const { return m_damage; }
+
+    // By their numbers in the messages. In a cut file also those that only the chunks name.
+    const std::map<uint16_t, Channel>& channels() const { return m_channels; }
+    const std::vector<ChunkPlace>& chunks() const { return m_chunks; }
+    const std::vector<AttachmentPlace>& attachments() const { return m_attachments; }
+    const std::vector<MetadataPlace>& metadata() const { return m_metadata; }
+
+    uint64_t fileBytes() const { return m_size; }
+
+    // Fails when its CRC is wrong.
+    Bytes read(const AttachmentPlace& place) const;
+    Names read(const MetadataPlace& place) const;
+
+    // The records of a chunk, unpacked. Fails when its CRC is wrong, or it claims more than kMostUnpacked.
+    void read(const ChunkPlace& place, Bytes& records);
+
+private:
+    struct Record {
+        Opcode opcode;
+        uint64_t offset, length; // of the whole record
+        Bytes content;
+    };
+    struct Schema {
+        std::string name, encoding;
+    };
+
+    Bytes at(uint64_t offset, uint64_t size) const;
+    std::optional<Record> record(uint64_t offset, uint64_t end) const;
+    bool readSummary();
+    void scan();
+    void take(const Record& record);
+    void takeDefinition(Opcode opcode, std::span<const uint8_t> content);
+    void takeDefinitions(std::span<const uint8_t> records);
+
+    const int m_descriptor;
+    uint64_t m_size = 0;
+    std::string m_damage;
+    std::map<uint16_t, Schema> m_schemas;
+    std::map<uint16_t, Channel> m_channels;
+    std::vector<ChunkPlace> m_chunks;
+    std::vector<AttachmentPlace> m_attachments;
+    std::vector<MetadataPlace> m_metadata;
+    ChunkPacking m_packing;
+};
+
+// Goes through the messages in the order in which they were written, which for our own files is that of their times.
+class Cursor
+{
+public:
+    // From the first message at or behind a time.
+    explicit Cursor(Reader& reader, uint64_t from = 0);
+
+    // The next message, valid until the next call; nothing at the end. Fails at a damaged chunk; the call after that
+    // goes on behind it.
+    std::optional<Message> next();
+
+private:
+    Reader& m_reader;
+    const uint64_t m_from;
+    size_t m_chunk = 0; // the next one
+    Bytes m_records;
+    size_t m_offset = 0; // in the present one
+};
+
+} // namespace mcap
