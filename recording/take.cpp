@@ -66,6 +66,7 @@ Json Take::state() const
             {"files", m_files},
             {"part", m_number},
             {"frames", m_counts.frames},
+            {"dropped", m_counts.dropped},
             {"not-recorded", m_queue.notRecorded()},
             {"seconds", m_counts.seconds},
             {"bytes", m_counts.bytes},
