@@ -82,9 +82,11 @@ public:
         return taken;
     }
     template <std::unsigned_integral Size> std::span<const uint8_t> counted() { return bytes(number<Size>()); }
-    std::string text()
+    std::string text(size_t most = kMostUnpacked)
     {
         const auto taken = counted<uint32_t>();
+        if (taken.size() > most)
+            throw Failure(kUsage, "a record claims a text of " + std::to_string(taken.size()) + " bytes");
         return {taken.begin(), taken.end()};
     }
     Names names()
@@ -102,5 +104,17 @@ public:
 private:
     std::span<const uint8_t> m_left;
 };
+
+// A record of a chunk, whose length is bounded by what is left.
+struct Inner {
+    Opcode opcode;
+    std::span<const uint8_t> content;
+};
+
+inline Inner innerRecord(Fields& records)
+{
+    const auto opcode = static_cast<Opcode>(records.number<uint8_t>());
+    return {opcode, records.counted<uint64_t>()};
+}
 
 } // namespace mcap
