@@ -57,17 +57,23 @@ struct Channel {
 struct ChunkPlace {
     uint64_t offset, length;      // of the whole record
     uint64_t firstTime, lastTime; // of its messages
+
+    bool operator==(const ChunkPlace&) const = default;
 };
 
 struct AttachmentPlace {
     uint64_t offset, length; // of the whole record
     uint64_t logTime, bytes;
     std::string name, mediaType;
+
+    bool operator==(const AttachmentPlace&) const = default;
 };
 
 struct MetadataPlace {
     uint64_t offset, length; // of the whole record
     std::string name;
+
+    bool operator==(const MetadataPlace&) const = default;
 };
 
 } // namespace mcap

@@ -4,6 +4,7 @@
 // The fields of records: little-endian numbers, and texts and lists behind the number of their bytes.
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <concepts>
 #include <cstring>
@@ -89,6 +90,14 @@ public:
             throw Failure(kUsage, "a record claims a text of " + std::to_string(taken.size()) + " bytes");
         return {taken.begin(), taken.end()};
     }
+    // What may stand in a line on a terminal.
+    std::string name()
+    {
+        const std::string name = text(kMostName);
+        if (std::ranges::any_of(name, [](char c) { return (c >= 0 && c < ' ') || c == '\x7F'; }))
+            throw Failure(kUsage, "a record has a name with control characters");
+        return name;
+    }
     Names names()
     {
         Names names;
@@ -100,6 +109,7 @@ public:
     }
     std::span<const uint8_t> rest() { return bytes(m_left.size()); }
     bool empty() const { return m_left.empty(); }
+    size_t left() const { return m_left.size(); }
 
 private:
     std::span<const uint8_t> m_left;

@@ -109,7 +109,8 @@ void Reader::take(const Record& record)
         m_counts.emplace();
         for (Fields list(fields.counted<uint32_t>()); !list.empty();) {
             const auto channel = list.number<uint16_t>();
-            (*m_counts)[channel] = list.number<uint64_t>();
+            if (const auto count = list.number<uint64_t>())
+                (*m_counts)[channel] = count;
         }
         break;
     case Opcode::attachmentIndex: {
@@ -119,8 +120,8 @@ void Reader::take(const Record& record)
         place.logTime = fields.number<uint64_t>();
         fields.number<uint64_t>(); // when it was made
         place.bytes = fields.number<uint64_t>();
-        place.name = fields.text(kMostName);
-        place.mediaType = fields.text(kMostName);
+        place.name = fields.name();
+        place.mediaType = fields.name();
         m_attachments.push_back(place);
         break;
     }
@@ -128,8 +129,8 @@ void Reader::take(const Record& record)
         AttachmentPlace place{record.offset, record.length, 0, 0, {}, {}};
         place.logTime = fields.number<uint64_t>();
         fields.number<uint64_t>();
-        place.name = fields.text(kMostName);
-        place.mediaType = fields.text(kMostName);
+        place.name = fields.name();
+        place.mediaType = fields.name();
         place.bytes = fields.number<uint64_t>();
         m_attachments.push_back(place);
         break;
@@ -138,12 +139,12 @@ void Reader::take(const Record& record)
         MetadataPlace place{};
         place.offset = fields.number<uint64_t>();
         place.length = fields.number<uint64_t>();
-        place.name = fields.text(kMostName);
+        place.name = fields.name();
         m_metadata.push_back(place);
         break;
     }
     case Opcode::metadata:
-        m_metadata.push_back({record.offset, record.length, fields.text(kMostName)});
+        m_metadata.push_back({record.offset, record.length, fields.name()});
         break;
     default:
         takeDefinition(record.opcode, record.content);
@@ -160,8 +161,8 @@ void Reader::takeDefinition(Opcode opcode, std::span<const uint8_t> content)
     if (opcode == Opcode::schema) {
         const auto number = fields.number<uint16_t>();
         const auto schema = std::make_shared<Schema>();
-        schema->name = fields.text(kMostName);
-        schema->encoding = fields.text(kMostName);
+        schema->name = fields.name();
+        schema->encoding = fields.name();
         schema->definition = fields.text(kMostDefinition);
         require(m_schemas.size() < kMostDefinitions);
         m_schemas[number] = schema;
@@ -169,8 +170,8 @@ void Reader::takeDefinition(Opcode opcode, std::span<const uint8_t> content)
         const auto number = fields.number<uint16_t>();
         const auto schema = m_schemas.find(fields.number<uint16_t>());
         Channel channel;
-        channel.topic = fields.text(kMostName);
-        channel.encoding = fields.text(kMostName);
+        channel.topic = fields.name();
+        channel.encoding = fields.name();
         channel.schema = schema == m_schemas.end() ? std::make_shared<Schema>() : schema->second;
         channel.type = channel.schema->name;
         require(m_channels.size() < kMostDefinitions);
@@ -247,7 +248,7 @@ void Reader::read(const ChunkPlace& place, Bytes& records)
     fields.number<uint64_t>();
     const auto unpacked = fields.number<uint64_t>();
     const auto crc = fields.number<uint32_t>();
-    const std::string compression = fields.text(kMostName);
+    const std::string compression = fields.name();
     const auto packed = fields.counted<uint64_t>();
     if (unpacked > kMostUnpacked)
         throw Failure(kUsage, where + " claims to unpack to " + std::to_string(unpacked) + " bytes");
@@ -259,6 +260,18 @@ void Reader::read(const ChunkPlace& place, Bytes& records)
         throw Failure(kUsage, where + " is compressed in a way that cannot be read: '" + compression + "'");
     if (crc != 0 && crcOf(records) != crc)
         throw Failure(kUsage, where + " is damaged: its CRC is wrong");
+}
+
+Message messageFrom(std::span<const uint8_t> content)
+{
+    Fields fields(content);
+    Message message{};
+    message.channel = fields.number<uint16_t>();
+    message.sequence = fields.number<uint32_t>();
+    message.logTime = fields.number<uint64_t>();
+    message.publishTime = fields.number<uint64_t>();
+    message.data = fields.rest();
+    return message;
 }
 
 Cursor::Cursor(Reader& reader, uint64_t from) : m_reader(reader), m_from(from)
@@ -278,13 +291,7 @@ std::optional<Message> Cursor::next()
             m_offset = static_cast<size_t>(inner.content.data() + inner.content.size() - m_records.data());
             if (inner.opcode != Opcode::message)
                 continue;
-            Fields fields(inner.content);
-            Message message{};
-            message.channel = fields.number<uint16_t>();
-            message.sequence = fields.number<uint32_t>();
-            message.logTime = fields.number<uint64_t>();
-            message.publishTime = fields.number<uint64_t>();
-            message.data = fields.rest();
+            const Message message = messageFrom(inner.content);
             if (message.logTime >= m_from)
                 return message;
         }

@@ -24,6 +24,9 @@ struct Message {
     std::span<const uint8_t> data;
 };
 
+// Of the content of its record. Fails when that is too short.
+Message messageFrom(std::span<const uint8_t> content);
+
 class Reader
 {
 public:

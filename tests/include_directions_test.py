@@ -24,7 +24,7 @@ SEES = {
     "host": "include " + CAMERA,
     "worker": "include host",
     "worker/client": "worker/wire.h",
-    "tools/vqd": "include host sim worker worker/client " + CAMERA,
+    "tools/vqd": "include host recording sim worker worker/client " + CAMERA,
 }
 # The single files ask libusb about cameras that the library has not listed.
 SEES_LIBUSB = """src/device/base src/device src/usb sim
