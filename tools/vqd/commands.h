@@ -36,6 +36,7 @@ void addSelftest(CLI::App& app, Run& run);
 void addDoctor(CLI::App& app, Run& run);
 void addWorker(CLI::App& app, Run& run);
 void addStatus(CLI::App& app, Run& run);
+void addRecording(CLI::App& app, Run& run);
 
 // How the tool was called.
 struct Invocation {
