@@ -1,0 +1,45 @@
+// SPDX-FileCopyrightText: VQD_API contributors
+// SPDX-License-Identifier: Apache-2.0
+#include "recording/mcap_packing.h"
+
+#include <zstd.h>
+
+#include "host/failure.h"
+
+namespace mcap
+{
+
+struct ChunkPacking::Workspace {
+    std::unique_ptr<ZSTD_CCtx, decltype(&ZSTD_freeCCtx)> compression{ZSTD_createCCtx(), ZSTD_freeCCtx};
+    std::unique_ptr<ZSTD_DCtx, decltype(&ZSTD_freeDCtx)> decompression{ZSTD_createDCtx(), ZSTD_freeDCtx};
+    Bytes packed;
+};
+
+ChunkPacking::ChunkPacking() : m_workspace(std::make_unique<Workspace>()) {}
+ChunkPacking::~ChunkPacking() = default;
+
+const char* ChunkPacking::missing()
+{
+    return nullptr;
+}
+
+std::span<const uint8_t> ChunkPacking::pack(std::span<const uint8_t> records)
+{
+    constexpr int kLevel = 1;
+    Bytes& packed = m_workspace->packed;
+    packed.resize(ZSTD_compressBound(records.size()));
+    const size_t size = ZSTD_compressCCtx(m_workspace->compression.get(), packed.data(), packed.size(), records.data(),
+                                          records.size(), kLevel);
+    if (ZSTD_isError(size) != 0 || size >= records.size())
+        return records;
+    return std::span(packed).first(size);
+}
+
+void ChunkPacking::unpack(std::span<const uint8_t> packed, Bytes& into, size_t size)
+{
+    into.resize(size);
+    if (ZSTD_decompressDCtx(m_workspace->decompression.get(), into.data(), size, packed.data(), packed.size()) != size)
+        throw Failure(kUsage, "a chunk does not unpack to what it claims to hold");
+}
+
+} // namespace mcap
