@@ -47,9 +47,9 @@ inline constexpr char kNameKey[] = "name";                                // of 
 inline constexpr char kProductKey[] = "product", kVendorKey[] = "vendor"; // as the camera calls itself
 inline constexpr char kUsbKey[] = "usb";                                  // "03a4:871a"
 inline constexpr char kHostCorrectedKey[] = "host-corrected";             // "true" or "false"
-inline constexpr char kPartKey[] = "part";       // from "1" on, of a recording in several files
-inline constexpr char kSessionKey[] = "session"; // of the worker, as on its wire
-inline constexpr char kSoftwareKey[] = "software", kLibraryKey[] = "library"; // versions of the recorder and library
+inline constexpr char kPartKey[] = "part";         // from "1" on, of a recording in several files
+inline constexpr char kSessionKey[] = "session";   // of the worker, as on its wire
+inline constexpr char kSoftwareKey[] = "software"; // that recorded it, with its version
 
 // Flags of a frame. Those below 16 are as on the wire of a worker.
 enum RecordedFlag : uint32_t {
