@@ -8,8 +8,11 @@
 #include <utility>
 
 #include "messages.h"
+
+#include "host/documents.h"
 #include "recording/layout.h"
 #include "recording/recording.h"
+#include "sim/wire.h"
 #include "worker/packing.h"
 
 namespace
@@ -41,12 +44,19 @@ template <typename Message> void takeHeader(const Message& message, RecordedFram
     frame.dropped = message.dropped;
 }
 
+// The library would take the camera for broken, and open it again.
+void requireStartCode(const RecordedFrame& frame)
+{
+    if (frame.raw[sim::kStart0] != sim::kStartCode0 || frame.raw[sim::kStart1] != sim::kStartCode1)
+        throw Failure(kUsage, "a frame does not begin as frames do");
+}
+
 } // namespace
 
 class RecordedFrames::PartReader
 {
 public:
-    explicit PartReader(Recording& part) : m_cursor(part.file())
+    explicit PartReader(Recording& part) : m_cursor(part.file()), m_session(part.session())
     {
         using namespace msg;
         const struct {
@@ -60,6 +70,7 @@ public:
             {kRangeRawTopic, sensor_msgs::Image::kType, &PartReader::takeDepth},
             {kRawFrameTopic, vqd_msgs::RawFrame::kType, &PartReader::takeRawFrame},
             {kParametersTopic, vqd_msgs::Parameters::kType, &PartReader::takeParameters},
+            {kEventsTopic, vqd_msgs::Event::kType, &PartReader::takeEvent},
         };
         for (const auto& [number, channel] : part.file().channels())
             for (const auto& kind : kinds)
@@ -72,12 +83,15 @@ public:
     bool next(RecordedFrame& frame)
     {
         m_parts = 0;
+        frame.events.clear();
         while (const std::optional<mcap::Message> message = m_cursor.next()) {
             const auto taker = m_takers.find(message->channel);
             if (taker == m_takers.end())
                 continue;
             (this->*taker->second)(message->data, frame);
             if (m_parts == kWhole) {
+                requireStartCode(frame);
+                frame.session = m_session;
                 frame.parameters = m_parameters;
                 return true;
             }
@@ -140,13 +154,22 @@ private:
         msg::fromCdr(bytes, message);
         const auto parameters = std::make_shared<RecordedParameters>();
         parameters->image.assign(message.image.begin(), message.image.end());
-        parameters->host = hostValuesFrom(Json::parse(message.host, nullptr, false));
+        parameters->host = hostValuesFrom(parsedObject(message.host, "the recorded parameters"));
         m_parameters = parameters;
+    }
+
+    void takeEvent(std::span<const uint8_t> bytes, RecordedFrame& frame)
+    {
+        msg::vqd_msgs::Event message;
+        msg::fromCdr(bytes, message);
+        parsedObject(message.json, "an event");
+        frame.events.push_back(std::move(message.json));
     }
 
     using Taker = void (PartReader::*)(std::span<const uint8_t>, RecordedFrame&);
 
     mcap::Cursor m_cursor;
+    const uint64_t m_session;
     std::map<uint16_t, Taker> m_takers; // by channel
     unsigned m_parts = 0;               // of the frame under way
     int64_t m_stamp = 0;                // its

@@ -112,6 +112,7 @@ void Recording::readCamera(const mcap::Names& names)
     m_camera.vendor = member(names, kVendorKey);
     m_camera.usb = member(names, kUsbKey);
     m_camera.hostCorrected = member(names, kHostCorrectedKey) == "true";
+    m_session = number(member(names, kSessionKey)).value_or(0);
     m_topics = '/' + member(names, kNameKey);
     if (!isName(m_camera.product) || !isName(m_camera.vendor) || !isUsb(m_camera.usb))
         refuse(m_path, "does not say which camera it is of");

@@ -19,11 +19,12 @@
 // A frame as the camera sent it, whatever form it has in the file.
 struct RecordedFrame {
     alignas(8) std::array<uint8_t, VQD_FRAME_BYTES> raw{};
-    uint64_t sequence = 0, monotonicTime = 0;             // as on the wire of a worker
-    int64_t realTime = 0;                                 // ns since 1970
-    uint32_t flags = 0;                                   // of RecordedFlag
-    uint32_t dropped = 0;                                 // an estimate: frames that were lost before it
-    std::shared_ptr<const RecordedParameters> parameters; // null in front of the first parameters
+    uint64_t session = 0, sequence = 0, monotonicTime = 0; // as on the wire of a worker
+    int64_t realTime = 0;                                  // ns since 1970
+    uint32_t flags = 0;                                    // of RecordedFlag
+    uint32_t dropped = 0;                                  // an estimate: frames that were lost before it
+    std::vector<std::string> events;                       // since the frame before: JSON, schema vqd.event/1
+    std::shared_ptr<const RecordedParameters> parameters;  // null in front of the first parameters
 };
 
 // One camera in one file.
@@ -36,6 +37,7 @@ public:
 
     const std::filesystem::path& path() const { return m_path; }
     const CameraFacts& camera() const { return m_camera; }
+    uint64_t session() const { return m_session; }         // of the worker that recorded it
     uint64_t begins() const;                               // the time of its first message
     const std::string& topics() const { return m_topics; } // how they begin: "/NAME"
     mcap::Reader& file() { return *m_file; }
@@ -48,6 +50,7 @@ private:
     std::unique_ptr<mcap::Reader> m_file;
     CameraFacts m_camera;
     std::string m_topics;
+    uint64_t m_session = 0;
 };
 
 // The serial numbers of all cameras in a file; empty texts for those that have none.

@@ -64,6 +64,7 @@ int runCommandLine(int argc, char** argv)
     addDoctor(app, run);
     addWorker(app, run);
     addStatus(app, run);
+    addConvert(app, run, invocation);
     addSim(app, run, invocation);
     requireKnownCommand(app, arguments, app.get_name());
     try {

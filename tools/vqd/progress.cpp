@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <string>
 #include <unistd.h>
 
 #include "host/library_lines.h"
@@ -37,8 +38,9 @@ void Progress::show(int done)
     constexpr std::chrono::seconds kBetweenLines(10);
     if (common.quiet)
         return;
+    const std::string ofTotal = m_total > 0 ? " of " + std::to_string(m_total) : "";
     if (m_terminal) {
-        fprintf(stderr, "\r%s %d of %d", m_what, done, m_total);
+        fprintf(stderr, "\r%s %d%s", m_what, done, ofTotal.c_str());
         g_shown = true;
         return;
     }
@@ -46,5 +48,5 @@ void Progress::show(int done)
     if (now - m_told < kBetweenLines)
         return;
     m_told = now;
-    note("%s %d of %d", m_what, done, m_total);
+    note("%s %d%s", m_what, done, ofTotal.c_str());
 }

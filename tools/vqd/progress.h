@@ -10,7 +10,7 @@
 class Progress
 {
 public:
-    explicit Progress(const char* what, int total);
+    explicit Progress(const char* what, int total = 0); // 0: not known
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
