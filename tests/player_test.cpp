@@ -180,7 +180,7 @@ public:
         header.header.stamp = stampOf(number);
         header.sequence = number;
         header.monotonic_time_ns = number * static_cast<uint64_t>(30 * kMs);
-        std::ranges::copy(std::span(rawFrame(number)).first(512), header.data.begin());
+        std::copy_n(rawFrame(number).begin(), header.data.size(), header.data.begin());
         if (spoilStart)
             header.data[0] = 0xBB;
         put("/frame_header", header);
@@ -224,7 +224,8 @@ private:
     {
         if (!m_channels.contains(topic))
             m_channels[topic] = writer.addChannel("/n" + topic, Message::kType);
-        writer.message(m_channels[topic], 0, ++m_time, m_time, toCdr(m_cdr, message));
+        ++m_time;
+        writer.message(m_channels[topic], 0, m_time, m_time, toCdr(m_cdr, message));
     }
 
     std::map<std::string, uint16_t> m_channels;
