@@ -4,6 +4,7 @@
 // The fields of records: little-endian numbers, and texts and lists behind the number of their bytes.
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <concepts>
 #include <cstring>
@@ -82,10 +83,20 @@ public:
         return taken;
     }
     template <std::unsigned_integral Size> std::span<const uint8_t> counted() { return bytes(number<Size>()); }
-    std::string text()
+    std::string text(size_t most = kMostUnpacked)
     {
         const auto taken = counted<uint32_t>();
+        if (taken.size() > most)
+            throw Failure(kUsage, "a record claims a text of " + std::to_string(taken.size()) + " bytes");
         return {taken.begin(), taken.end()};
+    }
+    // What may stand in a line on a terminal.
+    std::string name()
+    {
+        const std::string name = text(kMostName);
+        if (std::ranges::any_of(name, [](char c) { return (c >= 0 && c < ' ') || c == '\x7F'; }))
+            throw Failure(kUsage, "a record has a name with control characters");
+        return name;
     }
     Names names()
     {
@@ -98,9 +109,22 @@ public:
     }
     std::span<const uint8_t> rest() { return bytes(m_left.size()); }
     bool empty() const { return m_left.empty(); }
+    size_t left() const { return m_left.size(); }
 
 private:
     std::span<const uint8_t> m_left;
 };
+
+// A record of a chunk, whose length is bounded by what is left.
+struct Inner {
+    Opcode opcode;
+    std::span<const uint8_t> content;
+};
+
+inline Inner innerRecord(Fields& records)
+{
+    const auto opcode = static_cast<Opcode>(records.number<uint8_t>());
+    return {opcode, records.counted<uint64_t>()};
+}
 
 } // namespace mcap

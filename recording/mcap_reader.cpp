@@ -1,122 +1,29 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
-//
-// The file is read by calls, not mapped: a file that another program cuts meanwhile then ends early, and no more.
 #include "recording/mcap_reader.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-#include <zlib.h>
 
 #include "recording/mcap_bytes.h"
+#include "recording/mcap_crc.h"
 
 namespace mcap
 {
-namespace
+
+Reader::Reader(const std::filesystem::path& path) : m_file(path)
 {
-
-constexpr uint64_t kMostBeforeData = 4096; // of chunks and attachments
-
-uint32_t crcOf(std::span<const uint8_t> bytes)
-{
-    return static_cast<uint32_t>(crc32_z(0, bytes.data(), bytes.size()));
-}
-
-int opened(const std::filesystem::path& path)
-{
-    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (descriptor < 0)
-        throw Failure(kFailed, path.string() + ": " + strerror(errno));
-    struct stat file {
-    };
-    if (fstat(descriptor, &file) == 0 && S_ISREG(file.st_mode))
-        return descriptor;
-    close(descriptor);
-    throw Failure(kUsage, path.string() + " is no file");
-}
-
-// A record of a chunk, whose length is bounded by what is left.
-struct Inner {
-    Opcode opcode;
-    std::span<const uint8_t> content;
-};
-
-Inner innerRecord(Fields& records)
-{
-    const auto opcode = static_cast<Opcode>(records.number<uint8_t>());
-    return {opcode, records.counted<uint64_t>()};
-}
-
-} // namespace
-
-Reader::Reader(const std::filesystem::path& path) : m_descriptor(opened(path))
-{
-    try {
-        m_size = static_cast<uint64_t>(lseek(m_descriptor, 0, SEEK_END));
-        const auto magic = at(0, std::min<uint64_t>(m_size, sizeof kMagic));
-        if (!std::ranges::equal(magic, kMagic))
-            throw Failure(kUsage, path.string() + " is no recording: it does not begin as an MCAP file");
-        if (!readSummary())
-            scan();
-    } catch (...) {
-        close(m_descriptor);
-        throw;
-    }
-}
-
-Reader::~Reader()
-{
-    close(m_descriptor);
-}
-
-// Fails when the file ends before.
-Bytes Reader::at(uint64_t offset, uint64_t size) const
-{
-    if (offset > m_size || size > m_size - offset)
-        throw Failure(kUsage, "the recording ends too early");
-    Bytes bytes(size);
-    for (size_t done = 0; done < size;) {
-        const ssize_t count = pread(m_descriptor, bytes.data() + done, size - done, static_cast<off_t>(offset + done));
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-            throw Failure(kFailed, count < 0 ? std::string("the recording cannot be read: ") + strerror(errno)
-                                             : "the recording was cut while it was read");
-        done += static_cast<size_t>(count);
-    }
-    return bytes;
-}
-
-// The record at a place, if it ends before `end`. Of chunks and attachments only what comes before their data is read.
-std::optional<Reader::Record> Reader::record(uint64_t offset, uint64_t end) const
-{
-    if (offset > end || end - offset < kRecordHead)
-        return {};
-    const Bytes head = at(offset, kRecordHead);
-    Fields fields(head);
-    const auto opcode = static_cast<Opcode>(fields.number<uint8_t>());
-    const auto length = fields.number<uint64_t>();
-    if (length > end - offset - kRecordHead)
-        return {};
-    Record record{opcode, offset, kRecordHead + length, {}};
-    if (opcode == Opcode::chunk || opcode == Opcode::attachment)
-        record.content = at(offset + kRecordHead, std::min(length, kMostBeforeData));
-    else
-        record.content = at(offset + kRecordHead, length);
-    return record;
+    if (!readSummary())
+        scan();
 }
 
 // Returns false when there is none, or it is damaged. Nothing of it has then been taken.
 bool Reader::readSummary()
 {
-    if (m_size < sizeof kMagic + kFooterBytes + sizeof kMagic)
+    const uint64_t size = m_file.size();
+    if (size < sizeof kMagic + kFooterBytes + sizeof kMagic)
         return false;
-    const uint64_t footer = m_size - sizeof kMagic - kFooterBytes;
-    const Bytes end = at(footer, kFooterBytes + sizeof kMagic);
+    const uint64_t footer = size - sizeof kMagic - kFooterBytes;
+    const Bytes end = m_file.at(footer, kFooterBytes + sizeof kMagic);
     Fields fields(end);
     const bool isFooter = fields.number<uint8_t>() == static_cast<uint8_t>(Opcode::footer) &&
                           fields.number<uint64_t>() == kFooterBytes - kRecordHead;
@@ -125,11 +32,11 @@ bool Reader::readSummary()
     const auto crc = fields.number<uint32_t>();
     if (!isFooter || !std::ranges::equal(fields.rest(), kMagic) || start < sizeof kMagic || start > footer)
         return false;
-    if (crc != 0 && crcOf(at(start, m_size - sizeof kMagic - sizeof crc - start)) != crc)
+    if (crc != 0 && m_file.crc(start, size - sizeof kMagic - sizeof crc) != crc)
         return false;
     try {
         for (uint64_t offset = start; offset < footer;) {
-            const auto found = record(offset, footer);
+            const auto found = m_file.record(offset, footer);
             if (!found)
                 throw Failure(kUsage, "the summary is damaged");
             take(*found);
@@ -142,6 +49,7 @@ bool Reader::readSummary()
         m_chunks.clear();
         m_attachments.clear();
         m_metadata.clear();
+        m_counts.reset();
         return false;
     }
 }
@@ -149,25 +57,33 @@ bool Reader::readSummary()
 // Without a summary, what is whole from the start on.
 void Reader::scan()
 {
+    const auto isData = [](Opcode opcode) {
+        return opcode != Opcode{} && opcode != Opcode::dataEnd && opcode != Opcode::footer;
+    };
+    std::string first;
+    size_t faults = 0;
+    const auto note = [&](const Failure& failure) {
+        if (faults++ == 0)
+            first = failure.what();
+    };
+    m_counts.emplace();
     uint64_t offset = sizeof kMagic;
     try {
-        for (auto found = record(offset, m_size); found; found = record(offset, m_size)) {
-            if (found->opcode == Opcode::dataEnd || found->opcode == Opcode::footer)
-                break;
-            take(*found);
-            if (found->opcode == Opcode::chunk) {
-                Bytes records;
-                read(m_chunks.back(), records);
-                takeDefinitions(records);
+        for (auto found = m_file.record(offset, m_file.size()); found && isData(found->opcode);
+             found = m_file.record(offset, m_file.size())) {
+            try {
+                take(*found);
+            } catch (const Failure& failure) {
+                note(failure);
             }
             offset += found->length;
         }
     } catch (const Failure& failure) {
-        m_damage = failure.what();
-        std::erase_if(m_chunks, [&](const ChunkPlace& place) { return place.offset >= offset; });
+        note(failure);
     }
-    m_damage = "the recording has no summary" + (m_damage.empty() ? "" : ": " + m_damage) + "; it is whole for " +
-               std::to_string(offset) + " of " + std::to_string(m_size) + " bytes";
+    m_damage = "the recording has no summary" + (faults == 0 ? "" : ": " + first) +
+               (faults < 2 ? "" : ", and " + std::to_string(faults - 1) + " more") + "; it has " +
+               std::to_string(offset) + " bytes of records in " + std::to_string(m_file.size());
 }
 
 // Of the summary, or of the data of a file without one.
@@ -184,13 +100,19 @@ void Reader::take(const Record& record)
         m_chunks.push_back(place);
         break;
     }
-    case Opcode::chunk: {
-        ChunkPlace place{record.offset, record.length, 0, 0};
-        place.firstTime = fields.number<uint64_t>();
-        place.lastTime = fields.number<uint64_t>();
-        m_chunks.push_back(place);
+    case Opcode::chunk:
+        takeChunk(record);
         break;
-    }
+    case Opcode::statistics:
+        for (int size : {8, 2, 4, 4, 4, 4, 8, 8}) // numbers of records, first and last time
+            fields.bytes(static_cast<uint64_t>(size));
+        m_counts.emplace();
+        for (Fields list(fields.counted<uint32_t>()); !list.empty();) {
+            const auto channel = list.number<uint16_t>();
+            if (const auto count = list.number<uint64_t>())
+                (*m_counts)[channel] = count;
+        }
+        break;
     case Opcode::attachmentIndex: {
         AttachmentPlace place{};
         place.offset = fields.number<uint64_t>();
@@ -198,8 +120,8 @@ void Reader::take(const Record& record)
         place.logTime = fields.number<uint64_t>();
         fields.number<uint64_t>(); // when it was made
         place.bytes = fields.number<uint64_t>();
-        place.name = fields.text();
-        place.mediaType = fields.text();
+        place.name = fields.name();
+        place.mediaType = fields.name();
         m_attachments.push_back(place);
         break;
     }
@@ -207,8 +129,8 @@ void Reader::take(const Record& record)
         AttachmentPlace place{record.offset, record.length, 0, 0, {}, {}};
         place.logTime = fields.number<uint64_t>();
         fields.number<uint64_t>();
-        place.name = fields.text();
-        place.mediaType = fields.text();
+        place.name = fields.name();
+        place.mediaType = fields.name();
         place.bytes = fields.number<uint64_t>();
         m_attachments.push_back(place);
         break;
@@ -217,12 +139,12 @@ void Reader::take(const Record& record)
         MetadataPlace place{};
         place.offset = fields.number<uint64_t>();
         place.length = fields.number<uint64_t>();
-        place.name = fields.text();
+        place.name = fields.name();
         m_metadata.push_back(place);
         break;
     }
     case Opcode::metadata:
-        m_metadata.push_back({record.offset, record.length, fields.text()});
+        m_metadata.push_back({record.offset, record.length, fields.name()});
         break;
     default:
         takeDefinition(record.opcode, record.content);
@@ -231,27 +153,55 @@ void Reader::take(const Record& record)
 
 void Reader::takeDefinition(Opcode opcode, std::span<const uint8_t> content)
 {
+    const auto require = [](bool possible) {
+        if (!possible)
+            throw Failure(kUsage, "a definition of messages claims an impossible size");
+    };
     Fields fields(content);
     if (opcode == Opcode::schema) {
         const auto number = fields.number<uint16_t>();
-        Schema schema{fields.text(), {}};
-        schema.encoding = fields.text();
+        const auto schema = std::make_shared<Schema>();
+        schema->name = fields.name();
+        schema->encoding = fields.name();
+        schema->definition = fields.text(kMostDefinition);
+        require(m_schemas.size() < kMostDefinitions);
         m_schemas[number] = schema;
     } else if (opcode == Opcode::channel) {
         const auto number = fields.number<uint16_t>();
-        const auto schema = fields.number<uint16_t>();
-        Channel channel{fields.text(), m_schemas[schema].name, {}};
-        channel.encoding = fields.text();
+        const auto schema = m_schemas.find(fields.number<uint16_t>());
+        Channel channel;
+        channel.topic = fields.name();
+        channel.encoding = fields.name();
+        channel.schema = schema == m_schemas.end() ? std::make_shared<Schema>() : schema->second;
+        channel.type = channel.schema->name;
+        require(m_channels.size() < kMostDefinitions);
         m_channels[number] = channel;
     }
 }
 
-void Reader::takeDefinitions(std::span<const uint8_t> records)
+// Of a file without a summary. Nothing of a chunk is taken unless all of it is whole.
+void Reader::takeChunk(const Record& record)
 {
-    for (Fields fields(records); !fields.empty();) {
-        const Inner inner = innerRecord(fields);
-        takeDefinition(inner.opcode, inner.content);
+    Fields fields(record.content);
+    ChunkPlace place{record.offset, record.length, 0, 0};
+    place.firstTime = fields.number<uint64_t>();
+    place.lastTime = fields.number<uint64_t>();
+    Bytes records;
+    read(place, records);
+    std::map<uint16_t, uint64_t> counts;
+    std::vector<Inner> definitions;
+    for (Fields list(records); !list.empty();) {
+        const Inner inner = innerRecord(list);
+        if (inner.opcode == Opcode::message)
+            ++counts[Fields(inner.content).number<uint16_t>()];
+        else
+            definitions.push_back(inner);
     }
+    for (const Inner& definition : definitions)
+        takeDefinition(definition.opcode, definition.content);
+    for (const auto& [channel, count] : counts)
+        (*m_counts)[channel] += count;
+    m_chunks.push_back(place);
 }
 
 Bytes Reader::read(const AttachmentPlace& place) const
@@ -259,7 +209,7 @@ Bytes Reader::read(const AttachmentPlace& place) const
     constexpr uint64_t kMost = 64u << 20; // far above what a camera has
     if (place.length < kRecordHead || place.length > kMost)
         throw Failure(kUsage, "the attachment " + place.name + " claims an impossible size");
-    const Bytes content = at(place.offset + kRecordHead, place.length - kRecordHead);
+    const Bytes content = m_file.at(place.offset + kRecordHead, place.length - kRecordHead);
     Fields fields(content);
     fields.number<uint64_t>();
     fields.number<uint64_t>();
@@ -274,7 +224,7 @@ Bytes Reader::read(const AttachmentPlace& place) const
 
 Names Reader::read(const MetadataPlace& place) const
 {
-    const auto found = record(place.offset, m_size);
+    const auto found = m_file.record(place.offset, m_file.size());
     if (!found || found->opcode != Opcode::metadata)
         throw Failure(kUsage, "the recording's index names metadata where there is none");
     Fields fields(found->content);
@@ -287,7 +237,7 @@ void Reader::read(const ChunkPlace& place, Bytes& records)
     const std::string where = "the chunk at byte " + std::to_string(place.offset);
     if (place.length < kRecordHead || place.length > kMostUnpacked)
         throw Failure(kUsage, where + " claims an impossible size");
-    const Bytes content = at(place.offset, place.length);
+    const Bytes content = m_file.at(place.offset, place.length);
     Fields fields(content);
     const Inner chunk = innerRecord(fields);
     if (chunk.opcode != Opcode::chunk || !fields.empty())
@@ -298,7 +248,7 @@ void Reader::read(const ChunkPlace& place, Bytes& records)
     fields.number<uint64_t>();
     const auto unpacked = fields.number<uint64_t>();
     const auto crc = fields.number<uint32_t>();
-    const std::string compression = fields.text();
+    const std::string compression = fields.name();
     const auto packed = fields.counted<uint64_t>();
     if (unpacked > kMostUnpacked)
         throw Failure(kUsage, where + " claims to unpack to " + std::to_string(unpacked) + " bytes");
@@ -307,10 +257,21 @@ void Reader::read(const ChunkPlace& place, Bytes& records)
     else if (compression.empty() && packed.size() == unpacked)
         records.assign(packed.begin(), packed.end());
     else
-        throw Failure(kUsage, where + " is compressed by " + (compression.empty() ? "nothing" : compression) +
-                                  ", which cannot be read");
+        throw Failure(kUsage, where + " is compressed in a way that cannot be read: '" + compression + "'");
     if (crc != 0 && crcOf(records) != crc)
         throw Failure(kUsage, where + " is damaged: its CRC is wrong");
+}
+
+Message messageFrom(std::span<const uint8_t> content)
+{
+    Fields fields(content);
+    Message message{};
+    message.channel = fields.number<uint16_t>();
+    message.sequence = fields.number<uint32_t>();
+    message.logTime = fields.number<uint64_t>();
+    message.publishTime = fields.number<uint64_t>();
+    message.data = fields.rest();
+    return message;
 }
 
 Cursor::Cursor(Reader& reader, uint64_t from) : m_reader(reader), m_from(from)
@@ -330,21 +291,17 @@ std::optional<Message> Cursor::next()
             m_offset = static_cast<size_t>(inner.content.data() + inner.content.size() - m_records.data());
             if (inner.opcode != Opcode::message)
                 continue;
-            Fields fields(inner.content);
-            Message message{};
-            message.channel = fields.number<uint16_t>();
-            message.sequence = fields.number<uint32_t>();
-            message.logTime = fields.number<uint64_t>();
-            message.publishTime = fields.number<uint64_t>();
-            message.data = fields.rest();
+            const Message message = messageFrom(inner.content);
             if (message.logTime >= m_from)
                 return message;
         }
         if (m_chunk == m_reader.chunks().size())
             return {};
-        m_records.clear();
+        Bytes records = std::move(m_records);
+        m_records.clear(); // also when the chunk turns out to be damaged
         m_offset = 0;
-        m_reader.read(m_reader.chunks()[m_chunk++], m_records);
+        m_reader.read(m_reader.chunks()[m_chunk++], records);
+        m_records = std::move(records);
     }
 }
 

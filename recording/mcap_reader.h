@@ -5,14 +5,13 @@
 // kMostUnpacked.
 #pragma once
 
-#include <filesystem>
 #include <map>
 #include <optional>
 #include <span>
 #include <vector>
 
 #include "host/bytes.h"
-#include "recording/mcap.h"
+#include "recording/mcap_file.h"
 #include "recording/mcap_packing.h"
 
 namespace mcap
@@ -25,17 +24,17 @@ struct Message {
     std::span<const uint8_t> data;
 };
 
+// Of the content of its record. Fails when that is too short.
+Message messageFrom(std::span<const uint8_t> content);
+
 class Reader
 {
 public:
     // Fails when the file cannot be read or is no MCAP file. A cut file is read as far as it is whole.
     explicit Reader(const std::filesystem::path& path);
-    ~Reader();
-    Reader(const Reader&) = delete;
-    Reader& operator=(const Reader&) = delete;
 
-    // Why the file is not whole, as a sentence; empty when it has its summary. What comes before the damage can be
-    // read all the same.
+    // Why the file is not whole, as a sentence; empty when it has its summary. The chunks that are whole can be read
+    // all the same.
     const std::string& damage() const { return m_damage; }
 
     // By their numbers in the messages. In a cut file also those that only the chunks name.
@@ -44,7 +43,11 @@ public:
     const std::vector<AttachmentPlace>& attachments() const { return m_attachments; }
     const std::vector<MetadataPlace>& metadata() const { return m_metadata; }
 
-    uint64_t fileBytes() const { return m_size; }
+    // Messages of each channel that has any; nothing when the file does not say.
+    const std::optional<std::map<uint16_t, uint64_t>>& counts() const { return m_counts; }
+
+    uint64_t fileBytes() const { return m_file.size(); }
+    const File& file() const { return m_file; }
 
     // Fails when its CRC is wrong.
     Bytes read(const AttachmentPlace& place) const;
@@ -54,31 +57,20 @@ public:
     void read(const ChunkPlace& place, Bytes& records);
 
 private:
-    struct Record {
-        Opcode opcode;
-        uint64_t offset, length; // of the whole record
-        Bytes content;
-    };
-    struct Schema {
-        std::string name, encoding;
-    };
-
-    Bytes at(uint64_t offset, uint64_t size) const;
-    std::optional<Record> record(uint64_t offset, uint64_t end) const;
     bool readSummary();
     void scan();
     void take(const Record& record);
     void takeDefinition(Opcode opcode, std::span<const uint8_t> content);
-    void takeDefinitions(std::span<const uint8_t> records);
+    void takeChunk(const Record& record);
 
-    const int m_descriptor;
-    uint64_t m_size = 0;
+    const File m_file;
     std::string m_damage;
-    std::map<uint16_t, Schema> m_schemas;
+    std::map<uint16_t, std::shared_ptr<const Schema>> m_schemas;
     std::map<uint16_t, Channel> m_channels;
     std::vector<ChunkPlace> m_chunks;
     std::vector<AttachmentPlace> m_attachments;
     std::vector<MetadataPlace> m_metadata;
+    std::optional<std::map<uint16_t, uint64_t>> m_counts;
     ChunkPacking m_packing;
 };
 

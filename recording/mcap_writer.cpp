@@ -7,19 +7,14 @@
 #include <cstring>
 #include <ranges>
 #include <unistd.h>
-#include <zlib.h>
 
 #include "recording/mcap_bytes.h"
+#include "recording/mcap_crc.h"
 
 namespace mcap
 {
 namespace
 {
-
-uint32_t crcOf(std::span<const uint8_t> bytes, uint32_t before = 0)
-{
-    return static_cast<uint32_t>(crc32_z(before, bytes.data(), bytes.size()));
-}
 
 std::string_view compressionName(bool compressed)
 {

@@ -29,12 +29,14 @@ void addTable(CLI::App& app, Run& run);
 void addProfile(CLI::App& app, Run& run);
 void addReset(CLI::App& app, Run& run);
 void addCompletion(CLI::App& app, Run& run);
+void addRecord(CLI::App& app, Run& run);
 void addStats(CLI::App& app, Run& run);
 void addView(CLI::App& app, Run& run);
 void addSelftest(CLI::App& app, Run& run);
 void addDoctor(CLI::App& app, Run& run);
 void addWorker(CLI::App& app, Run& run);
 void addStatus(CLI::App& app, Run& run);
+void addRecording(CLI::App& app, Run& run);
 
 // How the tool was called, for commands that run themselves again to have a virtual bus.
 struct Invocation {

@@ -62,7 +62,7 @@ public:
 
     void run(const Take& take)
     {
-        Progress progress("frame");
+        Progress progress;
         RecordedTimes times;
         size_t inRange = 0;
         for (uint64_t number = 1;; ++number) {
@@ -74,7 +74,7 @@ public:
                 m_frame->info.nTimeStamp = static_cast<int64_t>(seconds * 1000);
                 m_frame->info.nFrameCount = m_recorded->sequence;
                 take(*m_recorded, *m_frame, changed);
-                progress.show(++m_done);
+                progress.show(formatted("frame %d", ++m_done));
             }
             endIfInterrupted();
             if (!m_frames.next(*m_recorded))

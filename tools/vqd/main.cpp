@@ -51,6 +51,7 @@ int runCommandLine(int argc, char** argv)
     addSettings(app, run);
     addDumpLoad(app, run);
     addGrab(app, run);
+    addRecord(app, run);
     addCloud(app, run);
     addEeprom(app, run);
     addLens(app, run);
@@ -64,6 +65,7 @@ int runCommandLine(int argc, char** argv)
     addDoctor(app, run);
     addWorker(app, run);
     addStatus(app, run);
+    addRecording(app, run);
     addConvert(app, run, invocation);
     addSim(app, run, invocation);
     requireKnownCommand(app, arguments, app.get_name());

@@ -6,9 +6,9 @@
 
 #include <atomic>
 #include <cstdio>
-#include <string>
 #include <unistd.h>
 
+#include "host/formatted.h"
 #include "host/library_lines.h"
 
 #include "messages.h"
@@ -35,12 +35,16 @@ Progress::~Progress()
 
 void Progress::show(int done)
 {
+    show(formatted("%s %d of %d", m_what, done, m_total));
+}
+
+void Progress::show(const std::string& text)
+{
     constexpr std::chrono::seconds kBetweenLines(10);
     if (common.quiet)
         return;
-    const std::string ofTotal = m_total > 0 ? " of " + std::to_string(m_total) : "";
     if (m_terminal) {
-        fprintf(stderr, "\r%s %d%s", m_what, done, ofTotal.c_str());
+        fprintf(stderr, "\r%s\33[K", text.c_str());
         g_shown = true;
         return;
     }
@@ -48,5 +52,5 @@ void Progress::show(int done)
     if (now - m_told < kBetweenLines)
         return;
     m_told = now;
-    note("%s %d%s", m_what, done, ofTotal.c_str());
+    note("%s", text.c_str());
 }

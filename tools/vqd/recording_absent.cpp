@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// A build without recordings, which only says so.
+// A build without zlib or python3, which has no command for recordings and only says so.
 #include "host/failure.h"
 #include "recording/recorder.h"
 
@@ -12,5 +12,7 @@ std::vector<Plugged> playedCameras(const SimCameras&)
 {
     throw Failure(kFailed, recordingMissing());
 }
+
+void addRecording(CLI::App&, Run&) {}
 
 void addConvert(CLI::App&, Run&, const Invocation&) {}
