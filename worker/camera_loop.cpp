@@ -8,6 +8,7 @@
 #include <array>
 
 #include "host/lens_json.h"
+#include "host/parameters_json.h"
 #include "host/profile.h"
 #include "worker/answers.h"
 
@@ -19,15 +20,6 @@ using Clock = std::chrono::steady_clock;
 // Tries of a search for a lost camera, each 0.1 s and more. The library would make 101; a new process finds the camera
 // as well, and can say meanwhile what it waits for.
 constexpr int kBudget = 540; // 40 above the number at which the library gives up
-
-std::string hexadecimal(std::span<const uint8_t> bytes)
-{
-    std::string text;
-    for (const uint8_t byte : bytes)
-        for (const int digit : {byte >> 4, byte & 15})
-            text += "0123456789abcdef"[digit];
-    return text;
-}
 
 std::exception_ptr caught(const std::function<void()>& work)
 {
@@ -115,11 +107,7 @@ void CameraLoop::tellParameters()
     unsigned char image[VQD_IMAGE_BYTES];
     if (vqdParameterData_Load(n, image) != 1)
         failOn(m_camera, "the camera's parameters could not be loaded");
-    Parameters parameters{document("parameters"), image};
-    parameters.json["camera"] = identityJson(m_camera);
-    parameters.json["settings"] = settingsJson(n, false);
-    parameters.json["lens"] = m_lens;
-    parameters.json["image"] = hexadecimal(image);
+    const Parameters parameters{parametersJson(m_camera, m_lens, image), image};
     m_header.flags &= ~uint32_t{VQD_WIRE_CORRECTED};
     if (changesFrames(m_camera))
         m_header.flags |= VQD_WIRE_CORRECTED;

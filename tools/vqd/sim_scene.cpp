@@ -139,22 +139,24 @@ void parseWall(sim::SceneOptions& scene, const std::string& argument)
 
 } // namespace
 
-void addSceneOptions(CLI::App& command, SimScene& options)
+std::vector<CLI::Option*> addSceneOptions(CLI::App& command, SimScene& options)
 {
-    command
-        .add_option("--scene", options.scene,
-                    "What the cameras see: room, wall[:DISTANCE[,TILT]], ramp, plane, board:FILE")
-        ->type_name("SCENE")
-        ->capture_default_str();
-    addRepeatable(command, "--lens", options.lenses, "[CAMERA:]NAME=VALUE,...",
-                  "The true lens before the sensor: fx, fy, cx, cy in pixels, k1, k2, k3, p1, p2")
-        ->check(notEmpty);
-    addRepeatable(command, "--pose", options.poses, "[CAMERA:]X,Y,Z[,A,B,C]",
-                  "Where the camera stands in the scene, in mm, and how it is turned about x, y and z, in degrees")
-        ->check(notEmpty);
-    addRepeatable(command, "--sensor", options.sensors, "[CAMERA:]NAME=VALUE,...",
-                  "Noise and errors: noise, read-out, shot, jitter, phase, fixed-pattern, bias, drift, fill")
-        ->check(notEmpty);
+    return {
+        command
+            .add_option("--scene", options.scene,
+                        "What the cameras see: room, wall[:DISTANCE[,TILT]], ramp, plane, board:FILE")
+            ->type_name("SCENE")
+            ->capture_default_str(),
+        addRepeatable(command, "--lens", options.lenses, "[CAMERA:]NAME=VALUE,...",
+                      "The true lens before the sensor: fx, fy, cx, cy in pixels, k1, k2, k3, p1, p2")
+            ->check(notEmpty),
+        addRepeatable(command, "--pose", options.poses, "[CAMERA:]X,Y,Z[,A,B,C]",
+                      "Where the camera stands in the scene, in mm, and how it is turned about x, y and z, in degrees")
+            ->check(notEmpty),
+        addRepeatable(command, "--sensor", options.sensors, "[CAMERA:]NAME=VALUE,...",
+                      "Noise and errors: noise, read-out, shot, jitter, phase, fixed-pattern, bias, drift, fill")
+            ->check(notEmpty),
+    };
 }
 
 sim::SceneOptions sceneOf(const SimScene& options, size_t index, size_t cameras)

@@ -12,6 +12,7 @@
 namespace CLI
 {
 class App;
+class Option;
 }
 
 struct SimScene {
@@ -19,7 +20,7 @@ struct SimScene {
     std::vector<std::string> lenses, poses, sensors; // "[CAMERA:]..."
 };
 
-void addSceneOptions(CLI::App& command, SimScene& options);
+std::vector<CLI::Option*> addSceneOptions(CLI::App& command, SimScene& options);
 
 // For the camera with this index, of so many. Fails with a usage error.
 sim::SceneOptions sceneOf(const SimScene& options, size_t index, size_t cameras);
