@@ -56,7 +56,7 @@ int main(int argc, char** argv)
                         {.name = "shelf",
                          .compact = words.contains("compact"),
                          .images = words.contains("images"),
-                         .compress = !words.contains("uncompressed")},
+                         .compress = !words.contains("uncompressed") && mcap::ChunkPacking::missing() == nullptr},
                         kBegin);
     const auto at = [](uint32_t number) {
         const uint64_t log = kBegin + number * uint64_t{33'333'333};
