@@ -65,6 +65,8 @@ PartFile::PartFile(const std::filesystem::path& folder, const std::string& fileN
     close(m_folder);
     if (isLeft)
         throw Failure(kFailed, m_path.string() + ".part exists: a recording of this name has not ended, or was killed");
+    if (error == EEXIST)
+        throw Failure(kFailed, m_path.string() + " exists, and a recording replaces nothing");
     fail(m_path, error);
 }
 

@@ -12,11 +12,7 @@ namespace
 class Recorder : public RecordingSink
 {
 public:
-    explicit Recorder(RecorderOptions options) : m_options(std::move(options))
-    {
-        if (!std::filesystem::is_directory(m_options.folder))
-            throw Failure(kUsage, m_options.folder.string() + " is not a folder, so nothing can be recorded there");
-    }
+    explicit Recorder(RecorderOptions options) : m_options(std::move(options)) {}
 
     void prepare(const ListedCamera& camera) override { m_orthogonal = readOrthogonalTable(camera); }
 
@@ -98,4 +94,9 @@ private:
 std::unique_ptr<RecordingSink> makeRecorder(RecorderOptions options)
 {
     return std::make_unique<Recorder>(std::move(options));
+}
+
+const char* recordingMissing()
+{
+    return nullptr;
 }

@@ -18,5 +18,8 @@ struct RecorderOptions {
     std::function<void(const Json& state)> tell;
 };
 
-// Fails when there is no such folder, or this build cannot record.
+// Null when this build cannot record.
 std::unique_ptr<RecordingSink> makeRecorder(RecorderOptions options);
+
+// Why this build cannot, as a sentence; null when it can.
+const char* recordingMissing();

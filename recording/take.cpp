@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "recording/take.h"
 
+#include <pthread.h>
+
 #include "host/documents.h"
 #include "host/formatted.h"
 #include "recording/layout.h"
@@ -66,6 +68,7 @@ Json Take::state() const
             {"files", m_files},
             {"part", m_number},
             {"frames", m_counts.frames},
+            {"dropped", m_counts.dropped},
             {"not-recorded", m_queue.notRecorded()},
             {"seconds", m_counts.seconds},
             {"bytes", m_counts.bytes},
@@ -76,6 +79,7 @@ Json Take::state() const
 // The file ends as well as it can, whatever happens.
 void Take::run()
 {
+    pthread_setname_np(pthread_self(), "vqd-recorder"); // for those who look at what it costs
     for (void (Take::*step)() : {&Take::write, &Take::endPart}) {
         try {
             (this->*step)();

@@ -139,13 +139,15 @@ void CameraLoop::tell(const Json& event)
 
 void CameraLoop::answerRequests()
 {
-    const RequestTarget target{m_camera, [this](const std::function<void()>& work) {
+    const RequestTarget target{m_camera,
+                               [this](const std::function<void()>& work) {
                                    m_stream.reset();
                                    const std::exception_ptr failure = caught(work);
                                    start();
                                    if (failure)
                                        std::rethrow_exception(failure);
-                               }};
+                               },
+                               m_parts.recorder};
     for (const PendingRequest& pending : m_parts.requests.takeAll()) {
         try {
             const RequestEffect effect = answer(pending.request, target);

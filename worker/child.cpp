@@ -15,6 +15,7 @@
 #include "host/camera_list.h"
 #include "host/claim.h"
 #include "host/profile.h"
+#include "recording/recorder.h"
 
 #include "worker/answers.h"
 #include "worker/camera_loop.h"
@@ -48,7 +49,8 @@ void catchSignals()
         signal(number, SIG_IGN);
     action.sa_handler = [](int) { _exit(kInterrupted); };
     sigaction(SIGALRM, &action, nullptr);
-    signal(SIGPIPE, SIG_IGN);
+    for (const int number : {SIGPIPE, SIGXFSZ}) // what is written to then fails
+        signal(number, SIG_IGN);
 }
 
 void followParent()
@@ -104,7 +106,17 @@ Json failureEvent(const std::exception& failure, const WorkerState& state)
     return event;
 }
 
-void work(const ChildOptions& options, WorkerState& state, RequestQueue& requests, SocketSink& socket)
+std::unique_ptr<RecordingSink> recorderFor(const ChildOptions& options, WorkerState& state)
+{
+    if (options.recordings.empty())
+        return nullptr;
+    return makeRecorder({options.recordings, options.keepFree, state.session(), [&state](const Json& recording) {
+                             state.change([&](auto& values) { values.recording = recording; });
+                         }});
+}
+
+void work(const ChildOptions& options, WorkerState& state, RequestQueue& requests, SocketSink& socket,
+          RecordingSink* recorder)
 {
     const std::vector<ListedCamera> cameras = listCameras();
     const ListedCamera& camera = cameraNamed(cameras, options.camera);
@@ -114,10 +126,15 @@ void work(const ChildOptions& options, WorkerState& state, RequestQueue& request
     if (options.profile)
         useProfile(cameras, camera, state, socket);
     applySettings(camera, options.settings);
-    Sink* const sinks[] = {&socket};
+    std::vector<Sink*> sinks{&socket};
+    if (recorder != nullptr) {
+        recorder->prepare(camera);
+        sinks.push_back(recorder);
+    }
     CameraLoop(camera, {.sinks = sinks,
                         .state = state,
                         .requests = requests,
+                        .recorder = recorder,
                         .reply = [&](const PendingRequest& pending,
                                      const Json& reply) { socket.reply(pending.client, pending.number, reply); },
                         .stops = [] { return g_stops.load(); }})
@@ -133,16 +150,21 @@ int runChild(const ChildOptions& options)
     silenceLibrary();
     WorkerState state;
     RequestQueue requests;
-    SocketSink socket(kListeningDescriptor, kLinkDescriptor, state, requests, [] { stop(0); });
+    const std::unique_ptr<RecordingSink> recorder = recorderFor(options, state);
+    SocketSink socket(kListeningDescriptor, kLinkDescriptor, state, requests, recorder.get(), [] { stop(0); });
     int code = kDone;
     try {
-        work(options, state, requests, socket);
+        work(options, state, requests, socket, recorder.get());
     } catch (const std::exception& failure) {
         const Json event = failureEvent(failure, state);
         code = event["code"];
         if (!g_stops)
             socket.event(event);
+        if (recorder)
+            recorder->event(event);
     }
+    if (recorder)
+        recorder->end();
     closeClaimed();
     return g_stops ? kInterrupted : code;
 }

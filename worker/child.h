@@ -4,6 +4,7 @@
 // The process of one camera. The supervisor starts it with its end of a socket pair and the listening socket.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,8 @@ struct ChildOptions {
     std::string camera;                // serial number or port; empty for the first one
     std::vector<std::string> settings; // KEY=VALUE
     bool profile = true;               // whether this machine's profile of the camera is used
+    std::string recordings;            // the folder for them; empty when nothing may be recorded
+    uint64_t keepFree = 512'000'000;   // bytes of its disk that recordings leave free
 };
 
 inline constexpr int kLinkDescriptor = 3, kListeningDescriptor = 4;

@@ -80,6 +80,9 @@ ChildProcess::ChildProcess(const ChildOptions& options, int listening)
         words.insert(words.end(), {"-c", options.camera});
     if (!options.profile)
         words.emplace_back("--no-profile");
+    if (!options.recordings.empty())
+        words.insert(words.end(),
+                     {"--recordings", options.recordings, "--keep-free", std::to_string(options.keepFree)});
     for (const std::string& setting : options.settings)
         words.insert(words.end(), {"-s", setting});
     m_process = spawn(words, outOfTheWay(theirs), outOfTheWay(listening));

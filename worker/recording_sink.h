@@ -23,3 +23,11 @@ public:
     // Ends the recording within a second or so, with what can be written by then.
     virtual void end() = 0;
 };
+
+// Fails when there is none.
+inline RecordingSink& requireRecorder(RecordingSink* recorder)
+{
+    if (recorder == nullptr)
+        throw Failure(kUsage, "this worker has no folder for recordings; vqd worker --recordings gives it one");
+    return *recorder;
+}

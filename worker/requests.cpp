@@ -75,6 +75,13 @@ RequestEffect save(const Json&, const RequestTarget& target)
     return {reply, eventOf("saved")};
 }
 
+RequestEffect record(const Json& request, const RequestTarget& target)
+{
+    Json reply = done();
+    reply["recording"] = requireRecorder(target.recorder).start(request, target.camera);
+    return {reply};
+}
+
 RequestEffect stop(const Json&, const RequestTarget&)
 {
     return {done(), eventOf("stopping"), false, true};
@@ -83,7 +90,7 @@ RequestEffect stop(const Json&, const RequestTarget&)
 constexpr struct {
     const char* name;
     RequestEffect (*answer)(const Json& request, const RequestTarget& target);
-} kRequests[] = {{"get", get}, {"set", set}, {"save", save}, {"stop", stop}};
+} kRequests[] = {{"get", get}, {"set", set}, {"save", save}, {"record", record}, {"stop", stop}};
 
 } // namespace
 

@@ -7,8 +7,8 @@
 #include "worker/answers.h"
 
 SocketSink::SocketSink(int listening, int link, const WorkerState& state, RequestQueue& requests,
-                       std::function<void()> linkEnded)
-    : m_state(state), m_requests(requests), m_listening(listening),
+                       RecordingSink* recorder, std::function<void()> linkEnded)
+    : m_state(state), m_requests(requests), m_recorder(recorder), m_listening(listening),
       m_server(
           {.state = [this] { return stateWithClients(); },
            .request = [this](ClientId client, uint32_t number, const Json& json) { request(client, number, json); },
@@ -57,8 +57,12 @@ Json SocketSink::stateWithClients() const
 
 void SocketSink::request(ClientId client, uint32_t number, const Json& json)
 {
-    if (json.contains("do") && json["do"] == "state") // known here, even while the camera does not answer
+    // These need no camera, which may not answer for a while.
+    const Json what = json.contains("do") ? json["do"] : Json();
+    if (what == "state")
         m_server.reply(client, number, {{"ok", true}, {"state", stateWithClients()}});
+    else if (what == "stop-recording")
+        m_server.reply(client, number, {{"ok", true}, {"recording", requireRecorder(m_recorder).stop()}});
     else
         m_requests.add({client, number, json});
 }

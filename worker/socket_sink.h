@@ -11,6 +11,7 @@
 #include "worker/body_pool.h"
 #include "worker/client_server.h"
 #include "worker/packing.h"
+#include "worker/recording_sink.h"
 #include "worker/requests.h"
 #include "worker/sink.h"
 #include "worker/worker_state.h"
@@ -19,8 +20,9 @@ class SocketSink : public Sink
 {
 public:
     // `link` is the connection to the supervisor, and `linkEnded` is called when that is gone. Both descriptors stay
-    // the caller's. Readers are accepted from the first frame on; before, the supervisor answers them.
-    SocketSink(int listening, int link, const WorkerState& state, RequestQueue& requests,
+    // the caller's. Readers are accepted from the first frame on; before, the supervisor answers them. `recorder` may
+    // be null.
+    SocketSink(int listening, int link, const WorkerState& state, RequestQueue& requests, RecordingSink* recorder,
                std::function<void()> linkEnded);
     ~SocketSink() override; // after it has sent what still waits, as far as it can without waiting
 
@@ -37,6 +39,7 @@ private:
 
     const WorkerState& m_state;
     RequestQueue& m_requests;
+    RecordingSink* const m_recorder;
     const int m_listening;
     BodyPool m_pool;
     Packing m_packing; // of the thread

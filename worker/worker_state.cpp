@@ -42,6 +42,7 @@ Json WorkerState::json() const
     json["reopens"] = m_values.reopens;
     json["longest-gap"] = m_values.longestGap;
     json["temperature"] = m_values.frames > 0 ? Json(m_values.temperature) : Json();
+    json["recording"] = m_values.recording;
     json["warning"] = m_values.warning.empty() ? Json() : Json(m_values.warning);
     return json;
 }

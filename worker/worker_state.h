@@ -33,6 +33,7 @@ public:
         double longestGap = 0;  // seconds
         double temperature = 0; // degrees Celsius
         std::string warning;    // what this session does without
+        Json recording;         // the latest one; null before the first
         RecentRate rate;
     };
 

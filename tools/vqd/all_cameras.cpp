@@ -58,17 +58,19 @@ bool allCamerasChosen()
     return common.camera == "all";
 }
 
-AllCameras::AllCameras(const std::vector<std::string>& settings)
+AllCameras::AllCameras(const WorkerStart& start)
 {
     catchInterrupts();
     const std::map<std::string, std::string> running = runningWorkers();
-    const std::vector<UsbCamera> attached = attachedCameras();
+    std::vector<UsbCamera> attached = attachedCameras();
+    if (!start.port.empty())
+        std::erase_if(attached, [&](const UsbCamera& camera) { return camera.port != start.port; });
     if (attached.empty())
         throw Failure(kNoCamera, "no camera found");
     for (const UsbCamera& camera : attached)
         if (!running.contains(camera.port))
-            m_workers.start(camera.port, settings);
-        else if (!settings.empty())
+            m_workers.start(camera.port, start.settings, start.options);
+        else if (!start.settings.empty())
             throw Failure(kFailed, "the camera at " + camera.port +
                                        " has a worker already, whose readers want its settings as they are");
     for (const UsbCamera& camera : attached) {

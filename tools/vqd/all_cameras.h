@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Every attached camera at once, each held by a worker, so that none waits for another.
+// Every attached camera at once, or one of them, each held by a worker, so that none waits for another.
 #pragma once
 
 #include <vector>
@@ -12,13 +12,20 @@
 // What -c says for all of them.
 bool allCamerasChosen();
 
+// How workers are started.
+struct WorkerStart {
+    std::vector<std::string> settings = {}; // for this command only, so they are refused for a camera with a worker
+    std::string port = {};                  // of the only camera that is wanted; empty for all
+    std::vector<std::string> options = {};  // more words of vqd worker
+};
+
 // Workers that run already are used. For the other cameras, workers are started, which end with the object.
 class AllCameras
 {
 public:
     // Waits for a frame of each. Cameras that do not deliver one are left out, with a warning; fails when those are
-    // all. `settings` are for this command only, so they are refused for a camera with a worker of its own.
-    explicit AllCameras(const std::vector<std::string>& settings);
+    // all.
+    explicit AllCameras(const WorkerStart& start);
 
     // In the order of their names.
     std::vector<WorkerCamera>& all() { return m_cameras; }

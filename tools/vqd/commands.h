@@ -29,6 +29,7 @@ void addTable(CLI::App& app, Run& run);
 void addProfile(CLI::App& app, Run& run);
 void addReset(CLI::App& app, Run& run);
 void addCompletion(CLI::App& app, Run& run);
+void addRecord(CLI::App& app, Run& run);
 void addStats(CLI::App& app, Run& run);
 void addView(CLI::App& app, Run& run);
 void addSelftest(CLI::App& app, Run& run);

@@ -28,12 +28,12 @@ void findSoftware(Findings& findings)
         findings.add(Level::ok, "virtual bus", "cameras, sysfs and device nodes are simulated");
 }
 
-// What the looks at the cameras themselves bring for a report.
-struct Contents {
-    std::string eeproms, lines;
+struct Options {
+    std::string report;
+    int recordSeconds = 0;
 };
 
-Contents examine(Findings& findings, const std::vector<UsbCamera>& cameras)
+Contents examine(Findings& findings, const std::vector<UsbCamera>& cameras, int recordSeconds)
 {
     Contents contents;
     std::vector<UsbCamera> reachable;
@@ -53,13 +53,16 @@ Contents examine(Findings& findings, const std::vector<UsbCamera>& cameras)
         endIfInterrupted();
         contents.eeproms += findEeprom(findings, camera);
     }
+    if (findings.healthy() && recordSeconds > 0)
+        contents.recordings = recordForReport(findings, recordSeconds);
     if (findings.healthy())
         contents.lines = findFrames(findings);
     return contents;
 }
 
-int doctor(const std::string& reportFile)
+int doctor(const Options& options)
 {
+    const std::string& reportFile = options.report;
     if (!reportFile.empty())
         requireWritableFile(reportFile, existing());
     Output output;
@@ -71,15 +74,15 @@ int doctor(const std::string& reportFile)
         output.finish();
     });
     const std::vector<UsbCamera> cameras = attachedCameras();
-    const Contents contents = examine(findings, cameras);
+    const Contents contents = examine(findings, cameras, options.recordSeconds);
     if (!findings.healthy())
         output.showLibraryLines();
     output.finish(findings.json(), findings.verdict());
     if (!reportFile.empty()) {
-        writeFile(reportFile, tarGz(reportFiles(findings, cameras, contents.eeproms, contents.lines)), existing());
-        note("%s holds the findings, versions, the cameras' places on the bus, their EEPROM and the library's lines; "
+        writeFile(reportFile, tarGz(reportFiles(findings, cameras, contents)), existing());
+        note("%s holds the findings, versions, the cameras' places on the bus, their EEPROM%s and the library's lines; "
              "README.txt in it describes each file",
-             reportFile.c_str());
+             reportFile.c_str(), contents.recordings.empty() ? "" : ", what they saw");
     }
     return findings.healthy() ? kDone : kFailed;
 }
@@ -89,12 +92,19 @@ int doctor(const std::string& reportFile)
 void addDoctor(CLI::App& app, Run& run)
 {
     CLI::App* command = app.add_subcommand("doctor", "Finds out why a camera does not work, and says what to do");
-    const auto report = std::make_shared<std::string>();
-    command->add_option("--report", *report, "Pack the findings into FILE, a .tar.gz for a bug report")
-        ->type_name("FILE")
-        ->check(notEmpty);
+    const auto options = std::make_shared<Options>();
+    CLI::Option* report =
+        command->add_option("--report", options->report, "Pack the findings into FILE, a .tar.gz for a bug report")
+            ->type_name("FILE")
+            ->check(notEmpty);
+    command
+        ->add_option("--with-recording", options->recordSeconds,
+                     "Record each camera for so many seconds, and pack that, too: it shows what the cameras see")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1, 30))
+        ->needs(report);
     addCommon(*command, kJson | kForce);
     command->footer("The exit code is 0 when there is no problem, else 1. A report contains no host or user name and "
                     "nothing about other USB devices.\nExample: vqd doctor --report report.tar.gz");
-    command->callback([&run, report] { run = [report] { return doctor(*report); }; });
+    command->callback([&run, options] { run = [options] { return doctor(*options); }; });
 }

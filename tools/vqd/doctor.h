@@ -28,8 +28,17 @@ void findLink(Findings& findings, const UsbCamera& camera);
 std::string findEeprom(Findings& findings, const UsbCamera& camera);
 std::string findFrames(Findings& findings);
 
+// Of all cameras, by way of their workers, so before this process has claimed one: so many seconds of each, as files
+// for a report; none when that cannot be done.
+std::vector<PackedFile> recordForReport(Findings& findings, int seconds);
+
 std::string libusbVersion();
 
-// The files of a report. `eeproms` and `lines` are what the camera's part returned.
+// What the looks at the cameras themselves bring for a report.
+struct Contents {
+    std::string eeproms, lines;
+    std::vector<PackedFile> recordings;
+};
+
 std::vector<PackedFile> reportFiles(const Findings& findings, const std::vector<UsbCamera>& cameras,
-                                    const std::string& eeproms, const std::string& lines);
+                                    const Contents& contents);

@@ -21,7 +21,9 @@ constexpr char kReadme[] = "What vqd doctor found. In this archive:\n"
                            "usb.txt      the cameras and the hubs that they are plugged into\n"
                            "eeprom.txt   each camera's EEPROM, which contains the camera's serial number\n"
                            "library.txt  what the library printed\n"
-                           "There is no host or user name, nothing about other USB devices, and no picture.\n";
+                           "There is no host or user name, and nothing about other USB devices.\n";
+constexpr char kPictures[] = "recordings/*.mcap  what the cameras saw, for vqd sim --play\n";
+constexpr char kNoPictures[] = "There is no picture either.\n";
 
 std::string systemText()
 {
@@ -59,14 +61,20 @@ std::string busText(const std::vector<UsbCamera>& cameras)
 } // namespace
 
 std::vector<PackedFile> reportFiles(const Findings& findings, const std::vector<UsbCamera>& cameras,
-                                    const std::string& eeproms, const std::string& lines)
+                                    const Contents& contents)
 {
     std::string texts;
     for (const Finding& finding : findings.all())
         texts += findingText(finding);
-    return {
-        {"README.txt", kReadme},      {"findings.txt", texts},       {"findings.json", documentText(findings.json())},
-        {"system.txt", systemText()}, {"usb.txt", busText(cameras)}, {"eeprom.txt", eeproms},
-        {"library.txt", lines},
+    std::vector<PackedFile> files{
+        {"README.txt", std::string(kReadme) + (contents.recordings.empty() ? kNoPictures : kPictures)},
+        {"findings.txt", texts},
+        {"findings.json", documentText(findings.json())},
+        {"system.txt", systemText()},
+        {"usb.txt", busText(cameras)},
+        {"eeprom.txt", contents.eeproms},
+        {"library.txt", contents.lines},
     };
+    files.insert(files.end(), contents.recordings.begin(), contents.recordings.end());
+    return files;
 }

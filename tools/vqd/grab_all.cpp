@@ -159,7 +159,7 @@ int grabAll(const GrabOptions& options)
         throw Failure(kUsage, "--cloud needs one camera, not all of them");
     Output output;
     requireWritableDirectory(options.directory);
-    AllCameras cameras(options.settings);
+    AllCameras cameras({.settings = options.settings});
     Jobs jobs;
     for (WorkerCamera& camera : cameras.all())
         jobs.push_back(std::make_unique<Job>(options, camera));

@@ -51,6 +51,7 @@ int runCommandLine(int argc, char** argv)
     addSettings(app, run);
     addDumpLoad(app, run);
     addGrab(app, run);
+    addRecord(app, run);
     addCloud(app, run);
     addEeprom(app, run);
     addLens(app, run);

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <unistd.h>
 
+#include "host/formatted.h"
 #include "host/library_lines.h"
 
 #include "messages.h"
@@ -34,11 +35,16 @@ Progress::~Progress()
 
 void Progress::show(int done)
 {
+    show(formatted("%s %d of %d", m_what, done, m_total));
+}
+
+void Progress::show(const std::string& text)
+{
     constexpr std::chrono::seconds kBetweenLines(10);
     if (common.quiet)
         return;
     if (m_terminal) {
-        fprintf(stderr, "\r%s %d of %d", m_what, done, m_total);
+        fprintf(stderr, "\r%s\33[K", text.c_str());
         g_shown = true;
         return;
     }
@@ -46,5 +52,5 @@ void Progress::show(int done)
     if (now - m_told < kBetweenLines)
         return;
     m_told = now;
-    note("%s %d of %d", m_what, done, m_total);
+    note("%s", text.c_str());
 }

@@ -5,17 +5,19 @@
 #pragma once
 
 #include <chrono>
+#include <string>
 
 // On a terminal one line that changes, elsewhere a line every 10 s.
 class Progress
 {
 public:
-    explicit Progress(const char* what, int total);
+    explicit Progress(const char* what = "", int total = 0);
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
     void show(int done);
+    void show(const std::string& text);
 
 private:
     const char* m_what;

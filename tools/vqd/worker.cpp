@@ -6,8 +6,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include "recording/recorder.h"
 #include "worker/supervisor.h"
 
+#include "amounts.h"
 #include "command_line.h"
 #include "commands.h"
 #include "messages.h"
@@ -17,7 +19,7 @@ namespace
 {
 
 struct Options {
-    std::string socket;
+    std::string socket, recordings, keepFree;
     std::vector<std::string> settings;
     bool isChild = false;
 };
@@ -32,11 +34,30 @@ std::string checkName(const std::string& name)
                               : "a worker's camera is named by its serial number or its port, as shown by vqd list";
 }
 
+ChildOptions childOptions(const Options& options)
+{
+    ChildOptions child{common.camera, options.settings, !common.noProfile, options.recordings};
+    child.keepFree = bytesIn(options.keepFree).value_or(child.keepFree);
+    return child;
+}
+
+// The camera's process gets the folder as it is now, wherever that process works.
+void prepareFolder(std::string& recordings)
+{
+    if (recordings.empty())
+        return;
+    if (const char* const missing = recordingMissing())
+        throw Failure(kUsage, missing);
+    requireWritableDirectory(recordings);
+    recordings = std::filesystem::canonical(recordings).string();
+}
+
 int work(const Options& options)
 {
-    const ChildOptions child{common.camera, options.settings, !common.noProfile};
+    ChildOptions child = childOptions(options);
     if (options.isChild)
         return runChild(child);
+    prepareFolder(child.recordings);
     if (const std::string wrong = common.camera.empty() ? "" : checkName(common.camera); !wrong.empty())
         throw Failure(kUsage, wrong);
     Supervisor supervisor({child, options.socket, [](const std::string& sentence) { note("%s", sentence.c_str()); }});
@@ -54,6 +75,12 @@ void addWorker(CLI::App& app, Run& run)
     command->add_option("--socket", options->socket, "The socket; by default SERIAL.sock in the folder of workers")
         ->type_name("PATH")
         ->check(notEmpty);
+    command
+        ->add_option("--recordings", options->recordings,
+                     "The folder in which readers may have recordings made; without it they may not")
+        ->type_name("FOLDER")
+        ->check(notEmpty);
+    addKeepFree(*command, options->keepFree);
     addRepeatable(*command, "-s,--set", options->settings, "KEY=VALUE", "A setting for this worker, as in vqd set");
     command->add_flag("--child", options->isChild)->group(""); // how the worker runs the camera's own process
     addCommon(*command, kCamera | kProfile);

@@ -93,6 +93,18 @@ Json WorkerCamera::settings(const char* names)
     return memberOf(parsed(reply), "settings");
 }
 
+Json WorkerCamera::ask(const Json& request, int timeoutMs)
+{
+    const char* reply = nullptr;
+    vqd_client_error error;
+    const int result = vqd_client_request(m_client.get(), request.dump().c_str(), timeoutMs, &reply, &error);
+    if (result == VQD_CLIENT_REFUSED)
+        throw Failure(static_cast<ExitCode>(error.code), error.text);
+    if (result != VQD_CLIENT_OK)
+        throw Failure(kCameraLost, error.text);
+    return parsed(reply);
+}
+
 void copyFrame(const vqd_client_frame& from, DepthFrame& into)
 {
     if (from.width != VQD_WIDTH || from.height != VQD_HEIGHT)

@@ -41,6 +41,9 @@ public:
     // These settings; fails when they cannot be had.
     Json settings(const char* names);
 
+    // The reply to a request. Fails with the worker's own sentence and code, or as lost when none comes in time.
+    Json ask(const Json& request, int timeoutMs);
+
     const std::string& name() const { return m_name.empty() ? m_port : m_name; } // of files
     void setName(const std::string& name) { m_name = name; }
     std::string title() const { return "camera " + name(); } // for people

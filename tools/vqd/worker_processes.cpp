@@ -61,11 +61,13 @@ WorkerProcesses::~WorkerProcesses()
     }
 }
 
-void WorkerProcesses::start(const std::string& port, const std::vector<std::string>& settings)
+void WorkerProcesses::start(const std::string& port, const std::vector<std::string>& settings,
+                            const std::vector<std::string>& options)
 {
     std::vector<std::string> words{"vqd", "worker", "-q", "-c", port};
     if (common.noProfile)
         words.emplace_back("--no-profile");
+    words.insert(words.end(), options.begin(), options.end());
     for (const std::string& setting : settings)
         words.insert(words.end(), {"-s", setting});
     std::vector<char*> arguments;

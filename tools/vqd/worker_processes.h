@@ -17,7 +17,8 @@ public:
     WorkerProcesses& operator=(const WorkerProcesses&) = delete;
 
     // Starts a worker for the camera at this port. It also ends when this process does, whichever way.
-    void start(const std::string& port, const std::vector<std::string>& settings);
+    void start(const std::string& port, const std::vector<std::string>& settings,
+               const std::vector<std::string>& options); // more words of vqd worker
 
     // Fails when one has ended by itself; it has said why.
     void requireRunning() const;
