@@ -119,6 +119,8 @@ std::vector<Sent> writeAnything(Input& input, int file)
     for (uint32_t sequence = 0; input.left() > 0; ++sequence) {
         switch (input.below(6)) {
         case 0:
+            if (topics.size() == mcap::kMostDefinitions)
+                break; // a reader takes no more
             topics.push_back("/" + std::to_string(sequence));
             writer.addChannel(topics.back(), input.of(types));
             break;
