@@ -53,6 +53,7 @@ TEST_P(SwappedCamera, EndsTheSession)
     CameraLoop loop(cameras[0], {.sinks = sinks,
                                  .state = state,
                                  .requests = requests,
+                                 .recorder = nullptr,
                                  .reply = [](const PendingRequest&, const Json&) {},
                                  .stops = [&] { return sink.frames > 20; }});
     EXPECT_THROW(loop.run(), Failure);
