@@ -5,7 +5,8 @@
 # Builds and runs every test; installs the Debian packages that they need.
 #   ./test.sh                    every test, then the share of tests in the code
 #   ./test.sh --kernel [CHECK]   the checks on a real kernel: Debian's in QEMU, without root and without KVM
-#   ./test.sh --all              the tests and the checks on a real kernel, with one summary
+#   ./test.sh --recordings       recordings in readers that are not ours, which come from npm
+#   ./test.sh --all              the tests, the recordings and the checks on a real kernel, with one summary
 #   ./test.sh --asan             the same under the address and undefined-behaviour sanitizers
 #   ./test.sh --valgrind         the same under valgrind, without the long sweeps
 #   ./test.sh --soak [NUMBER]    disconnects streaming cameras NUMBER times (2000), under the sanitizers
@@ -22,7 +23,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 source tools/setup.sh
 
 build_packages=(g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev libgtest-dev umockdev libumockdev-dev
-    libcli11-dev libarchive-dev libpng-dev nlohmann-json3-dev usbutils jq abigail-tools doxygen
+    libcli11-dev libarchive-dev libpng-dev zlib1g-dev libzstd-dev nlohmann-json3-dev usbutils jq abigail-tools doxygen
     help2man python3)
 
 # build PRESET: configures and builds everything.
@@ -45,6 +46,11 @@ case "${1:-}" in
 --kernel)
     build dev
     exec tests/kernel/run.sh "${@:2}"
+    ;;
+--recordings)
+    build dev
+    command -v npm >/dev/null || install_packages nodejs npm # other packages of node conflict with Debian's npm
+    exec tests/recording/foxglove_test.sh build/dev/vqd build/dev/recording_sample
     ;;
 --all) exec tests/all.sh ;;
 --asan) check asan ;;

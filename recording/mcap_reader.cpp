@@ -9,6 +9,26 @@
 
 namespace mcap
 {
+namespace
+{
+
+// Whether it may stand between chunks, and nowhere else. Definitions stand there and in the summary.
+bool isData(Opcode opcode)
+{
+    return opcode == Opcode::chunk || opcode == Opcode::attachment || opcode == Opcode::metadata;
+}
+
+bool isDefinition(Opcode opcode)
+{
+    return opcode == Opcode::schema || opcode == Opcode::channel;
+}
+
+bool endsData(Opcode opcode)
+{
+    return opcode == Opcode{} || opcode == Opcode::dataEnd || opcode == Opcode::footer;
+}
+
+} // namespace
 
 Reader::Reader(const std::filesystem::path& path) : m_file(path)
 {
@@ -37,7 +57,7 @@ bool Reader::readSummary()
     try {
         for (uint64_t offset = start; offset < footer;) {
             const auto found = m_file.record(offset, footer);
-            if (!found)
+            if (!found || isData(found->opcode))
                 throw Failure(kUsage, "the summary is damaged");
             take(*found);
             offset += found->length;
@@ -57,9 +77,6 @@ bool Reader::readSummary()
 // Without a summary, what is whole from the start on.
 void Reader::scan()
 {
-    const auto isData = [](Opcode opcode) {
-        return opcode != Opcode{} && opcode != Opcode::dataEnd && opcode != Opcode::footer;
-    };
     std::string first;
     size_t faults = 0;
     const auto note = [&](const Failure& failure) {
@@ -69,10 +86,11 @@ void Reader::scan()
     m_counts.emplace();
     uint64_t offset = sizeof kMagic;
     try {
-        for (auto found = m_file.record(offset, m_file.size()); found && isData(found->opcode);
+        for (auto found = m_file.record(offset, m_file.size()); found && !endsData(found->opcode);
              found = m_file.record(offset, m_file.size())) {
             try {
-                take(*found);
+                if (isData(found->opcode) || isDefinition(found->opcode))
+                    take(*found);
             } catch (const Failure& failure) {
                 note(failure);
             }

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <ranges>
 #include <unistd.h>
 
 #include "recording/mcap_bytes.h"
@@ -272,33 +271,41 @@ void Writer::writeSummary()
         size_t begin, end;
     };
     std::vector<Group> groups;
-    const auto group = [&](Opcode opcode, const auto& list, const auto& addOne) {
+    const auto group = [&](Opcode opcode, const auto& fill) {
         const size_t begin = m_record.size();
-        for (const auto& one : list)
-            addOne(one);
+        fill();
         if (m_record.size() > begin)
             groups.push_back({opcode, begin, m_record.size()});
     };
-    group(Opcode::schema, std::views::iota(size_t{1}, m_schemas.size() + 1),
-          [this](size_t number) { addSchema(m_record, static_cast<uint16_t>(number)); });
-    group(Opcode::channel, std::views::iota(size_t{0}, m_channels.size()),
-          [this](size_t number) { addChannel(m_record, static_cast<uint16_t>(number)); });
-    group(Opcode::statistics, std::views::single(0), [this](int) { addStatistics(m_record); });
-    group(Opcode::chunkIndex, m_chunks, [this](const Chunk& chunk) { addChunkIndex(m_record, chunk); });
-    group(Opcode::attachmentIndex, m_attachments, [this](const AttachmentPlace& place) {
-        addRecord(m_record, Opcode::attachmentIndex, [&] {
-            for (const uint64_t number : {place.offset, place.length, place.logTime, place.logTime, place.bytes})
-                add(m_record, number);
-            add(m_record, std::string_view(place.name));
-            add(m_record, std::string_view(place.mediaType));
-        });
+    group(Opcode::schema, [this] {
+        for (size_t number = 1; number <= m_schemas.size(); ++number)
+            addSchema(m_record, static_cast<uint16_t>(number));
     });
-    group(Opcode::metadataIndex, m_metadata, [this](const MetadataPlace& place) {
-        addRecord(m_record, Opcode::metadataIndex, [&] {
-            add(m_record, place.offset);
-            add(m_record, place.length);
-            add(m_record, std::string_view(place.name));
-        });
+    group(Opcode::channel, [this] {
+        for (size_t number = 0; number < m_channels.size(); ++number)
+            addChannel(m_record, static_cast<uint16_t>(number));
+    });
+    group(Opcode::statistics, [this] { addStatistics(m_record); });
+    group(Opcode::chunkIndex, [this] {
+        for (const Chunk& chunk : m_chunks)
+            addChunkIndex(m_record, chunk);
+    });
+    group(Opcode::attachmentIndex, [this] {
+        for (const AttachmentPlace& place : m_attachments)
+            addRecord(m_record, Opcode::attachmentIndex, [&] {
+                for (const uint64_t number : {place.offset, place.length, place.logTime, place.logTime, place.bytes})
+                    add(m_record, number);
+                add(m_record, std::string_view(place.name));
+                add(m_record, std::string_view(place.mediaType));
+            });
+    });
+    group(Opcode::metadataIndex, [this] {
+        for (const MetadataPlace& place : m_metadata)
+            addRecord(m_record, Opcode::metadataIndex, [&] {
+                add(m_record, place.offset);
+                add(m_record, place.length);
+                add(m_record, std::string_view(place.name));
+            });
     });
     const size_t offsets = m_record.size();
     for (const Group& one : groups)

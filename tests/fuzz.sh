@@ -12,7 +12,7 @@ if [[ ! $seconds =~ ^[1-9][0-9]*$ ]]; then
     echo "--fuzz takes a number of seconds, not $seconds." >&2
     exit 2
 fi
-install_packages clang libclang-rt-14-dev cmake make libusb-1.0-0-dev libzstd-dev
+install_packages clang libclang-rt-14-dev cmake make libusb-1.0-0-dev libzstd-dev zlib1g-dev python3
 build_preset fuzz
 mkdir -p build/fuzz/findings build/fuzz/tmp
 : >build/fuzz/summary

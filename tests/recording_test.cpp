@@ -10,8 +10,9 @@
 #include <unistd.h>
 
 #include "messages.h"
-#include "recording/mcap_reader.h"
+#include "recording/mcap_repair.h"
 #include "recording/mcap_writer.h"
+#include "recording/message_check.h"
 
 namespace
 {
@@ -167,6 +168,156 @@ TEST(Recording, RefusesWhatIsDamaged)
     EXPECT_NE(with(whole.size() - 40, {0xFF}).find("the recording has no summary"), std::string::npos);
 }
 
+// The first fault that is found, or nothing.
+std::string judged(const File& file)
+{
+    mcap::Reader reader(file.path());
+    const mcap::Verdict verdict = mcap::verify(
+        reader, [](const auto&, const auto&) {}, [](uint64_t) {});
+    EXPECT_EQ(verdict.faults.empty(), verdict.faultCount == 0);
+    return verdict.faultCount == 0 ? "" : verdict.faults.front();
+}
+
+// Where the content of the nth record of a kind is.
+uint64_t contentOf(const File& file, mcap::Opcode opcode, int n)
+{
+    const mcap::Reader reader(file.path());
+    for (uint64_t offset = sizeof mcap::kMagic;;) {
+        const auto record = reader.file().record(offset, reader.fileBytes());
+        if (!record)
+            throw std::runtime_error("there is no such record");
+        if (record->opcode == opcode && n-- == 0)
+            return offset + mcap::kRecordHead;
+        offset += record->length;
+    }
+}
+
+// Other readers trust what ours does not look at. A CRC of 0 is none, so each change is found by what it changes.
+TEST(Recording, VerifyFindsWhatDoesNotFit)
+{
+    using mcap::Opcode;
+    const File file;
+    record(file, Compression::none);
+    EXPECT_EQ(judged(file), "");
+    const Bytes whole = file.bytes();
+    Bytes changed = whole;
+    changed.at(contentOf(file, Opcode::header, 0) + 4) = 'R'; // of its profile, ros2
+    file.write(changed);
+    EXPECT_NE(judged(file).find("its CRC is wrong"), std::string::npos);
+    const struct {
+        const char* what;
+        Opcode opcode;
+        int record;
+        uint64_t offset; // in its content
+        uint8_t value;
+        const char* fault;
+    } changes[] = {
+        {"attached byte", Opcode::attachment, 0, 100, 0, "its CRC is wrong"},
+        {"chunk's last time", Opcode::chunk, 1, 12, 0, "it is not of the time that the chunk claims"},
+        {"message's channel", Opcode::chunk, 1, 40 + 9, 7, "of a channel that is not defined before it"},
+        {"time in an index", Opcode::messageIndex, 4, 6, 0xFF, "does not fit the messages of its chunk"},
+        {"channel of an index", Opcode::messageIndex, 4, 0, 9, "does not fit the messages of its chunk"},
+        {"index's kind of record", Opcode::messageIndex, 4, UINT64_MAX - 8, 0x80, "messages without an index"},
+        {"topic in the summary", Opcode::channel, 0, 10, 'X', "channel 0 is defined in two ways"},
+        {"statistics' messages", Opcode::statistics, 0, 0, 51, "statistics do not fit"},
+        {"statistics' attachments", Opcode::statistics, 0, 14, 2, "statistics do not fit"},
+        {"statistics' messages of a channel", Opcode::statistics, 0, 48, 24, "statistics do not fit"},
+        {"chunk's time in the summary", Opcode::chunkIndex, 3, 8, 1, "does not fit chunk 4"},
+        {"place of an index", Opcode::chunkIndex, 3, 40, 1, "does not fit chunk 4"},
+        {"name of an attachment", Opcode::attachmentIndex, 0, 50, 'X', "does not name what the data holds"},
+        {"name of metadata", Opcode::metadataIndex, 0, 20, 'X', "does not name what the data holds"},
+        {"place of a group", Opcode::summaryOffset, 2, 1, 0, "where its groups are"},
+    };
+    for (const auto& change : changes) {
+        changed = whole;
+        file.write(whole);
+        for (const uint64_t crc : {contentOf(file, Opcode::dataEnd, 0), contentOf(file, Opcode::footer, 0) + 16,
+                                   contentOf(file, Opcode::chunk, 1) + 24})
+            std::fill_n(changed.begin() + static_cast<std::ptrdiff_t>(crc), 4, uint8_t{0});
+        changed.at(contentOf(file, change.opcode, change.record) + change.offset) = change.value;
+        file.write(changed);
+        EXPECT_NE(judged(file).find(change.fault), std::string::npos) << change.what << ": " << judged(file);
+    }
+}
+
+// What was read before a damaged chunk or after it is not affected by it, with a summary and without.
+TEST(Recording, DamageStaysWhereItIs)
+{
+    const File file, second;
+    record(file, Compression::none);
+    const Bytes whole = file.bytes();
+    const mcap::ChunkPlace damaged = mcap::Reader(file.path()).chunks().at(3);
+    const uint64_t cut = mcap::Reader(file.path()).chunks().at(8).offset + 50;
+    for (const uint64_t size : {uint64_t{whole.size()}, cut}) {
+        Bytes changed(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+        changed.at(damaged.offset + damaged.length - 3) ^= 1;
+        file.write(changed);
+        mcap::Reader reader(file.path());
+        mcap::Cursor cursor(reader);
+        std::vector<uint32_t> found;
+        for (bool ended = false; !ended;) {
+            try {
+                const auto message = cursor.next();
+                ended = !message;
+                if (message)
+                    found.push_back(message->sequence);
+            } catch (const Failure& failure) {
+                EXPECT_EQ(size, whole.size()) << failure.what(); // a scan has left the chunk out
+            }
+        }
+        std::vector<uint32_t> expected;
+        for (uint32_t i = 0; i < (size == cut ? 40 : kMessages); ++i)
+            if (i / 5 != 3)
+                expected.push_back(i);
+        EXPECT_EQ(found, expected);
+
+        second.write({});
+        lseek(second, 0, SEEK_SET);
+        const mcap::Repaired repaired = mcap::repair(reader, second, [](uint64_t) {});
+        EXPECT_EQ(repaired.messages, expected.size());
+        EXPECT_EQ(repaired.attachments + repaired.metadata, 2u);
+        EXPECT_EQ(repaired.lostCount, size == cut ? 0u : 1u);
+        EXPECT_EQ(judged(second), "");
+        mcap::Reader again(second.path());
+        EXPECT_EQ(again.chunks().size(), expected.size() / 5);
+        EXPECT_EQ(again.read(again.attachments().at(0)), Bytes(128, 0xA5));
+        EXPECT_EQ(again.channels().at(0).schema->definition, msg::sensor_msgs::Image::kType.schema);
+        EXPECT_EQ(mcap::Cursor(again, 20 * kSecond).next()->publishTime, 20 * kSecond + 1);
+    }
+}
+
+TEST(Recording, MessagesAreWhatTheirTypeSays)
+{
+    const auto schema = std::make_shared<mcap::Schema>();
+    const auto fault = [&](MessageCheck& check, uint64_t time, const auto& message) -> std::string {
+        msg::CdrWriter cdr;
+        try {
+            check.look({"/a", message.kType.name, "cdr", schema}, {0, 0, time, time, toCdr(cdr, message)});
+            return "";
+        } catch (const Failure& failure) {
+            return failure.what();
+        }
+    };
+    MessageCheck check;
+    msg::sensor_msgs::Image image;
+    image.height = 2;
+    image.step = 3;
+    image.data.resize(6);
+    EXPECT_EQ(fault(check, 5, image), "");
+    EXPECT_EQ(fault(check, 4, image), "the time goes back");
+    image.height = 3;
+    EXPECT_EQ(fault(check, 5, image), "the picture has another size than it claims");
+    msg::vqd_msgs::FrameHeader frame;
+    frame.sequence = 8;
+    EXPECT_EQ(fault(check, 5, frame), "");
+    EXPECT_EQ(fault(check, 5, frame), "the number of the frame does not grow");
+    msg::vqd_msgs::RawFrame raw;
+    raw.planes.resize(307'199);
+    EXPECT_EQ(fault(check, 5, raw), "the frame has another size than a camera sends");
+    EXPECT_THROW(check.look({"/a", msg::vqd_msgs::Event::kType.name, "cdr", schema}, {0, 0, 9, 9, Bytes{0, 1, 0, 0, 1}}),
+                 Failure);
+}
+
 // The summary takes the place of the last chunk when there is no room for both.
 TEST(Recording, FullDiskLeavesAReadableFile)
 {
@@ -185,8 +336,8 @@ TEST(Recording, FullDiskLeavesAReadableFile)
                                  writer.addChannel("/b/events", msg::vqd_msgs::Event::kType)};
     msg::CdrWriter cdr;
     uint32_t i = 0;
-    EXPECT_THROW(
-        for (;; ++i) writer.message(channels[i % 2], i, i * kSecond, i * kSecond, toCdr(cdr, event(i))), Failure);
+    EXPECT_THROW(for (;; ++i) writer.message(channels[i % 2], i, i * kSecond, i * kSecond, toCdr(cdr, event(i))),
+                 Failure);
     writer.finish();
     setrlimit(RLIMIT_FSIZE, &before);
     mcap::Reader left(second.path());
@@ -204,6 +355,10 @@ TEST(Messages, HashesAreThoseOfRos)
                  "RIHS01_b3dfd68ff46c9d56c80fd3bd4ed22c7a4ddce8c8348f2f59c299e73118e7e275");
     EXPECT_STREQ(msg::sensor_msgs::PointCloud2::kType.hash,
                  "RIHS01_9198cabf7da3796ae6fe19c4cb3bdd3525492988c70522628af5daa124bae2b5");
+    EXPECT_STREQ(msg::diagnostic_msgs::DiagnosticArray::kType.hash,
+                 "RIHS01_5a8a36efb05fb25070fa0fb3810290c0e6cd4862b54a8fb975a1ee8dc55a333e");
+    EXPECT_STREQ(msg::tf2_msgs::TFMessage::kType.hash,
+                 "RIHS01_e369d0f05a23ae52508854b66f6aa0437f3449d652e8cbf22d5abe85d020f087");
 }
 
 TEST(Messages, AreAlignedAndBounded)
