@@ -68,6 +68,9 @@ for form in packed compact images uncompressed; do
     "$sample" "$form.mcap" 40 "$form"
     judge "$form" agrees "$form.mcap"
 done
+TMPDIR=$work VQD_RUNTIME_DIR=$work "$vqd" sim --fault 'unplug after frame 10, back after 300 ms' -- \
+    "$vqd" record -n 40 -o real.mcap >real.log 2>&1 || cat real.log
+judge "what vqd record writes" agrees real.mcap
 judge "the same pixels, packed or not" same_pixels packed.mcap uncompressed.mcap
 
 # What is repaired is whole for them, too. What is damaged is not, or this test could not fail.

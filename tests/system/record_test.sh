@@ -127,7 +127,7 @@ others() {
 under_sim VQD-HT110 -- others
 
 # Killed at any moment, it has lost no more than the chunk that was open: a MiB.
-killed() {
+killed_off() {
     local round seen supervisor
     RANDOM=20261125 # the same moments in each run
     for round in 1 2 3 4; do
@@ -149,7 +149,7 @@ killed() {
             fail "$(frames killed/k$round.mcap) frames are left of $seen"
     done
 }
-under_sim VQD-HT110 -- killed
+under_sim VQD-HT110 -- killed_off
 
 ends 0 "$vqd" sim VQD-HT110 VQD-RS110 -- "$vqd" doctor --report report.tar.gz --with-recording 1
 tar -xzf report.tar.gz || fail "the report is no archive"

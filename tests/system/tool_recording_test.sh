@@ -32,6 +32,12 @@ mentions out '^      40  /shelf/range/image_raw  *sensor_msgs/msg/Image$'
 ends 0 "$vqd" recording repair whole.mcap
 mentions out 'whole.mcap is whole, so nothing is written'
 
+# The reader of the documentation needs nothing of ours.
+sed -n '/^```python$/,/^```$/p' "$tests/../../docs/recording-format.md" | sed '1d;$d' >reader.py
+ends 0 python3 reader.py wholeuncompressed.mcap
+[[ $(wc -l <out) -eq 40 ]] || fail "the documentation's reader finds other frames"
+mentions out '^40 12[0-9]* mm$'
+
 # A cut file, as a killed recording leaves it: what the chunks hold comes back, and nothing is ever overwritten.
 head -c 2000000 wholeuncompressed.mcap >killed.mcap.part
 ends 6 "$vqd" recording verify killed.mcap.part
@@ -43,7 +49,7 @@ json out '.written == "killed-repaired.mcap" and .attachments == 3 and .messages
 ends 0 "$vqd" recording verify killed-repaired.mcap
 cp killed-repaired.mcap before
 ends 1 "$vqd" recording repair killed.mcap.part
-mentions err 'killed-repaired.mcap: File exists'
+mentions err 'killed-repaired.mcap exists'
 cmp -s before killed-repaired.mcap || fail "the present file was changed"
 
 # A damaged chunk is left out, and what follows it is kept.
