@@ -59,8 +59,8 @@ void SocketSink::request(ClientId client, uint32_t number, const Json& json)
 {
     if (json.contains("do") && json["do"] == "state") // known here, even while the camera does not answer
         m_server.reply(client, number, {{"ok", true}, {"state", stateWithClients()}});
-    else
-        m_requests.add({client, number, json});
+    else if (!m_requests.add({client, number, json}))
+        throw Failure(kFailed, "the camera does not answer, and too many requests wait for it already");
 }
 
 // Planes that would not become smaller are sent as they are.
