@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 
+#include "host/eeprom_fields.h"
 #include "host/lens_json.h"
 #include "host/profile.h"
 #include "worker/answers.h"
@@ -182,6 +183,7 @@ void CameraLoop::cameBack()
     if (++m_reopensInARow == kMost)
         throw Failure(kCameraLost, "the camera sends no frames, not even after " + std::to_string(kMost) + " re-opens");
     followToAddress();
+    requireSameCamera();
     m_header.flags |= VQD_WIRE_REOPENED;
     m_parts.state.change([](auto& values) {
         values.state = "streaming";
@@ -200,6 +202,18 @@ void CameraLoop::followToAddress()
     if (place == places.end())
         throw Failure(kCameraLost, "the camera was plugged into another port");
     m_camera.place = *place;
+}
+
+// The library opens whatever camera it finds. Another one needs a session with its own serial number and lens.
+void CameraLoop::requireSameCamera() const
+{
+    if (m_camera.known != Known::read)
+        return;
+    const EepromRead now = readEeprom(m_camera.place);
+    if (now.whole() &&
+        (serialOf(now.bytes) != serialOf(m_camera.eeprom) || fingerprint(now.bytes) != fingerprint(m_camera.eeprom)))
+        throw Failure(kCameraLost,
+                      "another camera was plugged in where camera " + std::string(m_camera.szSerialNumber) + " was");
 }
 
 void CameraLoop::hand(Clock::time_point began)
