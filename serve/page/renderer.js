@@ -74,9 +74,10 @@ export class Renderer {
         const { gl } = this;
         let own = this.#textures.get(id);
         if (!own)
-            this.#textures.set(id, (own = { planes: [0, 1].map(() => this.#texture(gl.R16UI, WIDTH, HEIGHT)) }));
+            this.#textures.set(id, (own = { planes: [] }));
         [frame.depth, frame.amplitude].forEach((plane, unit) => {
             gl.activeTexture(gl.TEXTURE0 + unit);
+            own.planes[unit] ??= this.#texture(gl.R16UI, WIDTH, HEIGHT); // which binds it to this unit
             gl.bindTexture(gl.TEXTURE_2D, own.planes[unit]);
             if (own.frame !== frame)
                 gl.texSubImage2D(gl.TEXTURE_2D, 0, 0, 0, WIDTH, HEIGHT, gl.RED_INTEGER, gl.UNSIGNED_SHORT, plane);

@@ -52,6 +52,7 @@ export class Stream {
     received = 0;
     missed = 0; // frames that the worker had and the page did not get
     arrived = 0; // when the latest frame came
+    started = 0; // when the page began to ask for frames
     shown = new Rate();
     small = false;
     #slow = 0;
@@ -71,6 +72,7 @@ export class Stream {
     start() {
         if (this.#running)
             return;
+        this.started = performance.now();
         this.#running = new AbortController();
         this.#run(this.#running.signal);
     }
