@@ -27,6 +27,8 @@ class Page {
     #dirty = false;
     #polled = 0;
     #textsAt = 0;
+    #quickest = Infinity; // answer to a question for the state, in ms
+    #clockAhead = 0; // ms
 
     constructor() {
         const redraw = () => this.redraw();
@@ -96,7 +98,9 @@ class Page {
 
     async #poll() {
         try {
+            const asked = Date.now();
             const state = await getState();
+            this.#compareClocks(state.server, asked, Date.now());
             this.server = state.server;
             this.#take(state.cameras.filter(({ show }) => show !== false));
             setText(byId("connection"), "");
@@ -106,6 +110,16 @@ class Page {
             setText(byId("connection"), text);
             document.body.classList.add("offline");
         }
+    }
+
+    // The quickest answer tells best how far the clock of the server's machine is ahead of this one's.
+    #compareClocks({ "real-time-ns": theirs }, asked, answered) {
+        const took = Math.max(answered - asked, 1);
+        this.#quickest *= 1.02; // an old answer gives way, because clocks are set
+        if (theirs === undefined || took > this.#quickest)
+            return;
+        this.#quickest = took;
+        this.#clockAhead = theirs / 1e6 - (asked + answered) / 2;
     }
 
     #take(states) {
@@ -208,7 +222,7 @@ class Page {
     // A frame was drawn: for the rate, for its age, and for what the page takes of the processor.
     #count(camera, began) {
         camera.drawnFrame = camera.frame;
-        camera.age = Date.now() - camera.frame.readMs;
+        camera.age = Math.max(Date.now() + this.#clockAhead - camera.frame.readMs, 0);
         camera.stream.drawn();
         const took = performance.now() - began;
         this.drawMs = Number.isNaN(this.drawMs) ? took : this.drawMs + (took - this.drawMs) / 30;

@@ -143,17 +143,17 @@ export class CloudPanel {
         const { frame } = this.camera;
         if (!frame || !this.camera.lens || !this.matrix)
             return;
-        const port = this.port.getBoundingClientRect();
-        const [x, y] = [(clientX - port.left) / port.width, (clientY - port.top) / port.height];
+        const { left, top, width, height } = this.port.getBoundingClientRect();
+        const { matrix: m, camera: { lens: { fx, fy, cx, cy } } } = this;
         let best = null;
         for (let i = 0; i < PIXELS; ++i) {
             if (frame.depth[i] === 0)
                 continue;
-            const [u, v] = [i % WIDTH, Math.floor(i / WIDTH)];
-            const at = project(this.matrix, this.camera.pixel(u, v).point);
+            const [u, v, z] = [i % WIDTH, Math.floor(i / WIDTH), frame.depth[i] / 1000];
+            const at = project(m, ((u - cx) * z) / fx, ((v - cy) * z) / fy, z);
             if (!at)
                 continue;
-            const off = Math.hypot((at.x - x) * port.width, (at.y - y) * port.height);
+            const off = Math.hypot(left + at.x * width - clientX, top + at.y * height - clientY);
             const cost = off + 40 * at.ahead; // what is behind must be closer to the pointer
             if (off < NEAR && (!best || cost < best.cost) && !(this.hidesFlying && isFlying(frame.depth, u, v)))
                 best = { u, v, cost };
@@ -176,7 +176,7 @@ export class CloudPanel {
         const { width, height } = this.box;
         const onScreen = ({ u, v }) => {
             const { point } = this.camera.pixel(u, v) ?? {};
-            const at = point && project(this.matrix, point);
+            const at = point && project(this.matrix, ...point);
             return at && { x: at.x * width, y: at.y * height };
         };
         const shapes = [];

@@ -32,8 +32,11 @@ function interpolated(anchors) {
     return table;
 }
 
+// Amplitude falls with the square of the distance, so the root keeps what is far away visible.
+const GREYS = Array.from({ length: ENTRIES }, (_, i) => Array(3).fill(255 * Math.sqrt(i / (ENTRIES - 1))));
+
 // RGBA of each palette; the amplitude's greys, from black, come last.
-export const TABLES = [...PALETTE_NAMES.map((name) => interpolated(PALETTES[name])), interpolated([[0, 0, 0], [255, 255, 255]])];
+export const TABLES = [...PALETTE_NAMES.map((name) => interpolated(PALETTES[name])), interpolated(GREYS)];
 export const AMPLITUDE_TABLE = TABLES.length - 1;
 
 // The range of the values that are not 0, without a few at either end. It is at least 100 wide, so that noise alone

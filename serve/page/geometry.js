@@ -80,7 +80,7 @@ export class Orbit {
 }
 
 // Where a point is on the screen: 0 to 1 from the left and from the top, and how far ahead; null behind the viewpoint.
-export function project(matrix, [x, y, z]) {
+export function project(matrix, x, y, z) {
     const row = (i) => matrix[i] * x + matrix[4 + i] * y + matrix[8 + i] * z + matrix[12 + i];
     const ahead = row(3);
     return ahead > 0.01 ? { x: 0.5 + row(0) / ahead / 2, y: 0.5 - row(1) / ahead / 2, ahead } : null;

@@ -19,7 +19,6 @@ const FIGURES = [
     ["plane RMS", "mm", "Distance of the points from the plane that fits them best", (f) => f.plane?.rms, 2],
     ["tilt", "°", "Angle of that plane to the image", (f) => f.plane?.tilt, 2],
     ["fill", "%", "Share of the pixels that have a depth", (f) => 100 * f["fill-rate"], 1],
-    ["pixels", "", "Pixels of the region", (f) => f.pixels, 0],
 ];
 
 export class RegionsPanel {
@@ -38,7 +37,7 @@ export class RegionsPanel {
         this.table.tHead.rows[0].append(
             element("th", { scope: "col" }, "region"),
             ...FIGURES.map(([name, unit, meaning]) =>
-                element("th", { scope: "col", title: meaning }, name, element("small", {}, unit && ` ${unit}`))),
+                element("th", { scope: "col", title: meaning }, name, element("small", {}, ` ${unit}`))),
             element("th", {}),
         );
         tools.addEventListener("region", ({ detail }) => this.#add(detail));
@@ -138,6 +137,7 @@ export class RegionsPanel {
     #fillRow(row, { name, figures }) {
         const [choose, remove] = row.querySelectorAll("button");
         setText(choose, name);
+        choose.title = figures ? `${figures.valid} of ${figures.pixels} pixels have a depth` : "";
         remove.setAttribute("aria-label", `Remove region ${name}`);
         FIGURES.forEach(([, , , value, decimals], i) => setText(row.cells[i + 1], figures ? fixed(value(figures), decimals) : "–"));
     }

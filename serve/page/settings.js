@@ -148,9 +148,11 @@ export class SettingsPanel {
             this.#makeRows(product);
         }
         this.body.inert = !settings;
-        for (const [name, row] of this.#rows)
-            if (settings && name in settings)
+        for (const [name, row] of this.#rows) {
+            row.node.hidden = Boolean(settings) && !(name in settings);
+            if (settings)
                 row.show(settings[name]);
+        }
     }
 
     #makeRows(product) {
