@@ -35,6 +35,7 @@ void addSelftest(CLI::App& app, Run& run);
 void addDoctor(CLI::App& app, Run& run);
 void addWorker(CLI::App& app, Run& run);
 void addStatus(CLI::App& app, Run& run);
+void addServe(CLI::App& app, Run& run);
 
 // How the tool was called.
 struct Invocation {
