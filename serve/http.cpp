@@ -243,10 +243,9 @@ bool Http::begin(Exchange& exchange, const char* method, const char* path)
     if (const auto token = request.query.find("token"); token != request.query.end())
         exchange.head.token = token->second;
     const Judgement judgement = judge(exchange.head, m_rules);
-    if (judgement.status == 200) {
-        exchange.from.isTrusted = true;
+    exchange.from.isTrusted = judgement.status == 200 || judgement.status == 303;
+    if (judgement.status == 200)
         return true;
-    }
     exchange.isHandled = true;
     if (judgement.status == 303)
         return send(exchange, {.status = 303, .type = "text/plain", .location = "/", .cookie = judgement.text});

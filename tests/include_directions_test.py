@@ -22,9 +22,11 @@ SEES = {
     "src/device": "include src/device/base src/usb src/config src/geometry src/calib src/frame",
     "sim": "",
     "host": "include " + CAMERA,
-    "worker": "include host",
+    "measure": "include",
+    "worker": "include host measure",
     "worker/client": "worker/wire.h",
-    "tools/vqd": "include host sim worker worker/client " + CAMERA,
+    "serve": "include host worker",
+    "tools/vqd": "include host sim worker worker/client serve " + CAMERA,
 }
 # The single files ask libusb about cameras that the library has not listed.
 SEES_LIBUSB = """src/device/base src/device src/usb sim
@@ -47,7 +49,7 @@ def faults(path):
             yield f"{name} must not include {target}"
 
 
-files = [path for top in ("src", "sim", "host", "worker", "tools") for path in sorted((ROOT / top).rglob("*")) if path.suffix in (".h", ".c", ".cpp")]
+files = [path for top in ("src", "sim", "host", "measure", "worker", "serve", "tools") for path in sorted((ROOT / top).rglob("*")) if path.suffix in (".h", ".c", ".cpp")]
 found = [fault for path in files for fault in faults(path)]
 print("\n".join(found) or f"{len(files)} files, every include points downwards")
 sys.exit(bool(found or not files))

@@ -139,13 +139,15 @@ void CameraLoop::tell(const Json& event)
 
 void CameraLoop::answerRequests()
 {
-    const RequestTarget target{m_camera, [this](const std::function<void()>& work) {
+    const RequestTarget target{m_camera,
+                               [this](const std::function<void()>& work) {
                                    m_stream.reset();
                                    const std::exception_ptr failure = caught(work);
                                    start();
                                    if (failure)
                                        std::rethrow_exception(failure);
-                               }};
+                               },
+                               m_parts.watch};
     for (const PendingRequest& pending : m_parts.requests.takeAll()) {
         try {
             const RequestEffect effect = answer(pending.request, target);
@@ -167,7 +169,10 @@ void CameraLoop::readFrame()
 {
     const auto began = Clock::now();
     m_nReopenTime = kBudget;
-    if (m_stream->tryRead(*m_frame)) {
+    const bool hasFrame = m_stream->tryRead(*m_frame);
+    if (const int failed = countStarting(m_stream->lines(), kTransferFailed); failed > 0)
+        m_parts.state.change([&](auto& values) { values.failedTransfers += static_cast<uint64_t>(failed); });
+    if (hasFrame) {
         m_reopensInARow = 0;
         hand(began);
     } else {

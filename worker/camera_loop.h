@@ -20,6 +20,7 @@ public:
         std::span<Sink* const> sinks;
         WorkerState& state;
         RequestQueue& requests;
+        Watch& watch; // one of the sinks
         std::function<void(const PendingRequest&, const Json& reply)> reply;
         std::function<bool()> stops;
     };

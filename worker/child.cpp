@@ -114,10 +114,12 @@ void work(const ChildOptions& options, WorkerState& state, RequestQueue& request
     if (options.profile)
         useProfile(cameras, camera, state, socket);
     applySettings(camera, options.settings);
-    Sink* const sinks[] = {&socket};
+    Watch watch(state);
+    Sink* const sinks[] = {&watch, &socket}; // figures are there before their frame
     CameraLoop(camera, {.sinks = sinks,
                         .state = state,
                         .requests = requests,
+                        .watch = watch,
                         .reply = [&](const PendingRequest& pending,
                                      const Json& reply) { socket.reply(pending.client, pending.number, reply); },
                         .stops = [] { return g_stops.load(); }})

@@ -75,6 +75,15 @@ RequestEffect save(const Json&, const RequestTarget& target)
     return {reply, eventOf("saved")};
 }
 
+// The regions are everybody's, so everybody learns of it.
+RequestEffect watch(const Json& request, const RequestTarget& target)
+{
+    target.watch.set(request);
+    Json reply = done(), event = eventOf("watch");
+    reply["regions"] = event["regions"] = target.watch.regions();
+    return {reply, event};
+}
+
 RequestEffect stop(const Json&, const RequestTarget&)
 {
     return {done(), eventOf("stopping"), false, true};
@@ -83,7 +92,7 @@ RequestEffect stop(const Json&, const RequestTarget&)
 constexpr struct {
     const char* name;
     RequestEffect (*answer)(const Json& request, const RequestTarget& target);
-} kRequests[] = {{"get", get}, {"set", set}, {"save", save}, {"stop", stop}};
+} kRequests[] = {{"get", get}, {"set", set}, {"save", save}, {"watch", watch}, {"stop", stop}};
 
 } // namespace
 

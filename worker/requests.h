@@ -10,6 +10,7 @@
 
 #include "host/assignments.h"
 #include "host/json.h"
+#include "worker/watch.h"
 
 struct PendingRequest {
     uint64_t client;
@@ -49,6 +50,7 @@ struct RequestTarget {
     const ListedCamera& camera;
     // Runs something while the camera does not grab.
     std::function<void(const std::function<void()>&)> whileStopped;
+    Watch& watch;
 };
 
 // Fails with a usage error for what is no request, and as the camera does.

@@ -69,7 +69,11 @@ int look()
 
 Server::Options serverOptions(const Options& options)
 {
-    Server::Options server{.version = VQD_VERSION, .host = options.host, .port = options.port, .names = options.names};
+    Server::Options server;
+    server.version = VQD_VERSION;
+    server.host = options.host;
+    server.port = options.port;
+    server.names = options.names;
     if (!options.config.empty())
         server.configuration = configurationFrom(textOfDocument(options.config), options.config);
     std::string& recordings = server.configuration.recordings;
