@@ -13,6 +13,7 @@
 #   ./test.sh --gcc11            every test, built with g++ 11, which older systems have
 #   ./test.sh --lint             clang-tidy and cppcheck
 #   ./test.sh --mutations        breaks the library in 44 places, one at a time, and looks whether the tests notice
+#   ./test.sh --page-breaks      the same in 20 places of the page and its server
 #   ./test.sh --bench            times the library against OpenCV; runs no tests
 #   ./test.sh --packages         takes the Debian packages through a fresh Debian, from install to purge; with --arm64
 #                                after it, those for 64-bit Arm under qemu-user
@@ -23,7 +24,7 @@ source tools/setup.sh
 
 build_packages=(g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev libgtest-dev umockdev libumockdev-dev
     libcli11-dev libarchive-dev libpng-dev nlohmann-json3-dev usbutils jq abigail-tools doxygen
-    help2man python3)
+    help2man python3 chromium-headless-shell fonts-dejavu-core)
 
 # build PRESET: configures and builds everything.
 build() {
@@ -69,6 +70,10 @@ case "${1:-}" in
 --mutations)
     install_packages "${build_packages[@]}"
     exec tests/breaks.py listed
+    ;;
+--page-breaks)
+    install_packages "${build_packages[@]}"
+    exec tests/breaks.py page
     ;;
 --bench)
     install_packages g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev umockdev libumockdev-dev libbenchmark-dev \

@@ -3,6 +3,7 @@
 #include "serve/server.h"
 
 #include <algorithm>
+#include <fstream>
 #include <charconv>
 #include <csignal>
 #include <ctime>
@@ -13,6 +14,7 @@
 
 #include "host/documents.h"
 #include "host/settings.h"
+#include "host/host_time.h"
 #include "serve/page_files.h"
 #include "worker/runtime_folder.h"
 
@@ -150,6 +152,16 @@ Answer notFound()
     return refusedAnswer(404, "there is nothing at this path");
 }
 
+// While the page is worked on, its files come from the folder of their sources.
+std::string contentOf(const PageFile& file, const std::string& folder)
+{
+    if (folder.empty())
+        return std::string(file.content);
+    const std::string_view name = file.path == "/" ? "index.html" : file.path.substr(file.path.rfind('/') + 1);
+    std::ifstream source(std::filesystem::path(folder) / name);
+    return {std::istreambuf_iterator<char>(source), {}};
+}
+
 } // namespace
 
 Server::Server(Options options)
@@ -256,7 +268,7 @@ std::optional<Answer> Server::handle(const HttpRequest& request)
     for (const PageFile& file : pageFiles())
         if (file.path == request.path)
             return request.method == "POST" ? refusedAnswer(405, "a page takes no POST")
-                                            : Answer{.type = file.type, .text = std::string(file.content)};
+                                            : Answer{.type = file.type, .text = contentOf(file, m_options.pages)};
     std::string_view path = request.path;
     if (!path.starts_with(kApi))
         return notFound();
@@ -312,6 +324,7 @@ Json Server::state() const
                       {"host", m_options.host},
                       {"port", m_http.port()},
                       {"started", m_started},
+                      {"real-time-ns", hostTime().real},
                       {"clients", m_http.connections()},
                       {"error", m_error.empty() ? Json() : Json(m_error)},
                       {"recordings", folder.empty() ? Json() : Json(folder)},

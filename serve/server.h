@@ -17,6 +17,7 @@ public:
         uint16_t port = 8760;
         std::vector<std::string> names; // by which clients may call it, besides the address and the loopback's
         Configuration configuration;
+        std::string pages;                      // where the page's files are read; empty: in the program
         std::vector<std::string> workerOptions; // of every worker that it starts
         std::function<void(const std::string& sentence)> say;
     };

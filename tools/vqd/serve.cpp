@@ -22,7 +22,7 @@ namespace
 {
 
 struct Options {
-    std::string config, host = "127.0.0.1", recordings;
+    std::string config, host = "127.0.0.1", recordings, pages;
     uint16_t port = 8760;
     std::vector<std::string> names;
     bool looks = false;
@@ -74,6 +74,7 @@ Server::Options serverOptions(const Options& options)
     server.host = options.host;
     server.port = options.port;
     server.names = options.names;
+    server.pages = options.pages;
     if (!options.config.empty())
         server.configuration = configurationFrom(textOfDocument(options.config), options.config);
     std::string& recordings = server.configuration.recordings;
@@ -126,6 +127,7 @@ void addServe(CLI::App& app, Run& run)
     command->add_option("--recordings", options->recordings, "The folder in which recordings are made")
         ->type_name("FOLDER")
         ->check(notEmpty);
+    command->add_option("--pages", options->pages)->group("")->check(CLI::ExistingDirectory); // for work on the page
     command->add_flag("--look", options->looks)->group(""); // how the server finds cameras
     addCommon(*command, kProfile);
     command->footer(
