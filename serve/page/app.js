@@ -16,6 +16,7 @@ import { CameraTabs, Tiles } from "./tiles.js";
 import { Tools } from "./tools.js";
 
 const POLL_MS = 500;
+const POLL_HIDDEN_MS = 5000;
 const POLL_LATE_MS = 150; // when frames that were expected do not come
 const EXPECTED_MS = 250;
 
@@ -25,7 +26,9 @@ class Page {
     chosen = null; // the id of a camera, or "" for all of them
     drawMs = NaN;
     #dirty = false;
-    #polled = 0;
+    #polled = -Infinity;
+    #polling = false;
+    #paused = false;
     #textsAt = 0;
     #quickest = Infinity; // answer to a question for the state, in ms
     #clockAhead = 0; // ms
@@ -60,6 +63,11 @@ class Page {
     #listen() {
         byId("modes").addEventListener("change", ({ target }) => this.tools.setMode(target.value));
         byId("zoom").addEventListener("click", ({ target }) => target.dataset.zoom && this.tools.zoom(Number(target.dataset.zoom)));
+        byId("pause").addEventListener("click", ({ target }) => {
+            this.#paused = !this.#paused;
+            target.setAttribute("aria-pressed", String(this.#paused));
+            this.#run();
+        });
         byId("panels").addEventListener("click", ({ target }) => target.matches(".enlarge") && this.#enlarge(target));
         tabList(byId("side-tabs"), (value) => {
             for (const section of byId("side").querySelectorAll("section"))
@@ -85,15 +93,24 @@ class Page {
     }
 
     // Looks after everything that is not a frame, about ten times a second.
-    async #tick() {
-        const now = performance.now();
-        const isLate = this.camera?.stream.running && now - this.camera.stream.arrived > EXPECTED_MS;
-        if (now - this.#polled >= (isLate ? POLL_LATE_MS : POLL_MS) && !(document.hidden && now - this.#polled < 5000)) {
-            await this.#poll();
-            this.#polled = performance.now();
+    #tick() {
+        const since = performance.now() - this.#polled;
+        const isLate = this.#seen().some(({ stream }) => stream.running && performance.now() - stream.arrived > EXPECTED_MS);
+        const due = document.hidden ? POLL_HIDDEN_MS : isLate ? POLL_LATE_MS : POLL_MS;
+        if (!this.#polling && since >= due) {
+            this.#polling = true;
+            this.#poll().finally(() => {
+                this.#polling = false;
+                this.#polled = performance.now();
+            });
         }
         this.#showTexts();
         setTimeout(() => this.#tick(), 100);
+    }
+
+    // The cameras whose frames are on the page.
+    #seen() {
+        return this.chosen === "" ? [...this.cameras.values()] : this.camera ? [this.camera] : [];
     }
 
     async #poll() {
@@ -106,8 +123,9 @@ class Page {
             setText(byId("connection"), "");
             document.body.classList.remove("offline");
         } catch (why) {
-            const text = why.status === 401 ? "This address is no longer valid. Open the one that vqd serve printed." : "The server does not answer. The page asks again.";
-            setText(byId("connection"), text);
+            const isStranger = why.status === 401;
+            setText(byId("connection"), isStranger ? "This address is no longer valid. Open the one that vqd serve printed."
+                : "The server does not answer. The page asks again.");
             document.body.classList.add("offline");
         }
     }
@@ -136,7 +154,9 @@ class Page {
         setText(byId("nothing"), cameras.length ? "" : "No camera was found yet. It appears here as soon as it is plugged in.");
         this.tabs.show(cameras);
         this.tiles.show(cameras);
-        if (this.chosen === null && cameras.length)
+        if (cameras.length === 0)
+            byId("single").hidden = byId("side").hidden = true;
+        else if (this.chosen === null)
             this.tabs.select(this.#fromAddress() ?? (cameras.length === 1 ? cameras[0].id : ""));
         this.#run();
         if (this.camera) {
@@ -180,9 +200,9 @@ class Page {
 
     // Frames are asked for only where they are seen.
     #run() {
+        const seen = this.#paused || document.hidden ? [] : this.#seen();
         for (const camera of this.cameras.values()) {
-            const isSeen = !document.hidden && (this.chosen === "" || camera === this.camera);
-            if (isSeen && camera.isRunning)
+            if (camera.isRunning && seen.includes(camera))
                 camera.stream.start();
             else
                 camera.stream.stop();
@@ -214,8 +234,8 @@ class Page {
         this.cloud.beforeDrawing();
         for (const panel of panels)
             panel.drawOverlay();
-        for (const shown of this.chosen === "" ? this.cameras.values() : [camera])
-            if (shown?.frame && shown.drawnFrame !== shown.frame)
+        for (const shown of this.#seen())
+            if (shown.frame && shown.drawnFrame !== shown.frame)
                 this.#count(shown, began);
     }
 

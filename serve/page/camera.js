@@ -20,6 +20,15 @@ const ABSENCES = {
     restarting: "The process of the camera has ended. It is started again.",
 };
 
+// What was kept of an earlier visit; null when there is nothing, or a browser that keeps nothing.
+function storedLook(key) {
+    try {
+        return JSON.parse(localStorage.getItem(key));
+    } catch {
+        return null;
+    }
+}
+
 export class Camera {
     state = {};
     orbit = new Orbit();
@@ -33,8 +42,9 @@ export class Camera {
             onFrame(this);
         });
         this.#stored = `vqd.look.${id}`;
-        const stored = JSON.parse(localStorage.getItem(this.#stored) ?? "null");
-        this.look = { depthRange: { low: 0, high: 5000 }, amplitudeRange: { low: 0, high: 1000 }, palettes: [0, AMPLITUDE_TABLE], ...stored };
+        const stored = storedLook(this.#stored);
+        const ranges = { depthRange: { low: 0, high: 5000 }, amplitudeRange: { low: 0, high: 1000 } };
+        this.look = { ...ranges, palettes: [0, AMPLITUDE_TABLE], ...stored };
         this.isFitted = stored !== null;
     }
 
@@ -76,12 +86,20 @@ export class Camera {
     // A range stays as it is until somebody changes it, also when the page is loaded again.
     setRange(kind, range) {
         this.look[`${kind}Range`] = range;
-        localStorage.setItem(this.#stored, JSON.stringify(this.look));
+        this.#keepLook();
     }
 
     setPalette(row) {
         this.look.palettes[0] = row;
-        localStorage.setItem(this.#stored, JSON.stringify(this.look));
+        this.#keepLook();
+    }
+
+    #keepLook() {
+        try {
+            localStorage.setItem(this.#stored, JSON.stringify(this.look));
+        } catch {
+            // It lasts as long as the page, then.
+        }
     }
 
     fit(kind) {

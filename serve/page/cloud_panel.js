@@ -186,7 +186,7 @@ export class CloudPanel {
         shapes.push(...marks.map(({ x, y }) => svg("circle", { class: "mark", cx: x, cy: y, r: 4 })));
         const cursor = this.tools.cursor && onScreen(this.tools.cursor);
         if (cursor)
-            shapes.push(svg("circle", { class: "halo", cx: cursor.x, cy: cursor.y, r: 6 }), svg("circle", { class: "cross", cx: cursor.x, cy: cursor.y, r: 6 }));
+            shapes.push(...["halo", "cross"].map((name) => svg("circle", { class: name, cx: cursor.x, cy: cursor.y, r: 6 })));
         this.overlay.replaceChildren(...this.#axes(height), ...shapes);
     }
 

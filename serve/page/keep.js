@@ -56,7 +56,8 @@ export class SaveDialog {
         await during(this.button, byId("save-message"), async () => {
             setText(byId("save-message"), "Saving. The frames pause meanwhile.");
             const { written } = await post(camera.id, "save", { serial: this.typed.value.trim() });
-            return written === false ? "The EEPROM has these settings already, so nothing was written." : "Saved. What it held before was backed up.";
+            return written === false ? "The EEPROM has these settings already, so nothing was written."
+                : "Saved. What it held before was backed up.";
         });
         this.#judge();
     }
@@ -79,27 +80,36 @@ export class RecordPanel {
         this.refresh(server);
     }
 
+    get #isRecording() {
+        return this.camera.state.recording?.state === "recording";
+    }
+
     #press() {
         const { camera } = this;
-        const body = camera.state.recording ? { stop: true } : { name: this.name.value.trim() };
+        const body = this.#isRecording ? { stop: true } : { name: this.name.value.trim() };
         if (body.name === "")
             return setText(this.message, "A recording needs a name.");
         during(this.button, this.message, async () => {
-            await post(camera.id, "record", body);
+            const { recording } = await post(camera.id, "record", body);
+            camera.state.recording = recording ?? camera.state.recording;
+            this.refresh();
         });
     }
 
-    refresh(server) {
+    // A recording that has ended stays in the state, and here, until the next one.
+    refresh(server = this.server) {
+        this.server = server;
         const { recording } = this.camera.state;
-        setText(this.button, recording ? "Stop" : "Record");
-        this.button.classList.toggle("recording", Boolean(recording));
-        this.name.disabled = Boolean(recording);
+        setText(this.button, this.#isRecording ? "Stop" : "Record");
+        this.button.classList.toggle("recording", this.#isRecording);
+        this.name.disabled = this.#isRecording;
         byId("record-progress").hidden = !recording;
         if (recording) {
-            setText(byId("record-file"), recording.file);
+            setText(byId("record-state"), recording.error ?? recording.state);
+            setText(byId("record-file"), recording.file ?? (recording.files ?? []).join(", "));
             setText(byId("record-time"), fixed(recording.seconds, 1, "s"));
             setText(byId("record-frames"), fixed(recording.frames));
-            setText(byId("record-dropped"), fixed(recording.dropped));
+            setText(byId("record-dropped"), fixed(recording.dropped + (recording["not-recorded"] ?? 0)));
             setText(byId("record-bytes"), megabytes(recording.bytes));
         }
         const { disk, recordings } = server ?? {};
@@ -109,10 +119,11 @@ export class RecordPanel {
     }
 }
 
-// The present frame as files. All of them are of the same frame when the images stand still.
+// The present frame as files. While the page pauses, all of them are of the same frame.
 export class Snapshots {
     #kinds = {
-        "depth-colour": ["-depth-colour.png", ({ depth }, { look }) => colourPng(coloured(depth, look.depthRange, TABLES[look.palettes[0]]))],
+        "depth-colour": ["-depth-colour.png",
+            ({ depth }, { look }) => colourPng(coloured(depth, look.depthRange, TABLES[look.palettes[0]]))],
         "depth-exact": ["-depth.png", ({ depth }) => exactPng(depth)],
         "amplitude-exact": ["-amplitude.png", ({ amplitude }) => exactPng(amplitude)],
         "depth-npy": ["-depth.npy", ({ depth }) => npy(depth)],

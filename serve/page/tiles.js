@@ -2,8 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // All cameras at once: the tabs by which one is chosen, and a tile with the depth of each.
-import { byId, element, fixed, setText } from "./dom.js";
-import { tabList } from "./dom.js";
+import { byId, element, fixed, setText, tabList } from "./dom.js";
 import { HEIGHT, WIDTH } from "./wire.js";
 
 const LIGHTS = { streaming: "good", starting: "busy", silent: "busy", lost: "bad", restarting: "bad" };
@@ -55,8 +54,10 @@ export class CameraTabs {
             button(id).firstChild.className = light;
             setText(button(id).lastChild, name);
         }
-        if (cameras.length > 1)
-            this.list.prepend(button("")), (button("").firstChild.className = all.light);
+        if (cameras.length > 1 && this.list.firstChild !== button("")) {
+            this.list.prepend(button(""));
+            button("").firstChild.className = all.light;
+        }
     }
 }
 
@@ -75,11 +76,9 @@ export class Tiles {
 
     show(cameras) {
         const node = this.buttons.show(cameras);
-        const isNew = cameras.length !== this.#tiles.length;
         this.#tiles = cameras.map((camera) => ({ camera, node: node(camera.id), port: node(camera.id).firstChild }));
         this.parent.dataset.count = cameras.length;
         this.layout(byId("stage").getBoundingClientRect());
-        return isNew;
     }
 
     layout(stage) {
@@ -110,7 +109,4 @@ export class Tiles {
     }
 }
 
-function absence() {
-    const node = element("span", { className: "absence", hidden: true }, element("strong"), element("span"));
-    return node;
-}
+const absence = () => element("span", { className: "absence", hidden: true }, element("strong"), element("span"));
