@@ -14,9 +14,10 @@ function choicesFor({ choices }, product) {
 }
 
 function rangeText(setting) {
+    const named = ({ name }) => (setting.values.length > 1 ? `${name} ` : "");
     const texts = setting.values
         .filter(({ type }) => type === "integer")
-        .map(({ name, minimum, maximum }) => (setting.values.length > 1 ? `${name} ` : "") + `${minimum} to ${maximum}`.replace(/-/g, "−"));
+        .map((value) => `${named(value)}${value.minimum} to ${value.maximum}`.replace(/-/g, "−"));
     return texts.join(", ") + (setting.ascending ? ", each below the next" : "");
 }
 
@@ -60,7 +61,8 @@ class Row {
     }
 
     #values() {
-        const values = this.inputs.map((input) => (input.type === "checkbox" ? Number(input.checked) : input.value === "" ? NaN : Number(input.value)));
+        const valueOf = (input) => (input.value === "" ? NaN : Number(input.value));
+        const values = this.inputs.map((input) => (input.type === "checkbox" ? Number(input.checked) : valueOf(input)));
         return values.length === 1 ? values[0] : values;
     }
 
@@ -205,8 +207,9 @@ export class SettingsPanel {
         }
         // Only what differs is sent, because not every model takes its own factory values back.
         const has = this.camera.state.settings ?? {};
-        const writable = (name) => this.#rows.has(name) && !this.#rows.get(name).setting["read-only"];
-        const differing = Object.entries(wanted).filter(([name, value]) => writable(name) && JSON.stringify(value) !== JSON.stringify(has[name]));
+        const isWritable = (name) => this.#rows.has(name) && !this.#rows.get(name).setting["read-only"];
+        const differs = ([name, value]) => isWritable(name) && JSON.stringify(value) !== JSON.stringify(has[name]);
+        const differing = Object.entries(wanted).filter(differs);
         const unknown = Object.keys(wanted).filter((name) => !this.#rows.has(name));
         const refused = await this.#send(Object.fromEntries(differing));
         const words = [`${differing.length - refused} settings of ${file.name} were set`];

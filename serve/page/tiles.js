@@ -38,7 +38,8 @@ export class CameraTabs {
     constructor(onSelect) {
         this.list = byId("cameras");
         this.buttons = new Buttons(this.list, ({ id, name }) => {
-            const button = element("button", { type: "button", role: "tab", tabIndex: -1 }, element("span", { className: "light off" }), element("span", {}, name));
+            const parts = [element("span", { className: "light off" }), element("span", {}, name)];
+            const button = element("button", { type: "button", role: "tab", tabIndex: -1 }, ...parts);
             button.dataset.value = id;
             button.setAttribute("aria-selected", "false");
             return button;
@@ -103,8 +104,9 @@ export class Tiles {
             const { state, stream } = camera;
             light.className = lightOf(camera);
             setText(name, state.name);
-            const parts = [state.state, fixed(state["frames-per-second"], 1, "/s"), `page ${fixed(stream.shown.perSecond(), 1, "/s")}`, fixed(state.temperature, 1, "°C")];
-            setText(rates, (state.state === "streaming" ? parts : [state.state]).join(" · "));
+            const perSecond = [fixed(state["frames-per-second"], 1, "/s"), `page ${fixed(stream.shown.perSecond(), 1, "/s")}`];
+            const numbers = state.state === "streaming" ? [...perSecond, fixed(state.temperature, 1, "°C")] : [];
+            setText(rates, [state.state, ...numbers].join(" · "));
         }
     }
 }

@@ -117,7 +117,8 @@ def place_of_colour(colour):
 
 
 def still_spots(server, step=12):
-    """Pixels that stand still and are like their neighbours, so that noise and the moving ball do not matter: {(u, v): (amplitude, depth)}."""
+    """Pixels that stand still and are like their neighbours, so that noise and the moving ball do not matter:
+    {(u, v): (amplitude, depth)}."""
     frames = []
     for _ in range(6):
         frames.append(server.frame())
