@@ -14,6 +14,7 @@
 #   ./test.sh --gcc11            every test, built with g++ 11, which older systems have
 #   ./test.sh --lint             clang-tidy and cppcheck
 #   ./test.sh --mutations        breaks the library in 44 places, one at a time, and looks whether the tests notice
+#   ./test.sh --page-breaks      the same in 20 places of the page and its server
 #   ./test.sh --bench            times the library against OpenCV; runs no tests
 #   ./test.sh --packages         takes the Debian packages through a fresh Debian, from install to purge; with --arm64
 #                                after it, those for 64-bit Arm under qemu-user
@@ -25,7 +26,7 @@ source tools/setup.sh
 build_packages=(g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev libgtest-dev umockdev libumockdev-dev
     libcli11-dev libarchive-dev libpng-dev zlib1g-dev libzstd-dev nlohmann-json3-dev usbutils jq abigail-tools doxygen
     help2man python3 python3-numpy python3-pytest python3-zstandard python3-opencv python3-matplotlib mypy python3-venv
-    python3-setuptools python3-wheel)
+    python3-setuptools python3-wheel chromium-headless-shell fonts-dejavu-core libmicrohttpd-dev)
 
 # build PRESET: configures and builds everything.
 build() {
@@ -76,6 +77,10 @@ case "${1:-}" in
 --mutations)
     install_packages "${build_packages[@]}"
     exec tests/breaks.py listed
+    ;;
+--page-breaks)
+    install_packages "${build_packages[@]}"
+    exec tests/breaks.py page
     ;;
 --bench)
     install_packages g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev umockdev libumockdev-dev libbenchmark-dev \

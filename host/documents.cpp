@@ -17,8 +17,8 @@ static bool refuseDeepJson(int depth, Json::parse_event_t, const Json&)
     return true;
 }
 
-// The whole text, if it is not longer than any document of ours. A pipe may never end.
-static std::string textOf(const std::string& file)
+// A pipe may never end.
+std::string textOfDocument(const std::string& file)
 {
     constexpr size_t kMost = 1 << 20; // a profile with all its tables has a fifth of that
     std::ifstream opened;
@@ -73,7 +73,7 @@ Json parsedObject(std::string_view text, const std::string& name)
 
 Json readDocument(const std::string& file, const std::string& command)
 {
-    const Json json = parsed(textOf(file), file);
+    const Json json = parsed(textOfDocument(file), file);
     if (!json.is_object() || !json.contains("schema") || json["schema"] != document(command)["schema"])
         throw Failure(kUsage, file + ": \"schema\" is not \"vqd." + command + "/1\"");
     return json;

@@ -21,5 +21,8 @@ void writeDocument(const std::filesystem::path& path, const Json& json, Existing
 // One object from a text of somebody else's making. Fails with a usage error; `name` is for that message.
 Json parsedObject(std::string_view text, const std::string& name);
 
+// The text of a file, or of standard input for -. Fails when it is longer than any document of ours.
+std::string textOfDocument(const std::string& file);
+
 // Reads such a file; - is standard input. Fails unless it holds one object of that schema.
 Json readDocument(const std::string& file, const std::string& command);

@@ -120,28 +120,32 @@ constexpr SettingValue kMode[] = {{"mode", 0, 3, kUndistortions}};
 constexpr SettingValue kTemperature[] = {{.name = "temperature", .type = ValueType::number}};
 constexpr SettingValue kVersion[] = {{.name = "version", .type = ValueType::text}};
 
+// Where a page shows them.
+constexpr const char kCapture[] = "Capture", kFilters[] = "Filters", kCorrections[] = "Corrections", kImage[] = "Image",
+                     kSeveralCameras[] = "Several cameras", kStatus[] = "Status";
+
 // clang-format off
 constexpr Setting kSettings[] = {
     // First, so that a frequency that the model does not have is refused before anything else is changed.
-    {"frequency", "Modulation frequency", "MHz", kFrequency, read<vqdGetModuleFrequency>, write<vqdSetModuleFrequency>},
-    {"integration-time", "Integration time", "", kIntegration, read<vqdGetIntegrationTime>, nullptr},
-    {"offset", "Depth offset", "", kOffset, read<vqdGetOffset>, write<vqdSetOffset>},
-    {"scatter-threshold", "Scatter threshold", "", kThreshold, read<vqdGetScatterThreshold>, write<vqdSetScatterThreshold>},
-    {"check-threshold", "Amplitude check threshold", "", kThreshold, read<vqdGetCheckThreshold>, write<vqdSetCheckThreshold>},
-    {"depth-range", "Depth range", "mm", kRange, depthRange, setDepthRange, true},
-    {"flip-horizontal", "Flip left to right", "", kSwitch, read<vqdGetFlipHorizontal>, write<vqdSetFlipHorizontal>},
-    {"flip-vertical", "Flip top to bottom", "", kSwitch, read<vqdGetFlipVertical>, write<vqdSetFlipVertical>},
-    {"fps-delay", "Frame delay", "", kDelay, read<vqdGetFPSDelay>, write<vqdSetFPSDelay>},
-    {"multi-cam", "Lighting in turn with other cameras", "", kMultiCam, multiCam, setMultiCam},
-    {"multi-sync", "Lighting in turn, the switch alone", "", kSwitch, read<vqdGetMultiSyncMode>, write<vqdSetMultiSyncMode>},
-    {"illumination", "Light and capture", "", kSwitch, illumination, write<vqdIlluminationOnOff>},
-    {"remove-edge", "Edge removal", "", kSwitch, read<vqdGetRemoveEdge>, write<vqdSetRemoveEdge>},
-    {"motion-blur", "Motion blur removal", "", kMotionBlur, motionBlur, setMotionBlur},
-    {"undistortion", "Undistortion", "", kMode, read<vqdGetUndistortion>, write<vqdSetUndistortion>},
-    {"fppn", "FPPN correction", "", kSwitch, read<vqdGetFPPN>, write<vqdSetFPPN>},
-    {"orthogonal", "Orthogonal correction", "", kSwitch, read<vqdGetOrthogonal>, write<vqdSetOrthogonal>},
-    {"temperature", "Sensor temperature", "", kTemperature, temperature, nullptr, false, true},
-    {"logic-version", "Logic version", "", kVersion, logicVersion, nullptr, false, true},
+    {"frequency", "Modulation frequency", "MHz", kCapture, kFrequency, read<vqdGetModuleFrequency>, write<vqdSetModuleFrequency>},
+    {"integration-time", "Integration time", "", kCapture, kIntegration, read<vqdGetIntegrationTime>, nullptr},
+    {"offset", "Depth offset", "", kCorrections, kOffset, read<vqdGetOffset>, write<vqdSetOffset>},
+    {"scatter-threshold", "Scatter threshold", "", kFilters, kThreshold, read<vqdGetScatterThreshold>, write<vqdSetScatterThreshold>},
+    {"check-threshold", "Amplitude check threshold", "", kFilters, kThreshold, read<vqdGetCheckThreshold>, write<vqdSetCheckThreshold>},
+    {"depth-range", "Depth range", "mm", kFilters, kRange, depthRange, setDepthRange, true},
+    {"flip-horizontal", "Flip left to right", "", kImage, kSwitch, read<vqdGetFlipHorizontal>, write<vqdSetFlipHorizontal>},
+    {"flip-vertical", "Flip top to bottom", "", kImage, kSwitch, read<vqdGetFlipVertical>, write<vqdSetFlipVertical>},
+    {"fps-delay", "Frame delay", "", kCapture, kDelay, read<vqdGetFPSDelay>, write<vqdSetFPSDelay>},
+    {"multi-cam", "Lighting in turn with other cameras", "", kSeveralCameras, kMultiCam, multiCam, setMultiCam},
+    {"multi-sync", "Lighting in turn, the switch alone", "", kSeveralCameras, kSwitch, read<vqdGetMultiSyncMode>, write<vqdSetMultiSyncMode>},
+    {"illumination", "Light and capture", "", kCapture, kSwitch, illumination, write<vqdIlluminationOnOff>},
+    {"remove-edge", "Edge removal", "", kFilters, kSwitch, read<vqdGetRemoveEdge>, write<vqdSetRemoveEdge>},
+    {"motion-blur", "Motion blur removal", "", kFilters, kMotionBlur, motionBlur, setMotionBlur},
+    {"undistortion", "Undistortion", "", kCorrections, kMode, read<vqdGetUndistortion>, write<vqdSetUndistortion>},
+    {"fppn", "FPPN correction", "", kCorrections, kSwitch, read<vqdGetFPPN>, write<vqdSetFPPN>},
+    {"orthogonal", "Orthogonal correction", "", kCorrections, kSwitch, read<vqdGetOrthogonal>, write<vqdSetOrthogonal>},
+    {"temperature", "Sensor temperature", "", kStatus, kTemperature, temperature, nullptr, false, true},
+    {"logic-version", "Logic version", "", kStatus, kVersion, logicVersion, nullptr, false, true},
 };
 // clang-format on
 

@@ -32,6 +32,7 @@ struct Setting {
     const char* name;  // "depth-range": the key in commands and files
     const char* label; // "Depth range": for people
     const char* unit;  // "mm"; may be empty
+    const char* group; // "Filters": settings that belong together
     std::span<const SettingValue> values;
     Json (*get)(int n);                   // a number or a text, or an array of several values
     int (*set)(int n, const int* values); // 1 when the camera took them; null for a setting that can only be read

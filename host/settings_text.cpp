@@ -119,6 +119,7 @@ Json settingsTable()
         Json& row = table.emplace_back(Json{{"name", setting.name},
                                             {"label", setting.label},
                                             {"unit", *setting.unit ? Json(setting.unit) : Json()},
+                                            {"group", setting.group},
                                             {"read-only", setting.set == nullptr},
                                             {"needs-frame", setting.needsFrame},
                                             {"ascending", setting.ascending}});

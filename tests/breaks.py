@@ -4,6 +4,7 @@
 """Do the tests notice? Breaks a copy of the tree in one line at a time and runs the tests.
 
   tests/breaks.py listed                      each break of tests/mutations.txt; fails if more than two go unnoticed
+  tests/breaks.py page                        the same with tests/page/breaks.txt, for the page and its server
   tests/breaks.py random [-n 300] [-o FILE]   as many random breaks, the same ones each time for the same tree
   tests/breaks.py again FILE [-o FILE]        the breaks of an earlier run; those whose line is gone are left out
 
@@ -27,6 +28,8 @@ SEED = 20261124
 JOBS = str(os.cpu_count())
 # Half of the breaks are in the library. A short run has the same proportions as a long one.
 TURNS = [("src/",), ("sim/",), ("src/",), ("tools/", "host/")]
+LISTS = {"listed": "tests/mutations.txt", "page": "tests/page/breaks.txt"}
+OF_PAGE = "^(page|serve|Access)"
 SLOW = "tool|example|install|soak|Usb|fuzz|Simd|FaultSweep|abi|api_docs|clone"
 
 # Strings and characters are not broken.
@@ -76,8 +79,8 @@ def random_breaks():
                 yield Break(name, line, draw.choice(breaks_of(line)))
 
 
-def listed_breaks():
-    for row in (ROOT / "tests/mutations.txt").read_text().splitlines():
+def listed_breaks(name):
+    for row in (ROOT / name).read_text().splitlines():
         if not row.startswith("#"):
             file, old, new = (part.strip().replace(r"\|", "|").replace(r"\n", "\n") for part in re.split(r"(?<!\\)\|", row))
             if old not in (ROOT / file).read_text():
@@ -111,8 +114,8 @@ def failed_tests(*choice):
     return re.findall(r"^\s*\d+ - (\S+)", listed, re.MULTILINE)
 
 
-def noticed(a_break):
-    """The tests that notice a break, or None if it does not build."""
+def noticed(a_break, only):
+    """The tests that notice a break, or None if it does not build. Only some are asked when a choice of them is given."""
     file = TREE / a_break.file
     whole = file.read_text()
     file.write_text(whole.replace(a_break.old, a_break.new, 1))
@@ -120,41 +123,45 @@ def noticed(a_break):
         in_tool = a_break.file.startswith(("tools/", "host/"))
         if not build():
             return None
+        if only:
+            return failed_tests("--stop-on-failure", "-R", only)
         return ([] if in_tool else failed_tests("-E", SLOW)) or failed_tests("--stop-on-failure", "-R", SLOW)
     finally:
         file.write_text(whole)
 
 
-def prepare():
+def prepare(only):
     for name in tracked():
         (TREE / name).parent.mkdir(parents=True, exist_ok=True)
         if not (TREE / name).is_file() or (TREE / name).read_bytes() != (ROOT / name).read_bytes():
             shutil.copy(ROOT / name, TREE / name)
     subprocess.run(["cmake", "-S", TREE, "-B", BUILD, "-DCMAKE_BUILD_TYPE=RelWithDebInfo", "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON"],
                    check=True, stdout=subprocess.DEVNULL)
-    if not build() or (failed := failed_tests()):
+    if not build() or (failed := failed_tests(*(["-R", only] if only else []))):
         sys.exit(f"Without a break: {' '.join(failed) if build() else 'does not build'}")
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("what", choices=["listed", "random", "again"])
+    parser.add_argument("what", choices=[*LISTS, "random", "again"])
     parser.add_argument("before", type=Path, nargs="?")
     parser.add_argument("-n", type=int, default=300)
     parser.add_argument("-o", type=Path)
     arguments = parser.parse_args()
     output = arguments.o or ROOT / f"build/breaks-{arguments.what}.tsv"
-    breaks = {"listed": listed_breaks, "random": random_breaks, "again": lambda: breaks_again(arguments.before)}[arguments.what]()
-    done = [row.split("\t") for row in output.read_text().splitlines()] if output.exists() and arguments.what != "listed" else []
+    sources = {"random": random_breaks, "again": lambda: breaks_again(arguments.before)}
+    breaks = sources.get(arguments.what, lambda: listed_breaks(LISTS[arguments.what]))()
+    done = [row.split("\t") for row in output.read_text().splitlines()] if output.exists() and arguments.what not in LISTS else []
     results = [row[3] for row in done]
-    prepare()
+    only = OF_PAGE if arguments.what == "page" else None
+    prepare(only)
     for a_break in breaks:
         if len(results) >= arguments.n:
             break
         if list(a_break) in [row[:3] for row in done]:
             continue
-        tests = noticed(a_break)
-        if tests is None and arguments.what != "listed":  # no test notices a listed break that does not build
+        tests = noticed(a_break, only)
+        if tests is None and arguments.what not in LISTS:  # no test notices a listed break that does not build
             continue
         results.append(" ".join(tests or []))
         print(f"{len(results):3} {a_break.file}: {a_break.old.strip()}  ->  {a_break.new.strip()}: {results[-1] or 'NOT NOTICED'}",
@@ -163,7 +170,7 @@ def main():
             file.write("\t".join([*a_break, results[-1]]).replace("\n", " ") + "\n")
     missed = results.count("")
     print(f"{len(results) - missed} of {len(results)} breaks noticed")
-    return arguments.what == "listed" and missed > 2
+    return arguments.what in LISTS and missed > 2
 
 
 if __name__ == "__main__":

@@ -136,7 +136,7 @@ void CameraLoop::answerRequests()
                                    if (failure)
                                        std::rethrow_exception(failure);
                                },
-                               m_parts.recorder};
+                               m_parts.recorder, m_parts.watch};
     for (const PendingRequest& pending : m_parts.requests.takeAll()) {
         try {
             const RequestEffect effect = answer(pending.request, target);
@@ -158,7 +158,10 @@ void CameraLoop::readFrame()
 {
     const auto began = Clock::now();
     m_nReopenTime = kBudget;
-    if (m_stream->tryRead(*m_frame)) {
+    const bool hasFrame = m_stream->tryRead(*m_frame);
+    if (const int failed = countStarting(m_stream->lines(), kTransferFailed); failed > 0)
+        m_parts.state.change([&](auto& values) { values.failedTransfers += static_cast<uint64_t>(failed); });
+    if (hasFrame) {
         m_reopensInARow = 0;
         hand(began);
     } else {

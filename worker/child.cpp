@@ -129,7 +129,8 @@ void work(const ChildOptions& options, WorkerState& state, RequestQueue& request
     if (options.profile)
         useProfile(cameras, camera, state, socket);
     applySettings(camera, options.settings);
-    std::vector<Sink*> sinks{&socket};
+    Watch watch(state);
+    std::vector<Sink*> sinks{&watch, &socket}; // figures are there before their frame
     if (recorder != nullptr) {
         recorder->prepare(camera);
         sinks.push_back(recorder);
@@ -138,6 +139,7 @@ void work(const ChildOptions& options, WorkerState& state, RequestQueue& request
                         .state = state,
                         .requests = requests,
                         .recorder = recorder,
+                        .watch = watch,
                         .reply = [&](const PendingRequest& pending,
                                      const Json& reply) { socket.reply(pending.client, pending.number, reply); },
                         .stops = [] { return g_stops.load(); }})

@@ -85,6 +85,15 @@ RequestEffect record(const Json& request, const RequestTarget& target)
     return {reply};
 }
 
+// The regions are everybody's, so everybody learns of it.
+RequestEffect watch(const Json& request, const RequestTarget& target)
+{
+    target.watch.set(request);
+    Json reply = done(), event = eventOf("watch");
+    reply["regions"] = event["regions"] = target.watch.regions();
+    return {reply, event};
+}
+
 RequestEffect stop(const Json&, const RequestTarget&)
 {
     return {done(), eventOf("stopping"), false, true};
@@ -93,7 +102,7 @@ RequestEffect stop(const Json&, const RequestTarget&)
 constexpr struct {
     const char* name;
     RequestEffect (*answer)(const Json& request, const RequestTarget& target);
-} kRequests[] = {{"get", get}, {"set", set}, {"save", save}, {"record", record}, {"stop", stop}};
+} kRequests[] = {{"get", get}, {"set", set}, {"save", save}, {"record", record}, {"watch", watch}, {"stop", stop}};
 
 } // namespace
 

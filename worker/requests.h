@@ -11,6 +11,7 @@
 #include "host/assignments.h"
 #include "host/json.h"
 #include "worker/recording_sink.h"
+#include "worker/watch.h"
 
 struct PendingRequest {
     uint64_t client;
@@ -58,6 +59,7 @@ struct RequestTarget {
     // Runs something while the camera does not grab.
     std::function<void(const std::function<void()>&)> whileStopped;
     RecordingSink* recorder; // null where nothing may be recorded
+    Watch& watch;
 };
 
 // Fails with a usage error for what is no request, and as the camera does.

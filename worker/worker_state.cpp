@@ -41,9 +41,11 @@ Json WorkerState::json() const
     json["frames-per-second"] = m_values.rate.at(hostTime().monotonic);
     json["dropped"] = m_values.dropped;
     json["reopens"] = m_values.reopens;
+    json["failed-transfers"] = m_values.failedTransfers;
     json["longest-gap"] = m_values.longestGap;
     json["temperature"] = m_values.frames > 0 ? Json(m_values.temperature) : Json();
     json["recording"] = m_values.recording;
+    json["regions"] = m_values.regions;
     json["warning"] = m_values.warning.empty() ? Json() : Json(m_values.warning);
     return json;
 }

@@ -30,11 +30,12 @@ public:
         Json camera;                    // as vqd list shows it; null before it was found
         std::string name;               // what finds the camera again; empty before it was found
         Json profile;                   // the file whose values are in use, or null
-        uint64_t frames = 0, dropped = 0, reopens = 0;
-        double longestGap = 0;  // seconds
-        double temperature = 0; // degrees Celsius
-        std::string warning;    // what this session does without
-        Json recording;         // the latest one; null before the first
+        uint64_t frames = 0, dropped = 0, reopens = 0, failedTransfers = 0;
+        Json regions = Json::array(); // that are watched, with their figures
+        double longestGap = 0;        // seconds
+        double temperature = 0;       // degrees Celsius
+        std::string warning;          // what this session does without
+        Json recording;               // the latest one; null before the first
         RecentRate rate;
     };
 

@@ -50,10 +50,12 @@ TEST_P(SwappedCamera, EndsTheSession)
     Sink* const sinks[] = {&sink};
     WorkerState state;
     RequestQueue requests;
+    Watch watch(state);
     CameraLoop loop(cameras[0], {.sinks = sinks,
                                  .state = state,
                                  .requests = requests,
                                  .recorder = nullptr,
+                                 .watch = watch,
                                  .reply = [](const PendingRequest&, const Json&) {},
                                  .stops = [&] { return sink.frames > 20; }});
     EXPECT_THROW(loop.run(), Failure);

@@ -1,19 +1,14 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
-//
-// The same program again, as "vqd worker".
 #include "worker_processes.h"
 
-#include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstring>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 #include "host/failure.h"
+#include "worker/worker_process.h"
 
 #include "options.h"
 
@@ -24,19 +19,6 @@ using namespace std::chrono_literals;
 
 // What a worker needs in the worst case is 3 s.
 constexpr auto kMostSecondsToEnd = 5s;
-
-// In the new process, where only what signal handlers may do is allowed.
-[[noreturn]] void become(char* const* words, pid_t parent, const sigset_t& signals)
-{
-    for (const int number : {SIGINT, SIGTERM, SIGHUP})
-        signal(number, SIG_DFL); // the command's handlers would swallow what comes before the worker has its own
-    sigprocmask(SIG_SETMASK, &signals, nullptr);
-    setpgid(0, 0); // Ctrl-C is for the command, which ends its workers when its files are complete
-    prctl(PR_SET_PDEATHSIG, SIGTERM);
-    if (getppid() == parent)
-        execv("/proc/self/exe", words);
-    _exit(kFailed);
-}
 
 bool hasEnded(pid_t process)
 {
@@ -64,27 +46,13 @@ WorkerProcesses::~WorkerProcesses()
 void WorkerProcesses::start(const std::string& port, const std::vector<std::string>& settings,
                             const std::vector<std::string>& options)
 {
-    std::vector<std::string> words{"vqd", "worker", "-q", "-c", port};
+    std::vector<std::string> words{"-q", "-c", port};
     if (common.noProfile)
         words.emplace_back("--no-profile");
     words.insert(words.end(), options.begin(), options.end());
     for (const std::string& setting : settings)
         words.insert(words.end(), {"-s", setting});
-    std::vector<char*> arguments;
-    for (std::string& word : words)
-        arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    const pid_t parent = getpid();
-    sigset_t all, before;
-    sigfillset(&all);
-    sigprocmask(SIG_SETMASK, &all, &before);
-    const pid_t process = fork();
-    if (process == 0)
-        become(arguments.data(), parent, before);
-    sigprocmask(SIG_SETMASK, &before, nullptr);
-    if (process < 0)
-        throw Failure(kFailed, std::string("a worker does not start: ") + strerror(errno));
-    m_processes.push_back(process);
+    m_processes.push_back(startWorker(words));
 }
 
 void WorkerProcesses::requireRunning() const
