@@ -41,6 +41,14 @@ ends 0 "$vqd" sim --play "$hosts" --fps 0 --loop -- "$vqd" grab -n 13 --format r
 cmp -s looped/depth-000013.raw looped/depth-000001.raw || fail "the recording does not begin again"
 cmp -s looped/depth-000012.raw looped/depth-000001.raw && fail "all frames are alike"
 
+# Recordings of earlier days stay readable, and their images are what they were then.
+of_old() { # FILE CKSUM
+    ends 0 "$vqd" convert "$tests/../recordings/$1" -o "old-$1" --format raw
+    [[ $(cat "old-$1"/{depth,amplitude}-000001.raw | cksum) == "$2 307200" ]] || fail "$1 gives other images"
+}
+of_old format_1_compact.mcap 1571469223
+of_old format_1_images.mcap 3284686375
+
 # A file that was cut gives what it has.
 head -c "$(($(stat -c %s "$own") * 2 / 3))" "$own" >cut.mcap
 ends 0 "$vqd" convert cut.mcap -o cut
