@@ -24,7 +24,8 @@ source tools/setup.sh
 
 build_packages=(g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev libgtest-dev umockdev libumockdev-dev
     libcli11-dev libarchive-dev libpng-dev zlib1g-dev libzstd-dev nlohmann-json3-dev usbutils jq abigail-tools doxygen
-    help2man python3)
+    help2man python3 python3-numpy python3-pytest python3-zstandard python3-opencv python3-matplotlib mypy python3-venv
+    python3-setuptools python3-wheel)
 
 # build PRESET: configures and builds everything.
 build() {

@@ -2,9 +2,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Times the library against what its users would write with OpenCV, in one process on one thread.
+#include <array>
 #include <cstring>
 #include <random>
 #include <string>
+#include <vector>
 
 #include <benchmark/benchmark.h>
 #include <opencv2/calib3d.hpp>
@@ -30,6 +32,7 @@ Point3f points[VQD_PIXELS], pointsCopy[VQD_PIXELS];
 
 const Lens kLens{{204, 204, 160, 120}, {-0.346f, 0.12f, 0, 0, 0, 0}};
 const Lens kPincushion{{204, 204, 160, 120}, {0.1f, 0, 0, 0, 0, 0}};
+const Lens kStraight{{204, 204, 160, 120}, {0, 0, 0, 0, 0, 0}};
 
 uint16_t* rawAmplitude()
 {
@@ -107,6 +110,63 @@ template <typename Body> void onEachTarget([[maybe_unused]] Body body)
 #endif
 }
 
+// The pipeline of mode 1 and all corrections, as its stages would be written with OpenCV.
+class OpenCvPipeline
+{
+public:
+    OpenCvPipeline() { cv::Mat(VQD_HEIGHT / 4, VQD_WIDTH / 4, CV_32SC1, m_nEEPROMFPPNBuf).convertTo(m_blocks, CV_64F); }
+
+    void run()
+    {
+        const cv::Mat x = map(m_fXp2), y = map(m_fYp2);
+        cv::remap(image(rawAmplitude()), m_amplitude, x, y, cv::INTER_LINEAR);
+        cv::remap(image(rawDepth()), m_depth, x, y, cv::INTER_LINEAR);
+        m_depth.convertTo(m_wide, CV_64F);
+        cv::resize(m_blocks, m_offsets, m_wide.size(), 0, 0, cv::INTER_NEAREST);
+        m_wide = m_wide.mul(cv::Mat(VQD_HEIGHT, VQD_WIDTH, CV_64FC1, m_dOrthogonalData)) + m_offsets;
+        m_wide.setTo(0, m_depth == 0);
+        m_wide.convertTo(m_depth, CV_16U);
+        cv::inRange(m_depth, stCamParam[0].nMinDepth, stCamParam[0].nMaxDepth, m_mask);
+        m_depth.setTo(0, ~m_mask);
+        const cv::Mat square = cv::Mat::ones(2, 2, CV_8U);
+        cv::dilate(m_depth, m_high, square, {0, 0});
+        cv::erode(m_depth, m_low, square, {0, 0});
+        m_depth.setTo(0, (m_high - m_low > m_nEdgeDepth) & (m_amplitude >= m_nEdgeThres));
+    }
+
+private:
+    cv::Mat m_blocks, m_offsets, m_amplitude, m_depth, m_wide, m_mask, m_high, m_low;
+};
+
+// A lens that is set anew from frame to frame: what a processor learns from one frame does not help with the next.
+class ChangingMaps
+{
+public:
+    ChangingMaps()
+    {
+        for (size_t i = 0; i < std::size(m_sets); ++i) {
+            Lens lens = kLens;
+            lens.k.cx += 0.37f * static_cast<float>(i);
+            buildMaps(1, lens);
+            m_sets[i] = {floats(m_fXp2), floats(m_fYp2), floats(fDist_x2), floats(fDist_y2)};
+        }
+    }
+
+    // Not part of what is timed.
+    void change()
+    {
+        const auto& set = m_sets[m_next++ % std::size(m_sets)];
+        float* const maps[] = {m_fXp2, m_fYp2, fDist_x2, fDist_y2};
+        for (size_t i = 0; i < std::size(maps); ++i)
+            std::copy(set[i].begin(), set[i].end(), maps[i]);
+    }
+
+private:
+    static std::vector<float> floats(const float* map) { return {map, map + VQD_PIXELS}; }
+    std::array<std::vector<float>, 4> m_sets[7];
+    size_t m_next = 0;
+};
+
 void compareResampling()
 {
     cv::Mat amplitudeOut, depthOut;
@@ -136,6 +196,11 @@ void compareResampling()
     });
     buildMaps(1, kPincushion);
     compare("gated bilinear, lens with k1 = 0.1 / the same", kNoGoal, ourPipeline, stream);
+    buildMaps(1, kStraight);
+    compare("gated bilinear, lens without distortion / the same", kNoGoal, ourPipeline, stream);
+    ChangingMaps changing;
+    compare("gated bilinear, another lens with each frame / the same", kNoGoal, ourPipeline, stream,
+            [&] { changing.change(); });
     buildMaps(2);
     compare("bilinear / remap linear", 0.25, ourPipeline, linear);
     compare("bilinear / reading maps and planes once", 4, ourPipeline, stream);
@@ -148,6 +213,11 @@ void compareResampling()
     m_bFPPN = m_bOrthogonal = m_bRemoveEdge = 1;
     buildMaps(1);
     compare("gated bilinear, FPPN, orthogonal, clip, edges / remap linear", 0.4, ourPipeline, linear);
+    OpenCvPipeline theirs;
+    compare("all of these / the same stages in OpenCV", kNoGoal, ourPipeline, [&] { theirs.run(); });
+    onEachTarget([&](const char* target) {
+        compare((std::string("all of these with ") + target + " / remap linear").c_str(), kNoGoal, ourPipeline, linear);
+    });
 }
 
 void compareMapBuild()

@@ -25,12 +25,17 @@ inline double median(std::vector<double> times)
 
 constexpr double kNoGoal = 0;
 
-// Rounds in pairs, so that a change in the machine's speed affects both sides.
-template <typename Ours, typename Theirs> void compare(const char* name, double goal, Ours ours, Theirs theirs)
+inline void prepareNothing() {}
+
+// Rounds in pairs, so that a change in the machine's speed affects both sides. `prepare` comes before each and is not
+// timed.
+template <typename Ours, typename Theirs, typename Prepare = void (*)()>
+void compare(const char* name, double goal, Ours ours, Theirs theirs, Prepare prepare = prepareNothing)
 {
     constexpr int kRounds = 301;
     std::vector<double> a, b;
     for (int i = 0; i < kRounds; ++i) {
+        prepare();
         a.push_back(microseconds(ours));
         b.push_back(microseconds(theirs));
     }

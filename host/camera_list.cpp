@@ -109,6 +109,15 @@ const ListedCamera& cameraNamed(std::span<const ListedCamera> cameras, const std
     return *found;
 }
 
+std::string lastingNameOf(std::span<const ListedCamera> cameras, const ListedCamera& camera)
+{
+    const auto hasItsSerial = [&](const ListedCamera& other) {
+        return other.known == Known::read && strcmp(other.szSerialNumber, camera.szSerialNumber) == 0;
+    };
+    const bool isNamed = camera.known == Known::read && std::ranges::count_if(cameras, hasItsSerial) == 1;
+    return isNamed ? camera.szSerialNumber : camera.place.port;
+}
+
 void loadAlone(std::span<const ListedCamera> cameras, const ListedCamera& camera)
 {
     unsigned char image[VQD_IMAGE_BYTES];

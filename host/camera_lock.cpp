@@ -31,19 +31,31 @@ std::string pathOf(const Place& place)
            ".lock";
 }
 
+// What another user may have put there instead of a file must not be waited for.
+int openFile(const std::string& path, int flags, mode_t mode = 0)
+{
+    const int file = open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, mode);
+    struct stat found {
+    };
+    if (file < 0 || (fstat(file, &found) == 0 && S_ISREG(found.st_mode)))
+        return file;
+    close(file);
+    errno = EINVAL;
+    return -1;
+}
+
 // Opens the file that is there, for writing if this user may. Linux does not let anybody open another user's file in a
 // folder like /run/lock in a way that could have created it, so creating is a step of its own.
 int openLock(const std::string& path)
 {
-    constexpr int kFlags = O_CLOEXEC | O_NOFOLLOW;
     constexpr mode_t kForAll = 0666;
     for (int i = 0; i < 2; ++i) {
         for (const int access : {O_RDWR, O_RDONLY})
-            if (const int file = open(path.c_str(), access | kFlags); file >= 0)
+            if (const int file = openFile(path, access); file >= 0)
                 return file;
         if (errno != ENOENT)
             return -1;
-        if (const int file = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | kFlags, kForAll); file >= 0) {
+        if (const int file = openFile(path, O_RDWR | O_CREAT | O_EXCL, kForAll); file >= 0) {
             fchmod(file, kForAll); // whatever the umask is
             return file;
         }
@@ -94,13 +106,13 @@ std::optional<Holder> lockHolder(const Place& place)
     const std::string path = pathOf(place);
     if (g_held.contains(path))
         return std::nullopt;
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    const int file = openFile(path, O_RDONLY);
     const bool held = file >= 0 && flock(file, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    const std::string line = held ? firstLine("/proc/self/fd/" + std::to_string(file)) : "";
     if (file >= 0)
         close(file);
     if (!held)
         return std::nullopt;
-    const std::string line = firstLine(path);
     const size_t blank = line.find(' ');
     if (blank == std::string::npos)
         return Holder{0, "another program"};

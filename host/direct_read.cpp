@@ -77,7 +77,7 @@ Bytes readDirectly(const ListedCamera& camera, uint16_t region, uint16_t bytes)
 
     Bytes buffer = setupOfRead(region, bytes);
     buffer.resize(kSetupBytes + bytes);
-    usbdevfs_urb transfer{};
+    usbdevfs_urb transfer = usbdevfs_urb();
     transfer.type = USBDEVFS_URB_TYPE_CONTROL;
     transfer.buffer = buffer.data();
     transfer.buffer_length = static_cast<int>(buffer.size());

@@ -216,11 +216,16 @@ FoundProfile findProfile(std::span<const ListedCamera> cameras, const ListedCame
     const std::string serial = camera.szSerialNumber;
     for (const auto& path : {userProfilePath(serial), systemProfilePath(serial)}) {
         std::error_code unknown;
-        if (found.path.empty() && !path.empty() && std::filesystem::exists(path, unknown))
+        if (path.empty() || !found.path.empty())
+            continue;
+        if (std::filesystem::exists(path, unknown))
             found.path = path;
+        else if (unknown && found.warning.empty()) // it may be there, in a folder that this user may not enter
+            found.warning = "no profile is looked for at " + path.string() + ": " + unknown.message();
     }
     if (found.path.empty())
         return found;
+    found.warning.clear();
     const auto isSame = [&](const ListedCamera& other) {
         return other.known == Known::read && serial == other.szSerialNumber;
     };

@@ -55,10 +55,10 @@ void writeProfile(const std::filesystem::path& path, const Profile& profile);
 std::filesystem::path userProfilePath(const std::string& serial);
 std::filesystem::path systemProfilePath(const std::string& serial);
 
-// A profile that was found for a camera. Without `values` it does not belong to the camera as it is now, and is not to
-// be applied; `warning` says why.
+// A profile that was found for a camera. Without `values` it does not belong to the camera as it is now, or it is not
+// known whether there is one. Nothing is to be applied then; `warning` says why.
 struct FoundProfile {
-    std::filesystem::path path; // empty: there is none
+    std::filesystem::path path; // empty: none was found
     std::optional<Profile> values;
     std::string warning;
 };

@@ -7,7 +7,7 @@ set(VQD_DEB_REVISION 1 CACHE STRING "Revision of the Debian packages")
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_CONTACT "VQD_API contributors <vqd-api@example.org>" CACHE STRING "Maintainer of the packages")
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
-set(CPACK_COMPONENTS_ALL runtime development tools)
+set(CPACK_COMPONENTS_ALL runtime development tools python)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 if(CMAKE_CROSSCOMPILING)
@@ -63,6 +63,23 @@ set(CPACK_COMPONENT_TOOLS_DESCRIPTION "USB time-of-flight depth cameras, command
 vqd lists the cameras, grabs pictures and point clouds, changes settings,
 saves and restores calibration, finds out why a camera does not work, and
 runs any libusb program with virtual cameras plugged in.")
+
+# Python is the same on every architecture, and loads the library by its name.
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-vqd)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.9), python3-numpy, libvqd-api (>= ${version})")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS vqd-tools)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS python3-zstandard)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+  ${CMAKE_CURRENT_SOURCE_DIR}/debian/python/postinst ${CMAKE_CURRENT_SOURCE_DIR}/debian/python/prerm)
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION "USB time-of-flight depth cameras, for Python
+A camera is an iterator of frames, whose images are numpy arrays, with its
+settings as attributes, points in metres, and failures as exceptions.
+.
+Cameras are in the same process, or behind workers of the package vqd-tools,
+which also has the virtual cameras for tests.")
 
 include(CPack)
 

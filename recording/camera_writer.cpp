@@ -12,6 +12,9 @@
 namespace
 {
 
+constexpr size_t kChunkBytes = 1U << 20;       // of messages; what a crash takes
+constexpr uint64_t kChunkTime = 1'000'000'000; // the same, in ns
+
 constexpr size_t kHeaderBytes = 512, kPlaneBytes = VQD_PIXELS * sizeof(uint16_t);
 static_assert(kHeaderBytes + 2 * kPlaneBytes == VQD_FRAME_BYTES);
 static_assert(int{kFrameReopened} == VQD_WIRE_REOPENED && int{kFrameCorrected} == VQD_WIRE_CORRECTED &&
@@ -32,6 +35,12 @@ mcap::Compression compressionFor(const CameraWriter::Options& options)
 {
     const bool isPacked = options.compact && !options.images; // packing it twice costs time and gains nothing
     return options.compress && !isPacked ? mcap::Compression::zstd : mcap::Compression::none;
+}
+
+// No chunk ends by itself: it would end in the middle of a frame.
+mcap::Writer::Options fileOptions(const CameraWriter::Options& options)
+{
+    return {compressionFor(options), SIZE_MAX, UINT64_MAX};
 }
 
 // A lens for the middle of its pixels, which is how both the library and ROS count them.
@@ -63,8 +72,7 @@ template <typename Message> void takeHeader(Message& message, const QueuedFrame&
 
 CameraWriter::CameraWriter(int descriptor, const CameraFacts& facts, Options options, uint64_t logTime)
     : m_options(std::move(options)), m_hostCorrected(facts.hostCorrected),
-      m_hardware(facts.serial.empty() ? facts.product : facts.serial),
-      m_file(descriptor, {.compression = compressionFor(m_options)})
+      m_hardware(facts.serial.empty() ? facts.product : facts.serial), m_file(descriptor, fileOptions(m_options))
 {
     describe(facts, logTime);
     addChannels();
@@ -133,7 +141,19 @@ msg::std_msgs::Header CameraWriter::header(const RecordedTime& time) const
 
 template <typename Message> void CameraWriter::write(uint16_t channel, const Message& message, const RecordedTime& time)
 {
-    m_file.message(channel, m_sequence, time.log, static_cast<uint64_t>(time.real), msg::toCdr(m_cdr, message));
+    const std::span<const uint8_t> cdr = msg::toCdr(m_cdr, message);
+    m_file.message(channel, m_sequence, time.log, static_cast<uint64_t>(time.real), cdr);
+    m_openSince = m_open == 0 ? time.log : m_openSince;
+    m_open += cdr.size();
+}
+
+// Between frames, so that what is left after a crash ends with a whole one.
+void CameraWriter::mayEndChunk(const RecordedTime& time)
+{
+    if (m_open < kChunkBytes && time.log - m_openSince < kChunkTime)
+        return;
+    m_open = 0;
+    m_file.endChunk();
 }
 
 void CameraWriter::image(uint16_t channel, const char* encoding, std::span<const uint8_t> plane,
@@ -173,6 +193,7 @@ void CameraWriter::frame(const QueuedFrame& frame, const RecordedTime& time)
     if (hasDepthLens())
         write(m_channels.depthInfo, m_lens, time);
     write(m_channels.amplitudeInfo, m_lens, time);
+    mayEndChunk(time);
 }
 
 void CameraWriter::rawImages(const QueuedFrame& frame, const RecordedTime& time)
@@ -207,6 +228,7 @@ void CameraWriter::event(const std::string& name, const Json& json, const Record
     message.event = name;
     message.json = json.dump(-1, ' ', false, Json::error_handler_t::replace);
     write(m_channels.events, message, time);
+    mayEndChunk(time);
 }
 
 void CameraWriter::diagnostics(uint8_t level, const std::string& message, const mcap::Names& values,
@@ -225,4 +247,5 @@ void CameraWriter::diagnostics(uint8_t level, const std::string& message, const 
         pair.value = value;
     }
     write(m_channels.diagnostics, array, time);
+    mayEndChunk(time);
 }

@@ -60,6 +60,7 @@ private:
     // The plane of a host-corrected camera lies along the rays, and a lens beside it would invite to project it.
     bool hasDepthLens() const { return !m_hostCorrected || m_options.images; }
     msg::std_msgs::Header header(const RecordedTime& time) const;
+    void mayEndChunk(const RecordedTime& time);
     template <typename Message> void write(uint16_t channel, const Message& message, const RecordedTime& time);
     void image(uint16_t channel, const char* encoding, std::span<const uint8_t> plane, const RecordedTime& time);
     void rawImages(const QueuedFrame& frame, const RecordedTime& time);
@@ -72,6 +73,8 @@ private:
     Channels m_channels{};
     Packing m_packing;
     uint32_t m_sequence = 0; // of the present frame
+    size_t m_open = 0;       // bytes of the open chunk
+    uint64_t m_openSince = 0;
 
     // Kept from frame to frame, since fresh memory costs time.
     msg::CdrWriter m_cdr;

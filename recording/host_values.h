@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdint>
 
+#include "host/bytes.h"
 #include "host/json.h"
 
 struct HostValues {
@@ -22,6 +23,12 @@ struct HostValues {
     std::array<float, 6> colourDistortion{};
 
     bool operator==(const HostValues&) const = default;
+};
+
+// What the camera and the library were set to.
+struct RecordedParameters {
+    Bytes image; // VQD_IMAGE_BYTES
+    HostValues host;
 };
 
 // Of camera n, from the library's variables, and back into them. The maps of the undistortion are not made anew.

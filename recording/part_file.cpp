@@ -49,8 +49,8 @@ std::string partFileName(const std::string& name, int part)
     return name + (part == 1 ? "" : formatted("_%03d", part)) + ".mcap";
 }
 
-PartFile::PartFile(const std::filesystem::path& folder, const std::string& fileName)
-    : m_path(folder / fileName), m_name(fileName), m_partName(fileName + ".part"),
+PartFile::PartFile(const std::filesystem::path& folder, const std::string& fileName, const std::string& extension)
+    : m_path(folder / fileName), m_name(fileName), m_partName(fileName + extension),
       m_folder(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
 {
     if (m_folder < 0)
@@ -64,7 +64,8 @@ PartFile::PartFile(const std::filesystem::path& folder, const std::string& fileN
     const bool isLeft = error == EEXIST && !exists(m_folder, m_name);
     close(m_folder);
     if (isLeft)
-        throw Failure(kFailed, m_path.string() + ".part exists: a recording of this name has not ended, or was killed");
+        throw Failure(kFailed,
+                      m_path.string() + extension + " exists: a recording of this name has not ended, or was killed");
     if (error == EEXIST)
         throw Failure(kFailed, m_path.string() + " exists, and a recording replaces nothing");
     fail(m_path, error);
@@ -100,7 +101,8 @@ void PartFile::keep() const
     if (!renamed && errno == EINVAL && linkat(m_folder, m_partName.c_str(), m_folder, m_name.c_str(), 0) == 0)
         unlinkat(m_folder, m_partName.c_str(), 0);
     else if (!renamed)
-        throw Failure(kFailed, m_path.string() + ".part is complete, but does not get its name: " + strerror(errno));
+        throw Failure(kFailed, (m_path.parent_path() / m_partName).string() +
+                                   " is complete, but does not get its name: " + strerror(errno));
     fsync(m_folder);
 }
 

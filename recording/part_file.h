@@ -18,8 +18,8 @@ std::string partFileName(const std::string& name, int part);
 class PartFile
 {
 public:
-    // Makes the file. Fails when it, or its other name, exists already.
-    PartFile(const std::filesystem::path& folder, const std::string& fileName);
+    // Makes the file. Fails when it, or its other name, exists already. `extension` is what that name has besides.
+    PartFile(const std::filesystem::path& folder, const std::string& fileName, const std::string& extension = ".part");
     ~PartFile(); // what was not kept stays as NAME.mcap.part
     PartFile(const PartFile&) = delete;
     PartFile& operator=(const PartFile&) = delete;

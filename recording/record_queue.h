@@ -18,11 +18,6 @@
 #include "recording/host_values.h"
 #include "worker/sink.h"
 
-struct RecordedParameters {
-    Bytes image; // VQD_IMAGE_BYTES
-    HostValues host;
-};
-
 struct QueuedFrame {
     vqd_wire_frame header{};
     Bytes raw;                                         // VQD_FRAME_BYTES

@@ -231,15 +231,17 @@ void Take::splitAt(uint64_t now)
     const bool large = request.splitBytes > 0 && m_part->writer.bytes() >= request.splitBytes;
     const bool old =
         request.splitSeconds > 0 && static_cast<double>(now - m_part->began) / kNanoseconds >= request.splitSeconds;
-    if (m_part->frames == 0 || !(large || old))
-        return;
-    endPart();
-    {
-        const std::lock_guard lock(m_mutex);
-        while (isTaken(m_options.folder / partFileName(request.name, ++m_number))) {
+    if (m_part->frames > 0 && (large || old)) {
+        endPart();
+        {
+            const std::lock_guard lock(m_mutex);
+            while (isTaken(m_options.folder / partFileName(request.name, ++m_number))) {
+            }
         }
+        beginPart(now);
     }
-    beginPart(now);
+    if (m_part->frames == 0)
+        m_part->began = now;
 }
 
 void Take::beginPart(uint64_t now)

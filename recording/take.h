@@ -38,12 +38,12 @@ private:
     using Clock = std::chrono::steady_clock;
     struct Part { // a file
         Part(std::unique_ptr<PartFile>& empty, const CameraFacts& facts, CameraWriter::Options options, uint64_t now)
-            : writer(empty->descriptor(), facts, std::move(options), now), file(std::move(empty)), began(now)
+            : writer(empty->descriptor(), facts, std::move(options), now), file(std::move(empty))
         {
         }
         CameraWriter writer;
         const std::unique_ptr<PartFile> file;
-        const uint64_t began; // on the time axis
+        uint64_t began = 0; // on the time axis, with the first frame
         uint64_t frames = 0;
     };
     // What state() shows and the diagnostics are made of.

@@ -118,6 +118,8 @@ void Camera::takeImage(std::span<const uint8_t> image, TimeUs now)
 TimeUs Camera::framePeriod() const
 {
     constexpr double kLongestUs = 1e12;
+    if (const auto interval = m_config.source ? m_config.source->interval() : std::nullopt)
+        return std::max<TimeUs>(*interval, 0);
     const double rate = m_config.framesPerSecond;
     if (!(rate > 0))
         return 0;

@@ -117,9 +117,11 @@ private:
     size_t fifoBytes() const { return m_fifo.size() - m_fifoRead; }
     Outcome drain(std::span<uint8_t> data, TimeUs now);
     Outcome cutShort(std::span<uint8_t> data, TimeUs now);
+    Outcome waiting(size_t moved) const;
     bool refill(TimeUs now);
+    Replay replay(const FrameRequest& request);
     void writeHeader(uint64_t index);
-    void render(const FrameClock::Exposure& frame);
+    void render(const FrameRequest& request);
 
     Config m_config;
     FaultPlan m_plan;

@@ -80,7 +80,7 @@ Outcome Camera::cutShort(std::span<uint8_t> data, TimeUs now)
     if (left >= data.size())
         return drain(data, now);
     if (fifoBytes() == 0 && !refill(now))
-        return {Status::ok, 0, false};
+        return waiting(0);
     if (left > fifoBytes()) // a block ends before; the cut comes in the next one
         return {Status::ok, drain(data.first(fifoBytes()), now).bytes, false};
     std::copy_n(m_fifo.begin() + static_cast<std::ptrdiff_t>(m_fifoRead), left, data.begin());
@@ -94,7 +94,7 @@ Outcome Camera::drain(std::span<uint8_t> data, TimeUs now)
     size_t moved = 0;
     while (moved < data.size()) {
         if (fifoBytes() == 0 && !refill(now))
-            return {Status::ok, moved, false};
+            return waiting(moved);
         const size_t packets = (data.size() - moved) / kPacketBytes * kPacketBytes;
         if (packets == 0)
             return {Status::overflow, moved}; // the next packet is larger than the room that is left
@@ -125,6 +125,14 @@ TimeUs Camera::nextBulkIn(TimeUs now) const
     return m_clock.nextFrame(now);
 }
 
+// There is no frame: more may come later, unless the last one of a recording was sent.
+Outcome Camera::waiting(size_t moved) const
+{
+    if (!m_plugged)
+        return {Status::noDevice, moved};
+    return {Status::ok, moved, false};
+}
+
 // Loads the newest complete frame. The registers of this moment shape it, also if it was exposed a little
 // earlier.
 bool Camera::refill(TimeUs now)
@@ -134,14 +142,31 @@ bool Camera::refill(TimeUs now)
         return false;
     m_fifo.assign(kFrameBytes, 0);
     m_fifoRead = 0;
-    writeHeader(frame->index);
-    render(*frame);
-    auto byte = m_fifo.begin() + kHeaderBytes;
-    for (const uint16_t value : m_planes) {
-        *byte++ = static_cast<uint8_t>(value & 0xFF);
-        *byte++ = static_cast<uint8_t>(value >> 8);
+    const TimeUs sincePowerUp = std::max<TimeUs>(frame->completed - m_poweredAt.value_or(0), 0);
+    const FrameRequest request{frame->index, sincePowerUp, registers, m_config.product};
+    switch (replay(request)) {
+    case Replay::end:
+        unplug(now);
+        return false;
+    case Replay::frame:
+        m_clock.setPeriod(now, framePeriod());
+        break;
+    case Replay::none:
+        writeHeader(frame->index);
+        render(request);
+    }
+    if (m_transferFault && m_transferFault->kind == Fault::Kind::badStartCode) {
+        m_fifo[kStart0] = 0xBB;
+        m_transferFault.reset();
     }
     return true;
+}
+
+Replay Camera::replay(const FrameRequest& request)
+{
+    if (!m_grabbing || !m_config.source)
+        return Replay::none;
+    return m_config.source->replay(request, std::span(m_fifo).first<kFrameBytes>());
 }
 
 // 38 degrees, rising and falling by 1.5 over 18000 frames; 16 counts a degree.
@@ -165,26 +190,24 @@ void Camera::writeHeader(uint64_t index)
     m_fifo[kVersionSecond] = m_config.logicVersion[1];
     for (size_t i = 0; i < 8; i++)
         m_fifo[kFrameNumber + i] = static_cast<uint8_t>(index >> (8 * i) & 0xFF);
-    if (m_transferFault && m_transferFault->kind == Fault::Kind::badStartCode) {
-        m_fifo[kStart0] = 0xBB;
-        m_transferFault.reset();
-    }
 }
 
-void Camera::render(const FrameClock::Exposure& frame)
+void Camera::render(const FrameRequest& request)
 {
     m_planes.assign(2 * kPixels, 0);
     const FramePlanes planes = {std::span(m_planes).first<kPixels>(), std::span(m_planes).last<kPixels>()};
-    if (!m_grabbing) {
-        darken(frame.index, planes);
-        return;
+    if (m_grabbing) {
+        if (m_config.source)
+            m_config.source->render(request, planes.amplitude, planes.depth);
+        applyRegisters(registers, !hostCorrects(m_config.product), planes);
+    } else {
+        darken(request.index, planes);
     }
-    if (m_config.source) {
-        const TimeUs sincePowerUp = std::max<TimeUs>(frame.completed - m_poweredAt.value_or(0), 0);
-        m_config.source->render({frame.index, sincePowerUp, registers, m_config.product}, planes.amplitude,
-                                planes.depth);
+    auto byte = m_fifo.begin() + kHeaderBytes;
+    for (const uint16_t value : m_planes) {
+        *byte++ = static_cast<uint8_t>(value & 0xFF);
+        *byte++ = static_cast<uint8_t>(value >> 8);
     }
-    applyRegisters(registers, !hostCorrects(m_config.product), planes);
 }
 
 } // namespace sim

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cmath>
+#include <limits>
 #include <utility>
 
 #include "noise.h"
@@ -17,12 +18,12 @@ namespace sim
 static constexpr float kLeft = -2000, kRight = 2300, kFloor = 1150, kCeiling = -1350, kBack = 5400;
 static constexpr float kBallRadius = 220;
 
-Echo echoFrom(Ray ray, float depth, float cosine, float reflectance)
+Echo echoFrom(const Vec& along, float depth, float cosine, float reflectance)
 {
     constexpr float kCountsAtOneMetre = 6000;
-    const float stretch = 1 + ray.x * ray.x + ray.y * ray.y; // square of distance over depth
+    const float longer = stretch(along);
     const float metres = depth / 1000;
-    return {depth, kCountsAtOneMetre * reflectance * cosine / (metres * metres * stretch * stretch)};
+    return {depth, kCountsAtOneMetre * reflectance * cosine / (metres * metres * longer * longer)};
 }
 
 static bool within(float value, float least, float most)
@@ -78,20 +79,25 @@ static float paintOfRight(float y)
     return y > 200 ? 0.35f : 0.65f;
 }
 
-static Echo lookAtWalls(Ray ray)
+static Echo lookAtWalls(const Line& line)
 {
-    const float length = std::sqrt(1 + ray.x * ray.x + ray.y * ray.y);
-    const float toSide = (ray.x < 0 ? kLeft : kRight) / ray.x;
-    const float toLevel = (ray.y < 0 ? kCeiling : kFloor) / ray.y;
-    if (kBack <= toSide && kBack <= toLevel)
-        return echoFrom(ray, kBack, 1 / length, paintOfBack(ray.x * kBack, ray.y * kBack));
+    const auto& [from, along] = line;
+    const float length = std::sqrt(stretch(along));
+    const float toSide = ((along.x < 0 ? kLeft : kRight) - from.x) / along.x;
+    const float toLevel = ((along.y < 0 ? kCeiling : kFloor) - from.y) / along.y;
+    const float toBack = along.z > 0 ? (kBack - from.z) / along.z : std::numeric_limits<float>::infinity();
+    const auto at = [&](float depth) {
+        return Vec{from.x + along.x * depth, from.y + along.y * depth, from.z + along.z * depth};
+    };
+    if (toBack <= toSide && toBack <= toLevel)
+        return echoFrom(along, toBack, along.z / length, paintOfBack(at(toBack).x, at(toBack).y));
     if (toSide < toLevel) {
-        const float y = ray.y * toSide;
-        const float paint = ray.x < 0 ? paintOfLeft(y, toSide) : paintOfRight(y);
-        return echoFrom(ray, toSide, std::fabs(ray.x) / length, paint);
+        const Vec point = at(toSide);
+        const float paint = along.x < 0 ? paintOfLeft(point.y, point.z) : paintOfRight(point.y);
+        return echoFrom(along, toSide, std::fabs(along.x) / length, paint);
     }
-    const float paint = ray.y < 0 ? 0.75f : paintOfFloor(ray.x * toLevel, toLevel);
-    return echoFrom(ray, toLevel, std::fabs(ray.y) / length, paint);
+    const float paint = along.y < 0 ? 0.75f : paintOfFloor(at(toLevel).x, at(toLevel).z);
+    return echoFrom(along, toLevel, std::fabs(along.y) / length, paint);
 }
 
 namespace
@@ -114,12 +120,13 @@ static std::array<float, 3> turned(const Box& box, float x, float y, float z)
     return {box.cosine * x + box.sine * z, y, box.cosine * z - box.sine * x};
 }
 
-static Echo lookAtBox(const Box& box, Ray ray)
+static Echo lookAtBox(const Box& box, const Line& line)
 {
     constexpr float kHalfStripe = 40;
-    const auto from = turned(box, -box.centre[0], -box.centre[1], -box.centre[2]);
-    const auto along = turned(box, ray.x, ray.y, 1);
-    float enter = 0, leave = kBack;
+    const auto from =
+        turned(box, line.from.x - box.centre[0], line.from.y - box.centre[1], line.from.z - box.centre[2]);
+    const auto along = turned(box, line.along.x, line.along.y, line.along.z);
+    float enter = 0, leave = std::numeric_limits<float>::max();
     size_t face = 0;
     for (size_t axis = 0; axis < 3; axis++) {
         const float slope = along[axis] == 0 ? 1e-9f : along[axis];
@@ -134,22 +141,22 @@ static Echo lookAtBox(const Box& box, Ray ray)
     }
     if (!(enter > 0 && enter < leave))
         return {};
-    const float length = std::sqrt(1 + ray.x * ray.x + ray.y * ray.y);
+    const float length = std::sqrt(stretch(line.along));
     const float height = from[1] + along[1] * enter;
     const float paint = std::fabs(height) < kHalfStripe && face != 1 ? box.stripe : box.paint;
-    return echoFrom(ray, enter, std::fabs(along[face]) / length, paint);
+    return echoFrom(line.along, enter, std::fabs(along[face]) / length, paint);
 }
 
-Echo lookAtRoom(Ray ray)
+Echo lookAtRoom(Line line)
 {
-    if (std::isnan(ray.x) || std::isnan(ray.y))
+    if (std::isnan(line.along.x) || std::isnan(line.along.y))
         return {};
-    // A ray straight ahead would divide by zero; the shift is far below a pixel.
-    ray.x = ray.x == 0 ? 1e-9f : ray.x;
-    ray.y = ray.y == 0 ? 1e-9f : ray.y;
-    Echo nearest = lookAtWalls(ray);
+    // A ray along an axis would divide by zero; the shift is far below a pixel.
+    line.along.x = line.along.x == 0 ? 1e-9f : line.along.x;
+    line.along.y = line.along.y == 0 ? 1e-9f : line.along.y;
+    Echo nearest = lookAtWalls(line);
     for (const Box& box : kBoxes) {
-        const Echo echo = lookAtBox(box, ray);
+        const Echo echo = lookAtBox(box, line);
         if (echo.amplitude > 0 && echo.depth < nearest.depth)
             nearest = echo;
     }
@@ -173,28 +180,42 @@ Ball ballAt(uint64_t frame)
     return {-650 + 1500 * across, kFloor - kBallRadius - kHighest * 4 * phase * (1 - phase), 2050 - 350 * across};
 }
 
-bool nearBall(const Ball& ball, Ray ray)
+namespace
+{
+// How a line passes the ball.
+struct Passing {
+    Vec centre; // of the ball, from where the line begins
+    float length2, along, centre2;
+
+    Passing(const Ball& ball, const Line& line)
+        : centre{ball.x - line.from.x, ball.y - line.from.y, ball.z - line.from.z}, length2(stretch(line.along)),
+          along(line.along.x * centre.x + line.along.y * centre.y + line.along.z * centre.z),
+          centre2(centre.x * centre.x + centre.y * centre.y + centre.z * centre.z)
+    {
+    }
+};
+} // namespace
+
+bool nearBall(const Ball& ball, const Line& line)
 {
     constexpr float kGenerous = kBallRadius * 1.2f;
-    const float length2 = 1 + ray.x * ray.x + ray.y * ray.y;
-    const float along = ray.x * ball.x + ray.y * ball.y + ball.z;
-    const float centre2 = ball.x * ball.x + ball.y * ball.y + ball.z * ball.z;
-    return along * along > length2 * (centre2 - kGenerous * kGenerous);
+    const Passing passing(ball, line);
+    return passing.along > 0 &&
+           passing.along * passing.along > passing.length2 * (passing.centre2 - kGenerous * kGenerous);
 }
 
-Echo lookAtBall(const Ball& ball, Ray ray)
+Echo lookAtBall(const Ball& ball, const Line& line)
 {
-    const float length2 = 1 + ray.x * ray.x + ray.y * ray.y;
-    const float along = ray.x * ball.x + ray.y * ball.y + ball.z;
-    const float centre2 = ball.x * ball.x + ball.y * ball.y + ball.z * ball.z;
-    const float inside = along * along - length2 * (centre2 - kBallRadius * kBallRadius);
-    if (!(inside > 0))
+    const Passing passing(ball, line);
+    const float inside =
+        passing.along * passing.along - passing.length2 * (passing.centre2 - kBallRadius * kBallRadius);
+    const float depth = (passing.along - std::sqrt(inside)) / passing.length2;
+    if (!(inside > 0 && depth > 0))
         return {};
-    const float depth = (along - std::sqrt(inside)) / length2;
-    const float cosine = std::sqrt(inside / length2) / kBallRadius;
-    const float up = (ball.y - ray.y * depth) / kBallRadius;
+    const float cosine = std::sqrt(inside / passing.length2) / kBallRadius;
+    const float up = (passing.centre.y - line.along.y * depth) / kBallRadius;
     const bool band = within(up, -0.2f, 0.2f);
-    return echoFrom(ray, depth, cosine, band ? 0.2f : 0.8f);
+    return echoFrom(line.along, depth, cosine, band ? 0.2f : 0.8f);
 }
 
 } // namespace sim

@@ -1,8 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// From what the rays meet to what the sensor measures: mixing within a pixel, noise, and pixels too dark to be
-// measured.
+// From what the rays meet to what a pixel gets: several rays mix in it.
 #include "scene.h"
 
 #include <algorithm>
@@ -10,10 +9,6 @@
 #include <cmath>
 #include <iterator>
 
-#include "factory_tables.h"
-#include "optics.h"
-#include "noise.h"
-#include "registers.h"
 #include "room.h"
 
 namespace sim
@@ -22,63 +17,21 @@ namespace sim
 namespace
 {
 
-using Field = std::vector<Echo>; // one for each pixel
-
-// A noisy, finite look at a field.
-class Sensor
-{
-public:
-    // `errors`: of the raw depth, one for each pixel or none.
-    explicit Sensor(const SceneOptions& options, std::vector<RawError> errors = {})
-        : m_key(scramble(options.seed)),
-          m_noise(options.noise > 0 ? static_cast<float>(std::min(options.noise, kMostNoise)) : 0),
-          m_errors(std::move(errors))
-    {
-    }
-
-    void expose(const Field& field, const FrameRequest& request, std::span<uint16_t, kPixels> amplitude,
-                std::span<uint16_t, kPixels> depth) const
-    {
-        const uint64_t key = scramble(m_key ^ scramble(request.index));
-        const bool raw = !m_errors.empty() && hostCorrects(request.product);
-        for (size_t i = 0; i < kPixels; i++) {
-            const Echo& echo = field[i];
-            amplitude[i] = count(echo.amplitude + m_noise * amplitudeNoise(echo) * bell(scramble(key + 2 * i)));
-            const float exact = raw ? m_errors[i].of(echo.depth) : echo.depth;
-            const float measured = exact + m_noise * depthNoise(echo) * bell(scramble(key + 2 * i + 1));
-            depth[i] = amplitude[i] < kTooDark ? uint16_t{0} : count(measured);
-        }
-    }
-
-private:
-    static constexpr double kMostNoise = 1000;
-    static constexpr uint16_t kTooDark = 12;
-
-    // Read-out noise and shot noise, in counts.
-    static float amplitudeNoise(const Echo& echo) { return std::sqrt(6 + 0.2f * echo.amplitude); }
-
-    // Jitter of the electronics, and the phase of a weak signal, in millimetres.
-    static float depthNoise(const Echo& echo)
-    {
-        const float phase = 2500 / std::max(echo.amplitude, 1.0f);
-        return std::sqrt(4 + phase * phase);
-    }
-
-    static uint16_t count(float value)
-    {
-        if (!(value > 0))
-            return 0;
-        return value >= UINT16_MAX ? UINT16_MAX : static_cast<uint16_t>(value + 0.5f);
-    }
-
-    uint64_t m_key;
-    float m_noise;
-    std::vector<RawError> m_errors;
-};
-
 Sensor sensorInSpace(const SceneOptions& options)
 {
-    return options.rawDepth ? Sensor(options, rawErrors(options.lens)) : Sensor(options);
+    return options.rawDepth ? Sensor(options.sensor, options.seed, rawErrors(options.lens))
+                            : Sensor(options.sensor, options.seed);
+}
+
+// The light of several rays in one pixel. The brighter ones count more for the depth.
+Echo mixed(std::span<const Echo> parts)
+{
+    float light = 0, weighted = 0;
+    for (const Echo& echo : parts) {
+        light += echo.amplitude;
+        weighted += echo.amplitude * echo.depth;
+    }
+    return light > 0 ? Echo{weighted / light, light / static_cast<float>(parts.size())} : Echo{};
 }
 
 class StillScene : public FrameSource
@@ -103,18 +56,19 @@ class RoomScene : public FrameSource
 {
 public:
     explicit RoomScene(const SceneOptions& options)
-        : m_sensor(sensorInSpace(options)), m_rays(kPixels), m_echoes(kPixels), m_still(kPixels)
+        : m_sensor(sensorInSpace(options)), m_lines(kPixels), m_echoes(kPixels), m_still(kPixels)
     {
+        const Placement camera(options.pose);
         constexpr double kSpread = 0.35;
         constexpr double kShift[4][2] = {{-1, -1}, {1, -1}, {-1, 1}, {1, 1}};
         for (size_t part = 0; part < 4; part++) {
             const auto rays = rawRays(options.lens, kSpread * kShift[part][0], kSpread * kShift[part][1]);
             for (size_t i = 0; i < kPixels; i++) {
-                m_rays[i][part] = rays[i];
-                m_echoes[i][part] = lookAtRoom(rays[i]);
+                m_lines[i][part] = camera.lineOf(rays[i]);
+                m_echoes[i][part] = lookAtRoom(m_lines[i][part]);
             }
         }
-        std::transform(m_echoes.begin(), m_echoes.end(), m_still.begin(), mixed);
+        std::ranges::transform(m_echoes, m_still.begin(), [](const Parts& parts) { return mixed(parts); });
     }
 
     void render(const FrameRequest& request, std::span<uint16_t, kPixels> amplitude,
@@ -123,7 +77,7 @@ public:
         const Ball ball = ballAt(request.index);
         m_field = m_still;
         for (size_t i = 0; i < kPixels; i++)
-            if (nearBall(ball, m_rays[i][0]))
+            if (nearBall(ball, m_lines[i][0]))
                 m_field[i] = withBall(i, ball);
         m_sensor.expose(m_field, request, amplitude, depth);
     }
@@ -131,21 +85,11 @@ public:
 private:
     using Parts = std::array<Echo, 4>;
 
-    static Echo mixed(const Parts& parts)
-    {
-        float light = 0, weighted = 0;
-        for (const Echo& echo : parts) {
-            light += echo.amplitude;
-            weighted += echo.amplitude * echo.depth;
-        }
-        return light > 0 ? Echo{weighted / light, light / 4} : Echo{};
-    }
-
     Echo withBall(size_t pixel, const Ball& ball) const
     {
         Parts parts = m_echoes[pixel];
         for (size_t part = 0; part < parts.size(); part++) {
-            const Echo echo = lookAtBall(ball, m_rays[pixel][part]);
+            const Echo echo = lookAtBall(ball, m_lines[pixel][part]);
             if (echo.amplitude > 0 && echo.depth < parts[part].depth)
                 parts[part] = echo;
         }
@@ -153,10 +97,60 @@ private:
     }
 
     Sensor m_sensor;
-    std::vector<std::array<Ray, 4>> m_rays;
+    std::vector<std::array<Line, 4>> m_lines;
     std::vector<Parts> m_echoes; // of the room without the ball
     Field m_still;
     Field m_field; // scratch
+};
+
+// Sixteen rays a pixel, so that the corners between squares lie where they are to a small part of a pixel.
+class BoardScene : public FrameSource
+{
+public:
+    explicit BoardScene(const SceneOptions& options)
+        : m_sensor(sensorInSpace(options)), m_series(options.board), m_lines(kPixels), m_field(kPixels)
+    {
+        constexpr int kSide = 4;
+        const Placement camera(options.pose);
+        for (int part = 0; part < kSide * kSide; part++) {
+            const auto shift = [](int step) { return (step + 0.5) / kSide - 0.5; };
+            const auto rays = rawRays(options.lens, shift(part % kSide), shift(part / kSide));
+            for (size_t i = 0; i < kPixels; i++)
+                m_lines[i][static_cast<size_t>(part)] = camera.lineOf(rays[i]);
+        }
+    }
+
+    // The last pose stays.
+    void render(const FrameRequest& request, std::span<uint16_t, kPixels> amplitude,
+                std::span<uint16_t, kPixels> depth) override
+    {
+        if (!m_series.poses.empty()) {
+            const uint64_t turn = request.index / std::max<uint64_t>(m_series.framesPerPose, 1);
+            const size_t pose = std::min<uint64_t>(turn, m_series.poses.size() - 1);
+            if (m_shown != pose)
+                show(pose);
+        }
+        m_sensor.expose(m_field, request, amplitude, depth);
+    }
+
+private:
+    void show(size_t pose)
+    {
+        const Placement place(m_series.poses[pose]);
+        for (size_t i = 0; i < kPixels; i++) {
+            std::array<Echo, 16> parts;
+            std::ranges::transform(m_lines[i], parts.begin(),
+                                   [&](const Line& line) { return lookAtBoard(m_series, place, line); });
+            m_field[i] = mixed(parts);
+        }
+        m_shown = pose;
+    }
+
+    Sensor m_sensor;
+    BoardSeries m_series;
+    std::vector<std::array<Line, 16>> m_lines;
+    Field m_field;
+    std::optional<size_t> m_shown;
 };
 
 // One echo for each pixel from its row and column.
@@ -170,17 +164,19 @@ template <typename Look> Field fieldOf(Look look)
     return field;
 }
 
-Field wallField(const Optics& lens)
+Field wallField(const SceneOptions& options)
 {
-    constexpr float kDistance = 2000, kTilt = 0.2f, kPaint = 0.6f;
-    const float steepness = std::sqrt(1 + kTilt * kTilt);
+    constexpr float kPaint = 0.6f;
+    const auto distance = static_cast<float>(options.wallDistance), slope = static_cast<float>(options.wallSlope);
+    const float steepness = std::sqrt(1 + slope * slope);
+    const Placement camera(options.pose);
     return fieldOf([&](int row, int column) {
-        const Ray ray = rayThrough(lens, column, row);
-        const float facing = 1 - kTilt * ray.x;
-        if (!(facing > 0))
+        const auto [from, along] = camera.lineOf(rayThrough(options.lens, column, row));
+        const float facing = along.z - slope * along.x;
+        const float depth = (distance + slope * from.x - from.z) / facing;
+        if (!(facing > 0 && depth > 0))
             return Echo{};
-        const float length = std::sqrt(1 + ray.x * ray.x + ray.y * ray.y);
-        return echoFrom(ray, kDistance / facing, facing / (length * steepness), kPaint);
+        return echoFrom(along, depth, facing / (std::sqrt(stretch(along)) * steepness), kPaint);
     });
 }
 
@@ -197,11 +193,13 @@ std::shared_ptr<FrameSource> makeScene(const SceneOptions& options)
 {
     switch (options.kind) {
     case SceneKind::wall:
-        return std::make_shared<StillScene>(sensorInSpace(options), wallField(options.lens));
+        return std::make_shared<StillScene>(sensorInSpace(options), wallField(options));
     case SceneKind::ramp:
-        return std::make_shared<StillScene>(Sensor(options), rampField());
+        return std::make_shared<StillScene>(Sensor(options.sensor, options.seed), rampField());
     case SceneKind::plane:
-        return std::make_shared<StillScene>(Sensor(options), Field(kPixels, Echo{1500, 1000}));
+        return std::make_shared<StillScene>(Sensor(options.sensor, options.seed), Field(kPixels, Echo{1500, 1000}));
+    case SceneKind::board:
+        return std::make_shared<BoardScene>(options);
     case SceneKind::room:
         break;
     }
@@ -210,8 +208,11 @@ std::shared_ptr<FrameSource> makeScene(const SceneOptions& options)
 
 std::optional<SceneKind> sceneByName(std::string_view name)
 {
-    constexpr std::pair<std::string_view, SceneKind> kNames[] = {
-        {"room", SceneKind::room}, {"wall", SceneKind::wall}, {"ramp", SceneKind::ramp}, {"plane", SceneKind::plane}};
+    constexpr std::pair<std::string_view, SceneKind> kNames[] = {{"room", SceneKind::room},
+                                                                 {"wall", SceneKind::wall},
+                                                                 {"ramp", SceneKind::ramp},
+                                                                 {"plane", SceneKind::plane},
+                                                                 {"board", SceneKind::board}};
     const auto* found =
         std::find_if(std::begin(kNames), std::end(kNames), [&](const auto& row) { return row.first == name; });
     return found == std::end(kNames) ? std::nullopt : std::optional(found->second);

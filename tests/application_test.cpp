@@ -59,7 +59,7 @@ TEST_P(Application, RunsASessionAndAnotherOne)
     const auto [product, hostCorrected] = GetParam();
     sim::Config config;
     config.product = product;
-    config.source = sim::makeScene({.kind = sim::SceneKind::wall, .noise = 0});
+    config.source = sim::makeScene({.kind = sim::SceneKind::wall, .sensor = {.noise = 0}});
     usb.plug(config);
 
     open();

@@ -43,7 +43,7 @@ TEST_F(GeometryOnFrames, AStraightEdgeIsStraightOnceUndistorted)
 
 TEST_F(GeometryOnFrames, AFlatWallIsFlatOnceUndistorted)
 {
-    grab("VQD-HT110", sim::makeScene({.kind = sim::SceneKind::wall, .noise = 0}));
+    grab("VQD-HT110", sim::makeScene({.kind = sim::SceneKind::wall, .sensor = {.noise = 0}}));
     read(2);
     EXPECT_LT(roughness(), 0.5);
     read(0);
@@ -52,7 +52,7 @@ TEST_F(GeometryOnFrames, AFlatWallIsFlatOnceUndistorted)
 
 TEST_F(GeometryOnFrames, BothCorrectionsFlattenTheWallOfAHostCorrectedCamera)
 {
-    grab("VQD-HT120", sim::makeScene({.kind = sim::SceneKind::wall, .noise = 0}));
+    grab("VQD-HT120", sim::makeScene({.kind = sim::SceneKind::wall, .sensor = {.noise = 0}}));
     const auto with = [&](int fppn, int orthogonal) {
         EXPECT_EQ(vqdSetFPPN(0, fppn), 1);
         EXPECT_EQ(vqdSetOrthogonal(0, orthogonal), 1);

@@ -24,7 +24,7 @@ SEES = {
     "host": "include " + CAMERA,
     "worker": "include host recording/recorder.h",
     "worker/client": "worker/wire.h",
-    "recording": "include host messages.h worker/sink.h worker/recording_sink.h worker/wire.h worker/packing.h " + CAMERA,
+    "recording": "include host sim messages.h worker/sink.h worker/recording_sink.h worker/wire.h worker/packing.h " + CAMERA,
     "tools/vqd": "include host sim worker worker/client recording messages.h " + CAMERA,
 }
 # The single files ask libusb about cameras that the library has not listed.

@@ -99,6 +99,11 @@ as_user vqd sim --scene plane -- vqd grab -o /tmp/pictures --cloud | grep 'depth
 [[ -e /usr/share/man/man1/vqd.1.gz && -e /usr/share/man/man1/vqd-grab.1.gz && -e /usr/share/man/man3/VQD_API.h.3.gz ]]
 bash -c '. /usr/share/bash-completion/completions/vqd && complete -p vqd' >/dev/null
 
+step "use from Python"
+as_user vqd sim --scene plane -- python3 /usr/share/doc/python3-vqd/examples/mean_depth.py | grep ' mm, noise '
+[[ -e $(python3 -c 'import importlib.util, vqd; print(importlib.util.cache_from_source(vqd.__file__))') ]]
+python3 -c 'import importlib.metadata, vqd; assert importlib.metadata.version("vqd") == vqd.__version__'
+
 step "build against"
 examples=/usr/share/doc/libvqd-api-dev/examples
 cmake -S $examples -B /tmp/cmake >/tmp/cmake.log
@@ -110,7 +115,7 @@ as_user vqd sim --scene plane -- /tmp/first_frame | grep ' mm ahead'
 step "upgrade"
 get install /tmp/new/*.deb
 said 'control --reload-rules'
-[[ $(dpkg-query -W -f '${Version} ' libvqd-api libvqd-api-dev vqd-tools) == "$(dpkg-deb -f /tmp/new/vqd-tools*.deb Version | sed 's/.*/& & & /')" ]]
+[[ $(dpkg-query -W -f '${Version} ' libvqd-api libvqd-api-dev vqd-tools python3-vqd) == "$(dpkg-deb -f /tmp/new/vqd-tools*.deb Version | sed 's/.*/& & & & /')" ]]
 as_user vqd sim --scene plane -- /tmp/first_frame | grep ' mm ahead'
 
 step "remove and purge"
@@ -118,7 +123,7 @@ get remove libvqd-api
 said 'control --reload-rules'
 must_fail command -v vqd
 [[ ! -e /usr/lib/udev/rules.d/60-vqd-camera.rules ]]
-dpkg --purge libvqd-api libvqd-api-dev vqd-tools
+dpkg --purge libvqd-api libvqd-api-dev vqd-tools python3-vqd
 get autoremove --purge
 listing >/tmp/after
 diff /tmp/before /tmp/after

@@ -51,6 +51,22 @@ TEST(Profile, FactorsByRadiusAreThoseOfTheNearestWholePixelAndEndWithTheTable)
     EXPECT_EQ(factors[319], 2040 / 2048.0);        // beyond
 }
 
+// Frames without the corrections that somebody has prepared would look the same.
+TEST(Profile, ThatCannotBeReachedIsAWarning)
+{
+    char folder[] = "/tmp/profile_test.XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    const std::filesystem::path vqd = std::filesystem::path(folder) / "vqd";
+    setenv("XDG_DATA_HOME", folder, 1);
+    const std::vector<ListedCamera> cameras{cameraOfBytes()};
+    EXPECT_EQ(findProfile(cameras, cameras[0]).warning, "");
+    std::filesystem::create_symlink("vqd", vqd); // to itself: a folder that root cannot enter either
+    const FoundProfile found = findProfile(cameras, cameras[0]);
+    EXPECT_NE(found.warning.find((vqd / "profiles/24061100000001.json").string()), std::string::npos) << found.warning;
+    EXPECT_FALSE(found.values);
+    std::filesystem::remove_all(folder);
+}
+
 // Without a lens of its own, a profile leaves that of the camera in force.
 TEST(Profile, ReplacesOnlyTheTablesThatItHas)
 {

@@ -417,7 +417,7 @@ TEST_F(ATake, AFullDiskEndsItWithWhatFits)
 
     signal(SIGXFSZ, SIG_IGN);
     begin(Json::parse(R"({"images": false, "compress": false})"));
-    constexpr rlim_t kMost = 3'500'000; // in the middle of the fourth chunk, each of four frames
+    constexpr rlim_t kMost = 3'500'000; // in the middle of a chunk, each of which has four frames
     const rlimit full{kMost, RLIM_INFINITY}, free{RLIM_INFINITY, RLIM_INFINITY};
     setrlimit(RLIMIT_FSIZE, &full);
     add(1, 30);

@@ -411,6 +411,54 @@ TEST(SimStream, FlushLeavesAResidueThatDrainsWithoutGrabbing)
     EXPECT_EQ(host.camera.nextBulkIn(host.now), host.now + 50 * kMs);
 }
 
+// Two frames of odd bytes, the second 70 ms after the first.
+struct Recorded : FrameSource {
+    Replay replay(const FrameRequest&, std::span<uint8_t, kFrameBytes> frame) override
+    {
+        if (next == 2)
+            return Replay::end;
+        next++;
+        for (size_t i = 0; i < kFrameBytes; i++)
+            frame[i] = byteOf(next, i);
+        return Replay::frame;
+    }
+    std::optional<TimeUs> interval() const override { return 70 * kMs; }
+    void render(const FrameRequest&, std::span<uint16_t, kPixels>, std::span<uint16_t, kPixels>) override {}
+
+    static uint8_t byteOf(size_t frame, size_t i) { return static_cast<uint8_t>(frame * 7 + i * 31 + i / 512); }
+    size_t next = 0;
+};
+
+TEST(SimReplay, FramesLeaveAsTheyWereAtTheirPaceNoneIsSkippedAndThenTheCameraIsGone)
+{
+    Config config = configOf(10);
+    config.source = std::make_shared<Recorded>();
+    config.faults = {{.kind = Fault::Kind::badStartCode, .channel = Channel::bulkIn, .nth = 3}};
+    Host host(config);
+    host.image[9] = 0xE3; // rows reversed: done already, in what was recorded
+    host.image[33] = 100; // the delay is in the pace already
+    host.grab();
+    const TimeUs started = host.now;
+    EXPECT_EQ(host.camera.nextBulkIn(host.now), started + 70 * kMs);
+    const auto expectFrame = [&](size_t number) {
+        ASSERT_EQ(host.read().bytes, kFrameBytes);
+        for (size_t i = 0; i < kFrameBytes; i++)
+            ASSERT_EQ(host.data[i], Recorded::byteOf(number, i)) << "frame " << number << ", byte " << i;
+    };
+    host.now += 70 * kMs * 5; // four more would be complete
+    expectFrame(1);
+    expectOutcome(host.read(), Status::ok, 0, false, "not before its time");
+    EXPECT_EQ(host.camera.nextBulkIn(host.now), host.now + 70 * kMs);
+    host.now += 70 * kMs;
+    ASSERT_EQ(host.read().bytes, kFrameBytes);
+    EXPECT_EQ(host.data[0], 0xBB); // faults act on recorded frames, too
+    EXPECT_EQ(host.data[1], Recorded::byteOf(2, 1));
+    host.now += 70 * kMs;
+    EXPECT_EQ(host.read().status, Status::noDevice);
+    EXPECT_FALSE(host.camera.plugged());
+    EXPECT_EQ(host.camera.returnsAt(), kNever);
+}
+
 TEST(SimFaults, SpoilTheNthMatchingTransferInTheirOwnWay)
 {
     using Kind = Fault::Kind;

@@ -62,9 +62,9 @@ TEST(SimLens, UndoesTheDistortionThatTheLensAddsAndGivesUpBeyondItsFold)
 
 TEST(SimScene, ExactScenesAreExactWithoutNoise)
 {
-    const Shot ramp = shoot(*makeScene({.kind = SceneKind::ramp, .noise = 0}), 3);
-    const Shot plane = shoot(*makeScene({.kind = SceneKind::plane, .noise = 0}), 3);
-    const Shot wall = shoot(*makeScene({.kind = SceneKind::wall, .noise = 0}), 3);
+    const Shot ramp = shoot(*makeScene({.kind = SceneKind::ramp, .sensor = {.noise = 0}}), 3);
+    const Shot plane = shoot(*makeScene({.kind = SceneKind::plane, .sensor = {.noise = 0}}), 3);
+    const Shot wall = shoot(*makeScene({.kind = SceneKind::wall, .sensor = {.noise = 0}}), 3);
     for (size_t i = 0; i < kPixels; i++) {
         ASSERT_EQ(ramp.depth[i], 500 + 10 * (i % 320));
         ASSERT_EQ(ramp.amplitude[i], 400 + 2 * (i / 320));
@@ -78,7 +78,7 @@ TEST(SimScene, ExactScenesAreExactWithoutNoise)
 TEST(SimScene, AHostCorrectedCameraMeasuresAlongTheRayAndTooShort)
 {
     const auto depthOf = [](SceneKind kind, bool rawDepth, const char* product) {
-        return shoot(*makeScene({.kind = kind, .noise = 0, .rawDepth = rawDepth}), 3, product).depth;
+        return shoot(*makeScene({.kind = kind, .sensor = {.noise = 0}, .rawDepth = rawDepth}), 3, product).depth;
     };
     const std::vector<uint8_t> factors = orthogonalTable(), offsets = fppnTable();
     ASSERT_EQ(factors.size(), 4096u);
@@ -113,7 +113,7 @@ TEST(SimScene, RepeatsBySeedAndFrameAndDiffersBetweenThem)
 
 TEST(SimScene, DepthNoiseGrowsAsTheAmplitudeFalls)
 {
-    const Shot exact = shoot(*makeScene({.kind = SceneKind::wall, .noise = 0}), 3);
+    const Shot exact = shoot(*makeScene({.kind = SceneKind::wall, .sensor = {.noise = 0}}), 3);
     const Shot noisy = shoot(*makeScene({.kind = SceneKind::wall}), 3);
     // What noise adds to the depth of 16 x 16 pixels: the mean and the root of the mean square.
     const auto noise = [&](size_t row, size_t column) {
@@ -135,7 +135,7 @@ TEST(SimScene, DepthNoiseGrowsAsTheAmplitudeFalls)
 
 TEST(SimScene, TheRoomHasAMovingBallFlyingPixelsAndAFewDarkOnes)
 {
-    const auto room = makeScene({.noise = 0});
+    const auto room = makeScene({.sensor = {.noise = 0}});
     const Shot now = shoot(*room, 18), later = shoot(*room, 26);
     const auto dark = std::count(now.depth.begin(), now.depth.end(), 0);
     EXPECT_GT(dark, 200);
@@ -164,12 +164,98 @@ TEST(SimScene, AnImpossibleLensSeesNothing)
     for (const SceneKind kind : {SceneKind::room, SceneKind::wall}) {
         const double nan = std::numeric_limits<double>::quiet_NaN();
         for (const double noise : {0.0, 1e300, nan, -1.0}) {
-            const Shot shot = shoot(*makeScene({.kind = kind, .lens = {.fx = 0}, .noise = noise}), UINT64_MAX);
+            const Shot shot =
+                shoot(*makeScene({.kind = kind, .lens = {.fx = 0}, .sensor = {.noise = noise}}), UINT64_MAX);
             if (noise != 1e300) {
                 EXPECT_EQ(*std::max_element(shot.depth.begin(), shot.depth.end()), 0);
             }
         }
     }
+}
+
+// A wall seen from elsewhere and turned is the same wall in space.
+TEST(SimScene, APoseMovesTheCameraNotTheScene)
+{
+    const Pose pose{{300, -200, 400}, {5, -10, 20}};
+    const Placement camera(pose);
+    const Shot wall = shoot(*makeScene({.kind = SceneKind::wall, .sensor = {.noise = 0}, .pose = pose}), 3);
+    size_t seen = 0;
+    for (size_t i = 0; i < kPixels; i++) {
+        if (wall.depth[i] == 0)
+            continue;
+        const auto [from, along] = camera.lineOf(rayThrough(Optics{}, i % 320, i / 320));
+        const float depth = wall.depth[i];
+        ASSERT_NEAR(from.z + along.z * depth - 0.2 * (from.x + along.x * depth), 2000, 0.8);
+        seen++;
+    }
+    EXPECT_GT(seen, kPixels / 2);
+    // Turned about z by a right angle, x becomes y.
+    const Vec down = Placement({{}, {0, 0, 90}}).turned({1, 0, 0});
+    EXPECT_NEAR(down.y, 1, 1e-6);
+    // The room's back wall is 400 mm nearer to who has walked 400 mm towards it.
+    const auto ahead = [](const Pose& stand) {
+        return shoot(*makeScene({.sensor = {.noise = 0}, .pose = stand}), 3).depth[100 * 320 + 172];
+    };
+    EXPECT_NEAR(ahead({}) - ahead({{0, 0, 400}, {}}), 400, 1);
+}
+
+TEST(SimScene, ABoardIsWhereItsPoseSays)
+{
+    SceneOptions options{.kind = SceneKind::board, .sensor = {.noise = 0}};
+    options.lens.k1 = options.lens.k2 = 0;
+    options.board.poses = {{{0, 0, 1000}, {}}, {{0, 0, 1000}, {0, 30, 0}}};
+    const auto scene = makeScene(options);
+    const Shot flat = shoot(*scene, 9), turned = shoot(*scene, 10);
+    const auto at = [](const auto& plane, int column, int row) {
+        return plane[static_cast<size_t>(row * 320 + column)];
+    };
+    // 60 mm at 1 m are 12.24 pixels. The corner of four squares is at the centre between rows 3 and 4.
+    EXPECT_EQ(at(flat.depth, 160, 120), 1000);
+    EXPECT_GT(at(flat.amplitude, 172, 115), 5 * at(flat.amplitude, 160, 115));
+    EXPECT_GT(at(flat.amplitude, 160, 125), 5 * at(flat.amplitude, 172, 125));
+    EXPECT_EQ(at(flat.depth, 20, 120), 3500);
+    // 100 mm along the turned board.
+    const double z = 1000 - 100 * std::sin(M_PI / 6), x = 100 * std::cos(M_PI / 6);
+    EXPECT_NEAR(at(turned.depth, static_cast<int>(std::lround(160 + 204 * x / z)), 120), z, 2);
+}
+
+// What the figures of a quality report are compared with.
+TEST(SimScene, ASensorHasTheErrorsThatItWasGiven)
+{
+    constexpr int kFrames = 100;
+    const auto scene =
+        makeScene({.kind = SceneKind::plane,
+                   .sensor = {.jitter = 3, .phase = 0, .fixedPattern = 5, .bias = -12, .drift = 0.08, .fill = 0.93}});
+    std::vector<double> mean(kPixels), square(kPixels), count(kPixels);
+    double first = 0, last = 0;
+    for (int frame = 0; frame < kFrames; frame++) {
+        const Shot shot = shoot(*scene, static_cast<uint64_t>(frame));
+        double sum = 0, valid = 0;
+        for (size_t i = 0; i < kPixels; i++)
+            if (shot.depth[i] != 0) {
+                const double depth = shot.depth[i] - 0.08 * frame;
+                mean[i] += depth;
+                square[i] += depth * depth;
+                count[i]++;
+                sum += shot.depth[i];
+                valid++;
+            }
+        (frame == 0 ? first : last) = sum / valid;
+    }
+    double measured = 0, all = 0, spread = 0, temporal = 0;
+    for (size_t i = 0; i < kPixels; i++) {
+        measured += count[i];
+        mean[i] /= count[i];
+        temporal += square[i] / count[i] - mean[i] * mean[i];
+        all += mean[i];
+    }
+    for (const double value : mean)
+        spread += (value - all / kPixels) * (value - all / kPixels);
+    EXPECT_NEAR(measured / kPixels / kFrames, 0.93, 0.001);
+    EXPECT_NEAR(all / kPixels, 1500 - 12, 0.1);
+    EXPECT_NEAR(std::sqrt(temporal / kPixels), 3, 0.05);
+    EXPECT_NEAR(std::sqrt(spread / kPixels), 5, 0.05);
+    EXPECT_NEAR(last - first, 0.08 * (kFrames - 1), 0.1);
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include "host/failure.h"
 #include "host/host_time.h"
 #include "worker/outbox.h"
+#include "worker/requests.h"
 #include "worker/restart_rule.h"
 #include "worker/worker_state.h"
 
@@ -180,6 +181,16 @@ TEST_F(ReaderOf, SmallMessagesGoFirstAndNotWithoutLimit)
     for (int i = 0; i < 64; ++i)
         EXPECT_EQ(next(), "4 0 101");
     EXPECT_EQ(next(), "2 1 1");
+}
+
+TEST(RequestQueue, TakesNoMoreThanACameraThatAnswersEverLeaves)
+{
+    RequestQueue queue;
+    for (uint32_t i = 0; i < 64; ++i)
+        EXPECT_TRUE(queue.add({i, 0, {}})); // each of another reader, all of which may have gone
+    EXPECT_FALSE(queue.add({64, 0, {}}));
+    EXPECT_EQ(queue.takeAll().size(), 64u);
+    EXPECT_TRUE(queue.add({64, 0, {}}));
 }
 
 TEST(BackOff, DoublesFromOneSecondToThirty)

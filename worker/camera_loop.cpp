@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <array>
 
+#include "host/eeprom_fields.h"
 #include "host/lens_json.h"
+#include "host/parameters_json.h"
 #include "host/profile.h"
 #include "worker/answers.h"
 
@@ -19,15 +21,6 @@ using Clock = std::chrono::steady_clock;
 // Tries of a search for a lost camera, each 0.1 s and more. The library would make 101; a new process finds the camera
 // as well, and can say meanwhile what it waits for.
 constexpr int kBudget = 540; // 40 above the number at which the library gives up
-
-std::string hexadecimal(std::span<const uint8_t> bytes)
-{
-    std::string text;
-    for (const uint8_t byte : bytes)
-        for (const int digit : {byte >> 4, byte & 15})
-            text += "0123456789abcdef"[digit];
-    return text;
-}
 
 std::exception_ptr caught(const std::function<void()>& work)
 {
@@ -115,11 +108,7 @@ void CameraLoop::tellParameters()
     unsigned char image[VQD_IMAGE_BYTES];
     if (vqdParameterData_Load(n, image) != 1)
         failOn(m_camera, "the camera's parameters could not be loaded");
-    Parameters parameters{document("parameters"), image};
-    parameters.json["camera"] = identityJson(m_camera);
-    parameters.json["settings"] = settingsJson(n, false);
-    parameters.json["lens"] = m_lens;
-    parameters.json["image"] = hexadecimal(image);
+    const Parameters parameters{parametersJson(m_camera, m_lens, image), image};
     m_header.flags &= ~uint32_t{VQD_WIRE_CORRECTED};
     if (changesFrames(m_camera))
         m_header.flags |= VQD_WIRE_CORRECTED;
@@ -184,6 +173,7 @@ void CameraLoop::cameBack()
     if (++m_reopensInARow == kMost)
         throw Failure(kCameraLost, "the camera sends no frames, not even after " + std::to_string(kMost) + " re-opens");
     followToAddress();
+    requireSameCamera();
     m_header.flags |= VQD_WIRE_REOPENED;
     m_parts.state.change([](auto& values) {
         values.state = "streaming";
@@ -202,6 +192,18 @@ void CameraLoop::followToAddress()
     if (place == places.end())
         throw Failure(kCameraLost, "the camera was plugged into another port");
     m_camera.place = *place;
+}
+
+// The library opens whatever camera it finds. Another one needs a session with its own serial number and lens.
+void CameraLoop::requireSameCamera() const
+{
+    if (m_camera.known != Known::read)
+        return;
+    const EepromRead now = readEeprom(m_camera.place);
+    if (now.whole() &&
+        (serialOf(now.bytes) != serialOf(m_camera.eeprom) || fingerprint(now.bytes) != fingerprint(m_camera.eeprom)))
+        throw Failure(kCameraLost,
+                      "another camera was plugged in where camera " + std::string(m_camera.szSerialNumber) + " was");
 }
 
 void CameraLoop::hand(Clock::time_point began)

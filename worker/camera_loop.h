@@ -39,6 +39,7 @@ private:
     void readFrame();
     void cameBack();
     void followToAddress();
+    void requireSameCamera() const;
     void hand(std::chrono::steady_clock::time_point began);
 
     ListedCamera m_camera;

@@ -120,7 +120,10 @@ void work(const ChildOptions& options, WorkerState& state, RequestQueue& request
 {
     const std::vector<ListedCamera> cameras = listCameras();
     const ListedCamera& camera = cameraNamed(cameras, options.camera);
-    state.change([&](auto& values) { values.camera = identityJson(camera); });
+    state.change([&](auto& values) {
+        values.camera = identityJson(camera);
+        values.name = lastingNameOf(cameras, camera);
+    });
     requireClaim(camera);
     loadAlone(cameras, camera);
     if (options.profile)

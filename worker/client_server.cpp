@@ -88,7 +88,7 @@ void ClientServer::wake()
 
 void ClientServer::addLink(int descriptor)
 {
-    add(descriptor, true);
+    add(descriptor, true, {});
 }
 
 void ClientServer::sendState()
@@ -163,19 +163,21 @@ void ClientServer::accept()
     const int descriptor = accept4(m_listening, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (descriptor < 0)
         return;
-    Client& client = add(descriptor, false);
-    socklen_t length = sizeof client.peer;
-    getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &client.peer, &length);
+    ucred peer{};
+    socklen_t length = sizeof peer;
+    getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &length);
+    Client& client = add(descriptor, false, peer);
     if (m_clients.size() > kMostReaders)
         refuse(client, 0, Failure(kFailed, std::to_string(kMostReaders) + " programs read from this worker already"));
 }
 
-ClientServer::Client& ClientServer::add(int descriptor, bool isLink)
+ClientServer::Client& ClientServer::add(int descriptor, bool isLink, const ucred& peer)
 {
     Client& client = m_clients.emplace_back();
     client.id = ++m_lastId;
     client.descriptor = descriptor;
     client.isLink = isLink;
+    client.peer = peer;              // before the state, which names all readers
     constexpr int kAFrame = 1 << 19; // as much of it as the system allows, so that sending one takes fewer steps
     setsockopt(descriptor, SOL_SOCKET, SO_SNDBUF, &kAFrame, sizeof kAFrame);
     post(client, messageOf(VQD_WIRE_STATE, textOf(m_hooks.state())));

@@ -78,7 +78,7 @@ private:
     };
 
     void accept();
-    Client& add(int descriptor, bool isLink);
+    Client& add(int descriptor, bool isLink, const ucred& peer);
     void takeInbox();
     void receive(Client& client);
     void handleReceived(Client& client);

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <grp.h>
 #include <sys/file.h>
@@ -52,6 +53,32 @@ pid_t makerOf(int connection)
     return peer.pid;
 }
 
+std::filesystem::path folderOf(const std::filesystem::path& path)
+{
+    return path.has_parent_path() ? path.parent_path() : ".";
+}
+
+Descriptor openFolder(const std::filesystem::path& folder)
+{
+    return Descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+// Everybody who may read a folder may lock it, so nobody waits for that lock for long.
+Descriptor lockFolder(const std::filesystem::path& folder)
+{
+    constexpr int kTries = 200;
+    constexpr timespec kBetween{0, 10'000'000};
+    Descriptor lock = openFolder(folder);
+    if (lock < 0)
+        fail(folder, strerror(errno));
+    for (int i = 1; flock(lock, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK; ++i) {
+        if (i == kTries)
+            fail(folder, "another program has locked this folder, where a socket is to be made");
+        nanosleep(&kBetween, nullptr);
+    }
+    return lock;
+}
+
 // Fails unless nobody has the name. A socket without a listener has lost its process; where that process is gone and
 // somebody still listens, it is a camera's process that is about to follow it.
 void freeName(const std::filesystem::path& path)
@@ -94,15 +121,18 @@ std::optional<Descriptor> connectTo(const std::filesystem::path& path)
     return std::nullopt;
 }
 
+void removeIfStale(const std::filesystem::path& path)
+{
+    const Descriptor lock = openFolder(folderOf(path));
+    if (flock(lock, LOCK_EX | LOCK_NB) == 0 && !connectTo(path) && errno == ECONNREFUSED)
+        unlink(path.c_str());
+}
+
 ListeningSocket::ListeningSocket(const std::filesystem::path& path) : m_path(path), m_descriptor(newSocket())
 {
     constexpr int kMostWaiting = 16;
     const sockaddr_un address = addressOf(path);
-    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
-    const Descriptor lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (lock < 0)
-        fail(folder, strerror(errno));
-    flock(lock, LOCK_EX);
+    const Descriptor lock = lockFolder(folderOf(path));
     freeName(path);
     const mode_t before = umask(0117);
     const int bound = bind(m_descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
@@ -110,8 +140,9 @@ ListeningSocket::ListeningSocket(const std::filesystem::path& path) : m_path(pat
     umask(before);
     if (bound != 0)
         fail(path, strerror(error));
-    if (const group* const cameras = getgrnam(kGroup))
-        (void)!chown(path.c_str(), static_cast<uid_t>(-1), cameras->gr_gid); // else this user's alone
+    const group* const cameras = getgrnam(kGroup);
+    if (cameras == nullptr || chown(path.c_str(), static_cast<uid_t>(-1), cameras->gr_gid) != 0)
+        chmod(path.c_str(), 0600); // the user's own group may be that of all users
     if (listen(m_descriptor, kMostWaiting) != 0)
         fail(path, strerror(errno));
 }

@@ -25,11 +25,16 @@ private:
 // A connection that does not block; nothing when nobody listens there.
 std::optional<Descriptor> connectTo(const std::filesystem::path& path);
 
+// Removes the name of a socket on which nobody listens any more. A socket has a name shortly before it listens, and is
+// left alone then.
+void removeIfStale(const std::filesystem::path& path);
+
 class ListeningSocket
 {
 public:
-    // Listens under this name, for this user and the group that may use the cameras. A socket on which nobody listens
-    // any more is replaced. Fails when somebody does, and for anything that is no socket.
+    // Listens under this name, for this user and, if this user may give it to it, the group that may use the cameras. A
+    // socket on which nobody listens any more is replaced. Fails when somebody does, and for anything that is no
+    // socket.
     explicit ListeningSocket(const std::filesystem::path& path);
     ~ListeningSocket(); // the name goes, too
     ListeningSocket(const ListeningSocket&) = delete;

@@ -67,6 +67,9 @@ RequestEffect save(const Json&, const RequestTarget& target)
     reply["written"] = before.bytes != eepromOfImage(camera);
     if (!reply["written"])
         return {reply};
+    {
+        const SaveTurn possible(camera.szSerialNumber, TooSoon::refuse); // or frames would pause for nothing
+    }
     target.whileStopped([&] {
         backUp("eeprom", camera.szSerialNumber, before.bytes);
         saveImage(camera, before);

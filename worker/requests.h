@@ -21,10 +21,15 @@ struct PendingRequest {
 class RequestQueue
 {
 public:
-    void add(PendingRequest request)
+    // False, and not added, when so many wait already that the camera cannot be answering. Requests of readers that
+    // have gone still count, or who connects again and again could fill the memory.
+    bool add(PendingRequest request)
     {
         const std::lock_guard lock(m_mutex);
+        if (m_pending.size() == kMostPending)
+            return false;
         m_pending.push_back(std::move(request));
+        return true;
     }
     std::vector<PendingRequest> takeAll()
     {
@@ -33,6 +38,8 @@ public:
     }
 
 private:
+    static constexpr size_t kMostPending = 64;
+
     std::mutex m_mutex;
     std::vector<PendingRequest> m_pending;
 };

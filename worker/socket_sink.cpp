@@ -63,8 +63,8 @@ void SocketSink::request(ClientId client, uint32_t number, const Json& json)
         m_server.reply(client, number, {{"ok", true}, {"state", stateWithClients()}});
     else if (what == "stop-recording")
         m_server.reply(client, number, {{"ok", true}, {"recording", requireRecorder(m_recorder).stop()}});
-    else
-        m_requests.add({client, number, json});
+    else if (!m_requests.add({client, number, json}))
+        throw Failure(kFailed, "the camera does not answer, and too many requests wait for it already");
 }
 
 // Planes that would not become smaller are sent as they are.

@@ -4,10 +4,10 @@
 // Asks every socket for its state. What nobody listens to any more is removed on the way.
 #include "worker/status.h"
 
-#include <cerrno>
+#include <algorithm>
+#include <chrono>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include "host/camera_lock.h"
 #include "host/documents.h"
@@ -23,11 +23,15 @@ constexpr char kExtension[] = ".status";
 // All that comes until the other end closes; cut where that takes too long, or is too much.
 std::string received(int connection)
 {
-    constexpr int kMostWaitMs = 1000;
+    using Clock = std::chrono::steady_clock;
     constexpr size_t kMost = 1 << 20;
+    const auto end = Clock::now() + std::chrono::seconds(1);
+    const auto left = [end] {
+        return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count());
+    };
     std::string text;
     char part[4096];
-    for (pollfd ready{connection, POLLIN, 0}; text.size() < kMost && poll(&ready, 1, kMostWaitMs) > 0;) {
+    for (pollfd ready{connection, POLLIN, 0}; text.size() < kMost && poll(&ready, 1, std::max(left(), 0)) > 0;) {
         const ssize_t came = recv(connection, part, sizeof part, MSG_DONTWAIT);
         if (came <= 0)
             break;
@@ -50,8 +54,8 @@ Json workersIn(const std::filesystem::path& folder)
             } catch (const Failure& failure) {
                 workers.push_back({{"state", "unknown"}, {"error", failure.what()}});
             }
-        } else if (errno == ECONNREFUSED) {
-            unlink(entry.path().c_str());
+        } else {
+            removeIfStale(entry.path());
         }
     }
     return workers;

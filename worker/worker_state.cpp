@@ -33,6 +33,7 @@ Json WorkerState::json() const
     Json json = document("worker");
     json["state"] = m_values.state;
     json["camera"] = m_values.camera;
+    json["name"] = m_values.name.empty() ? Json() : Json(m_values.name);
     json["session"] = m_session;
     json["process"] = getpid();
     json["profile"] = m_values.profile;

@@ -28,6 +28,7 @@ public:
     struct Values {
         std::string state = "starting"; // or "streaming", "lost"
         Json camera;                    // as vqd list shows it; null before it was found
+        std::string name;               // what finds the camera again; empty before it was found
         Json profile;                   // the file whose values are in use, or null
         uint64_t frames = 0, dropped = 0, reopens = 0;
         double longestGap = 0;  // seconds

@@ -31,63 +31,90 @@ static_assert(VQD_WIDTH % kLanes == 0);
 // Gives each pixel of a row the offset of its block, or 0 without a table.
 template <typename T> void spreadOffsets(const int* offsets, T (&row)[VQD_WIDTH])
 {
-    for (int x = 0; x < VQD_WIDTH; ++x)
-        row[x] = static_cast<T>(offsets == nullptr ? 0 : offsets[x / kFppnBlock]);
+    constexpr hn::CappedTag<T, kFppnBlock> block;
+    for (int i = 0; i < kFppnBlocksPerRow; ++i)
+        for (size_t j = 0; j < kFppnBlock; j += hn::MaxLanes(block))
+            hn::StoreU(hn::Set(block, static_cast<T>(offsets == nullptr ? 0 : offsets[i])), block,
+                       row + kFppnBlock * i + j);
 }
 
-// Without factors the sum wraps around in 16 bits.
-void addOffsets(const uint16_t* depth, const uint16_t* offsets, uint16_t* corrected)
-{
-    for (int x = 0; x < VQD_WIDTH; x += kLanes)
-        hn::StoreU(hn::Add(hn::LoadU(kPixels, depth + x), hn::LoadU(kPixels, offsets + x)), kPixels, corrected + x);
-}
-
-// The product before the sum. Values outside int become 0, as does INT_MIN, whose low 16 bits are 0.
-void multiply(const uint16_t* depth, const double* factors, const double* offsets, uint16_t* corrected)
-{
-    constexpr hn::CappedTag<double, 8> doubles;
-    constexpr hn::Rebind<int32_t, decltype(doubles)> ints;
-    constexpr hn::Rebind<uint32_t, decltype(doubles)> words;
-    constexpr hn::Rebind<uint16_t, decltype(doubles)> pixels;
-    for (int x = 0; x < VQD_WIDTH; x += hn::MaxLanes(doubles)) {
-        const auto d = hn::PromoteTo(doubles, hn::PromoteTo(ints, hn::LoadU(pixels, depth + x)));
-        const auto value = hn::Add(hn::Mul(d, hn::LoadU(doubles, factors + x)), hn::LoadU(doubles, offsets + x));
-        const auto fits = hn::Lt(hn::Abs(value), hn::Set(doubles, 2147483648.0));
-        const auto truncated = hn::DemoteTo(ints, hn::IfThenElseZero(fits, value));
-        hn::StoreU(hn::TruncateTo(pixels, hn::BitCast(words, truncated)), pixels, corrected + x);
-    }
-}
-
+// Depths from `least` to `least + span` pass.
 struct Range {
-    uint16_t least, most;
+    uint16_t least, span;
 };
 
 Range rangeOf(const DepthCorrection& c)
 {
-    if (c.minDepth > 65535 || c.maxDepth < 0)
-        return {65535, 0}; // nothing passes
-    return {static_cast<uint16_t>(std::max(c.minDepth, 0)), static_cast<uint16_t>(std::min(c.maxDepth, 65535))};
+    const int least = std::max(c.minDepth, 0), most = std::min(c.maxDepth, 65535);
+    return {static_cast<uint16_t>(least), static_cast<uint16_t>(most - least)};
 }
 
 // Pixels that were invalid stay so.
-void clip(const uint16_t* corrected, Range range, uint16_t* depth)
+Pixel clip(Pixel depth, Pixel corrected, Range range)
 {
-    const Pixel least = hn::Set(kPixels, range.least);
-    const Pixel most = hn::Set(kPixels, range.most);
-    for (int x = 0; x < VQD_WIDTH; x += kLanes) {
-        const Pixel value = hn::LoadU(kPixels, corrected + x);
-        const auto inRange = hn::And(hn::Eq(hn::Max(value, least), value), hn::Eq(hn::Min(value, most), value));
-        const auto valid = hn::Ne(hn::LoadU(kPixels, depth + x), hn::Zero(kPixels));
-        hn::StoreU(hn::IfThenElseZero(hn::And(inRange, valid), value), kPixels, depth + x);
-    }
+    const Pixel above = hn::Sub(corrected, hn::Set(kPixels, range.least)); // wraps around for what is below
+    const auto inRange = hn::Eq(hn::Min(above, hn::Set(kPixels, range.span)), above);
+    return hn::IfThenElseZero(hn::And(inRange, hn::Ne(depth, hn::Zero(kPixels))), corrected);
+}
+
+constexpr hn::CappedTag<double, 8> kDoubles;
+constexpr hn::Rebind<int32_t, decltype(kDoubles)> kInts;
+constexpr hn::Rebind<uint16_t, decltype(kDoubles)> kFewPixels;
+constexpr hn::Rebind<uint32_t, decltype(kDoubles)> kWords;
+constexpr hn::Rebind<uint64_t, decltype(kDoubles)> kLongs;
+constexpr hn::Twice<decltype(kInts)> kManyInts;
+using Double = hn::Vec<decltype(kDoubles)>;
+using Int = hn::Vec<decltype(kInts)>;
+static_assert(kLanes == 4 * hn::MaxLanes(kDoubles));
+
+// The truncated value as an int, with 0 in the low 16 bits for what is outside int and for no number. On x86 the
+// instruction gives just that, which Highway's conversion hides behind a limit of its own.
+Int truncate(Double value)
+{
+#if HWY_TARGET <= HWY_AVX3 && HWY_ARCH_X86
+    return Int{_mm512_cvttpd_epi32(value.raw)};
+#elif HWY_TARGET == HWY_AVX2
+    return Int{_mm256_cvttpd_epi32(value.raw)};
+#elif HWY_ARCH_X86
+    return Int{_mm_cvttpd_epi32(value.raw)};
+#else
+    const auto fits = hn::Lt(hn::Abs(value), hn::Set(kDoubles, 2147483648.0));
+    return hn::DemoteTo(kInts, hn::IfThenElseZero(fits, value));
+#endif
+}
+
+// Wide vectors are converted faster by way of 2^52, whose last bit counts 1, so that a small number fits in below.
+Double toDouble(const uint16_t* pixels)
+{
+    const auto few = hn::LoadU(kFewPixels, pixels);
+    if constexpr (hn::MaxLanes(kDoubles) < 4)
+        return hn::PromoteTo(kDoubles, hn::PromoteTo(kInts, few));
+    const Double big = hn::Set(kDoubles, 4503599627370496.0);
+    return hn::Sub(hn::Or(hn::BitCast(kDoubles, hn::PromoteTo(kLongs, hn::PromoteTo(kWords, few))), big), big);
+}
+
+// The product before the sum. A vector of doubles has a quarter of a vector's pixels.
+Pixel multiplyAndAdd(const uint16_t* depth, const double* factors, const double* offsets)
+{
+    constexpr int kQuarter = hn::MaxLanes(kDoubles);
+    const auto quarter = [&](int i) {
+        const Double d = toDouble(depth + i);
+        return truncate(hn::Add(hn::Mul(d, hn::LoadU(kDoubles, factors + i)), hn::LoadU(kDoubles, offsets + i)));
+    };
+    const auto lower = hn::Combine(kManyInts, quarter(kQuarter), quarter(0));
+    const auto upper = hn::Combine(kManyInts, quarter(3 * kQuarter), quarter(2 * kQuarter));
+    return hn::ConcatEven(kPixels, hn::BitCast(kPixels, upper), hn::BitCast(kPixels, lower));
 }
 
 void CorrectDepth(uint16_t* depth, const DepthCorrection& c)
 {
+    if (c.minDepth > 65535 || c.maxDepth < 0 || c.minDepth > c.maxDepth) { // nothing passes
+        std::fill_n(depth, VQD_PIXELS, uint16_t{0});
+        return;
+    }
     const Range range = rangeOf(c);
-    uint16_t offsets[VQD_WIDTH];
-    double wideOffsets[VQD_WIDTH];
-    uint16_t corrected[VQD_WIDTH];
+    alignas(64) uint16_t offsets[VQD_WIDTH];
+    alignas(64) double wideOffsets[VQD_WIDTH];
     for (int y = 0; y < VQD_HEIGHT; ++y) {
         uint16_t* row = depth + VQD_WIDTH * y;
         const int* blocks = c.offsets == nullptr ? nullptr : c.offsets + kFppnBlocksPerRow * (y / kFppnBlock);
@@ -97,11 +124,13 @@ void CorrectDepth(uint16_t* depth, const DepthCorrection& c)
             else
                 spreadOffsets(blocks, offsets);
         }
-        if (c.factors != nullptr)
-            multiply(row, c.factors + VQD_WIDTH * y, wideOffsets, corrected);
-        else
-            addOffsets(row, offsets, corrected);
-        clip(corrected, range, row);
+        const double* factors = c.factors == nullptr ? nullptr : c.factors + VQD_WIDTH * y;
+        for (int x = 0; x < VQD_WIDTH; x += kLanes) {
+            const Pixel d = hn::LoadU(kPixels, row + x);
+            const Pixel corrected = factors != nullptr ? multiplyAndAdd(row + x, factors + x, wideOffsets + x)
+                                                       : hn::Add(d, hn::LoadU(kPixels, offsets + x));
+            hn::StoreU(clip(d, corrected, range), kPixels, row + x);
+        }
     }
 }
 

@@ -3,8 +3,8 @@
 //
 // Resampling in vectors, bit for bit what the reference does.
 //
-// A row of pixels is resampled from windows. If one of its pixels has a sample elsewhere, each sample is loaded by
-// itself.
+// A row of pixels is resampled from windows. If one of its pixels has a sample elsewhere, wider windows are tried where
+// vectors are long enough, and at last each sample is loaded by itself.
 #include "frame/resample.h"
 
 #include "simd/targets.h"
@@ -16,6 +16,7 @@
 
 #include "frame/each_sample-inl.h"
 #include "frame/merged_planes-inl.h"
+#include "frame/wide_windows-inl.h"
 #include "frame/windows-inl.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -24,13 +25,28 @@ namespace simd::HWY_NAMESPACE
 
 #if VQD_HAS_VECTORS
 
+void resampleElsewhere(Bilinear& job, int first)
+{
+#if HWY_TARGET <= HWY_AVX3
+    resampleFromWideWindows(job, first);
+#else
+    resampleEach(job, first);
+#endif
+}
+
 LastPixel ResampleBilinear(Planes raw, const ResampleMaps& maps, int gate, Images out, uint32_t* pairs)
 {
     constexpr bool kWindows = kLanes > 4; // narrower vectors gain nothing from them
+    constexpr int kTryAgain = 8;          // rows; a try in vain costs a tenth of the time
     Bilinear job{.planes{.raw = raw, .pairs = pairs + kPairsFirst}, .maps = maps, .gate = gate, .out = out};
-    for (int first = 0; first < VQD_PIXELS; first += VQD_WIDTH)
-        if (!kWindows || !resampleFromWindows(job, first))
-            resampleEach(job, first);
+    bool held = kWindows;
+    for (int y = 0; y < VQD_HEIGHT; ++y) {
+        const int first = VQD_WIDTH * y;
+        if (kWindows && (held || y % kTryAgain == 0))
+            held = resampleFromWindows(job, first);
+        if (!held)
+            resampleElsewhere(job, first);
+    }
     return scalar::ResampleBilinear(raw, maps, gate, out, nullptr, VQD_PIXELS - 1, VQD_PIXELS);
 }
 

@@ -42,7 +42,14 @@ readers() {
     jq -s . events >all || fail "not an object a line"
     json all 'map(.schema + " " + (.event // (.settings.offset | tostring))) | .[1:] == ["vqd.parameters/1 0",
         "vqd.parameters/1 7", "vqd.event/1 set", "vqd.event/1 saved"]'
+    json all '.[0].clients | any(.process == '$saving' and .program == "worker_probe")'
     "$probe" "$(socket $one)" frames 2 >/dev/null || fail "no frames after saving"
+
+    # A save that comes too soon stops no frames and makes no backup.
+    touch -d '+9 seconds' "$XDG_STATE_HOME/vqd/saved-$one" # however slow this machine is
+    "$probe" "$(socket $one)" ask '{"do":"set","settings":{"offset":8}}' '{"do":"save"}' '{"do":"set","settings":{"offset":7}}' >out
+    mentions out '"ok":false,"error":"the EEPROM of camera .* was written'
+    [[ $(find "$XDG_STATE_HOME" -name 'eeprom-*' | wc -l) -eq 1 ]] || fail "a backup of a save that was refused"
 
     # Nobody else gets at the camera, and everybody learns who has it. The socket is for the group of the cameras.
     "$vqd" grab -c $one >/dev/null 2>err && fail "grabbed from a worker's camera"
@@ -82,6 +89,19 @@ late() {
     wait
 }
 under_sim --fault "request 0xB8 unplugs, back after 3 s" -- late
+
+# Without -c, a worker finds its first camera again also when that is not the only one with its serial number.
+alike() {
+    "$vqd" worker 2>/dev/null &
+    local worker=$! port
+    until_true streams $one
+    port=$("$vqd" status --json | jq -c '.workers[0].camera.port')
+    kill -9 "$("$vqd" status --json | jq '.workers[0].process')"
+    until_true state ".workers[0] | .restarts == 1 and .frames > 0 and .camera.port == $port"
+    kill $worker
+    wait
+}
+under_sim VQD-HT110 VQD-RS110 --serial $one -- alike
 
 # A camera that vanishes comes back in the same session; what was set and not saved is there also after a new process.
 lost() {
@@ -138,6 +158,20 @@ rubbish() {
     wait
 }
 under_sim -- rubbish
+
+# A worker that was started to outlive its terminal does so.
+(
+    trap '' HUP
+    exec "$vqd" worker -c $one 2>said-$one
+) &
+started=$!
+until_true "$probe" "$(socket $one)" ask '{"do":"state"}'
+kill -HUP $started
+for _ in 1 2 3; do
+    "$probe" "$(socket $one)" ask '{"do":"state"}' >out || fail "a hangup that was to be ignored ended the worker"
+done
+kill $started
+wait
 
 # Sockets that cannot be made
 mkdir held.sock

@@ -145,10 +145,15 @@ void AllCameras::wait(int timeoutMs) const
     poll(waiting.data(), waiting.size(), timeoutMs);
 }
 
-void AllCameras::requireAll()
+void AllCameras::requireNoneLeftOut() const
 {
     if (m_failure)
         throw Failure(*m_failure);
+}
+
+void AllCameras::requireAll()
+{
+    requireNoneLeftOut();
     for (WorkerCamera& camera : m_cameras) {
         try {
             camera.requireFrames();

@@ -33,7 +33,10 @@ public:
     // Waits until one of them may have something, at most so many ms.
     void wait(int timeoutMs) const;
 
-    // Fails when a camera was left out, or sends no frames any more.
+    // Fails when a camera was left out.
+    void requireNoneLeftOut() const;
+
+    // The same, and when one sends no frames any more, for those who read frames.
     void requireAll();
 
 private:

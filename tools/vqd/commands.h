@@ -38,9 +38,10 @@ void addWorker(CLI::App& app, Run& run);
 void addStatus(CLI::App& app, Run& run);
 void addRecording(CLI::App& app, Run& run);
 
-// How the tool was called.
+// How the tool was called, for commands that run themselves again to have a virtual bus.
 struct Invocation {
     char** arguments;                 // all, as main() got them
     std::vector<std::string> program; // of sim: what follows the first "--"
 };
+void addConvert(CLI::App& app, Run& run, const Invocation& invocation);
 void addSim(CLI::App& app, Run& run, const Invocation& invocation);

@@ -66,6 +66,7 @@ int runCommandLine(int argc, char** argv)
     addWorker(app, run);
     addStatus(app, run);
     addRecording(app, run);
+    addConvert(app, run, invocation);
     addSim(app, run, invocation);
     requireKnownCommand(app, arguments, app.get_name());
     try {

@@ -62,6 +62,11 @@ void Output::print(const Json& json)
     print("%s", documentText(json).c_str());
 }
 
+void Output::write(std::span<const uint8_t> bytes)
+{
+    fwrite(bytes.data(), 1, bytes.size(), m_data);
+}
+
 void Output::finish()
 {
     if (fflush(m_data) != 0 || ferror(m_data))

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdio>
+#include <span>
 
 #include "host/documents.h"
 
@@ -20,6 +21,7 @@ public:
 
     void print(const char* format, ...) __attribute__((format(printf, 2, 3)));
     void print(const Json& json);
+    void write(std::span<const uint8_t> bytes);
 
     // Fails unless everything that was printed could be written.
     void finish();

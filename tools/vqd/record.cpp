@@ -145,7 +145,7 @@ int recordCommand(const RecordOptions& options)
     output.finish(json, text);
     requireNone(recordings);
     if (!interrupted())
-        cameras.requireAll();
+        cameras.requireNoneLeftOut();
     return kDone;
 }
 

@@ -202,7 +202,7 @@ std::filesystem::path usualTarget(std::filesystem::path file)
 mcap::Repaired repairInto(const std::filesystem::path& target, mcap::Reader& reader)
 {
     const std::filesystem::path folder = target.parent_path();
-    const PartFile file(folder.empty() ? "." : folder, target.filename());
+    const PartFile file(folder.empty() ? "." : folder, target.filename(), ".repair"); // NAME.part may be the source
     try {
         Progress progress("per cent", 100);
         mcap::Repaired done = mcap::repair(reader, file.descriptor(), stepping(reader, progress));
