@@ -12,6 +12,7 @@
 #include "recording/camera_writer.h"
 #include "recording/layout.h"
 #include "recording/player.h"
+#include "support/temporary_folder.h"
 
 namespace
 {
@@ -39,17 +40,9 @@ Bytes rawFrame(uint64_t number)
     return raw;
 }
 
-// A folder for the files of one test.
 class PlayerTest : public testing::Test
 {
 protected:
-    PlayerTest()
-    {
-        char name[] = "player-XXXXXX";
-        folder = std::filesystem::absolute(mkdtemp(name));
-    }
-    ~PlayerTest() override { std::filesystem::remove_all(folder); }
-
     std::filesystem::path path(const std::string& name) const { return folder / name; }
 
     // Frames `first` to `last`, 30 ms apart, with other parameters from each multiple of 5 on, and an event before each
@@ -118,7 +111,8 @@ protected:
         }
     }
 
-    std::filesystem::path folder;
+    const TemporaryFolder temporary;
+    const std::filesystem::path folder = temporary.path();
     const std::unique_ptr<RecordedFrame> frame = std::make_unique<RecordedFrame>();
 };
 

@@ -26,7 +26,8 @@ struct Recorded {
     double seconds = 0, bytesPerSecond = 0;
     std::vector<std::string> files; // that are complete
 
-    void add(const Json& state); // of a recording, as a worker tells it
+    void add(const Json& state);     // of a recording, as a worker tells it
+    void add(const Recorded& other); // all but the seconds, which may be the same ones
 };
 
 // One camera that is being recorded, also across restarts of its process.

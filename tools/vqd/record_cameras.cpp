@@ -66,6 +66,16 @@ void Recorded::add(const Json& state)
                 files.push_back(file.get<std::string>());
 }
 
+void Recorded::add(const Recorded& other)
+{
+    frames += other.frames;
+    lost += other.lost;
+    notRecorded += other.notRecorded;
+    bytes += other.bytes;
+    bytesPerSecond += other.bytesPerSecond;
+    files.insert(files.end(), other.files.begin(), other.files.end());
+}
+
 CameraRecording::CameraRecording(WorkerCamera& camera, const RecordOptions& options)
     : m_camera(camera), m_options(options),
       m_name(options.name.empty() ? camera.name() + '-' + timeForNames() : options.name)
@@ -149,6 +159,7 @@ void CameraRecording::take(const Json& recording)
 void CameraRecording::goOn()
 {
     m_before = all();
+    m_before.bytesPerSecond = 0;
     m_now = {};
     RecordOptions left = m_options;
     if (m_options.frames > 0 && m_before.frames >= m_options.frames)
@@ -199,13 +210,8 @@ void CameraRecording::end(std::optional<Failure> failure)
 Recorded CameraRecording::all() const
 {
     Recorded all = m_before;
-    all.frames += m_now.frames;
-    all.lost += m_now.lost;
-    all.notRecorded += m_now.notRecorded;
-    all.bytes += m_now.bytes;
+    all.add(m_now);
     all.seconds += m_now.seconds;
-    all.bytesPerSecond = m_now.bytesPerSecond;
-    all.files.insert(all.files.end(), m_now.files.begin(), m_now.files.end());
     return all;
 }
 
@@ -244,11 +250,7 @@ void record(CameraRecordings& recordings, const std::function<void(const Recorde
                 recording->stop();
             recording->look();
             const Recorded one = recording->all();
-            all.frames += one.frames;
-            all.lost += one.lost;
-            all.notRecorded += one.notRecorded;
-            all.bytes += one.bytes;
-            all.bytesPerSecond += one.bytesPerSecond;
+            all.add(one);
             all.seconds = std::max(all.seconds, one.seconds);
         }
         progress(all);
