@@ -33,6 +33,9 @@ public:
     // Waits until one of them may have something, at most so many ms.
     void wait(int timeoutMs) const;
 
+    // Fails when a worker that was started here has ended by itself.
+    void requireWorkers() const { m_workers.requireRunning(); }
+
     // Fails when a camera was left out, or sends no frames any more.
     void requireAll();
 
