@@ -365,6 +365,16 @@ TEST_F(ATake, EndsAtItsLimits)
     EXPECT_EQ(end()["frames"], 11); // the last one is 330 ms behind the first
 }
 
+TEST_F(ATake, ThatEndsWithItsSessionIsCompleteAndSaysSo)
+{
+    begin(Json::parse(R"({"images": false, "frames": 30})"));
+    add(1, 3);
+    take->end();
+    const Json state = end();
+    EXPECT_EQ(state["state"], "cut");
+    EXPECT_EQ(wholeFrames(read("a.mcap"), 1), 3U);
+}
+
 TEST_F(ATake, TellsFramesThatHadNoRoomAndThoseThatNeverCame)
 {
     begin(Json::parse(R"({"images": false})"));

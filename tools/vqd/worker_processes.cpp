@@ -4,6 +4,7 @@
 // The same program again, as "vqd worker".
 #include "worker_processes.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -87,12 +88,17 @@ void WorkerProcesses::start(const std::string& port, const std::vector<std::stri
     m_processes.push_back(process);
 }
 
+bool WorkerProcesses::allRun() const
+{
+    return std::ranges::all_of(m_processes, [](pid_t process) {
+        siginfo_t info{};
+        return waitid(P_PID, static_cast<id_t>(process), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+               info.si_pid != process;
+    });
+}
+
 void WorkerProcesses::requireRunning() const
 {
-    for (const pid_t process : m_processes) {
-        siginfo_t info{};
-        if (waitid(P_PID, static_cast<id_t>(process), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-            info.si_pid == process)
-            throw Failure(kFailed, "a worker has ended by itself");
-    }
+    if (!allRun())
+        throw Failure(kFailed, "a worker has ended by itself");
 }
