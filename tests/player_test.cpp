@@ -272,9 +272,14 @@ TEST_F(PlayerTest, FilesThatAreNoRecordingOfThisCameraAreRefusedWithAReason)
         int code;
         const char* reason;
     } cases[] = {
-        {"format", "2", 2, "format 2"},          {"format", "later", 2, "of which format"},
-        {"product", "", 2, "which camera"},      {"product", "two\nlines", 2, "which camera"},
-        {"usb", "03a4-871a", 2, "which camera"}, {"usb", "3a4:871a", 2, "which camera"},
+        {"format", "2", 2, "format 2"},
+        {"format", "later", 2, "of which format"},
+        {"product", "", 2, "which camera"},
+        {"product", "two\nlines", 2, "which camera"},
+        {"usb", "03a4-871a", 2, "which camera"},
+        {"usb", "3a4:871a", 2, "which camera"},
+        {"serial", "\033[2J", 2, "no serial number"},
+        {"serial", "240611000000010", 2, "no serial number"},
     };
     for (const auto& c : cases) {
         mcap::Names names = good;
