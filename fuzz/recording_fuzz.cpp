@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Files of recordings: any bytes are refused or read, and what was read survives a repair. What a writer was given in any
-// order comes back, from a cut file as far as its chunks are whole.
+// Files of recordings: any bytes are refused or read, and what was read survives a repair. What a writer was given in
+// any order comes back, from a cut file as far as its chunks are whole.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -60,7 +60,9 @@ std::vector<Sent> messagesIn(mcap::Reader& reader, bool* isDamaged)
             const auto channel = reader.channels().find(message->channel);
             if (channel == reader.channels().end())
                 continue;
-            found.push_back({channel->second.topic, message->sequence, message->logTime,
+            found.push_back({channel->second.topic,
+                             message->sequence,
+                             message->logTime,
                              {message->data.begin(), message->data.end()}});
             check.look(channel->second, *message);
         } catch (const Failure& failure) {
@@ -72,7 +74,8 @@ std::vector<Sent> messagesIn(mcap::Reader& reader, bool* isDamaged)
 
 mcap::Verdict judged(mcap::Reader& reader)
 {
-    return mcap::verify(reader, [](const auto&, const auto&) {}, kOn);
+    return mcap::verify(
+        reader, [](const auto&, const auto&) {}, kOn);
 }
 
 void readAnything(std::span<const uint8_t> bytes)

@@ -6,6 +6,7 @@
 // while the machine sleeps.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 
@@ -15,6 +16,13 @@ struct HostTime {
 
 // Both clocks at one moment.
 HostTime hostTime();
+
+// A time of CLOCK_REALTIME, in ns, as C++ counts it.
+inline std::chrono::system_clock::time_point realTimePoint(int64_t nanoseconds)
+{
+    using Real = std::chrono::system_clock;
+    return Real::time_point(std::chrono::duration_cast<Real::duration>(std::chrono::nanoseconds(nanoseconds)));
+}
 
 // Notices that the clock of real times was set.
 class ClockWatch

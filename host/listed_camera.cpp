@@ -37,10 +37,14 @@ Json identityJson(const ListedCamera& camera)
     const Json serial = camera.known == Known::read ? Json(camera.szSerialNumber) : Json();
     const std::string profile = profileInUse(camera).string();
     const Json port = camera.place.port.empty() ? Json() : Json(camera.place.port);
-    return {{"index", camera.nIndex},         {"serial", serial},
-            {"product", camera.szDeviceName}, {"vendor", camera.szVendorName},
-            {"usb", usbIds(camera)},          {"port", port},
-            {"bus", camera.place.bus},        {"address", camera.place.address},
+    return {{"index", camera.nIndex},
+            {"serial", serial},
+            {"product", camera.szDeviceName},
+            {"vendor", camera.szVendorName},
+            {"usb", usbIds(camera)},
+            {"port", port},
+            {"bus", camera.place.bus},
+            {"address", camera.place.address},
             {"profile", profile.empty() ? Json() : Json(profile)}};
 }
 

@@ -13,38 +13,9 @@ HEAD = '''# SPDX-FileCopyrightText: VQD_API contributors
 """Made by make_settings.py; do not edit. The table of settings, and an attribute for each of them."""
 from __future__ import annotations
 
-from typing import Any, NamedTuple, Optional
+from typing import Any
 
-
-class Choice(NamedTuple):
-    """A value with a meaning. One with models is for these models only."""
-
-    value: int
-    meaning: str
-    models: tuple[str, ...] = ()
-
-
-class Value(NamedTuple):
-    """One of the numbers of a setting; minimum and maximum are those of whole numbers."""
-
-    name: str
-    type: str
-    minimum: Optional[int] = None
-    maximum: Optional[int] = None
-    choices: tuple[Choice, ...] = ()
-
-
-class Setting(NamedTuple):
-    """A setting of the cameras."""
-
-    name: str
-    label: str
-    unit: Optional[str]
-    read_only: bool
-    needs_frame: bool
-    ascending: bool
-    values: tuple[Value, ...]
-
+from ._setting_types import Choice, Setting, Value
 
 TABLE = (
 '''

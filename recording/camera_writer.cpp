@@ -5,7 +5,6 @@
 #include "recording/camera_writer.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "recording/layout.h"
 
@@ -211,13 +210,13 @@ void CameraWriter::packedFrame(const QueuedFrame& frame, const RecordedTime& tim
 {
     m_packed.header = header(time);
     takeHeader(m_packed, frame);
-    m_planes.resize(2 * VQD_PIXELS);
-    std::memcpy(m_planes.data(), frame.raw.data() + kHeaderBytes, 2 * kPlaneBytes);
-    const std::span planes(m_planes);
+    static_assert(kHeaderBytes % alignof(uint16_t) == 0);
+    const std::span bytes = std::span(frame.raw).subspan(kHeaderBytes);
+    const std::span planes(reinterpret_cast<const uint16_t*>(bytes.data()), 2 * VQD_PIXELS);
     const std::span<const uint8_t> packed = m_packing.pack({planes.first(VQD_PIXELS), planes.last(VQD_PIXELS)});
     m_packed.packed = !packed.empty();
-    const std::span<const uint8_t> bytes = m_packed.packed ? packed : bytesOf(m_planes);
-    m_packed.planes.assign(bytes.begin(), bytes.end());
+    const std::span<const uint8_t> kept = m_packed.packed ? packed : bytes;
+    m_packed.planes.assign(kept.begin(), kept.end());
     write(m_channels.raw, m_packed, time);
 }
 

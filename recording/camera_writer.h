@@ -81,5 +81,4 @@ private:
     msg::sensor_msgs::Image m_image;
     msg::sensor_msgs::CameraInfo m_lens;
     msg::vqd_msgs::RawFrame m_packed;
-    std::vector<uint16_t> m_planes;
 };

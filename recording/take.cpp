@@ -54,16 +54,22 @@ Take::~Take()
 
 void Take::end()
 {
+    m_cut = !m_queue.closed();
     m_queue.dropAt(Clock::now() + kEndsWithin);
     m_queue.close();
+}
+
+const char* Take::condition() const
+{
+    if (!m_ended)
+        return m_queue.closed() ? "ending" : "recording";
+    return !m_error.empty() ? "failed" : m_cut ? "cut" : "done";
 }
 
 Json Take::state() const
 {
     const std::lock_guard lock(m_mutex);
-    const bool fails = !m_error.empty();
-    const char* const how = !m_ended ? (m_queue.closed() ? "ending" : "recording") : fails ? "failed" : "done";
-    return {{"state", how},
+    return {{"state", condition()},
             {"file", m_present.empty() ? Json() : Json(m_present)},
             {"files", m_files},
             {"part", m_number},
@@ -73,7 +79,7 @@ Json Take::state() const
             {"seconds", m_counts.seconds},
             {"bytes", m_counts.bytes},
             {"bytes-per-second", m_counts.bytesPerSecond},
-            {"error", fails ? Json(m_error) : Json()}};
+            {"error", m_error.empty() ? Json() : Json(m_error)}};
 }
 
 // The file ends as well as it can, whatever happens.

@@ -60,6 +60,7 @@ private:
     void count(const QueuedFrame& frame);
     bool isOver() const;
     bool isIdle() const;
+    const char* condition() const;
     void everySecond();
     void diagnose(const Counts& before, double passed);
     void beginPart(uint64_t now);
@@ -92,7 +93,7 @@ private:
     std::string m_present; // the file that is being written; empty when there is none
     std::string m_error;
     Counts m_counts;
-    std::atomic<bool> m_ended = false;
+    std::atomic<bool> m_ended = false, m_cut = false; // by end(), while it still took frames
 
     std::thread m_thread; // last: it uses all of the above
 };

@@ -4,7 +4,6 @@
 // Locks of cameras between processes, in a folder where other users may put anything.
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -12,6 +11,7 @@
 #include <unistd.h>
 
 #include "host/camera_lock.h"
+#include "support/temporary_folder.h"
 
 namespace
 {
@@ -19,15 +19,10 @@ namespace
 class CameraLock : public testing::Test
 {
 protected:
-    CameraLock()
-    {
-        char name[] = "/tmp/camera_lock.XXXXXX";
-        m_folder = mkdtemp(name);
-        setenv("UMOCKDEV_DIR", m_folder.c_str(), 1);
-    }
-    ~CameraLock() override { std::filesystem::remove_all(m_folder); }
+    CameraLock() { setenv("UMOCKDEV_DIR", m_folder.c_str(), 1); }
 
-    std::filesystem::path m_folder;
+    const TemporaryFolder m_temporary;
+    const std::filesystem::path m_folder = m_temporary.path();
     const Place m_place{1, 2, "1-2.3"};
 };
 

@@ -12,6 +12,7 @@
 #include "recording/camera_writer.h"
 #include "recording/layout.h"
 #include "recording/player.h"
+#include "support/temporary_folder.h"
 
 namespace
 {
@@ -39,17 +40,9 @@ Bytes rawFrame(uint64_t number)
     return raw;
 }
 
-// A folder for the files of one test.
 class PlayerTest : public testing::Test
 {
 protected:
-    PlayerTest()
-    {
-        char name[] = "player-XXXXXX";
-        folder = std::filesystem::absolute(mkdtemp(name));
-    }
-    ~PlayerTest() override { std::filesystem::remove_all(folder); }
-
     std::filesystem::path path(const std::string& name) const { return folder / name; }
 
     // Frames `first` to `last`, 30 ms apart, with other parameters from each multiple of 5 on, and an event before each
@@ -118,7 +111,8 @@ protected:
         }
     }
 
-    std::filesystem::path folder;
+    const TemporaryFolder temporary;
+    const std::filesystem::path folder = temporary.path();
     const std::unique_ptr<RecordedFrame> frame = std::make_unique<RecordedFrame>();
 };
 
@@ -278,9 +272,14 @@ TEST_F(PlayerTest, FilesThatAreNoRecordingOfThisCameraAreRefusedWithAReason)
         int code;
         const char* reason;
     } cases[] = {
-        {"format", "2", 2, "format 2"},          {"format", "later", 2, "of which format"},
-        {"product", "", 2, "which camera"},      {"product", "two\nlines", 2, "which camera"},
-        {"usb", "03a4-871a", 2, "which camera"}, {"usb", "3a4:871a", 2, "which camera"},
+        {"format", "2", 2, "format 2"},
+        {"format", "later", 2, "of which format"},
+        {"product", "", 2, "which camera"},
+        {"product", "two\nlines", 2, "which camera"},
+        {"usb", "03a4-871a", 2, "which camera"},
+        {"usb", "3a4:871a", 2, "which camera"},
+        {"serial", "\033[2J", 2, "no serial number"},
+        {"serial", "240611000000010", 2, "no serial number"},
     };
     for (const auto& c : cases) {
         mcap::Names names = good;

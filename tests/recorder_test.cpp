@@ -14,6 +14,7 @@
 #include "recording/layout.h"
 #include "recording/mcap_reader.h"
 #include "recording/take.h"
+#include "support/temporary_folder.h"
 
 namespace
 {
@@ -192,17 +193,6 @@ Bytes unpacked(const msg::vqd_msgs::RawFrame& frame)
 class ATake : public testing::Test
 {
 protected:
-    ATake()
-    {
-        char name[] = "recorder-XXXXXX";
-        folder = std::filesystem::absolute(mkdtemp(name));
-    }
-    ~ATake() override
-    {
-        take.reset();
-        std::filesystem::remove_all(folder);
-    }
-
     void begin(Json request = Json::object(), uint64_t keepFree = 0)
     {
         request["name"] = "a";
@@ -296,7 +286,8 @@ protected:
         return count;
     }
 
-    std::filesystem::path folder;
+    const TemporaryFolder temporary;
+    const std::filesystem::path folder = temporary.path();
     HostTime began{};
     std::unique_ptr<Take> take;
 };
@@ -372,6 +363,16 @@ TEST_F(ATake, EndsAtItsLimits)
     begin(Json::parse(R"({"images": false, "seconds": 0.3})"));
     add(1, 20);
     EXPECT_EQ(end()["frames"], 11); // the last one is 330 ms behind the first
+}
+
+TEST_F(ATake, ThatEndsWithItsSessionIsCompleteAndSaysSo)
+{
+    begin(Json::parse(R"({"images": false, "frames": 30})"));
+    add(1, 3);
+    take->end();
+    const Json state = end();
+    EXPECT_EQ(state["state"], "cut");
+    EXPECT_EQ(wholeFrames(read("a.mcap"), 1), 3U);
 }
 
 TEST_F(ATake, TellsFramesThatHadNoRoomAndThoseThatNeverCame)

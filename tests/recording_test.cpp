@@ -314,8 +314,9 @@ TEST(Recording, MessagesAreWhatTheirTypeSays)
     msg::vqd_msgs::RawFrame raw;
     raw.planes.resize(307'199);
     EXPECT_EQ(fault(check, 5, raw), "the frame has another size than a camera sends");
-    EXPECT_THROW(check.look({"/a", msg::vqd_msgs::Event::kType.name, "cdr", schema}, {0, 0, 9, 9, Bytes{0, 1, 0, 0, 1}}),
-                 Failure);
+    EXPECT_THROW(
+        check.look({"/a", msg::vqd_msgs::Event::kType.name, "cdr", schema}, {0, 0, 9, 9, Bytes{0, 1, 0, 0, 1}}),
+        Failure);
 }
 
 // The summary takes the place of the last chunk when there is no room for both.

@@ -4,7 +4,6 @@
 // The time between two writes to an EEPROM. What another program has written is a file here.
 #include <cstdlib>
 #include <ctime>
-#include <filesystem>
 #include <fstream>
 #include <optional>
 
@@ -13,6 +12,7 @@
 #include <sys/stat.h>
 
 #include "host/save_pause.h"
+#include "support/temporary_folder.h"
 
 namespace
 {
@@ -20,13 +20,7 @@ namespace
 class SavePause : public testing::Test
 {
 protected:
-    SavePause()
-    {
-        char name[] = "/tmp/save_pause.XXXXXX";
-        m_folder = mkdtemp(name);
-        setenv("XDG_STATE_HOME", m_folder.c_str(), 1);
-    }
-    ~SavePause() override { std::filesystem::remove_all(m_folder); }
+    SavePause() { setenv("XDG_STATE_HOME", m_folder.c_str(), 1); }
 
     void writtenBefore(int seconds)
     {
@@ -47,7 +41,8 @@ protected:
         return {};
     }
 
-    std::filesystem::path m_folder;
+    const TemporaryFolder m_temporary;
+    const std::filesystem::path m_folder = m_temporary.path();
 };
 
 TEST_F(SavePause, HoldsFor10SecondsAfterAWriteOfAnyProgramUnlessForced)

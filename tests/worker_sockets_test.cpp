@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "host/failure.h"
+#include "support/temporary_folder.h"
 #include "worker/local_socket.h"
 #include "worker/status.h"
 
@@ -24,13 +25,7 @@ namespace
 class WorkerSockets : public testing::Test
 {
 protected:
-    WorkerSockets()
-    {
-        char name[] = "/tmp/worker_sockets.XXXXXX";
-        m_folder = mkdtemp(name);
-        setenv("VQD_RUNTIME_DIR", m_folder.c_str(), 1);
-    }
-    ~WorkerSockets() override { std::filesystem::remove_all(m_folder); }
+    WorkerSockets() { setenv("VQD_RUNTIME_DIR", m_folder.c_str(), 1); }
 
     Descriptor bound(const std::filesystem::path& path) const
     {
@@ -48,7 +43,8 @@ protected:
         return folder;
     }
 
-    std::filesystem::path m_folder;
+    const TemporaryFolder m_temporary;
+    const std::filesystem::path m_folder = m_temporary.path();
 };
 
 // A worker that starts has locked the folder, and its socket has a name before it listens.

@@ -165,7 +165,7 @@ int runChild(const ChildOptions& options)
         code = event["code"];
         if (!g_stops)
             socket.event(event);
-        if (recorder)
+        if (!g_stops && recorder)
             recorder->event(event);
     }
     if (recorder)

@@ -69,8 +69,8 @@ Descriptor takeSignals()
     struct sigaction hangUp {
     };
     sigaction(SIGHUP, nullptr, &hangUp);
-    if (hangUp.sa_handler ==
-        SIG_IGN) // nohup wants the worker to outlive its terminal, and what is blocked is not ignored
+    // nohup wants the worker to outlive its terminal, and what is blocked is not ignored.
+    if (hangUp.sa_handler == SIG_IGN)
         sigdelset(&taken, SIGHUP);
     sigprocmask(SIG_BLOCK, &taken, nullptr);
     signal(SIGCHLD, SIG_DFL); // or the ends of processes could not be waited for
@@ -187,8 +187,9 @@ void Supervisor::hearState(const Json& json)
         return;
     const Json camera = json.value("camera", Json::object());
     const Json serial = camera.value("serial", Json()), port = camera.value("port", Json());
+    const Json name = json.value("name", Json());
     if (m_options.camera.empty()) // from now on it is this one
-        m_options.camera = json["name"].is_string() ? json["name"].get<std::string>() : "";
+        m_options.camera = name.is_string() ? name.get<std::string>() : "";
     m_server.acceptFrom(-1);
     m_server.dropReaders(); // they come again, and the camera's process accepts them
     sayOnce("camera " + (serial.is_string() ? serial.get<std::string>() : "without a known serial number") + " at " +

@@ -7,10 +7,10 @@ import os
 import subprocess
 import tempfile
 from collections.abc import Iterator
-from types import TracebackType
 from typing import Any, Optional, Union
 
 from . import _rays
+from ._closing import Closing
 from ._errors import Error, UsageError, error_of
 from ._frame import Frame
 from ._lens import Lens, lens_from
@@ -20,7 +20,7 @@ from ._tool import failure_text, tool
 from ._wire import Assembler, Kind, WireError, frame_in, json_in
 
 
-class Recording:
+class Recording(Closing):
     """The frames of a recording: an iterator of Frame.
 
     The library makes them anew from what the camera sent, with the settings of that time or with others. Iterating a
@@ -112,14 +112,3 @@ class Recording:
         """Ends the iterations that are under way."""
         for process in [*self._running]:
             self._end(process)
-
-    def __enter__(self) -> Recording:
-        return self
-
-    def __exit__(
-        self,
-        kind: Optional[type[BaseException]],
-        value: Optional[BaseException],
-        trace: Optional[TracebackType],
-    ) -> None:
-        self.close()

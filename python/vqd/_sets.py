@@ -8,9 +8,9 @@ import threading
 import time
 from collections import deque
 from collections.abc import Iterable, Iterator, Sequence
-from types import TracebackType
 from typing import NamedTuple, Optional, Union
 
+from ._closing import Closing
 from ._connect import connect
 from ._errors import Error, LostError, NoFrameError, UsageError
 from ._frame import Frame
@@ -96,7 +96,7 @@ class _Feed:
         self._thread.join()
 
 
-class Cameras:
+class Cameras(Closing):
     """Several cameras in step: an iterator of FrameSet. ``vqd.cameras()`` makes one.
 
     Attributes:
@@ -168,14 +168,3 @@ class Cameras:
             feed.stop()
         for camera in self._own:
             camera.close()
-
-    def __enter__(self) -> Cameras:
-        return self
-
-    def __exit__(
-        self,
-        kind: Optional[type[BaseException]],
-        value: Optional[BaseException],
-        trace: Optional[TracebackType],
-    ) -> None:
-        self.close()

@@ -8,7 +8,8 @@ from collections.abc import Iterable, Iterator, Mapping
 from typing import Any, NamedTuple, Protocol, Union
 
 from ._errors import Error, UsageError
-from ._settings_table import TABLE, Setting, Value
+from ._setting_types import Setting, Value
+from ._settings_table import TABLE
 
 SettingValue = Union[int, float, str, "tuple[int, ...]"]
 

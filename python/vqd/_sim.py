@@ -14,9 +14,9 @@ import subprocess
 import tempfile
 import time
 from collections.abc import Mapping
-from types import TracebackType
 from typing import Any, Optional
 
+from ._closing import Closing
 from ._connect import connect
 from ._errors import Error, LostError
 from ._remote import RemoteCamera
@@ -44,7 +44,7 @@ _SLICE = 0.25
 _ENDS_WITHIN = 15.0
 
 
-class Simulation:
+class Simulation(Closing):
     """Virtual cameras until close(), or until the block ends. ``vqd.sim()`` makes one.
 
     Attributes:
@@ -134,17 +134,6 @@ class Simulation:
                 if end is not None:
                     end()
         shutil.rmtree(self._folder, ignore_errors=True)
-
-    def __enter__(self) -> Simulation:
-        return self
-
-    def __exit__(
-        self,
-        kind: Optional[type[BaseException]],
-        value: Optional[BaseException],
-        trace: Optional[TracebackType],
-    ) -> None:
-        self.close()
 
 
 def sim(*models: str, **options: Any) -> Simulation:

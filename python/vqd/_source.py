@@ -5,16 +5,14 @@ from __future__ import annotations
 
 import abc
 from collections.abc import Iterable, Iterator, Mapping
-from types import TracebackType
-from typing import Any, NamedTuple, Optional, TypeVar
+from typing import Any, NamedTuple, Optional
 
+from ._closing import Closing
 from ._frame import Frame
 from ._lens import Extrinsics, Lens
 from ._rays import Points
 from ._settings import Assignment, Settings
 from ._settings_table import SettingAttributes
-
-Self = TypeVar("Self", bound="Source")
 
 
 class Statistics(NamedTuple):
@@ -37,7 +35,7 @@ class Statistics(NamedTuple):
     temperature: float = 0.0
 
 
-class Source(SettingAttributes, abc.ABC):
+class Source(SettingAttributes, Closing, abc.ABC):
     """A camera: an iterator of frames, with settings as attributes and as the mapping ``settings``."""
 
     __slots__ = ("settings", "__weakref__")
@@ -132,14 +130,3 @@ class Source(SettingAttributes, abc.ABC):
 
     def __iter__(self) -> Iterator[Frame]:
         return self.stream()
-
-    def __enter__(self: Self) -> Self:
-        return self
-
-    def __exit__(
-        self,
-        kind: Optional[type[BaseException]],
-        value: Optional[BaseException],
-        trace: Optional[TracebackType],
-    ) -> None:
-        self.close()

@@ -23,6 +23,7 @@
 #include "recording/camera_writer.h"
 #include "recording/player.h"
 #include "scene.h"
+#include "support/temporary_folder.h"
 #include "worker/messages.h"
 
 namespace
@@ -83,14 +84,7 @@ std::vector<size_t> grab(const Script& script, const Look& look)
 class Replay : public testing::Test
 {
 protected:
-    Replay()
-    {
-        char name[] = "replay-XXXXXX";
-        folder = std::filesystem::absolute(mkdtemp(name));
-        setenv("XDG_DATA_HOME", folder.c_str(), 1);
-        file = folder / "session.mcap";
-    }
-    ~Replay() override { std::filesystem::remove_all(folder); }
+    Replay() { setenv("XDG_DATA_HOME", folder.c_str(), 1); }
 
     void plug(const std::string& product, uint16_t productId)
     {
@@ -203,7 +197,9 @@ protected:
     }
 
     const std::unique_ptr<sim::Bus> bus = sim::makeMockBus();
-    std::filesystem::path folder, file;
+    const TemporaryFolder temporary;
+    const std::filesystem::path folder = temporary.path();
+    const std::filesystem::path file = folder / "session.mcap";
     std::vector<uint64_t> numbers; // of the frames of convert()
     Json settings;                 // its latest ones
 

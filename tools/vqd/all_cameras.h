@@ -33,6 +33,9 @@ public:
     // Waits until one of them may have something, at most so many ms.
     void wait(int timeoutMs) const;
 
+    // False when a worker that was started here has ended by itself.
+    bool workersRun() const { return m_workers.allRun(); }
+
     // Fails when a camera was left out.
     void requireNoneLeftOut() const;
 

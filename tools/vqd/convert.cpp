@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 
 #include "host/formatted.h"
+#include "host/host_time.h"
 #include "recording/layout.h"
 
 #include "cloud_options.h"
@@ -105,9 +106,7 @@ private:
 
 Arrival arrivalOf(const RecordedFrame& frame)
 {
-    using Real = std::chrono::system_clock;
-    const auto since1970 = std::chrono::duration_cast<Real::duration>(std::chrono::nanoseconds(frame.realTime));
-    return {Real::time_point(since1970), (frame.flags & kFrameReopened) != 0,
+    return {realTimePoint(frame.realTime), (frame.flags & kFrameReopened) != 0,
             static_cast<int>(std::min<uint32_t>(frame.dropped, INT_MAX))};
 }
 

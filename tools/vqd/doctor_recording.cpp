@@ -57,7 +57,7 @@ std::vector<PackedFile> recordAll(int seconds)
     AllCameras cameras(workersFor(options));
     CameraRecordings recordings = recordingsOf(cameras, options);
     Progress progress("recording, second", seconds);
-    record(recordings, [&](const Recorded& all) { progress.show(static_cast<int>(all.seconds)); });
+    record(cameras, recordings, [&](const Recorded& all) { progress.show(static_cast<int>(all.seconds)); });
     std::vector<PackedFile> files;
     for (const auto& recording : recordings) {
         for (const std::string& file : recording->all().files)

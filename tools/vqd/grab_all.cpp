@@ -7,6 +7,7 @@
 
 #include "host/assignments.h"
 #include "host/documents.h"
+#include "host/host_time.h"
 
 #include "all_cameras.h"
 #include "grab.h"
@@ -21,10 +22,8 @@ using Clock = Arrivals::Clock;
 
 Arrival arrivalOf(const vqd_client_frame& frame)
 {
-    using Real = std::chrono::system_clock;
-    const auto since1970 = std::chrono::duration_cast<Real::duration>(std::chrono::nanoseconds(frame.real_time_ns));
     const uint64_t lost = std::min<uint64_t>(frame.dropped + frame.missed, INT_MAX);
-    return {Real::time_point(since1970), (frame.flags & VQD_CLIENT_FRAME_REOPENED) != 0, static_cast<int>(lost)};
+    return {realTimePoint(frame.real_time_ns), (frame.flags & VQD_CLIENT_FRAME_REOPENED) != 0, static_cast<int>(lost)};
 }
 
 // The grabbing from one camera.

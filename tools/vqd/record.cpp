@@ -126,7 +126,7 @@ int recordCommand(const RecordOptions& options)
     CameraRecordings recordings = recordingsOf(cameras, chosen);
     {
         Progress progress;
-        record(recordings, [&](const Recorded& all) { progress.show(progressText(all)); });
+        record(cameras, recordings, [&](const Recorded& all) { progress.show(progressText(all)); });
     }
     Json json = document("record");
     json["cameras"] = Json::array();

@@ -26,7 +26,8 @@ struct Recorded {
     double seconds = 0, bytesPerSecond = 0;
     std::vector<std::string> files; // that are complete
 
-    void add(const Json& state); // of a recording, as a worker tells it
+    void add(const Json& state);     // of a recording, as a worker tells it
+    void add(const Recorded& other); // all but the seconds, which may be the same ones
 };
 
 // One camera that is being recorded, also across restarts of its process.
@@ -40,8 +41,9 @@ public:
     // Fails when the worker refuses it.
     void start();
 
-    // Asks how it goes, and goes on in a new file when the worker has a new session.
-    void look();
+    // Asks how it goes, and goes on in a new file when the worker has a new session. A worker that does not answer is
+    // waited for as long as all that were started here run.
+    void look(bool workersRun);
 
     // Ends it soon; look() tells when all is written.
     void stop();
@@ -56,6 +58,7 @@ private:
 
     void begin(const RecordOptions& limits);
     void goOn();
+    void hearsNothing(const Failure& failure, bool workersRun);
     void take(const Json& recording);
     void giveUpInTime();
     void end(std::optional<Failure> failure = {});
@@ -67,7 +70,7 @@ private:
     uint64_t m_session = 0;
     Recorded m_before, m_now; // of sessions that have ended, of this one
     const Clock::time_point m_began = Clock::now();
-    Clock::time_point m_frame = m_began; // the latest one came
+    Clock::time_point m_frame = m_began, m_heard = m_began; // the latest one came, its worker has answered
     std::optional<Clock::time_point> m_stopped;
     bool m_runs = false, m_away = false, m_done = false;
     std::optional<Failure> m_failure;
@@ -76,7 +79,8 @@ private:
 // Records until the limits are reached or a signal comes. `progress` is told now and then how far all of them are.
 // Fails when nothing can be recorded at all; what fails later is with its camera.
 using CameraRecordings = std::vector<std::unique_ptr<CameraRecording>>;
-void record(CameraRecordings& recordings, const std::function<void(const Recorded& all)>& progress);
+void record(AllCameras& cameras, CameraRecordings& recordings,
+            const std::function<void(const Recorded& all)>& progress);
 CameraRecordings recordingsOf(AllCameras& cameras, const RecordOptions& options);
 
 // How workers are started for it.

@@ -19,6 +19,7 @@ using Seconds = std::chrono::duration<double>;
 
 constexpr int kPatienceMs = 10'000, kStopMs = 2'000, kStateMs = 1'000;
 constexpr auto kBetweenLooks = 100ms;
+constexpr auto kMostUnheard = 5s;    // of a worker, which answers at once
 constexpr auto kMostAway = 60s;      // without frames, where a number of them was asked for
 constexpr auto kMostToEnd = 30s;     // for what waits in memory, on a disk that is slow
 constexpr auto kLateAfterLimit = 2s; // the worker ends it by itself before that, unless it has no camera
@@ -66,6 +67,16 @@ void Recorded::add(const Json& state)
                 files.push_back(file.get<std::string>());
 }
 
+void Recorded::add(const Recorded& other)
+{
+    frames += other.frames;
+    lost += other.lost;
+    notRecorded += other.notRecorded;
+    bytes += other.bytes;
+    bytesPerSecond += other.bytesPerSecond;
+    files.insert(files.end(), other.files.begin(), other.files.end());
+}
+
 CameraRecording::CameraRecording(WorkerCamera& camera, const RecordOptions& options)
     : m_camera(camera), m_options(options),
       m_name(options.name.empty() ? camera.name() + '-' + timeForNames() : options.name)
@@ -104,7 +115,7 @@ void CameraRecording::begin(const RecordOptions& limits)
         note("%s has a worker already, which records to %s", m_camera.title().c_str(), file.parent_path().c_str());
 }
 
-void CameraRecording::look()
+void CameraRecording::look(bool workersRun)
 {
     if (m_done)
         return;
@@ -113,9 +124,11 @@ void CameraRecording::look()
     try {
         state = m_camera.ask({{"do", "state"}}, kStateMs).value("state", Json::object());
     } catch (const Failure& failure) {
-        detail("%s: %s", m_camera.title().c_str(), failure.what());
-        return;
+        return hearsNothing(failure, workersRun);
     }
+    if (m_done)
+        return;
+    m_heard = Clock::now();
     const std::string how = textIn(state, "state");
     const bool streams = how == "streaming" && countIn(state, "frames") > 0;
     if (!streams && how != "silent" && !std::exchange(m_away, true))
@@ -130,6 +143,18 @@ void CameraRecording::look()
         note("%s is back", m_camera.title().c_str());
 }
 
+// Its worker begins a new session, or is gone.
+void CameraRecording::hearsNothing(const Failure& failure, bool workersRun)
+{
+    detail("%s: %s", m_camera.title().c_str(), failure.what());
+    if (Clock::now() - m_heard < kMostUnheard)
+        return;
+    if (!workersRun || m_stopped)
+        return end(Failure(kFailed, "its worker does not answer, so it is not known what became of the recording"));
+    if (!std::exchange(m_away, true))
+        note("%s: its worker does not answer, the recording waits", m_camera.title().c_str());
+}
+
 void CameraRecording::take(const Json& recording)
 {
     const uint64_t before = m_now.frames;
@@ -141,7 +166,7 @@ void CameraRecording::take(const Json& recording)
     const std::string how = textIn(recording, "state");
     if (how == "failed")
         end(Failure(kFailed, textIn(recording, "error")));
-    else if (how == "done")
+    else if (how == "done" || (how == "cut" && m_stopped)) // otherwise a new session follows
         end();
 }
 
@@ -149,6 +174,7 @@ void CameraRecording::take(const Json& recording)
 void CameraRecording::goOn()
 {
     m_before = all();
+    m_before.bytesPerSecond = 0;
     m_now = {};
     RecordOptions left = m_options;
     if (m_options.frames > 0 && m_before.frames >= m_options.frames)
@@ -199,13 +225,8 @@ void CameraRecording::end(std::optional<Failure> failure)
 Recorded CameraRecording::all() const
 {
     Recorded all = m_before;
-    all.frames += m_now.frames;
-    all.lost += m_now.lost;
-    all.notRecorded += m_now.notRecorded;
-    all.bytes += m_now.bytes;
+    all.add(m_now);
     all.seconds += m_now.seconds;
-    all.bytesPerSecond = m_now.bytesPerSecond;
-    all.files.insert(all.files.end(), m_now.files.begin(), m_now.files.end());
     return all;
 }
 
@@ -227,7 +248,7 @@ CameraRecordings recordingsOf(AllCameras& cameras, const RecordOptions& options)
     return recordings;
 }
 
-void record(CameraRecordings& recordings, const std::function<void(const Recorded& all)>& progress)
+void record(AllCameras& cameras, CameraRecordings& recordings, const std::function<void(const Recorded& all)>& progress)
 {
     for (const auto& recording : recordings) {
         try {
@@ -239,16 +260,13 @@ void record(CameraRecordings& recordings, const std::function<void(const Recorde
     const auto isDone = [](const auto& recording) { return recording->isDone(); };
     while (!std::ranges::all_of(recordings, isDone)) {
         Recorded all;
+        const bool workersRun = cameras.workersRun();
         for (const auto& recording : recordings) {
             if (interrupted())
                 recording->stop();
-            recording->look();
+            recording->look(workersRun);
             const Recorded one = recording->all();
-            all.frames += one.frames;
-            all.lost += one.lost;
-            all.notRecorded += one.notRecorded;
-            all.bytes += one.bytes;
-            all.bytesPerSecond += one.bytesPerSecond;
+            all.add(one);
             all.seconds = std::max(all.seconds, one.seconds);
         }
         progress(all);

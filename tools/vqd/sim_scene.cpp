@@ -93,6 +93,15 @@ sim::Pose parsePose(const std::string& text)
     return pose;
 }
 
+uint64_t wholeMember(const Json& json, const char* name, uint64_t otherwise, uint64_t least, uint64_t most,
+                     const std::string& file)
+{
+    const Json value = json.value(name, Json(otherwise));
+    if (!value.is_number_unsigned() || value.get<uint64_t>() < least || value.get<uint64_t>() > most)
+        throw Failure(kUsage, file + ": \"" + name + "\" is no whole number, or out of its range");
+    return value;
+}
+
 double member(const Json& json, const char* name, double otherwise, double least, double most, const std::string& file)
 {
     const Json value = json.value(name, Json(otherwise));
@@ -114,11 +123,12 @@ sim::BoardSeries readBoard(const std::string& file)
 {
     const Json json = readDocument(file, "board");
     sim::BoardSeries series;
-    series.columns = static_cast<int>(member(json, "columns", series.columns, 2, 100, file));
-    series.rows = static_cast<int>(member(json, "rows", series.rows, 2, 100, file));
+    series.columns =
+        static_cast<int>(wholeMember(json, "columns", static_cast<uint64_t>(series.columns), 2, 100, file));
+    series.rows = static_cast<int>(wholeMember(json, "rows", static_cast<uint64_t>(series.rows), 2, 100, file));
     series.square = member(json, "square", series.square, 1, kFarthest, file);
     series.wall = member(json, "wall", series.wall, 1, kFarthest, file);
-    series.framesPerPose = static_cast<uint64_t>(member(json, "frames-per-pose", 10, 1, 1e9, file));
+    series.framesPerPose = wholeMember(json, "frames-per-pose", series.framesPerPose, 1, 1'000'000'000, file);
     const Json poses = json.value("poses", Json());
     if (!poses.is_array() || poses.empty() || poses.size() > 10000)
         throw Failure(kUsage, file + ": \"poses\" is no list of one to 10000 poses");

@@ -13,7 +13,7 @@ namespace CLI
 {
 class App;
 class Option;
-}
+} // namespace CLI
 
 struct SimScene {
     std::string scene = "room";                      // NAME or NAME:ARGUMENT

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "worker_processes.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <sys/wait.h>
@@ -55,12 +56,17 @@ void WorkerProcesses::start(const std::string& port, const std::vector<std::stri
     m_processes.push_back(startWorker(words));
 }
 
+bool WorkerProcesses::allRun() const
+{
+    return std::ranges::all_of(m_processes, [](pid_t process) {
+        siginfo_t info{};
+        return waitid(P_PID, static_cast<id_t>(process), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+               info.si_pid != process;
+    });
+}
+
 void WorkerProcesses::requireRunning() const
 {
-    for (const pid_t process : m_processes) {
-        siginfo_t info{};
-        if (waitid(P_PID, static_cast<id_t>(process), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-            info.si_pid == process)
-            throw Failure(kFailed, "a worker has ended by itself");
-    }
+    if (!allRun())
+        throw Failure(kFailed, "a worker has ended by itself");
 }

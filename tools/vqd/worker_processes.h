@@ -20,7 +20,10 @@ public:
     void start(const std::string& port, const std::vector<std::string>& settings,
                const std::vector<std::string>& options); // more words of vqd worker
 
-    // Fails when one has ended by itself; it has said why.
+    // False when one has ended by itself; it has said why.
+    bool allRun() const;
+
+    // Fails when one has.
     void requireRunning() const;
 
 private:
