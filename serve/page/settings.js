@@ -67,6 +67,8 @@ class Row {
     }
 
     async #apply() {
+        if (!this.#changed)
+            return;
         const values = this.#values();
         if ([values].flat().some((value) => !Number.isInteger(value)))
             return this.refuse("A whole number is missing.");
@@ -78,9 +80,8 @@ class Row {
     #undo() {
         this.#changed = false;
         this.refuse("");
-        this.show(this.value);
         if (this.node.contains(document.activeElement))
-            document.activeElement.blur();
+            document.activeElement.blur(); // which is a change to the browser, but none that anybody wants
         this.show(this.value);
     }
 
