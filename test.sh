@@ -23,8 +23,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 source tools/setup.sh
 
 build_packages=(g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev libgtest-dev umockdev libumockdev-dev
-    libcli11-dev libarchive-dev libpng-dev nlohmann-json3-dev usbutils jq abigail-tools doxygen
-    help2man python3 chromium-headless-shell fonts-dejavu-core)
+    libcli11-dev libarchive-dev libmicrohttpd-dev libpng-dev nlohmann-json3-dev usbutils jq abigail-tools doxygen
+    help2man python3 python3-jsonschema zstd chromium-headless-shell fonts-dejavu-core)
 
 # build PRESET: configures and builds everything.
 build() {

@@ -14,11 +14,14 @@ function choicesFor({ choices }, product) {
 }
 
 function rangeText(setting) {
+    const [{ minimum, maximum }] = setting.values;
+    if (setting.ascending)
+        return `${minimum} to ${maximum}, ${setting.values.map(({ name }) => name).join(" below ")}`;
     const named = ({ name }) => (setting.values.length > 1 ? `${name} ` : "");
     const texts = setting.values
         .filter(({ type }) => type === "integer")
         .map((value) => `${named(value)}${value.minimum} to ${value.maximum}`.replace(/-/g, "−"));
-    return texts.join(", ") + (setting.ascending ? ", each below the next" : "");
+    return texts.join(", ");
 }
 
 class Row {

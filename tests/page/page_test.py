@@ -349,14 +349,16 @@ def packed_frames_are_the_same(server, page):
 
 def its_picture_is_that_of_the_readme(server, page):
     page.scheme("dark")
-    regions = [{"name": "wall", "x": 96, "y": 72, "width": 60, "height": 30}, {"name": "box", "x": 68, "y": 168, "width": 44, "height": 36}]
+    regions = [{"name": "box", "x": 68, "y": 176, "width": 40, "height": 28}, {"name": "wall", "x": 96, "y": 72, "width": 60, "height": 30}]
     server.ask(f"cameras/{FIRST}/regions", {"regions": regions})
     page.click("#side-tabs [data-value=settings]")
+    page.value("document.querySelector('#colouring').value = 'shaded'")
+    page.value("document.querySelector('#colouring').dispatchEvent(new Event('change'))")
     page.click("#depth .controls button")
     page.click("#amplitude .controls button")
     page.click(pixel_place(page, "depth", 90, 190))
     page.until("document.querySelectorAll('#regions tbody tr').length === 2")
-    page.until("Number(document.querySelector('#plot').dataset.points) >= 12")
+    page.until("Number(document.querySelector('#plot').dataset.points) >= 20")
     page.value("document.activeElement.blur()")
     return "page.png", page.screenshot()
 
