@@ -3,22 +3,19 @@
 #include "serve/server.h"
 
 #include <algorithm>
-<<<<<<< HEAD
-#include <fstream>
-=======
 #include <arpa/inet.h>
->>>>>>> serve
 #include <charconv>
 #include <csignal>
 #include <ctime>
+#include <fstream>
 #include <sys/signalfd.h>
 #include <sys/statvfs.h>
 #include <thread>
 #include <unistd.h>
 
 #include "host/documents.h"
-#include "host/settings.h"
 #include "host/host_time.h"
+#include "host/settings.h"
 #include "serve/page_files.h"
 #include "worker/runtime_folder.h"
 
