@@ -133,6 +133,8 @@ export class CloudPanel {
             orbit.zoom(1.2);
         else if (event.key === "0")
             this.camera.resetOrbit();
+        else if (event.key === "Enter")
+            this.tools.choose();
         else
             return;
         event.preventDefault();

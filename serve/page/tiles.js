@@ -81,7 +81,9 @@ export class Tiles {
     }
 
     layout(stage) {
-        this.parent.style.setProperty("--tile", `${Math.floor(this.#widest(stage))}px`);
+        const [columns, tile] = this.#widest(stage);
+        this.parent.style.setProperty("--columns", columns);
+        this.parent.style.setProperty("--tile", `${Math.floor(tile)}px`);
         for (const tile of this.#tiles) {
             const { left, top, width } = tile.port.getBoundingClientRect();
             const height = (width * HEIGHT) / WIDTH;
@@ -89,15 +91,17 @@ export class Tiles {
         }
     }
 
-    // How wide tiles may be so that all of them are seen. A phone scrolls instead.
+    // How many columns make the widest tiles of which all are seen, and how wide. A phone scrolls instead.
     #widest({ width, height }) {
         const [gap, caption] = [8, 32];
         const count = this.#tiles.length;
         const across = (columns) => (width - gap * (columns + 1)) / columns;
         if (matchMedia("(max-width: 900px)").matches)
-            return across(1);
+            return [1, across(1)];
         const down = (rows) => (((height - gap * (rows + 1)) / rows - caption) * WIDTH) / HEIGHT;
-        return Math.max(...this.#tiles.map((_, i) => Math.min(across(i + 1), down(Math.ceil(count / (i + 1))))));
+        const widths = this.#tiles.map((_, i) => Math.min(across(i + 1), down(Math.ceil(count / (i + 1)))));
+        const widest = Math.max(...widths, 0);
+        return [widths.indexOf(widest) + 1 || 1, widest];
     }
 
     views() {

@@ -241,6 +241,9 @@ def a_setting_reaches_the_camera_and_a_refusal_stands_beside_it(server, page):
     refusal = page.until("document.querySelector('[data-setting=offset] .refusal').textContent")
     true("255" in refusal, f"the refusal says: {refusal}")
     true(server.camera()["settings"]["offset"] == 17, "a value that was refused was set")
+    server.set(**{"check-threshold": 34})
+    page.until("document.querySelector('[data-setting=check-threshold] input').value === '34'")
+    true(page.value("document.querySelector('[data-setting=offset] input').value") == "300", "what was refused cannot be corrected")
     page.click("[data-setting=offset] .undo")
     page.until("document.querySelector('[data-setting=offset] input').value === '17'", "Undo")
     page.value("document.querySelector('[data-setting=scatter-threshold] input').focus()")
@@ -349,7 +352,8 @@ def packed_frames_are_the_same(server, page):
 
 def its_picture_is_that_of_the_readme(server, page):
     page.scheme("dark")
-    regions = [{"name": "box", "x": 68, "y": 176, "width": 40, "height": 28}, {"name": "wall", "x": 96, "y": 72, "width": 60, "height": 30}]
+    regions = [{"name": "ceiling", "x": 130, "y": 14, "width": 60, "height": 20},
+               {"name": "box", "x": 68, "y": 176, "width": 40, "height": 28}]
     server.ask(f"cameras/{FIRST}/regions", {"regions": regions})
     page.click("#side-tabs [data-value=settings]")
     page.value("document.querySelector('#colouring').value = 'shaded'")
