@@ -9,7 +9,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 source tools/setup.sh
 
 install_packages g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev umockdev libumockdev-dev libcli11-dev \
-    libarchive-dev libpng-dev zlib1g-dev libzstd-dev nlohmann-json3-dev help2man python3
+    libarchive-dev libmicrohttpd-dev libpng-dev zlib1g-dev libzstd-dev nlohmann-json3-dev help2man python3
 
 build_preset release
 build=build/release

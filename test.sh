@@ -6,7 +6,8 @@
 #   ./test.sh                    every test, then the share of tests in the code
 #   ./test.sh --kernel [CHECK]   the checks on a real kernel: Debian's in QEMU, without root and without KVM
 #   ./test.sh --recordings       recordings in readers that are not ours, which come from npm
-#   ./test.sh --all              the tests, the recordings and the checks on a real kernel, with one summary
+#   ./test.sh --page             the page of vqd serve, in a browser; installs one
+#   ./test.sh --all              the tests, the recordings, the page and the checks on a real kernel, with one summary
 #   ./test.sh --asan             the same under the address and undefined-behaviour sanitizers
 #   ./test.sh --valgrind         the same under valgrind, without the long sweeps
 #   ./test.sh --soak [NUMBER]    disconnects streaming cameras NUMBER times (2000), under the sanitizers
@@ -24,9 +25,10 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 source tools/setup.sh
 
 build_packages=(g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev libgtest-dev umockdev libumockdev-dev
-    libcli11-dev libarchive-dev libpng-dev zlib1g-dev libzstd-dev nlohmann-json3-dev usbutils jq abigail-tools doxygen
-    help2man python3 python3-numpy python3-pytest python3-zstandard python3-opencv python3-matplotlib mypy python3-venv
-    python3-setuptools python3-wheel chromium-headless-shell fonts-dejavu-core libmicrohttpd-dev)
+    libcli11-dev libarchive-dev libmicrohttpd-dev libpng-dev zlib1g-dev libzstd-dev nlohmann-json3-dev usbutils jq
+    abigail-tools doxygen help2man python3 python3-numpy python3-pytest python3-zstandard python3-opencv python3-matplotlib
+    python3-jsonschema python3-venv python3-setuptools python3-wheel mypy zstd)
+browser_packages=(chromium-headless-shell fonts-dejavu-core)
 
 # build PRESET: configures and builds everything.
 build() {
@@ -54,6 +56,11 @@ case "${1:-}" in
     command -v npm >/dev/null || install_packages nodejs npm # other packages of node conflict with Debian's npm
     exec tests/recording/foxglove_test.sh build/dev/vqd build/dev/recording_sample
     ;;
+--page)
+    build_packages+=("${browser_packages[@]}")
+    build dev
+    exec ctest --preset dev -C Browser -R '^page$'
+    ;;
 --all) exec tests/all.sh ;;
 --asan) check asan ;;
 --gcc11)
@@ -79,7 +86,7 @@ case "${1:-}" in
     exec tests/breaks.py listed
     ;;
 --page-breaks)
-    install_packages "${build_packages[@]}"
+    install_packages "${build_packages[@]}" "${browser_packages[@]}"
     exec tests/breaks.py page
     ;;
 --bench)

@@ -2,7 +2,8 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# Makes docs/pictures/*.png again, from virtual cameras. It needs what demo.sh needs, and pngquant.
+# Makes docs/pictures/*.png again, from virtual cameras. It needs what demo.sh needs, pngquant, and chromium-headless-shell for the
+# pictures of the page.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -24,6 +25,11 @@ done
 for picture in depth amplitude points; do
     mv "$work/demo/$picture.png" "$work/demo-$picture.png"
 done
+
+mkdir "$work/page"
+tests/page/page_test.py "$build/vqd" --pages "$work/page"
+pngquant --force --nofs --strip --ext .png 128 "$work"/page/*.png
+mv "$work"/page/*.png docs/pictures/
 
 # Noise makes these files large, so they get fewer colours.
 pngquant --force --nofs --strip --ext .png 48 "$work"/*.png

@@ -59,10 +59,15 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vqd-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libvqd-api (= ${version}), umockdev")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS bash-completion)
+if(TARGET vqd_serve)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/debian/conffiles)
+endif()
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "USB time-of-flight depth cameras, command-line tool
 vqd lists the cameras, grabs pictures and point clouds, changes settings,
 saves and restores calibration, finds out why a camera does not work, and
-runs any libusb program with virtual cameras plugged in.")
+runs any libusb program with virtual cameras plugged in. vqd serve shows the
+cameras in the browser, and its service, which is not enabled, does so from
+the start of the machine on.")
 
 # Python is the same on every architecture, and loads the library by its name.
 set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-vqd)

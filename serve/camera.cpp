@@ -91,19 +91,23 @@ Json Camera::state(Clock::time_point now) const
 bool Camera::fits(const FoundWorker& worker) const
 {
     const Json camera = memberOf(worker.state, "camera");
-    return id() == textOf(memberOf(worker.state, "wanted")) || id() == textOf(memberOf(camera, "serial")) ||
-           id() == textOf(memberOf(camera, "port"));
+    const bool isOurs = m_own.process() != 0 && memberOf(worker.state, "supervisor") == m_own.process();
+    return !isOurs && (id() == textOf(memberOf(worker.state, "wanted")) || id() == textOf(memberOf(camera, "serial")) ||
+                       id() == textOf(memberOf(camera, "port")));
 }
 
+// One of ours may have been started before the other knew its camera, and would then wait for ever.
 void Camera::useWorker(std::span<const FoundWorker> found, Clock::time_point now)
 {
-    if (m_own.process() != 0)
-        return;
+    m_looked = now;
     const auto worker = std::ranges::find_if(found, [this](const FoundWorker& one) { return fits(one); });
-    if (worker != found.end())
-        m_contact.follow(worker->socket, worker->status);
-    else
+    if (worker == found.end()) {
         startWorker(now);
+        return;
+    }
+    m_own.askToEnd();
+    m_followsOwn = false;
+    m_contact.follow(worker->socket, worker->status);
 }
 
 void Camera::startWorker(Clock::time_point now)
@@ -112,6 +116,7 @@ void Camera::startWorker(Clock::time_point now)
         if (!m_own.start(now))
             return;
         m_trouble.clear();
+        m_followsOwn = true;
         const std::filesystem::path folder = runtimeFolder();
         m_contact.follow(folder / (id() + ".sock"), folder / (std::to_string(m_own.process()) + ".status"));
     } catch (const std::exception& failure) {
@@ -121,7 +126,10 @@ void Camera::startWorker(Clock::time_point now)
 
 bool Camera::misses(Clock::time_point now) const
 {
-    return m_own.process() == 0 && !m_contact.isAnswering(now);
+    constexpr std::chrono::seconds kPause{5};
+    if (!m_followsOwn || m_own.process() == 0)
+        return !m_contact.isAnswering(now);
+    return memberOf(m_state, "state") == "held" && now - m_looked > kPause;
 }
 
 void Camera::forward(uint64_t request, const Json& json, Clock::time_point now)
@@ -143,7 +151,7 @@ void Camera::forward(uint64_t request, const Json& json, Clock::time_point now)
 std::optional<Camera::Clock::time_point> Camera::serve(Clock::time_point now)
 {
     m_now = now;
-    if (m_own.hasEnded(now)) {
+    if (m_own.hasEnded(now) && m_followsOwn) {
         m_trouble = "the camera's worker has ended";
         m_contact.follow({}, {});
     }

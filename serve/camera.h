@@ -37,10 +37,10 @@ public:
     Json state(Clock::time_point now) const;      // as in the state of the server
     const Json& parameters() const { return m_parameters; }
 
-    // Takes a worker that runs already, or starts one. Returns false when neither is possible now.
+    // Takes a worker that runs already, or starts one.
     void useWorker(std::span<const FoundWorker> found, Clock::time_point now);
 
-    // Whether the worker has gone, so that somebody should look which there are.
+    // Whether the worker has gone, or another one has the camera, so that somebody should look which there are.
     bool misses(Clock::time_point now) const;
 
     void wantFrame(const FrameWish& wish, Clock::time_point now) { m_frames.want(wish, now); }
@@ -72,6 +72,8 @@ private:
     Json m_state = Json::object(), m_parameters;
     std::deque<Json> m_events;
     Json m_regions = Json::array(); // that are to be watched, also by the next process
+    bool m_followsOwn = false;      // rather than a worker that ran already
+    Clock::time_point m_looked{};   // when others were looked for
     bool m_isLost = false;          // as the worker's events say, before its state does
     uint64_t m_recordedSession = 0; // in which the recording that was wished was begun
     std::string m_said, m_trouble;

@@ -3,18 +3,19 @@
 #include "serve/server.h"
 
 #include <algorithm>
-#include <fstream>
+#include <arpa/inet.h>
 #include <charconv>
 #include <csignal>
 #include <ctime>
+#include <fstream>
 #include <sys/signalfd.h>
 #include <sys/statvfs.h>
 #include <thread>
 #include <unistd.h>
 
 #include "host/documents.h"
-#include "host/settings.h"
 #include "host/host_time.h"
+#include "host/settings.h"
 #include "serve/page_files.h"
 #include "worker/runtime_folder.h"
 
@@ -54,13 +55,20 @@ std::string nameOf(const std::string& address)
     return address.find(':') != std::string::npos ? '[' + address + ']' : address;
 }
 
+bool isAddress6(const std::string& text)
+{
+    in6_addr address;
+    return inet_pton(AF_INET6, text.c_str(), &address) == 1;
+}
+
 AccessRules rulesFor(const Server::Options& options, const std::string& token)
 {
     AccessRules rules{token, loopbackNames()};
     rules.names.push_back(nameInHost(nameOf(options.host)));
     for (const std::string& name : options.names) {
-        const std::string plain = nameInHost(nameOf(name));
-        if (plain.empty() || plain.size() != nameOf(name).size())
+        const std::string plain = nameInHost(isAddress6(name) ? nameOf(name) : name);
+        const bool isOdd = !isAddress6(name) && name.find_first_of(":/@[] ") != std::string::npos;
+        if (plain.empty() || isOdd)
             throw Failure(kUsage, "'" + name + "' is not a host's name or address");
         rules.names.push_back(plain);
     }

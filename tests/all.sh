@@ -32,6 +32,7 @@ stage() {
 longest=
 stage tests
 stage recordings --recordings
+stage page --page
 stage kernel --kernel
 printf 'What took long:\n%s' "$longest"
 echo "$passed passed, $failed failed"

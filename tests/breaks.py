@@ -124,7 +124,7 @@ def noticed(a_break, only):
         if not build():
             return None
         if only:
-            return failed_tests("--stop-on-failure", "-R", only)
+            return failed_tests("--stop-on-failure", "-C", "Browser", "-R", only)
         return ([] if in_tool else failed_tests("-E", SLOW)) or failed_tests("--stop-on-failure", "-R", SLOW)
     finally:
         file.write_text(whole)
@@ -137,7 +137,7 @@ def prepare(only):
             shutil.copy(ROOT / name, TREE / name)
     subprocess.run(["cmake", "-S", TREE, "-B", BUILD, "-DCMAKE_BUILD_TYPE=RelWithDebInfo", "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON"],
                    check=True, stdout=subprocess.DEVNULL)
-    if not build() or (failed := failed_tests(*(["-R", only] if only else []))):
+    if not build() or (failed := failed_tests(*(["-C", "Browser", "-R", only] if only else []))):
         sys.exit(f"Without a break: {' '.join(failed) if build() else 'does not build'}")
 
 

@@ -15,7 +15,7 @@ native=$(dpkg --print-architecture)
 if [[ ${1:-} != --as-root ]]; then
     source tools/setup.sh
     arch=$native preset=packages
-    install_packages g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev umockdev libumockdev-dev libcli11-dev libarchive-dev libpng-dev \
+    install_packages g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev umockdev libumockdev-dev libcli11-dev libarchive-dev libmicrohttpd-dev libpng-dev \
         zlib1g-dev libzstd-dev nlohmann-json3-dev python3 dpkg-dev file doxygen help2man lintian mmdebstrap
     if [[ ${1:-} == --arm64 ]]; then
         arch=arm64 preset=packages-arm64
@@ -50,7 +50,7 @@ if [[ $arch != "$native" ]]; then
     in_debian "$work/packing" "$PWD" bash -euc '
         apt-get -qq update
         apt-get -qq -y install --no-install-recommends dpkg-dev file help2man libusb-1.0-0-dev libumockdev-dev libarchive-dev \
-            libpng-dev zlib1g-dev libzstd-dev >/dev/null
+            libmicrohttpd-dev libpng-dev zlib1g-dev libzstd-dev >/dev/null
         cd "$1"
         "$2/tools/vqd/make_reference.sh" "$1/vqd" "$1/reference" help2man
         for revision in 2 1; do cpack --config revision-$revision.cmake -B packages-$revision; done' bash "$build" "$PWD"

@@ -95,7 +95,7 @@ class Page {
     // Looks after everything that is not a frame, about ten times a second.
     #tick() {
         const since = performance.now() - this.#polled;
-        const isLate = this.#seen().some(({ stream }) => stream.running && performance.now() - stream.arrived > EXPECTED_MS);
+        const isLate = this.#seen().some(({ stream }) => stream.waits > EXPECTED_MS);
         const due = document.hidden ? POLL_HIDDEN_MS : isLate ? POLL_LATE_MS : POLL_MS;
         if (!this.#polling && since >= due) {
             this.#polling = true;
@@ -251,7 +251,7 @@ class Page {
     #showTexts() {
         const now = performance.now();
         for (const { camera, port } of this.camera ? this.#ports() : this.tiles.ports())
-            showAbsence(port, camera.absence(now));
+            showAbsence(port, camera.absence());
         this.tiles.showTexts();
         if (!this.camera || now - this.#textsAt < 250)
             return;

@@ -67,12 +67,12 @@ export class Camera {
     }
 
     // Why there is no new frame, or null. A page that is not shown does not ask for any.
-    absence(now = performance.now()) {
+    absence() {
         const text = ABSENCES[this.state.state];
         if (text)
             return { text, reason: this.state.error ?? "" };
-        const quiet = now - Math.max(this.stream.arrived, this.stream.started);
-        return this.stream.running && quiet > LATE_MS ? { text: `No frame for ${(quiet / 1000).toFixed(1)} s.`, reason: "" } : null;
+        const waits = this.stream.waits;
+        return waits > LATE_MS ? { text: `No frame for ${(waits / 1000).toFixed(1)} s.`, reason: "" } : null;
     }
 
     // The point and the values of a pixel in the latest frame; null outside and before the first one.

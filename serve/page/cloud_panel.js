@@ -6,7 +6,8 @@ import { byId, svg } from "./dom.js";
 import { isFlying, project } from "./geometry.js";
 import { PIXELS, WIDTH } from "./wire.js";
 
-const NEAR = 12; // pixels of the screen between the pointer and a point that it means
+const COVERS = 3; // pixels of the screen between the pointer and a point that is drawn there
+const NEAR = 12;  // and one that it means when there is none
 const TURN = 0.008; // radians a pixel of the screen
 const STEPS = { ArrowRight: [1, 0], ArrowLeft: [-1, 0], ArrowDown: [0, 1], ArrowUp: [0, -1] };
 
@@ -132,13 +133,15 @@ export class CloudPanel {
             orbit.zoom(1.2);
         else if (event.key === "0")
             this.camera.resetOrbit();
+        else if (event.key === "Enter")
+            this.tools.choose();
         else
             return;
         event.preventDefault();
         this.onLook();
     }
 
-    // Sets the cursor to the point that is in front among those near the pointer.
+    // Sets the cursor to the point under the pointer.
     #pick({ clientX, clientY }) {
         const { frame } = this.camera;
         if (!frame || !this.camera.lens || !this.matrix)
@@ -154,7 +157,7 @@ export class CloudPanel {
             if (!at)
                 continue;
             const off = Math.hypot(left + at.x * width - clientX, top + at.y * height - clientY);
-            const cost = off + 40 * at.ahead; // what is behind must be closer to the pointer
+            const cost = off < COVERS ? at.ahead : 1000 + off; // what is in front, or else what is nearest
             if (off < NEAR && (!best || cost < best.cost) && !(this.hidesFlying && isFlying(frame.depth, u, v)))
                 best = { u, v, cost };
         }

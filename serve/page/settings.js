@@ -14,11 +14,14 @@ function choicesFor({ choices }, product) {
 }
 
 function rangeText(setting) {
+    const [{ minimum, maximum }] = setting.values;
+    if (setting.ascending)
+        return `${minimum} to ${maximum}, ${setting.values.map(({ name }) => name).join(" below ")}`;
     const named = ({ name }) => (setting.values.length > 1 ? `${name} ` : "");
     const texts = setting.values
         .filter(({ type }) => type === "integer")
         .map((value) => `${named(value)}${value.minimum} to ${value.maximum}`.replace(/-/g, "−"));
-    return texts.join(", ") + (setting.ascending ? ", each below the next" : "");
+    return texts.join(", ");
 }
 
 class Row {
@@ -67,6 +70,8 @@ class Row {
     }
 
     async #apply() {
+        if (!this.#changed)
+            return;
         const values = this.#values();
         if ([values].flat().some((value) => !Number.isInteger(value)))
             return this.refuse("A whole number is missing.");
@@ -78,9 +83,8 @@ class Row {
     #undo() {
         this.#changed = false;
         this.refuse("");
-        this.show(this.value);
         if (this.node.contains(document.activeElement))
-            document.activeElement.blur();
+            document.activeElement.blur(); // which is a change to the browser, but none that anybody wants
         this.show(this.value);
     }
 

@@ -51,10 +51,9 @@ export class Stream {
     frame = null;
     received = 0;
     missed = 0; // frames that the worker had and the page did not get
-    arrived = 0; // when the latest frame came
-    started = 0; // when the page began to ask for frames
     shown = new Rate();
     small = false;
+    #asked = null; // when the frame that has not come yet was asked for
     #slow = 0;
     #running = null;
     #drawn = () => {};
@@ -72,7 +71,7 @@ export class Stream {
     start() {
         if (this.#running)
             return;
-        this.started = performance.now();
+        this.#asked = null;
         this.#running = new AbortController();
         this.#run(this.#running.signal);
     }
@@ -81,6 +80,11 @@ export class Stream {
         this.#running?.abort();
         this.#running = null;
         this.#drawn();
+    }
+
+    // How long the page waits for a frame, in ms. While it draws it waits for none.
+    get waits() {
+        return this.#running && this.#asked !== null ? performance.now() - this.#asked : 0;
     }
 
     // Called when the latest frame has been drawn.
@@ -108,6 +112,7 @@ export class Stream {
     }
 
     async #pull(signal) {
+        this.#asked ??= performance.now();
         const after = this.frame?.sequence ?? 0;
         const session = this.frame?.session ?? 0;
         const response = await getFrame(this.id, { after, session, small: this.small }, signal);
@@ -131,7 +136,7 @@ export class Stream {
             return;
         }
         ++this.received;
-        this.arrived = performance.now();
+        this.#asked = null;
         const drawn = new Promise((resolve) => (this.#drawn = resolve));
         this.onFrame(this);
         await drawn;

@@ -38,7 +38,7 @@ export class CameraTabs {
     constructor(onSelect) {
         this.list = byId("cameras");
         this.buttons = new Buttons(this.list, ({ id, name }) => {
-            const parts = [element("span", { className: "light off" }), element("span", {}, name)];
+            const parts = [element("span", { className: id === "" ? "light none" : "light off" }), element("span", {}, name)];
             const button = element("button", { type: "button", role: "tab", tabIndex: -1 }, ...parts);
             button.dataset.value = id;
             button.setAttribute("aria-selected", "false");
@@ -48,17 +48,15 @@ export class CameraTabs {
     }
 
     show(cameras) {
-        const all = { id: "", name: "All", light: "light none" };
+        const all = { id: "", name: "All" };
         const entries = cameras.map((camera) => ({ id: camera.id, name: camera.state.name, light: lightOf(camera) }));
         const button = this.buttons.show(cameras.length > 1 ? [all, ...entries] : entries);
         for (const { id, name, light } of entries) {
             button(id).firstChild.className = light;
             setText(button(id).lastChild, name);
         }
-        if (cameras.length > 1 && this.list.firstChild !== button("")) {
+        if (cameras.length > 1 && this.list.firstChild !== button(""))
             this.list.prepend(button(""));
-            button("").firstChild.className = all.light;
-        }
     }
 }
 
@@ -83,11 +81,27 @@ export class Tiles {
     }
 
     layout(stage) {
+        const [columns, tile] = this.#widest(stage);
+        this.parent.style.setProperty("--columns", columns);
+        this.parent.style.setProperty("--tile", `${Math.floor(tile)}px`);
         for (const tile of this.#tiles) {
             const { left, top, width } = tile.port.getBoundingClientRect();
             const height = (width * HEIGHT) / WIDTH;
             tile.box = width > 0 ? { left: left - stage.left, top: top - stage.top, width, height } : null;
         }
+    }
+
+    // How many columns make the widest tiles of which all are seen, and how wide. A phone scrolls instead.
+    #widest({ width, height }) {
+        const [gap, caption] = [8, 32];
+        const count = this.#tiles.length;
+        const across = (columns) => (width - gap * (columns + 1)) / columns;
+        if (matchMedia("(max-width: 900px)").matches)
+            return [1, across(1)];
+        const down = (rows) => (((height - gap * (rows + 1)) / rows - caption) * WIDTH) / HEIGHT;
+        const widths = this.#tiles.map((_, i) => Math.min(across(i + 1), down(Math.ceil(count / (i + 1)))));
+        const widest = Math.max(...widths, 0);
+        return [widths.indexOf(widest) + 1 || 1, widest];
     }
 
     views() {

@@ -16,6 +16,7 @@ from pathlib import Path
 
 WIDTH, HEIGHT, PIXELS = 320, 240, 320 * 240
 PATIENCE = 60
+PAGES = ["--pages", os.environ["VQD_PAGES"]] if "VQD_PAGES" in os.environ else []  # for work on the page
 FIRST = "24061100000001"
 SPECTRUM = [(132, 8, 4), (186, 32, 2), (226, 66, 8), (248, 112, 26), (252, 164, 46), (236, 206, 54), (200, 236, 60), (148, 252, 84),
             (84, 248, 138), (34, 224, 188), (30, 190, 228), (52, 146, 252), (70, 104, 232), (66, 64, 172), (48, 22, 78)]
@@ -34,9 +35,7 @@ class Server:
         environment = os.environ | {"VQD_RUNTIME_DIR": f"{self.folder}/run", "XDG_STATE_HOME": f"{self.folder}/state",
                                     "TMPDIR": f"{self.folder}/tmp"}
         self.log = open(self.folder / "log", "w+", encoding="utf-8")
-        command = [vqd, "sim", *models, *options, "--", vqd, "serve", "--port", "0", "--config", f"{self.folder}/serve.json",
-                   "--recordings", f"{self.folder}/recordings"]
-        (self.folder / "recordings").mkdir()
+        command = [vqd, "sim", *models, *options, "--", vqd, "serve", "--port", "0", *PAGES, "--config", f"{self.folder}/serve.json"]
         self.process = subprocess.Popen(command, env=environment, stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log)
         token = self.wait(lambda: next((self.folder / "run").glob("serve-*.token"), None), "a token")
         self.token = self.wait(lambda: token.read_text().strip(), "a token")
