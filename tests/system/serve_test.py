@@ -372,7 +372,7 @@ CHECKS = {name.removeprefix("check_"): check for name, check in globals().items(
 
 def run(name, folder):
     """One check, under the cameras that it names."""
-    sim = [VQD, "sim", *shlex.split(CHECKS[name].__doc__), "--", sys.executable, __file__, VQD, "--inside", name]
+    sim = [VQD, "sim", *shlex.split(CHECKS[name].__doc__), "--", sys.executable, str(Path(__file__).resolve()), VQD, "--inside", name]
     environment = os.environ | {"VQD_RUNTIME_DIR": f"{folder}/run", "XDG_STATE_HOME": f"{folder}/state", "HOME": folder}
     Path(folder, "run").mkdir()
     done = subprocess.run(sim, cwd=folder, env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
