@@ -64,6 +64,7 @@ int runCommandLine(int argc, char** argv)
     addDoctor(app, run);
     addWorker(app, run);
     addStatus(app, run);
+    addPublish(app, run);
     addSim(app, run, invocation);
     requireKnownCommand(app, arguments, app.get_name());
     try {

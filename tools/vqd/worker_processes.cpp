@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The same program again, as "vqd worker".
+// The same program again, as "vqd worker", and others that belong to it.
 #include "worker_processes.h"
 
 #include <cerrno>
@@ -12,6 +12,7 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 #include "host/failure.h"
 
@@ -26,7 +27,7 @@ using namespace std::chrono_literals;
 constexpr auto kMostSecondsToEnd = 5s;
 
 // In the new process, where only what signal handlers may do is allowed.
-[[noreturn]] void become(char* const* words, pid_t parent, const sigset_t& signals)
+[[noreturn]] void become(const char* program, char* const* words, pid_t parent, const sigset_t& signals)
 {
     for (const int number : {SIGINT, SIGTERM, SIGHUP})
         signal(number, SIG_DFL); // the command's handlers would swallow what comes before the worker has its own
@@ -34,40 +35,12 @@ constexpr auto kMostSecondsToEnd = 5s;
     setpgid(0, 0); // Ctrl-C is for the command, which ends its workers when its files are complete
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() == parent)
-        execv("/proc/self/exe", words);
+        execv(program, words);
     _exit(kFailed);
 }
 
-bool hasEnded(pid_t process)
+pid_t started(const char* program, std::vector<std::string> words)
 {
-    return waitpid(process, nullptr, WNOHANG) == process;
-}
-
-} // namespace
-
-WorkerProcesses::~WorkerProcesses()
-{
-    for (const pid_t process : m_processes)
-        kill(process, SIGTERM);
-    const auto limit = std::chrono::steady_clock::now() + kMostSecondsToEnd;
-    for (const pid_t process : m_processes) {
-        bool ended = hasEnded(process);
-        for (; !ended && std::chrono::steady_clock::now() < limit; ended = hasEnded(process))
-            std::this_thread::sleep_for(5ms);
-        if (ended)
-            continue;
-        kill(process, SIGKILL);
-        waitpid(process, nullptr, 0);
-    }
-}
-
-void WorkerProcesses::start(const std::string& port, const std::vector<std::string>& settings)
-{
-    std::vector<std::string> words{"vqd", "worker", "-q", "-c", port};
-    if (common.noProfile)
-        words.emplace_back("--no-profile");
-    for (const std::string& setting : settings)
-        words.insert(words.end(), {"-s", setting});
     std::vector<char*> arguments;
     for (std::string& word : words)
         arguments.push_back(word.data());
@@ -78,11 +51,49 @@ void WorkerProcesses::start(const std::string& port, const std::vector<std::stri
     sigprocmask(SIG_SETMASK, &all, &before);
     const pid_t process = fork();
     if (process == 0)
-        become(arguments.data(), parent, before);
+        become(program, arguments.data(), parent, before);
     sigprocmask(SIG_SETMASK, &before, nullptr);
     if (process < 0)
-        throw Failure(kFailed, std::string("a worker does not start: ") + strerror(errno));
-    m_processes.push_back(process);
+        throw Failure(kFailed, "a process does not start: " + std::string(strerror(errno)));
+    return process;
+}
+
+bool hasEnded(pid_t process)
+{
+    return waitpid(process, nullptr, WNOHANG) == process;
+}
+
+void end(const std::vector<pid_t>& processes)
+{
+    for (const pid_t process : processes)
+        kill(process, SIGTERM);
+    const auto limit = std::chrono::steady_clock::now() + kMostSecondsToEnd;
+    for (const pid_t process : processes) {
+        bool ended = hasEnded(process);
+        for (; !ended && std::chrono::steady_clock::now() < limit; ended = hasEnded(process))
+            std::this_thread::sleep_for(5ms);
+        if (ended)
+            continue;
+        kill(process, SIGKILL);
+        waitpid(process, nullptr, 0);
+    }
+}
+
+} // namespace
+
+WorkerProcesses::~WorkerProcesses()
+{
+    end(m_processes);
+}
+
+void WorkerProcesses::start(const std::string& camera, const std::vector<std::string>& settings)
+{
+    std::vector<std::string> words{"vqd", "worker", "-q", "-c", camera};
+    if (common.noProfile)
+        words.emplace_back("--no-profile");
+    for (const std::string& setting : settings)
+        words.insert(words.end(), {"-s", setting});
+    m_processes.push_back(started("/proc/self/exe", std::move(words)));
 }
 
 void WorkerProcesses::requireRunning() const
@@ -93,4 +104,34 @@ void WorkerProcesses::requireRunning() const
             info.si_pid == process)
             throw Failure(kFailed, "a worker has ended by itself");
     }
+}
+
+KeptProcess::KeptProcess(std::string program, std::vector<std::string> words)
+    : m_program(std::move(program)), m_words(std::move(words))
+{
+}
+
+KeptProcess::KeptProcess(KeptProcess&& other) noexcept
+    : m_program(std::move(other.m_program)), m_words(std::move(other.m_words)),
+      m_process(std::exchange(other.m_process, 0)), m_next(other.m_next)
+{
+}
+
+KeptProcess::~KeptProcess()
+{
+    if (m_process != 0)
+        end({m_process});
+}
+
+void KeptProcess::keep()
+{
+    int status = 0;
+    if (m_process != 0 && waitpid(m_process, &status, WNOHANG) == m_process) {
+        m_process = 0;
+        m_next = Clock::now() + 1s;
+        if (WIFEXITED(status) && (WEXITSTATUS(status) == kUsage))
+            throw Failure(kUsage, m_words[0] + " does not start");
+    }
+    if (m_process == 0 && Clock::now() >= m_next)
+        m_process = started(m_program.c_str(), m_words);
 }
