@@ -6,6 +6,7 @@
 #   ./test.sh                    every test, then the share of tests in the code
 #   ./test.sh --kernel [CHECK]   the checks on a real kernel: Debian's in QEMU, without root and without KVM
 #   ./test.sh --all              the tests and the checks on a real kernel, with one summary
+#   ./test.sh --ros              the topics of ROS 2, on loopback, read by another DDS than ours
 #   ./test.sh --asan             the same under the address and undefined-behaviour sanitizers
 #   ./test.sh --valgrind         the same under valgrind, without the long sweeps
 #   ./test.sh --soak [NUMBER]    disconnects streaming cameras NUMBER times (2000), under the sanitizers
@@ -45,6 +46,12 @@ case "${1:-}" in
 --kernel)
     build dev
     exec tests/kernel/run.sh "${@:2}"
+    ;;
+--ros)
+    build_packages+=(zlib1g-dev cyclonedds-dev libfastrtps-dev libfastcdr-dev tshark)
+    install_packages "${build_packages[@]}"
+    build_preset dev --target vqd worker_probe ros_test ros_receiver vqd-ros 9_dds_subscriber
+    ctest --preset dev -L ros
     ;;
 --all) exec tests/all.sh ;;
 --asan) check asan ;;

@@ -33,7 +33,8 @@ static void show(const sensor_msgs_msg_dds__Image_* image)
 {
     const uint32_t centre = image->height / 2 * image->step + image->width; /* of two bytes each */
     const double stamp = image->header.stamp.sec + image->header.stamp.nanosec / 1e9;
-    if (image->step < 2 * image->width || image->data._length < (uint64_t)image->step * image->height || image->height == 0)
+    if (image->step < 2 * image->width || image->data._length < (uint64_t)image->step * image->height ||
+        image->height == 0)
         return; /* whoever publishes under this name, it is no camera */
     printf("%s: %.3f, %u x %u %s, %d in the middle, %.1f ms old\n", image->header.frame_id, stamp, image->width,
            image->height, image->encoding, image->data._buffer[centre] | image->data._buffer[centre + 1] << 8,

@@ -125,10 +125,14 @@ void CameraPublisher::makeTopics()
     const auto writer = [this](const std::string& topic, const msg::MessageType& type) {
         return Writer(m_participant, topic, type, Durability::stream);
     };
-    m_topics.emplace(Topics{kind, opticalFrame(name), writer(depth + "/" + imageWord(kind), Image::kType),
+    m_topics.emplace(Topics{kind,
+                            opticalFrame(name),
+                            writer(depth + "/" + imageWord(kind), Image::kType),
                             writer(depth + "/camera_info", CameraInfo::kType),
                             writer(amplitude + "/" + imageWord(kind), Image::kType),
-                            writer(amplitude + "/camera_info", CameraInfo::kType), {}, {}});
+                            writer(amplitude + "/camera_info", CameraInfo::kType),
+                            {},
+                            {}});
     if (m_options.points)
         m_topics->points.emplace(writer("/" + name + "/points", PointCloud2::kType));
     m_say("publishes " + depth + "/" + imageWord(kind) + " and " + amplitude + "/" + imageWord(kind) +

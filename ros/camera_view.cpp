@@ -46,7 +46,8 @@ CameraView cameraViewFrom(const Json& parameters)
     view.profilePath = text(parameters, "/camera/profile");
     view.kind.rectified = member<int>(parameters, "/settings/undistortion") != 0;
     // Other models correct in the camera, and say nothing of it.
-    view.kind.range = IsHostCorrectedProduct(view.product.c_str()) && member<int>(parameters, "/settings/orthogonal") != 1;
+    view.kind.range =
+        IsHostCorrectedProduct(view.product.c_str()) && member<int>(parameters, "/settings/orthogonal") != 1;
     for (const auto& row : kPinhole)
         view.lens.*row.value = member<double>(parameters, row.path);
     if (!view.kind.rectified)

@@ -26,8 +26,11 @@ constexpr struct {
     const char* name;
     Range range;
 } kRanges[] = {
-    {"", Range::subnet}, {"SUBNET", Range::subnet}, {"LOCALHOST", Range::localhost},
-    {"OFF", Range::off}, {"SYSTEM_DEFAULT", Range::unchanged},
+    {"", Range::subnet},
+    {"SUBNET", Range::subnet},
+    {"LOCALHOST", Range::localhost},
+    {"OFF", Range::off},
+    {"SYSTEM_DEFAULT", Range::unchanged},
 };
 
 uint32_t domainId(const std::string& text)
@@ -36,8 +39,8 @@ uint32_t domainId(const std::string& text)
     const char* const end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, id);
     if (!text.empty() && (error != std::errc() || stop != end || id > kMostDomain))
-        throw Failure(kUsage, "ROS_DOMAIN_ID is a number from 0 to " + std::to_string(kMostDomain) + ", not '" + text +
-                                  "'");
+        throw Failure(kUsage,
+                      "ROS_DOMAIN_ID is a number from 0 to " + std::to_string(kMostDomain) + ", not '" + text + "'");
     return id;
 }
 

@@ -15,6 +15,6 @@ struct Domain {
     std::vector<std::string> warnings;
 };
 
-// ROS_DOMAIN_ID, ROS_LOCALHOST_ONLY (until Humble), ROS_AUTOMATIC_DISCOVERY_RANGE and ROS_STATIC_PEERS (since Iron), then
-// CYCLONEDDS_URI. `get` is getenv(). Fails with a usage error for what ROS 2 would not take either.
+// ROS_DOMAIN_ID, ROS_LOCALHOST_ONLY (until Humble), ROS_AUTOMATIC_DISCOVERY_RANGE and ROS_STATIC_PEERS (since Iron),
+// then CYCLONEDDS_URI. `get` is getenv(). Fails with a usage error for what ROS 2 would not take either.
 Domain domainFrom(const std::function<const char*(const char* name)>& get);

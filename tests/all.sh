@@ -31,6 +31,7 @@ stage() {
 
 longest=
 stage tests
+stage ros --ros
 stage kernel --kernel
 printf 'What took long:\n%s' "$longest"
 echo "$passed passed, $failed failed"

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// Reads the topics of a camera by Fast DDS, and the same frames from the worker's socket, and compares them. Ends when it
-// has compared so many images of each kind, with all else that it was to get. Prints a JSON object.
+// Reads the topics of a camera by Fast DDS, and the same frames from the worker's socket, and compares them. Ends when
+// it has compared so many images of each kind, with all else that it was to get. Prints a JSON object.
 //   ros_receiver SOCKET NAME KIND IMAGES [best-effort] [points] [transforms] [socket=BYTES]
 // where KIND is such as depth/image_raw. ROS_DOMAIN_ID is obeyed.
 #include <algorithm>
@@ -81,8 +81,9 @@ public:
         std::map<int64_t, std::vector<uint8_t>>* const kept[] = {&m_depth, &m_amplitude};
         const char* const encodings[] = {"16UC1", "mono16"};
         for (int i = 0; i < 2; ++i) {
-            participant.read("/" + name + "/" + words[i] + image, "sensor_msgs::msg::dds_::Image_", reliable, false,
-                             [this, to = kept[i], encoding = encodings[i]](Cdr& cdr) { takeImage(cdr, *to, encoding); });
+            participant.read(
+                "/" + name + "/" + words[i] + image, "sensor_msgs::msg::dds_::Image_", reliable, false,
+                [this, to = kept[i], encoding = encodings[i]](Cdr& cdr) { takeImage(cdr, *to, encoding); });
             participant.read("/" + name + "/" + words[i] + "/camera_info", "sensor_msgs::msg::dds_::CameraInfo_",
                              reliable, false, [this](Cdr& cdr) { takeInfo(cdr); });
         }
@@ -180,7 +181,8 @@ private:
             m_faults.insert("an image is not 320 x 240 " + std::string(encoding));
         m_found["frame"] = image.header.frame;
         if (&to == &m_depth)
-            m_latency.push_back(static_cast<double>((std::chrono::nanoseconds(now).count() - image.header.stamp)) / 1e6);
+            m_latency.push_back(static_cast<double>((std::chrono::nanoseconds(now).count() - image.header.stamp)) /
+                                1e6);
         to[image.header.stamp] = std::move(image.data);
     }
 
@@ -195,8 +197,8 @@ private:
         cdr.deserializeArray(k, 9).deserializeArray(r, 9).deserializeArray(p, 12);
         const std::lock_guard lock(m_mutex);
         ++m_infos;
-        m_found["info"] = {{"height", height}, {"width", width}, {"model", model}, {"d", d}, {"k", k}, {"p", p},
-                           {"frame", header.frame}};
+        m_found["info"] = {{"height", height}, {"width", width}, {"model", model},       {"d", d},
+                           {"k", k},           {"p", p},         {"frame", header.frame}};
     }
 
     void takeDiagnostics(Cdr& cdr)
@@ -294,8 +296,8 @@ int run(int argc, char** argv)
     for (bool done = false; !done;) {
         vqd_client_frame frame;
         if (vqd_client_next(client, 1000, &frame, &error) == VQD_CLIENT_OK) {
-            receiver.addSource(frame.real_time_ns, {{frame.depth, frame.depth + kPixels},
-                                                    {frame.amplitude, frame.amplitude + kPixels}});
+            receiver.addSource(frame.real_time_ns,
+                               {{frame.depth, frame.depth + kPixels}, {frame.amplitude, frame.amplitude + kPixels}});
             ++frames;
         }
         done = frames % 8 == 0 && receiver.compared(true) >= images && receiver.compared(false) >= images &&

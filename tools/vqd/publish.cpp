@@ -34,8 +34,8 @@ std::string publisher()
     char self[PATH_MAX];
     const ssize_t length = readlink("/proc/self/exe", self, sizeof self);
     const std::filesystem::path path =
-        std::filesystem::path(std::string(self, static_cast<size_t>(std::max<ssize_t>(length, 0)))).replace_filename(
-            "vqd-ros");
+        std::filesystem::path(std::string(self, static_cast<size_t>(std::max<ssize_t>(length, 0))))
+            .replace_filename("vqd-ros");
     if (access(path.c_str(), X_OK) != 0)
         throw Failure(kFailed, "vqd publish needs the program " + path.string() + ", of the package vqd-ros");
     return path;
@@ -93,8 +93,8 @@ int publish(const Options& options)
     for (const std::string& camera : cameras) {
         std::string socket = runningSocket(running, camera);
         if (!socket.empty() && !options.settings.empty())
-            throw Failure(kFailed,
-                          "the camera " + camera + " has a worker already, whose readers want its settings as they are");
+            throw Failure(kFailed, "the camera " + camera +
+                                       " has a worker already, whose readers want its settings as they are");
         if (socket.empty()) {
             workers.start(camera, options.settings);
             socket = (runtimeFolder() / (camera + ".sock")).string();
@@ -125,9 +125,10 @@ void addPublish(CLI::App& app, Run& run)
     command->add_flag("--points", options->points, "Publishes point clouds, too");
     addRepeatable(*command, "-s,--set", options->settings, "KEY=VALUE", "A setting for the time, as in vqd set");
     addCommon(*command, kAllCameras | kProfile);
-    command->footer("Without -c it publishes every attached camera. Runs until Ctrl-C or SIGTERM, and needs the package\n"
-                    "vqd-ros. ROS_DOMAIN_ID and the other variables of ROS 2 are obeyed.\n"
-                    "Example: vqd publish\n"
-                    "Example: vqd publish -c 24061100000001 --name left -s undistortion=1 --images rect");
+    command->footer(
+        "Without -c it publishes every attached camera. Runs until Ctrl-C or SIGTERM, and needs the package\n"
+        "vqd-ros. ROS_DOMAIN_ID and the other variables of ROS 2 are obeyed.\n"
+        "Example: vqd publish\n"
+        "Example: vqd publish -c 24061100000001 --name left -s undistortion=1 --images rect");
     command->callback([&run, options] { run = [options] { return publish(*options); }; });
 }
