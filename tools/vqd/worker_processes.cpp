@@ -63,7 +63,7 @@ bool hasEnded(pid_t process)
     return waitpid(process, nullptr, WNOHANG) == process;
 }
 
-void end(const std::vector<pid_t>& processes)
+void endAll(const std::vector<pid_t>& processes)
 {
     for (const pid_t process : processes)
         kill(process, SIGTERM);
@@ -83,7 +83,7 @@ void end(const std::vector<pid_t>& processes)
 
 WorkerProcesses::~WorkerProcesses()
 {
-    end(m_processes);
+    endAll(m_processes);
 }
 
 void WorkerProcesses::start(const std::string& camera, const std::vector<std::string>& settings)
@@ -120,7 +120,7 @@ KeptProcess::KeptProcess(KeptProcess&& other) noexcept
 KeptProcess::~KeptProcess()
 {
     if (m_process != 0)
-        end({m_process});
+        endAll({m_process});
 }
 
 void KeptProcess::keep()
