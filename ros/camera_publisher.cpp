@@ -79,12 +79,17 @@ void CameraPublisher::takeFrame(const vqd_client_frame& frame)
         return;
     m_depth.header = headerOf(frame.real_time_ns, m_topics->frameId);
     m_info.header = m_amplitude.header = m_cloud.header = m_depth.header;
+    // What nobody reads now is not sent later either: its pixels would be those of another frame.
+    const auto depth = planeOf(frame.depth), amplitude = planeOf(frame.amplitude);
+    m_depth.data.clear();
+    m_amplitude.data.clear();
+    m_cloud.data.clear();
     if (m_topics->depth.hasReaders())
-        fillImage(m_depth, planeOf(frame.depth), "16UC1");
+        fillImage(m_depth, depth, "16UC1");
     if (m_topics->amplitude.hasReaders())
-        fillImage(m_amplitude, planeOf(frame.amplitude), "mono16");
+        fillImage(m_amplitude, amplitude, "mono16");
     if (m_topics->points && m_topics->points->hasReaders())
-        fillCloud(m_cloud, m_rays, planeOf(frame.depth), planeOf(frame.amplitude));
+        fillCloud(m_cloud, m_rays, depth, amplitude);
     m_next = &CameraPublisher::sendDepth;
     sendNext();
 }
@@ -170,7 +175,7 @@ void CameraPublisher::sendNext()
 
 void CameraPublisher::sendImage(msg::sensor_msgs::Image& image, Writer& writer, Writer& info)
 {
-    if (!image.data.empty() && writer.hasReaders())
+    if (!image.data.empty())
         writer.write(image);
     if (info.hasReaders())
         info.write(m_info);
@@ -191,7 +196,7 @@ void CameraPublisher::sendAmplitude()
 
 void CameraPublisher::sendPoints()
 {
-    if (!m_cloud.data.empty() && m_topics->points->hasReaders())
+    if (!m_cloud.data.empty())
         m_topics->points->write(m_cloud);
 }
 

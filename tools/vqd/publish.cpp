@@ -124,7 +124,7 @@ void addPublish(CLI::App& app, Run& run)
         ->check(CLI::IsMember({"depth", "range"}));
     command->add_flag("--points", options->points, "Publishes point clouds, too");
     addRepeatable(*command, "-s,--set", options->settings, "KEY=VALUE", "A setting for the time, as in vqd set");
-    addCommon(*command, kAllCameras | kProfile);
+    addCommon(*command, kCamera | kAllCameras | kProfile);
     command->footer(
         "Without -c it publishes every attached camera. Runs until Ctrl-C or SIGTERM, and needs the package\n"
         "vqd-ros. ROS_DOMAIN_ID and the other variables of ROS 2 are obeyed.\n"
