@@ -122,7 +122,7 @@ refusals() {
 
 # What is on the wire: names, types, and the hashes that ROS 2 since Iron looks for, as published with Jazzy.
 if tshark -i lo -a duration:0 >/dev/null 2>&1; then
-    tshark -q -i lo -w "$work/lo.pcap" -f "udp" >/dev/null 2>&1 &
+    tshark -q -i lo -s 1500 -w "$work/lo.pcap" -f "udp" >/dev/null 2>&1 &
     capture=$!
     tshark -q -i any -w "$work/outside.pcap" -f "udp and not net 127.0.0.0/8 and portrange 7400-65535" >/dev/null 2>&1 &
     outside=$!
@@ -132,8 +132,7 @@ under_sim VQD-HT120 -- everything
 if [[ -n ${capture:-} ]]; then
     kill $capture $outside
     wait $capture $outside
-    port=$((7400 + 250 * ROS_DOMAIN_ID))
-    tshark -r lo.pcap -d udp.port==$port-$((port + 249)),rtps -Y 'rtps.param.topicName contains "rt/"' -T fields \
+    tshark -r lo.pcap -Y 'rtps.param.topicName contains "rt/"' -T fields \
         -e rtps.param.topicName -e rtps.param.typeName -e rtps.param.userData >wire 2>/dev/null
     while read -r topic type hash; do
         grep -q "rt/$topic" wire || fail "no topic $topic on the wire"
