@@ -5,7 +5,7 @@
 # The topics of virtual cameras, read by another implementation of DDS, and seen by a network analyser. On loopback only.
 #   ros_topics_test.sh VQD_BINARY PROBE_BINARY RECEIVER_BINARY PUBLISHER_BINARY SUBSCRIBER_EXAMPLE
 # shellcheck source=tests/system/worker_lib.sh
-# shellcheck disable=SC2086,SC2317 # serial numbers; the functions run under vqd sim
+# shellcheck disable=SC2086,SC2089,SC2090,SC2317 # serial numbers; XML; the functions run under vqd sim
 receiver=$(readlink -f "$3") publisher=$(readlink -f "$4") example=$(readlink -f "$5")
 source "$(dirname "$0")/../system/worker_lib.sh" "$1" "$2"
 export receiver publisher example
