@@ -86,12 +86,11 @@ void CameraPublisher::takeFrame(const vqd_client_frame& frame)
     m_cloud.data.clear();
     if (m_topics->depth.hasReaders())
         fillImage(m_depth, depth, "16UC1");
+    sendDepth();
     if (m_topics->amplitude.hasReaders())
         fillImage(m_amplitude, amplitude, "mono16");
     if (m_topics->points && m_topics->points->hasReaders())
         fillCloud(m_cloud, m_rays, depth, amplitude);
-    m_next = &CameraPublisher::sendDepth;
-    sendNext();
 }
 
 // The first ones decide of the topics, as far as the options do not. Later ones may be of another kind of images.
