@@ -7,7 +7,8 @@
 #   ./test.sh --kernel [CHECK]   the checks on a real kernel: Debian's in QEMU, without root and without KVM
 #   ./test.sh --recordings       recordings in readers that are not ours, which come from npm
 #   ./test.sh --page             the page of vqd serve, in a browser; installs one
-#   ./test.sh --all              the tests, the recordings, the page and the checks on a real kernel, with one summary
+#   ./test.sh --ros              the topics of ROS 2, on loopback, read by another DDS than ours
+#   ./test.sh --all              the tests and the four stages above, with one summary
 #   ./test.sh --asan             the same under the address and undefined-behaviour sanitizers
 #   ./test.sh --valgrind         the same under valgrind, without the long sweeps
 #   ./test.sh --soak [NUMBER]    disconnects streaming cameras NUMBER times (2000), under the sanitizers
@@ -60,6 +61,12 @@ case "${1:-}" in
     build_packages+=("${browser_packages[@]}")
     build dev
     exec ctest --preset dev -C Browser -R '^page$'
+    ;;
+--ros)
+    build_packages+=(cyclonedds-dev libfastrtps-dev libfastcdr-dev tshark)
+    install_packages "${build_packages[@]}"
+    build_preset dev --target vqd worker_probe ros_test ros_receiver vqd-ros 9_dds_subscriber
+    ctest --preset dev -L ros
     ;;
 --all) exec tests/all.sh ;;
 --asan) check asan ;;

@@ -8,6 +8,9 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_CONTACT "VQD_API contributors <vqd-api@example.org>" CACHE STRING "Maintainer of the packages")
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_COMPONENTS_ALL runtime development tools python)
+if(TARGET vqd-ros)
+  list(APPEND CPACK_COMPONENTS_ALL ros)
+endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 if(CMAKE_CROSSCOMPILING)
@@ -85,6 +88,14 @@ settings as attributes, points in metres, and failures as exceptions.
 .
 Cameras are in the same process, or behind workers of the package vqd-tools,
 which also has the virtual cameras for tests.")
+
+set(CPACK_DEBIAN_ROS_PACKAGE_NAME vqd-ros)
+set(CPACK_DEBIAN_ROS_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_ROS_PACKAGE_DEPENDS "vqd-tools (= ${version})")
+set(CPACK_COMPONENT_ROS_DESCRIPTION "USB time-of-flight depth cameras, ROS 2 topics
+vqd-ros publishes depth and amplitude images, point clouds, lenses and poses
+of cameras as ROS 2 topics over DDS. ROS itself is not needed. The command
+\"vqd publish\" of the package vqd-tools starts it.")
 
 include(CPack)
 

@@ -6,24 +6,31 @@
     generate.py FOLDER OUTPUT
 
 FOLDER holds PACKAGE/TYPE.msg in the language of ROS 2 interfaces (fields, arrays, constants and defaults; no bounds). OUTPUT gets
-messages.h and messages.cpp. The hash is RIHS01 of REP 2016: SHA-256 of the description of the type as JSON."""
+messages.h and messages.cpp, and vqd_ros_types.idl for programs that read the topics by DDS alone. The hash is RIHS01 of REP 2016: SHA-256 of the description of the type as JSON."""
 import hashlib
 import json
 import re
 import sys
 from pathlib import Path
 
-# Name in a definition: C++ type and number in a type description.
+# Name in a definition: C++ type, number in a type description, IDL type.
 PRIMITIVES = {
-    "int8": ("int8_t", 2), "uint8": ("uint8_t", 3), "int16": ("int16_t", 4), "uint16": ("uint16_t", 5),
-    "int32": ("int32_t", 6), "uint32": ("uint32_t", 7), "int64": ("int64_t", 8), "uint64": ("uint64_t", 9),
-    "float32": ("float", 10), "float64": ("double", 11), "bool": ("bool", 15), "byte": ("uint8_t", 16),
-    "string": ("std::string", 17),
+    "int8": ("int8_t", 2, "int8"), "uint8": ("uint8_t", 3, "octet"), "int16": ("int16_t", 4, "short"),
+    "uint16": ("uint16_t", 5, "unsigned short"), "int32": ("int32_t", 6, "long"),
+    "uint32": ("uint32_t", 7, "unsigned long"), "int64": ("int64_t", 8, "long long"),
+    "uint64": ("uint64_t", 9, "unsigned long long"), "float32": ("float", 10, "float"),
+    "float64": ("double", 11, "double"), "bool": ("bool", 15, "boolean"), "byte": ("uint8_t", 16, "octet"),
+    "string": ("std::string", 17, "string"),
 }
 NESTED, ARRAY, SEQUENCE = 1, 48, 144  # the last two are added to a number
 
 LINE = re.compile(r"(?P<type>[a-z0-9_]+(/[A-Za-z0-9]+)?)(?P<array>\[(?P<count>\d*)\])? +(?P<name>[A-Za-z][A-Za-z0-9_]*)"
                   r"( *= *(?P<constant>\S+)| +(?P<default>\S+))?")
+
+
+def dds_name(key):
+    """The name of a type in DDS: sensor_msgs/Image is sensor_msgs::msg::dds_::Image_."""
+    return key.replace("/", "::msg::dds_::") + "_"
 
 
 class Field:
@@ -40,6 +47,13 @@ class Field:
         if not self.is_array:
             return element
         return f"std::array<{element}, {self.count}>" if self.count else f"std::vector<{element}>"
+
+    def idl(self):
+        element = dds_name(self.type) if self.is_nested else PRIMITIVES[self.type][2]
+        if self.is_array and not self.count:
+            element = f"sequence<{element}>"
+        name = f"_{self.name}" if self.name == "sequence" else self.name  # IDL's escape of its own words
+        return f"{element} {name}" + (f"[{self.count}]" if self.count else "")
 
     def description(self):
         number = NESTED if self.is_nested else PRIMITIVES[self.type][1]
@@ -100,6 +114,10 @@ class Message:
         return "\n".join(lines + ["};", f"void encode(CdrWriter& to, const {self.name}& message);",
                                   f"void decode(CdrReader& from, {self.name}& message);", "}\n"])
 
+    def idl(self):
+        fields = "".join(f"    {field.idl()};\n" for field in self.fields)
+        return f"module {self.package} {{ module msg {{ module dds_ {{\n  @topic @final struct {self.name}_ {{\n{fields}  }};\n}}; }}; }};\n"
+
     def definition(self, messages):
         encode = "".join(f"    ::msg::put(to, message.{field.name});\n" for field in self.fields)
         decode = "".join(f"    ::msg::get(from, message.{field.name});\n" for field in self.fields)
@@ -131,6 +149,7 @@ def main():
     (output / "messages.cpp").write_text(
         head + '#include "messages.h"\n\nnamespace msg\n{\n'
         + "".join(message.definition(messages) for message in ordered) + "}\n")
+    (output / "vqd_ros_types.idl").write_text(head + "".join(message.idl() for message in ordered))
 
 
 main()

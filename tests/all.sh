@@ -33,6 +33,7 @@ longest=
 stage tests
 stage recordings --recordings
 stage page --page
+stage ros --ros
 stage kernel --kernel
 printf 'What took long:\n%s' "$longest"
 echo "$passed passed, $failed failed"

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <sys/prctl.h>
 #include <unistd.h>
+#include <utility>
 
 #include "host/failure.h"
 
@@ -14,7 +15,7 @@ namespace
 {
 
 // In the new process, where only what signal handlers may do is allowed.
-[[noreturn]] void become(char* const* words, pid_t parent)
+[[noreturn]] void become(const char* program, char* const* words, pid_t parent)
 {
     sigset_t none;
     sigemptyset(&none);
@@ -24,7 +25,7 @@ namespace
     setpgid(0, 0); // Ctrl-C is for the command, which ends its workers when it is ready for that
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() == parent)
-        execv("/proc/self/exe", words);
+        execv(program, words);
     _exit(kFailed);
 }
 
@@ -34,6 +35,11 @@ pid_t startWorker(const std::vector<std::string>& options)
 {
     std::vector<std::string> words{"vqd", "worker"};
     words.insert(words.end(), options.begin(), options.end());
+    return startProcess("/proc/self/exe", std::move(words));
+}
+
+pid_t startProcess(const std::string& program, std::vector<std::string> words)
+{
     std::vector<char*> arguments;
     for (std::string& word : words)
         arguments.push_back(word.data());
@@ -44,9 +50,9 @@ pid_t startWorker(const std::vector<std::string>& options)
     sigprocmask(SIG_SETMASK, &all, &before);
     const pid_t process = fork();
     if (process == 0)
-        become(arguments.data(), parent);
+        become(program.c_str(), arguments.data(), parent);
     sigprocmask(SIG_SETMASK, &before, nullptr);
     if (process < 0)
-        throw Failure(kFailed, std::string("a worker does not start: ") + strerror(errno));
+        throw Failure(kFailed, words[0] + " does not start: " + strerror(errno));
     return process;
 }

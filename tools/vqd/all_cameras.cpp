@@ -5,7 +5,6 @@
 #include "all_cameras.h"
 
 #include <algorithm>
-#include <map>
 #include <poll.h>
 
 #include "host/usb_devices.h"
@@ -37,7 +36,8 @@ std::string portIn(const char* state)
     return port.is_string() ? port.get<std::string>() : "";
 }
 
-// The sockets of the workers that have a camera, by its port.
+} // namespace
+
 std::map<std::string, std::string> runningWorkers()
 {
     constexpr int kMost = 64, kPatience = 1000;
@@ -50,8 +50,6 @@ std::map<std::string, std::string> runningWorkers()
                 sockets.emplace(portIn(vqd_client_state(client.get())), worker.path);
     return sockets;
 }
-
-} // namespace
 
 bool allCamerasChosen()
 {

@@ -4,6 +4,8 @@
 // Every attached camera at once, or one of them, each held by a worker, so that none waits for another.
 #pragma once
 
+#include <map>
+#include <string>
 #include <vector>
 
 #include "worker_camera.h"
@@ -11,6 +13,9 @@
 
 // What -c says for all of them.
 bool allCamerasChosen();
+
+// The sockets of the workers that have a camera, by its port.
+std::map<std::string, std::string> runningWorkers();
 
 // How workers are started.
 struct WorkerStart {

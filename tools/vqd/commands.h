@@ -27,6 +27,7 @@ void addEeprom(CLI::App& app, Run& run);
 void addLens(CLI::App& app, Run& run);
 void addTable(CLI::App& app, Run& run);
 void addProfile(CLI::App& app, Run& run);
+void addPublish(CLI::App& app, Run& run);
 void addReset(CLI::App& app, Run& run);
 void addCompletion(CLI::App& app, Run& run);
 void addRecord(CLI::App& app, Run& run);

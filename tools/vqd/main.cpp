@@ -67,6 +67,7 @@ int runCommandLine(int argc, char** argv)
     addStatus(app, run);
     addRecording(app, run);
     addConvert(app, run, invocation);
+    addPublish(app, run);
     addServe(app, run);
     addSim(app, run, invocation);
     requireKnownCommand(app, arguments, app.get_name());

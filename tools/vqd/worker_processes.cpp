@@ -7,6 +7,7 @@
 #include <csignal>
 #include <sys/wait.h>
 #include <thread>
+#include <utility>
 
 #include "host/failure.h"
 #include "worker/worker_process.h"
@@ -26,14 +27,12 @@ bool hasEnded(pid_t process)
     return waitpid(process, nullptr, WNOHANG) == process;
 }
 
-} // namespace
-
-WorkerProcesses::~WorkerProcesses()
+void endAll(const std::vector<pid_t>& processes)
 {
-    for (const pid_t process : m_processes)
+    for (const pid_t process : processes)
         kill(process, SIGTERM);
     const auto limit = std::chrono::steady_clock::now() + kMostSecondsToEnd;
-    for (const pid_t process : m_processes) {
+    for (const pid_t process : processes) {
         bool ended = hasEnded(process);
         for (; !ended && std::chrono::steady_clock::now() < limit; ended = hasEnded(process))
             std::this_thread::sleep_for(5ms);
@@ -44,10 +43,17 @@ WorkerProcesses::~WorkerProcesses()
     }
 }
 
-void WorkerProcesses::start(const std::string& port, const std::vector<std::string>& settings,
+} // namespace
+
+WorkerProcesses::~WorkerProcesses()
+{
+    endAll(m_processes);
+}
+
+void WorkerProcesses::start(const std::string& camera, const std::vector<std::string>& settings,
                             const std::vector<std::string>& options)
 {
-    std::vector<std::string> words{"-q", "-c", port};
+    std::vector<std::string> words{"-q", "-c", camera};
     if (common.noProfile)
         words.emplace_back("--no-profile");
     words.insert(words.end(), options.begin(), options.end());
@@ -69,4 +75,34 @@ void WorkerProcesses::requireRunning() const
 {
     if (!allRun())
         throw Failure(kFailed, "a worker has ended by itself");
+}
+
+KeptProcess::KeptProcess(std::string program, std::vector<std::string> words)
+    : m_program(std::move(program)), m_words(std::move(words))
+{
+}
+
+KeptProcess::KeptProcess(KeptProcess&& other) noexcept
+    : m_program(std::move(other.m_program)), m_words(std::move(other.m_words)),
+      m_process(std::exchange(other.m_process, 0)), m_next(other.m_next)
+{
+}
+
+KeptProcess::~KeptProcess()
+{
+    if (m_process != 0)
+        endAll({m_process});
+}
+
+void KeptProcess::keep()
+{
+    int status = 0;
+    if (m_process != 0 && waitpid(m_process, &status, WNOHANG) == m_process) {
+        m_process = 0;
+        m_next = Clock::now() + 1s;
+        if (WIFEXITED(status) && (WEXITSTATUS(status) == kUsage))
+            throw Failure(kUsage, m_words[0] + " does not start");
+    }
+    if (m_process == 0 && Clock::now() >= m_next)
+        m_process = startProcess(m_program, m_words);
 }
