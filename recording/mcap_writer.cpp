@@ -107,17 +107,19 @@ void Writer::endChunk()
     chunk.packed = records.size();
     chunk.unpacked = m_open.size();
     chunk.crcBefore = m_crc;
+    const uint32_t crc = crcOf(m_open);
     m_record.clear();
     addRecord(m_record, Opcode::chunk, [&] {
         add(m_record, m_openFirst);
         add(m_record, m_openLast);
         add(m_record, chunk.unpacked);
-        add(m_record, crcOf(m_open));
+        add(m_record, crc);
         add(m_record, compressionName(chunk.compressed));
         add(m_record, chunk.packed);
         add(m_record, records);
     });
     chunk.place = {m_offset, m_record.size(), m_openFirst, m_openLast};
+    const size_t end = m_record.size(), begin = end - records.size();
     for (const auto& [channel, messages] : m_openIndexes) {
         chunk.indexes[channel] = m_offset + m_record.size();
         chunk.counts[channel] = messages.size();
@@ -132,7 +134,11 @@ void Writer::endChunk()
         });
     }
     chunk.indexLength = m_record.size() - chunk.place.length;
-    write(m_record);
+    put(m_record);
+    const std::span written(m_record);
+    m_crc = chunk.compressed
+                ? crcOf(written, m_crc)
+                : crcOf(written.subspan(end), crcOfBoth(crcOf(written.first(begin), m_crc), crc, end - begin));
     m_open.clear();
     m_openIndexes.clear();
     m_chunks.push_back(std::move(chunk));
@@ -326,8 +332,14 @@ void Writer::writeSummary()
     write(m_record);
 }
 
-// What was begun is taken back when it does not fit.
 void Writer::write(std::span<const uint8_t> record)
+{
+    put(record);
+    m_crc = crcOf(record, m_crc);
+}
+
+// What was begun is taken back when it does not fit.
+void Writer::put(std::span<const uint8_t> record)
 {
     for (size_t done = 0; done < record.size();) {
         const ssize_t count = ::write(m_descriptor, record.data() + done, record.size() - done);
@@ -343,7 +355,6 @@ void Writer::write(std::span<const uint8_t> record)
         done += static_cast<size_t>(count);
     }
     m_offset += record.size();
-    m_crc = crcOf(record, m_crc);
 }
 
 } // namespace mcap

@@ -72,6 +72,7 @@ private:
     void addStatistics(Bytes& to) const;
     void addChunkIndex(Bytes& to, const Chunk& chunk) const;
     void write(std::span<const uint8_t> record);
+    void put(std::span<const uint8_t> record); // without m_crc
     void writeSummary();
     void dropLastChunk();
 

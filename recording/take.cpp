@@ -94,6 +94,10 @@ void Take::run()
         }
         m_queue.close();
     }
+    {
+        const std::lock_guard lock(m_mutex);
+        m_counts.bytesPerSecond = static_cast<double>(m_counts.bytes) / Seconds(Clock::now() - m_began).count();
+    }
     m_ended = true;
     tell();
 }
