@@ -84,7 +84,8 @@ bool isUsb(const std::string& text)
 template <typename T> std::vector<T> valuesIn(const Bytes& bytes)
 {
     std::vector<T> values(bytes.size() / sizeof(T));
-    std::memcpy(values.data(), bytes.data(), values.size() * sizeof(T));
+    if (!values.empty())
+        std::memcpy(values.data(), bytes.data(), values.size() * sizeof(T));
     return values;
 }
 

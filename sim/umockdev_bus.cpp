@@ -99,16 +99,17 @@ private:
     UMockdevTestbed* m_testbed;
     const bool m_transfersFailFirst;
 
-    BusShare m_share; // its lock guards everything below
+    const std::shared_ptr<BusShare> m_share; // its lock guards everything below
     std::deque<std::function<void()>> m_tasks;
     std::vector<Slot> m_slots;
-    std::list<UmockdevDevice> m_devices; // also those that are gone, until no client has them open
+    std::list<std::shared_ptr<UmockdevDevice>> m_devices; // also those that are gone, until no client has them open
     unsigned m_lastAddress = 0;
     bool m_stopping = false;
     std::thread m_thread;
 };
 
-MockBus::MockBus(const BusOptions& options) : m_transfersFailFirst(options.transfersFailFirst), m_share(options)
+MockBus::MockBus(const BusOptions& options)
+    : m_transfersFailFirst(options.transfersFailFirst), m_share(std::make_shared<BusShare>(options))
 {
     if (!isPreloaded())
         throw std::runtime_error("the virtual bus needs libumockdev-preload.so.0 in its process (LD_PRELOAD)");
@@ -126,13 +127,18 @@ MockBus::MockBus(const BusOptions& options) : m_transfersFailFirst(options.trans
 MockBus::~MockBus()
 {
     {
-        const std::lock_guard lock(m_share.mutex);
+        const std::lock_guard lock(m_share->mutex);
         m_stopping = true;
     }
-    m_share.wake.notify_one();
+    m_share->wake.notify_one();
     m_thread.join();
-    for (UmockdevDevice& device : m_devices)
-        device.retire();
+    for (const auto& device : m_devices)
+        device->retire();
+    {
+        const std::lock_guard lock(m_share->mutex); // a call may be under way, and shall be the last to use the camera
+        for (const auto& device : m_devices)
+            device->port.fail();
+    }
     g_object_unref(m_testbed);
 }
 
@@ -142,14 +148,14 @@ Clock::time_point MockBus::retireUnused()
     auto next = Clock::time_point::max();
     for (auto device = m_devices.begin(); device != m_devices.end();) {
         const auto here = device++;
-        const auto unused = here->unusedFrom();
+        const auto unused = (*here)->unusedFrom();
         if (!unused)
             continue;
         if (Clock::now() < *unused) {
             next = std::min(next, *unused);
             continue;
         }
-        here->retire();
+        (*here)->retire();
         m_devices.erase(here);
     }
     return next;
@@ -162,7 +168,7 @@ unsigned MockBus::freeAddress()
     for (unsigned tries = 0; tries < kMostAddresses; ++tries) {
         m_lastAddress = m_lastAddress % kMostAddresses + 1;
         if (std::none_of(m_devices.begin(), m_devices.end(),
-                         [&](const UmockdevDevice& device) { return device.address() == m_lastAddress; }))
+                         [&](const auto& device) { return device->address() == m_lastAddress; }))
             return m_lastAddress;
     }
     throw std::runtime_error("virtual bus: all 127 addresses are taken or held open");
@@ -174,7 +180,7 @@ void MockBus::onThread(const std::function<void()>& task)
     bool done = false;
     std::exception_ptr error;
     std::condition_variable finished;
-    std::unique_lock lock(m_share.mutex);
+    std::unique_lock lock(m_share->mutex);
     m_tasks.push_back([&] {
         try {
             task();
@@ -186,7 +192,7 @@ void MockBus::onThread(const std::function<void()>& task)
         done = true;
         finished.notify_one();
     });
-    m_share.wake.notify_one();
+    m_share->wake.notify_one();
     finished.wait(lock, [&] { return done; });
     if (error)
         std::rethrow_exception(error);
@@ -194,7 +200,7 @@ void MockBus::onThread(const std::function<void()>& task)
 
 void MockBus::run()
 {
-    std::unique_lock lock(m_share.mutex);
+    std::unique_lock lock(m_share->mutex);
     while (!m_stopping) {
         if (!m_tasks.empty()) {
             const auto task = std::move(m_tasks.front());
@@ -204,7 +210,7 @@ void MockBus::run()
         const TimeUs next = serve(lock);
         const Clock::time_point unusedUntil = retireUnused();
         if (m_tasks.empty() && !m_stopping)
-            m_share.wake.wait_until(lock, std::min(m_share.clock.when(next), unusedUntil));
+            m_share->wake.wait_until(lock, std::min(m_share->clock.when(next), unusedUntil));
     }
 }
 
@@ -216,17 +222,17 @@ TimeUs MockBus::serve(std::unique_lock<std::mutex>& lock)
         Camera& camera = *slot.camera;
         if (slot.attached != nullptr && !camera.plugged())
             detach(slot, lock);
-        if (!camera.plugged() && camera.returnsAt() <= m_share.clock.now())
-            camera.plug(m_share.clock.now());
+        if (!camera.plugged() && camera.returnsAt() <= m_share->clock.now())
+            camera.plug(m_share->clock.now());
         if (slot.attached == nullptr && camera.plugged())
             attachReturned(slot);
         if (slot.attached == nullptr) {
             next = std::min(next, camera.returnsAt());
             continue;
         }
-        slot.attached->port.moveBulkIn(m_share.clock.now());
+        slot.attached->port.moveBulkIn(m_share->clock.now());
         slot.attached->update();
-        next = std::min(next, slot.attached->port.nextBulkIn(m_share.clock.now()));
+        next = std::min(next, slot.attached->port.nextBulkIn(m_share->clock.now()));
     }
     return next;
 }
@@ -234,9 +240,10 @@ TimeUs MockBus::serve(std::unique_lock<std::mutex>& lock)
 UmockdevDevice* MockBus::attach(Camera* camera, const std::string& sysPath, const std::string& attributes,
                                 const std::vector<uint8_t>& descriptors)
 {
-    UmockdevDevice& device = m_devices.emplace_back(m_testbed, m_share, camera, freeAddress(), sysPath);
-    device.announce(attributes, descriptors);
-    return &device;
+    const auto& device =
+        m_devices.emplace_back(std::make_shared<UmockdevDevice>(m_testbed, m_share, camera, freeAddress(), sysPath));
+    device->announce(attributes, descriptors);
+    return device.get();
 }
 
 void MockBus::attachCamera(Slot& slot)
@@ -253,7 +260,7 @@ void MockBus::attachReturned(Slot& slot)
         attachCamera(slot);
     } catch (const std::exception& error) {
         fprintf(stderr, "%s\n", error.what());
-        slot.camera->unplug(m_share.clock.now(), kRetryUs);
+        slot.camera->unplug(m_share->clock.now(), kRetryUs);
     }
 }
 
@@ -291,12 +298,12 @@ size_t MockBus::add(Config config, unsigned port)
 
 void MockBus::unplug(size_t index, TimeUs backAfter)
 {
-    onThread([&] { m_slots.at(index).camera->unplug(m_share.clock.now(), backAfter); });
+    onThread([&] { m_slots.at(index).camera->unplug(m_share->clock.now(), backAfter); });
 }
 
 void MockBus::plug(size_t index)
 {
-    onThread([&] { m_slots.at(index).camera->plug(m_share.clock.now()); });
+    onThread([&] { m_slots.at(index).camera->plug(m_share->clock.now()); });
 }
 
 void MockBus::withCamera(size_t index, const std::function<void(Camera&)>& look)

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 #include "usbfs.h"
 
@@ -40,23 +41,39 @@ static std::string rootOf(UMockdevTestbed* testbed)
     return root;
 }
 
-UmockdevDevice::UmockdevDevice(UMockdevTestbed* testbed, BusShare& share, Camera* camera, unsigned address,
-                               std::string sysPath)
-    : port(camera), m_testbed(testbed), m_share(share), m_address(address), m_sysPath(std::move(sysPath)),
+// What umockdev is given for each of its calls.
+using SharedDevice = std::shared_ptr<UmockdevDevice>;
+
+static void forget(gpointer shared, GClosure*)
+{
+    delete static_cast<SharedDevice*>(shared);
+}
+
+UmockdevDevice::UmockdevDevice(UMockdevTestbed* testbed, std::shared_ptr<BusShare> share, Camera* camera,
+                               unsigned address, std::string sysPath)
+    : port(camera), m_testbed(testbed), m_share(std::move(share)), m_address(address), m_sysPath(std::move(sysPath)),
       m_node(rootOf(testbed) + nodeOf(address)), m_handler(umockdev_ioctl_base_new())
 {
-    g_signal_connect(m_handler, "handle-ioctl", G_CALLBACK(onIoctl), this);
-    g_signal_connect(m_handler, "client-connected", G_CALLBACK(onClient), this);
+}
+
+void UmockdevDevice::listen(const char* signal, GCallback answer)
+{
+    m_listening.push_back(g_signal_connect_data(m_handler, signal, answer, new SharedDevice(shared_from_this()), forget,
+                                                static_cast<GConnectFlags>(0)));
 }
 
 void UmockdevDevice::retire()
 {
     umockdev_testbed_detach_ioctl(m_testbed, nodeOf(m_address).c_str(), nullptr);
+    for (const gulong call : std::exchange(m_listening, {}))
+        g_signal_handler_disconnect(m_handler, call);
     g_object_unref(m_handler);
 }
 
 void UmockdevDevice::announce(const std::string& attributes, const std::vector<uint8_t>& descriptors)
 {
+    listen("handle-ioctl", G_CALLBACK(onIoctl));
+    listen("client-connected", G_CALLBACK(onClient));
     const std::string node = nodeOf(m_address);
     const std::string description = "P: " + m_sysPath +
                                     "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: DRIVER=usb\nE: DEVNAME=" + node +
@@ -103,10 +120,10 @@ std::optional<BusShare::Clock::time_point> UmockdevDevice::unusedFrom() const
     return *m_goneSince + kBeforeRetiring;
 }
 
-gboolean UmockdevDevice::onIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self)
+gboolean UmockdevDevice::onIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer shared)
 {
-    auto& device = *static_cast<UmockdevDevice*>(self);
-    BusShare& share = device.m_share;
+    UmockdevDevice& device = **static_cast<SharedDevice*>(shared);
+    BusShare& share = *device.m_share;
     {
         const std::lock_guard lock(share.mutex);
         const TimeUs now = share.clock.now();
@@ -118,26 +135,26 @@ gboolean UmockdevDevice::onIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client
     return TRUE;
 }
 
-void UmockdevDevice::onClient(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self)
+void UmockdevDevice::onClient(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer shared)
 {
-    g_object_weak_ref(G_OBJECT(client), onClientGone, self);
-    auto& device = *static_cast<UmockdevDevice*>(self);
-    const std::lock_guard lock(device.m_share.mutex);
-    ++device.m_clients;
+    const SharedDevice& device = *static_cast<SharedDevice*>(shared);
+    g_object_weak_ref(G_OBJECT(client), onClientGone, new SharedDevice(device));
+    const std::lock_guard lock(device->m_share->mutex);
+    ++device->m_clients;
 }
 
 // umockdev tells nobody that a client has closed the device, but its object of the client ends then.
-void UmockdevDevice::onClientGone(gpointer self, GObject* client)
+void UmockdevDevice::onClientGone(gpointer shared, GObject* client)
 {
-    auto& device = *static_cast<UmockdevDevice*>(self);
-    BusShare& share = device.m_share;
+    const std::unique_ptr<SharedDevice> held(static_cast<SharedDevice*>(shared));
+    UmockdevDevice& device = **held;
     {
-        const std::lock_guard lock(share.mutex);
+        const std::lock_guard lock(device.m_share->mutex);
         device.port.close(client);
         --device.m_clients;
         device.update();
     }
-    share.wake.notify_one(); // the device may be gone: only the share is sure to be there
+    device.m_share->wake.notify_one();
 }
 
 std::string attributesOf(const Config& config)

@@ -6,6 +6,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -34,11 +35,14 @@ struct BusShare {
 };
 
 // Lives at one address, and longer than it is plugged in: clients that still hold it open get their answers from here.
-class UmockdevDevice
+// umockdev's thread calls back as long as a client is open, which may be longer than there is a bus. So what is called
+// shares the device, and the device shares what the bus has for all.
+class UmockdevDevice : public std::enable_shared_from_this<UmockdevDevice>
 {
 public:
     // Of a camera, or of the root hub without one. The device shows once it is announced.
-    UmockdevDevice(UMockdevTestbed* testbed, BusShare& share, Camera* camera, unsigned address, std::string sysPath);
+    UmockdevDevice(UMockdevTestbed* testbed, std::shared_ptr<BusShare> share, Camera* camera, unsigned address,
+                   std::string sysPath);
     UmockdevDevice(const UmockdevDevice&) = delete;
     UmockdevDevice& operator=(const UmockdevDevice&) = delete;
 
@@ -52,8 +56,8 @@ public:
     void announceUnplug();
     void vanish();
 
-    // Nobody is answered at this address any more. To be called once, before the device is destroyed. While a client
-    // has it open, the device must outlive the testbed, which still calls back when the client ends.
+    // Nobody is answered at this address any more, but for calls that are under way. To be called once, before the bus
+    // forgets the device.
     void retire();
 
     // With the lock held: lets clients reap what has completed.
@@ -67,17 +71,19 @@ public:
     UsbPort port;
 
 private:
-    static gboolean onIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self);
-    static void onClient(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self);
-    static void onClientGone(gpointer self, GObject* client);
+    void listen(const char* signal, GCallback answer);
+    static gboolean onIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer shared);
+    static void onClient(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer shared);
+    static void onClientGone(gpointer shared, GObject* client);
 
     UMockdevTestbed* m_testbed;
-    BusShare& m_share;
+    const std::shared_ptr<BusShare> m_share;
     unsigned m_address;
     std::string m_sysPath;
     DeviceNode m_node;
-    UMockdevIoctlBase* m_handler;
-    unsigned m_clients = 0; // that have it open
+    UMockdevIoctlBase* const m_handler;
+    std::vector<gulong> m_listening; // what the handler calls
+    unsigned m_clients = 0;          // that have it open
     std::optional<BusShare::Clock::time_point> m_goneSince;
 };
 

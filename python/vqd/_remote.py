@@ -3,6 +3,7 @@
 """A camera behind a worker: the same frames and settings as of a camera in this process."""
 from __future__ import annotations
 
+import contextlib
 from collections.abc import Iterable, Iterator, Mapping
 from typing import Any, Optional, Protocol
 
@@ -88,6 +89,9 @@ class RemoteCamera(Source):
         return _PATIENCE if self.timeout is None else self.timeout
 
     def _identity(self, name: str) -> Any:
+        if self._link.state.get("state") in ("starting", "restarting") and not self._link.parameters:
+            with contextlib.suppress(LostError):  # the worker did not know it yet
+                self._link.wait_for_state(self._patience, parameters=True)
         camera = self._link.parameters.get("camera") or self._link.state.get("camera")
         return camera.get(name) if isinstance(camera, dict) else None
 
