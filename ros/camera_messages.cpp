@@ -8,6 +8,8 @@
 #include <cstring>
 #include <limits>
 
+#include "host/topic_name.h"
+
 namespace
 {
 
@@ -128,17 +130,12 @@ msg::geometry_msgs::TransformStamped transformOf(const Pose& pose, const std::st
 {
     constexpr double kMillimetre = 0.001;
     msg::geometry_msgs::TransformStamped transform;
-    transform.header.frame_id = isSerial(pose.to) ? opticalFrame(usualName(pose.to)) : pose.to;
+    transform.header.frame_id = isSerial(pose.to) ? opticalFrame(usualTopicName(pose.to)) : pose.to;
     transform.child_frame_id = child;
     const auto& t = pose.translation;
     transform.transform.translation = {t[0] * kMillimetre, t[1] * kMillimetre, t[2] * kMillimetre};
     transform.transform.rotation = quaternionOf(pose.rotation);
     return transform;
-}
-
-std::string usualName(const std::string& serial)
-{
-    return "vqd_" + (serial.empty() ? "unknown" : serial);
 }
 
 std::string opticalFrame(const std::string& name)

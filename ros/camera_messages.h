@@ -36,6 +36,5 @@ void fillCloud(msg::sensor_msgs::PointCloud2& cloud, const std::vector<Ray>& ray
 // Where the frame `child` is, as seen from the place that the pose leads to.
 msg::geometry_msgs::TransformStamped transformOf(const Pose& pose, const std::string& child);
 
-// What is called so in ROS 2: the tokens of a topic begin with a letter, which a serial number does not.
-std::string usualName(const std::string& serial);
+// Where the images of the camera are that is called so.
 std::string opticalFrame(const std::string& name);

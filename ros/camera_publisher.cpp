@@ -6,6 +6,7 @@
 
 #include "host/failure.h"
 #include "host/host_time.h"
+#include "host/topic_name.h"
 
 namespace
 {
@@ -122,7 +123,7 @@ void CameraPublisher::makeTopics()
     using namespace msg::sensor_msgs;
     const ImageKind kind{m_options.rectified.value_or(m_view.kind.rectified),
                          m_options.range.value_or(m_view.kind.range)};
-    const std::string name = m_options.name.empty() ? usualName(m_view.serial) : m_options.name;
+    const std::string name = m_options.name.empty() ? usualTopicName(m_view.serial) : m_options.name;
     m_health.name = name;
     m_health.serial = m_view.serial;
     const std::string depth = "/" + name + "/" + depthWord(kind), amplitude = "/" + name + "/amplitude";

@@ -15,6 +15,7 @@
 #include <CLI/CLI.hpp>
 
 #include "host/failure.h"
+#include "host/topic_name.h"
 #include "ros/camera_publisher.h"
 #include "worker/local_socket.h"
 
@@ -97,13 +98,9 @@ void publish(const PublisherOptions& options)
     }
 }
 
-// Of a topic, before the first slash behind it: letters, digits and underscores, and no digit first.
 std::string checkName(const std::string& name)
 {
-    const auto isWord = [](char c) { return isalnum(static_cast<unsigned char>(c)) != 0 || c == '_'; };
-    return !name.empty() && isdigit(static_cast<unsigned char>(name[0])) == 0 && std::ranges::all_of(name, isWord)
-               ? ""
-               : "a name in ROS 2 has letters, digits and underscores, and does not begin with a digit";
+    return isTopicName(name) ? "" : kTopicNameRule;
 }
 
 std::optional<bool> choice(const std::string& word, const char* yes)

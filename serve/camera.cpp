@@ -7,6 +7,7 @@
 
 #include "host/documents.h"
 #include "worker/runtime_folder.h"
+#include "worker/worker_process.h"
 
 namespace
 {
@@ -44,11 +45,12 @@ constexpr const char* kFromWorker[] = {
 } // namespace
 
 Camera::Camera(Options options)
-    : m_options(std::move(options)), m_own(m_options.workerOptions), m_frames(m_options.answer),
-      m_contact({.connected = [this] { connected(); },
-                 .disconnected = [this] { m_frames.disconnected(); },
-                 .message = [this](const Received& message) { heard(message); },
-                 .state = [this](const Json& json) { hearState(json, m_now); }})
+    : m_options(std::move(options)), m_own(kThisProgram, workerWords(m_options.workerOptions)),
+      m_publisher(m_options.publish, [this](const std::string& why) { m_options.say(title() + ": " + why); }),
+      m_frames(m_options.answer), m_contact({.connected = [this] { connected(); },
+                                             .disconnected = [this] { m_frames.disconnected(); },
+                                             .message = [this](const Received& message) { heard(message); },
+                                             .state = [this](const Json& json) { hearState(json, m_now); }})
 {
 }
 
@@ -84,6 +86,7 @@ Json Camera::state(Clock::time_point now) const
     json["lens"] = memberOf(m_parameters, "lens");
     const Json regions = isThere ? memberOf(m_state, "regions") : Json();
     json["regions"] = regions.is_array() ? regions : Json::array();
+    json["publish"] = m_publisher.state(textOf(json["serial"]));
     json["events"] = m_events;
     return json;
 }
@@ -151,12 +154,25 @@ void Camera::forward(uint64_t request, const Json& json, Clock::time_point now)
 std::optional<Camera::Clock::time_point> Camera::serve(Clock::time_point now)
 {
     m_now = now;
-    if (m_own.hasEnded(now) && m_followsOwn) {
+    if (m_own.ended(now) && m_followsOwn) {
         m_trouble = "the camera's worker has ended";
         m_contact.follow({}, {});
     }
     m_contact.serve(now);
+    m_publisher.serve(m_contact.isConnected() ? m_contact.socket().string() : "", now);
     return m_frames.giveUp(now);
+}
+
+void Camera::askToEnd()
+{
+    m_publisher.askToEnd();
+    m_own.askToEnd();
+}
+
+bool Camera::hasEnded(Clock::time_point now)
+{
+    const bool isPublished = !m_publisher.hasEnded(now);
+    return (m_own.process() == 0 || m_own.ended(now)) && !isPublished;
 }
 
 void Camera::connected()

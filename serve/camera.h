@@ -9,7 +9,7 @@
 #include "serve/configuration.h"
 #include "serve/contact.h"
 #include "serve/frames.h"
-#include "serve/own_worker.h"
+#include "serve/publisher.h"
 
 // A worker that runs already.
 struct FoundWorker {
@@ -25,6 +25,7 @@ public:
     struct Options {
         std::string worker; // what it is called: a serial number or a port
         CameraWish wish;
+        PublishWish publish;
         std::vector<std::string> workerOptions; // of one that is started for it
         AnswerTo answer;
         std::function<void(const std::string& sentence)> say;
@@ -52,8 +53,8 @@ public:
     std::optional<Clock::time_point> serve(Clock::time_point now); // returns when it must be called next
 
     // Of the end: all are asked to end first, then waited for.
-    void askToEnd() { m_own.askToEnd(); }
-    bool hasEnded(Clock::time_point now) { return m_own.process() == 0 || m_own.hasEnded(now); }
+    void askToEnd();
+    bool hasEnded(Clock::time_point now);
 
 private:
     void connected();
@@ -66,7 +67,8 @@ private:
     bool fits(const FoundWorker& worker) const;
 
     const Options m_options;
-    OwnWorker m_own;
+    KeptProcess m_own; // its worker, unless one ran already
+    Publisher m_publisher;
     Frames m_frames;
     Contact m_contact;
     Json m_state = Json::object(), m_parameters;

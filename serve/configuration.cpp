@@ -5,9 +5,11 @@
 #include "serve/configuration.h"
 
 #include <algorithm>
+#include <span>
 
 #include "host/assignments.h"
 #include "host/documents.h"
+#include "host/topic_name.h"
 #include "serve/json_lines.h"
 
 namespace
@@ -48,6 +50,12 @@ struct Entry {
             fail("is neither true nor false");
         return value.get<bool>();
     }
+    std::string oneOf(const std::array<const char*, 2>& words) const
+    {
+        if (value != words[0] && value != words[1])
+            fail(std::string("is neither \"") + words[0] + "\" nor \"" + words[1] + '"');
+        return value.get<std::string>();
+    }
 };
 
 template <typename Into> struct Member {
@@ -55,12 +63,13 @@ template <typename Into> struct Member {
     void (*read)(const Entry& place, Into& into);
 };
 
-template <typename Into, size_t N> void readMembers(const Entry& place, const Member<Into> (&members)[N], Into& into)
+template <typename Into>
+void readMembers(const Entry& place, std::span<const Member<std::type_identity_t<Into>>> members, Into& into)
 {
     place.requireObject();
     for (const auto& [name, unused] : place.value.items()) {
         const auto member = std::ranges::find(members, name, &Member<Into>::name);
-        if (member == std::end(members)) {
+        if (member == members.end()) {
             std::string known;
             for (const Member<Into>& one : members)
                 known += (known.empty() ? "" : ", ") + std::string(one.name);
@@ -90,9 +99,40 @@ void readSettings(const Entry& place, CameraWish& wish)
         wish.settings.push_back(std::string(assignment.setting->name) + '=' + assignment.text());
 }
 
+void readTopicName(const Entry& place, Publishing& publishing)
+{
+    publishing.name = place.text();
+    if (!isTopicName(publishing.name))
+        place.fail(std::string("is refused: ") + kTopicNameRule);
+}
+
+// The name is the last, because it cannot be that of all cameras.
+constexpr Member<Publishing> kPublishMembers[] = {
+    {"images", [](const Entry& place, Publishing& how) { how.images = place.oneOf(kImageWords); }},
+    {"depth", [](const Entry& place, Publishing& how) { how.depth = place.oneOf(kDepthWords); }},
+    {"points", [](const Entry& place, Publishing& how) { how.points = place.yes(); }},
+    {"name", readTopicName},
+};
+constexpr std::span<const Member<Publishing>> kOfOneCamera(kPublishMembers), kOfAll = kOfOneCamera.first<3>();
+
+PublishWish publishWish(const Entry& place, std::span<const Member<Publishing>> members)
+{
+    PublishWish wish;
+    if (place.value.is_boolean()) {
+        wish.wanted = place.yes();
+        return wish;
+    }
+    if (!place.value.is_object())
+        place.fail("is neither true nor false nor an object");
+    wish.wanted = true;
+    readMembers(place, members, wish.how);
+    return wish;
+}
+
 constexpr Member<CameraWish> kCameraMembers[] = {
     {"name", [](const Entry& place, CameraWish& wish) { wish.name = place.text(); }},
     {"settings", readSettings},
+    {"publish", [](const Entry& place, CameraWish& wish) { wish.publish = publishWish(place, kOfOneCamera); }},
     {"record", [](const Entry& place, CameraWish& wish) { wish.record = place.yes(); }},
     {"show", [](const Entry& place, CameraWish& wish) { wish.show = place.yes(); }},
 };
@@ -108,13 +148,6 @@ void readCameras(const Entry& place, Configuration& configuration)
     }
 }
 
-void readUnknown(const Entry& place, Configuration& configuration)
-{
-    if (place.value != "show" && place.value != "ignore")
-        place.fail("is neither \"show\" nor \"ignore\"");
-    configuration.showsUnknown = place.value == "show";
-}
-
 void readRecordings(const Entry& place, Configuration& configuration)
 {
     configuration.recordings = place.text();
@@ -122,23 +155,37 @@ void readRecordings(const Entry& place, Configuration& configuration)
         place.fail("is not a folder from the root on, such as /var/lib/vqd/recordings");
 }
 
+constexpr std::array<const char*, 2> kUnknownWords{"show", "ignore"};
 constexpr Member<Configuration> kMembers[] = {
     {"cameras", readCameras},
-    {"unknown", readUnknown},
+    {"unknown", [](const Entry& place, Configuration& to) { to.showsUnknown = place.oneOf(kUnknownWords) == "show"; }},
     {"recordings", readRecordings},
+    {"publish", [](const Entry& place, Configuration& to) { to.publish = publishWish(place, kOfAll); }},
 };
 
 // Two cameras of one name could not be told apart.
 void requireDifferentNames(const Entry& place, const Configuration& configuration)
 {
-    std::map<std::string, std::string> named;
-    for (const auto& [camera, wish] : configuration.cameras)
+    std::map<std::string, std::string> named, published;
+    for (const auto& [camera, wish] : configuration.cameras) {
+        const Entry entry = place.at("cameras").at(camera);
         if (!wish.name.empty())
             if (const auto [other, isNew] = named.emplace(wish.name, camera); !isNew)
-                place.at("cameras").at(camera).at("name").fail("is also the name of " + other->second);
+                entry.at("name").fail("is also the name of " + other->second);
+        if (wish.publish && !wish.publish->how.name.empty())
+            if (const auto [other, isNew] = published.emplace(wish.publish->how.name, camera); !isNew)
+                entry.at("publish").at("name").fail("is also the name under which " + other->second + " is published");
+    }
 }
 
 } // namespace
+
+bool publishesAny(const Configuration& configuration)
+{
+    return configuration.publish.wanted || std::ranges::any_of(configuration.cameras, [](const auto& camera) {
+               return camera.second.publish && camera.second.publish->wanted;
+           });
+}
 
 bool isSerialNumber(std::string_view text)
 {

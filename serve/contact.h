@@ -28,6 +28,7 @@ public:
     // Where the worker is; empty paths when it is not there.
     void follow(const std::filesystem::path& socket, const std::filesystem::path& status);
 
+    const std::filesystem::path& socket() const { return m_socket; }
     bool isConnected() const { return m_link.has_value(); }
     bool isAnswering(Clock::time_point now) const; // its state came not long ago
 

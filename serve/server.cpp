@@ -220,9 +220,14 @@ void Server::addCamera(const std::string& worker)
 {
     const auto& wishes = m_options.configuration.cameras;
     const auto wish = wishes.find(worker);
-    Camera::Options options{worker, wish != wishes.end() ? wish->second : CameraWish(), m_options.workerOptions,
+    Camera::Options options{worker,
+                            wish != wishes.end() ? wish->second : CameraWish(),
+                            m_options.configuration.publish,
+                            m_options.workerOptions,
                             [this](uint64_t request, Answer answer) { m_http.answer(request, std::move(answer)); },
                             m_options.say};
+    if (options.wish.publish)
+        options.publish = *options.wish.publish;
     options.workerOptions.insert(options.workerOptions.end(), {"-q", "-c", worker});
     for (const std::string& setting : options.wish.settings)
         options.workerOptions.insert(options.workerOptions.end(), {"-s", setting});

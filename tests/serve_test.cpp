@@ -79,16 +79,23 @@ TEST(Configuration, IsTakenAsItStands)
     const Configuration all = configurationFrom(R"({
         "cameras": {
             "24061100000001": {"name": "left", "settings": {"depth-range": [300, 4000], "offset": -5, "temperature": 31.5}},
-            "1-2.3": {"record": true, "show": false}
+            "1-2.3": {"record": true, "show": false, "publish": {"name": "right", "images": "rect", "points": true}},
+            "1-2.4": {"publish": false}
         },
-        "unknown": "ignore", "recordings": "/var/lib/vqd/recordings"})",
+        "publish": {"depth": "depth"}, "unknown": "ignore", "recordings": "/var/lib/vqd/recordings"})",
                                                 "f.json");
     const CameraWish left = all.cameras.at("24061100000001"), right = all.cameras.at("1-2.3");
     EXPECT_EQ(left.name, "left");
     EXPECT_EQ(left.settings, (std::vector<std::string>{"offset=-5", "depth-range=300,4000"}));
     EXPECT_TRUE(left.show && !left.record && !right.show && right.record && !all.showsUnknown);
     EXPECT_EQ(all.recordings, "/var/lib/vqd/recordings");
-    EXPECT_TRUE(configurationFrom("{}", "f.json").showsUnknown);
+    EXPECT_EQ(publisherWords("/s", right.publish->how),
+              (std::vector<std::string>{"vqd-ros", "/s", "--name", "right", "--images", "rect", "--points"}));
+    EXPECT_EQ(publisherWords("/s", all.publish.how), (std::vector<std::string>{"vqd-ros", "/s", "--depth", "depth"}));
+    EXPECT_TRUE(all.publish.wanted && !left.publish && !all.cameras.at("1-2.4").publish->wanted);
+    const Configuration none = configurationFrom("{\"publish\": false}", "f.json");
+    EXPECT_TRUE(none.showsUnknown && publishesAny(all) && !publishesAny(none));
+    EXPECT_TRUE(publishesAny(configurationFrom(R"({"cameras": {"1-2": {"publish": true}}})", "f.json")));
 }
 
 TEST(Configuration, IsRefusedWithLineAndKey)
@@ -97,7 +104,8 @@ TEST(Configuration, IsRefusedWithLineAndKey)
         const char *text, *start;
     } cases[] = {
         {"{\n\"cameras\": []}", "f.json:2: \"cameras\" is not an object"},
-        {"{\n\n\"camera\": {}}", "f.json:3: \"camera\" is unknown here; known are cameras, unknown, recordings"},
+        {"{\n\n\"camera\": {}}",
+         "f.json:3: \"camera\" is unknown here; known are cameras, unknown, recordings, publish"},
         {"{\"cameras\": {\n\"left\": {}}}", "f.json:2: \"left\" is neither a serial number nor a port"},
         {"{\"cameras\": {\n\"1-2\": {\n\"nam\": 1}}}", "f.json:3: \"nam\" is unknown here"},
         {"{\"cameras\": {\"1-2\": {\"name\":\n\"\"}}}", "f.json:1: \"name\" is not a text"},
@@ -111,7 +119,16 @@ TEST(Configuration, IsRefusedWithLineAndKey)
         {"{\"cameras\": {\"1-2\": {},\n\"1-2\": {}}}", "f.json:2: \"1-2\" stands here a second time"},
         {"{\"cameras\": {\"1-2\": {\"name\": \"a\"},\n\"1-3\": {\"name\": \"a\"}}}",
          "f.json:2: \"name\" is also the name of 1-2"},
-        {"{\"unknown\":\n\"hide\"}", "f.json:1: \"unknown\" is neither"},
+        {"{\"unknown\":\n\"hide\"}", "f.json:1: \"unknown\" is neither \"show\" nor \"ignore\""},
+        {"{\n\"publish\": 1}", "f.json:2: \"publish\" is neither true nor false nor an object"},
+        {"{\"publish\": {\n\"name\": \"left\"}}",
+         "f.json:2: \"name\" is unknown here; known are images, depth, points"},
+        {"{\"cameras\": {\"1-2\": {\"publish\": {\n\"name\": \"1left\"}}}}",
+         "f.json:2: \"name\" is refused: a name in ROS"},
+        {"{\"cameras\": {\"1-2\": {\"publish\": {\n\"images\": \"bent\"}}}}",
+         "f.json:2: \"images\" is neither \"raw\" nor \"rect\""},
+        {"{\"cameras\": {\"1-2\": {\"publish\": {\"name\": \"a\"}},\n\"1-3\": {\"publish\": {\"name\": \"a\"}}}}",
+         "f.json:2: \"name\" is also the name under which 1-2 is published"},
         {"{\n\"recordings\": \"here\"}", "f.json:2: \"recordings\" is not a folder from the root on"},
         {"{\n\"cameras\": {},\n}", "f.json: [json.exception.parse_error.101] parse error at line 3"},
         {"[]", "f.json is not a JSON object"},

@@ -31,11 +31,11 @@ namespace
 
 } // namespace
 
-pid_t startWorker(const std::vector<std::string>& options)
+std::vector<std::string> workerWords(const std::vector<std::string>& options)
 {
     std::vector<std::string> words{"vqd", "worker"};
     words.insert(words.end(), options.begin(), options.end());
-    return startProcess("/proc/self/exe", std::move(words));
+    return words;
 }
 
 pid_t startProcess(const std::string& program, std::vector<std::string> words)

@@ -8,9 +8,10 @@
 #include <sys/types.h>
 #include <vector>
 
-// The same program again as "vqd worker" with these options. It ends when this process does, whichever way. Fails when
-// it does not start.
-pid_t startWorker(const std::vector<std::string>& options);
+// The words of "vqd worker" with these options, for the same program again.
+inline constexpr char kThisProgram[] = "/proc/self/exe";
+std::vector<std::string> workerWords(const std::vector<std::string>& options);
 
-// The same with another program, and all words of its command line.
+// A process with all words of its command line. It ends when this process does, whichever way. Fails when it does not
+// start.
 pid_t startProcess(const std::string& program, std::vector<std::string> words);

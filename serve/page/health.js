@@ -29,6 +29,7 @@ const DETAILS = [
     ["Starts of its process", ({ state }) => state.restarts],
     ["Process", ({ state }) => state.process],
     ["Socket", ({ state }) => state.socket],
+    ["ROS 2 topics", ({ state }) => state.publish && `${state.publish.topics ?? ""} ${state.publish.error ?? state.publish.state}`],
     ["Frames of the session", ({ state }) => state.frames],
     ["Frames received here", ({ stream }) => stream.received],
     ["Frames left out here", ({ stream }) => stream.missed],

@@ -11,6 +11,7 @@ import json
 import os
 import re
 import shlex
+import shutil
 import signal
 import socket
 import struct
@@ -236,14 +237,20 @@ def check_access():
 def check_refused_starts():
     """VQD-HT110"""
     Path("bad.json").write_text('{"cameras": {\n"1-1": {"settings": {\n"ofset": 5}}}}')
+    Path("publish.json").write_text(json.dumps({"cameras": {"1-1": {"publish": True}}}))
+    alone = Path("vqd").resolve()  # without the program that comes with another package
+    shutil.copy(VQD, alone)
+    libraries = os.environ | {"LD_LIBRARY_PATH": str(Path(VQD).parent)}
     taken = socket.create_server(("127.0.0.1", 0))
     for options, code, text in ((["--config", "bad.json"], 2, 'bad.json:3: "ofset" is refused'),
                                 (["--config", "absent.json"], 1, "absent.json cannot be read"),
+                                (["--config", "publish.json"], 1, "/vqd-ros, of the package vqd-ros"),
+                                (["--ros"], 1, "ROS 2 topics need the program"),
                                 (["--host", "0.0.0.0"], 2, "--allow-host must say"),
                                 (["--host", "robot"], 2, "'robot' is not an IPv4 or IPv6 address"),
                                 (["--allow-host", "http://robot"], 2, "'http://robot' is not a host's name"),
                                 (["--port", str(taken.getsockname()[1])], 1, "Address already in use")):
-        run = subprocess.run([VQD, "serve", *options], stderr=subprocess.PIPE, text=True, timeout=PATIENCE)
+        run = subprocess.run([alone, "serve", *options], env=libraries, stderr=subprocess.PIPE, text=True, timeout=PATIENCE)
         expect("refused", run.returncode == code and text in run.stderr, options, run.returncode, run.stderr)
     expect("no worker is left", not list(Path(os.environ["VQD_RUNTIME_DIR"]).glob("*")))
 
@@ -367,12 +374,9 @@ def check_the_end():
         until("they end with it", lambda: not any(map(lives, processes)))
 
 
-CHECKS = {name.removeprefix("check_"): check for name, check in globals().items() if name.startswith("check_")}
-
-
-def run(name, folder):
+def run(name, check, folder):
     """One check, under the cameras that it names."""
-    sim = [VQD, "sim", *shlex.split(CHECKS[name].__doc__), "--", sys.executable, str(Path(__file__).resolve()), VQD, "--inside", name]
+    sim = [VQD, "sim", *shlex.split(check.__doc__), "--", sys.executable, str(Path(sys.argv[0]).resolve()), VQD, "--inside", name]
     environment = os.environ | {"VQD_RUNTIME_DIR": f"{folder}/run", "XDG_STATE_HOME": f"{folder}/state", "HOME": folder}
     Path(folder, "run").mkdir()
     done = subprocess.run(sim, cwd=folder, env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
@@ -383,12 +387,18 @@ def run(name, folder):
     return done.returncode == 0
 
 
-if __name__ == "__main__":
+def main(names):
+    """Runs the checks among these names: all, or those of the command line."""
+    checks = {name.removeprefix("check_"): check for name, check in names.items() if name.startswith("check_")}
     if sys.argv[2:3] == ["--inside"]:
-        CHECKS[sys.argv[3]]()
+        checks[sys.argv[3]]()
         sys.exit(0)
     good = True
-    for chosen in sys.argv[2:] or CHECKS:
+    for chosen in sys.argv[2:] or checks:
         with tempfile.TemporaryDirectory() as folder:
-            good = run(chosen, folder) and good
+            good = run(chosen, checks[chosen], folder) and good
     sys.exit(not good)
+
+
+if __name__ == "__main__":
+    main(globals())

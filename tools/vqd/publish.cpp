@@ -2,14 +2,16 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // vqd publish: cameras as ROS 2 topics. Each gets a worker, unless it has one, and a vqd-ros that publishes its frames.
-#include <climits>
 #include <memory>
+#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
+#include "host/topic_name.h"
 #include "host/usb_devices.h"
+#include "worker/kept_process.h"
+#include "worker/publishing.h"
 #include "worker/runtime_folder.h"
 
 #include "all_cameras.h"
@@ -22,37 +24,30 @@
 namespace
 {
 
-struct Options {
+struct Options : Publishing {
     std::vector<std::string> settings;
-    std::string name, images, depth;
-    bool points = false;
 };
 
-// It stands beside this program, and comes with a package of its own.
-std::string publisher()
-{
-    char self[PATH_MAX];
-    const ssize_t length = readlink("/proc/self/exe", self, sizeof self);
-    const std::filesystem::path path =
-        std::filesystem::path(std::string(self, static_cast<size_t>(std::max<ssize_t>(length, 0))))
-            .replace_filename("vqd-ros");
-    if (access(path.c_str(), X_OK) != 0)
-        throw Failure(kFailed, "vqd publish needs the program " + path.string() + ", of the package vqd-ros");
-    return path;
-}
+struct Publishers {
+    std::list<KeptProcess> all;
 
-// For its command line.
-std::vector<std::string> wordsFor(const std::string& socket, const Options& options)
-{
-    std::vector<std::string> words{"vqd-ros", socket};
-    for (const auto& [option, value] :
-         {std::pair{"--name", &options.name}, {"--images", &options.images}, {"--depth", &options.depth}})
-        if (!value->empty())
-            words.insert(words.end(), {option, *value});
-    if (options.points)
-        words.emplace_back("--points");
-    return words;
-}
+    ~Publishers()
+    {
+        constexpr std::chrono::seconds kMostToEnd(2);
+        endTogether(all, kMostToEnd);
+    }
+
+    // What a program refuses is the same the next time; it has said itself what it is.
+    void keep()
+    {
+        for (KeptProcess& one : all) {
+            const std::optional<int> status = one.ended(KeptProcess::Clock::now());
+            if (status && WIFEXITED(*status) && WEXITSTATUS(*status) == kUsage)
+                throw Failure(kUsage, "vqd-ros does not start");
+            one.start(KeptProcess::Clock::now());
+        }
+    }
+};
 
 // The cameras to publish: the one that was chosen, by its name, or those that are attached, by their ports.
 std::vector<std::string> chosenCameras()
@@ -82,14 +77,14 @@ std::string runningSocket(const std::map<std::string, std::string>& byPort, cons
 int publish(const Options& options)
 {
     constexpr std::chrono::milliseconds kLook(100);
-    const std::string program = publisher();
+    const std::string program = publisherProgram();
     const std::vector<std::string> cameras = chosenCameras();
     if (cameras.size() > 1 && !options.name.empty())
         throw Failure(kUsage, "--name is for one camera; choose it with -c");
     catchInterrupts();
     const std::map<std::string, std::string> running = runningWorkers();
     WorkerProcesses workers; // first, so that they end last
-    std::vector<KeptProcess> publishers;
+    Publishers publishers;
     for (const std::string& camera : cameras) {
         std::string socket = runningSocket(running, camera);
         if (!socket.empty() && !options.settings.empty())
@@ -100,12 +95,11 @@ int publish(const Options& options)
             socket = (runtimeFolder() / (camera + ".sock")).string();
         }
         detail("camera %s: %s", camera.c_str(), socket.c_str());
-        publishers.emplace_back(program, wordsFor(socket, options));
+        publishers.all.emplace_back(program, publisherWords(socket, options));
     }
     while (!interrupted()) {
         workers.requireRunning();
-        for (KeptProcess& one : publishers)
-            one.keep();
+        publishers.keep();
         std::this_thread::sleep_for(kLook);
     }
     return kDone;
@@ -117,11 +111,12 @@ void addPublish(CLI::App& app, Run& run)
 {
     CLI::App* command = app.add_subcommand("publish", "Publishes cameras as ROS 2 topics, without ROS");
     const auto options = std::make_shared<Options>();
-    command->add_option("--name", options->name, "First part of the topics of one camera (default vqd_SERIAL)");
+    command->add_option("--name", options->name, "First part of the topics of one camera (default vqd_SERIAL)")
+        ->check([](const std::string& name) { return isTopicName(name) ? "" : kTopicNameRule; });
     command->add_option("--images", options->images, "raw or rect: what the images are, whatever is set")
-        ->check(CLI::IsMember({"raw", "rect"}));
+        ->check(CLI::IsMember(kImageWords));
     command->add_option("--depth", options->depth, "depth or range: along the optical axis or along the ray")
-        ->check(CLI::IsMember({"depth", "range"}));
+        ->check(CLI::IsMember(kDepthWords));
     command->add_flag("--points", options->points, "Publishes point clouds, too");
     addRepeatable(*command, "-s,--set", options->settings, "KEY=VALUE", "A setting for the time, as in vqd set");
     addCommon(*command, kCamera | kAllCameras | kProfile);

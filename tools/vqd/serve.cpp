@@ -25,7 +25,7 @@ struct Options {
     std::string config, host = "127.0.0.1", recordings, pages;
     uint16_t port = 8760;
     std::vector<std::string> names;
-    bool looks = false;
+    bool looks = false, publishes = false;
 };
 
 bool isLoopback(const std::string& host)
@@ -77,6 +77,10 @@ Server::Options serverOptions(const Options& options)
     server.pages = options.pages;
     if (!options.config.empty())
         server.configuration = configurationFrom(textOfDocument(options.config), options.config);
+    if (options.publishes)
+        server.configuration.publish.wanted = true;
+    if (publishesAny(server.configuration))
+        (void)publisherProgram(); // rather than a server that cannot do what it was asked for
     std::string& recordings = server.configuration.recordings;
     if (!options.recordings.empty())
         recordings = std::filesystem::absolute(options.recordings).string();
@@ -127,6 +131,7 @@ void addServe(CLI::App& app, Run& run)
     command->add_option("--recordings", options->recordings, "The folder in which recordings are made")
         ->type_name("FOLDER")
         ->check(notEmpty);
+    command->add_flag("--ros", options->publishes, "Publishes the cameras as ROS 2 topics, as vqd publish does");
     command->add_option("--pages", options->pages)->group("")->check(CLI::ExistingDirectory); // for work on the page
     command->add_flag("--look", options->looks)->group(""); // how the server finds cameras
     addCommon(*command, kProfile);

@@ -7,7 +7,6 @@
 #include <csignal>
 #include <sys/wait.h>
 #include <thread>
-#include <utility>
 
 #include "host/failure.h"
 #include "worker/worker_process.h"
@@ -27,12 +26,14 @@ bool hasEnded(pid_t process)
     return waitpid(process, nullptr, WNOHANG) == process;
 }
 
-void endAll(const std::vector<pid_t>& processes)
+} // namespace
+
+WorkerProcesses::~WorkerProcesses()
 {
-    for (const pid_t process : processes)
+    for (const pid_t process : m_processes)
         kill(process, SIGTERM);
     const auto limit = std::chrono::steady_clock::now() + kMostSecondsToEnd;
-    for (const pid_t process : processes) {
+    for (const pid_t process : m_processes) {
         bool ended = hasEnded(process);
         for (; !ended && std::chrono::steady_clock::now() < limit; ended = hasEnded(process))
             std::this_thread::sleep_for(5ms);
@@ -41,13 +42,6 @@ void endAll(const std::vector<pid_t>& processes)
         kill(process, SIGKILL);
         waitpid(process, nullptr, 0);
     }
-}
-
-} // namespace
-
-WorkerProcesses::~WorkerProcesses()
-{
-    endAll(m_processes);
 }
 
 void WorkerProcesses::start(const std::string& camera, const std::vector<std::string>& settings,
@@ -59,7 +53,7 @@ void WorkerProcesses::start(const std::string& camera, const std::vector<std::st
     words.insert(words.end(), options.begin(), options.end());
     for (const std::string& setting : settings)
         words.insert(words.end(), {"-s", setting});
-    m_processes.push_back(startWorker(words));
+    m_processes.push_back(startProcess(kThisProgram, workerWords(words)));
 }
 
 bool WorkerProcesses::allRun() const
@@ -75,34 +69,4 @@ void WorkerProcesses::requireRunning() const
 {
     if (!allRun())
         throw Failure(kFailed, "a worker has ended by itself");
-}
-
-KeptProcess::KeptProcess(std::string program, std::vector<std::string> words)
-    : m_program(std::move(program)), m_words(std::move(words))
-{
-}
-
-KeptProcess::KeptProcess(KeptProcess&& other) noexcept
-    : m_program(std::move(other.m_program)), m_words(std::move(other.m_words)),
-      m_process(std::exchange(other.m_process, 0)), m_next(other.m_next)
-{
-}
-
-KeptProcess::~KeptProcess()
-{
-    if (m_process != 0)
-        endAll({m_process});
-}
-
-void KeptProcess::keep()
-{
-    int status = 0;
-    if (m_process != 0 && waitpid(m_process, &status, WNOHANG) == m_process) {
-        m_process = 0;
-        m_next = Clock::now() + 1s;
-        if (WIFEXITED(status) && (WEXITSTATUS(status) == kUsage))
-            throw Failure(kUsage, m_words[0] + " does not start");
-    }
-    if (m_process == 0 && Clock::now() >= m_next)
-        m_process = startProcess(m_program, m_words);
 }
