@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The clock of most pipelines is CLOCK_MONOTONIC itself, and gives times to the nanosecond. Any other clock, such as that of
-// a sound card, is read beside it.
+// The clock of most pipelines is CLOCK_MONOTONIC itself, and gives times to the nanosecond. Any other clock, such as
+// that of a sound card, is read beside it.
 #include "gstreamer/capture_time.h"
 
 #include <algorithm>
@@ -29,8 +29,8 @@ static GstClockTime timeBy(GstClock* clock, int64_t monotonic)
     if (isMonotonic(clock)) {
         GstClockTime internal, external, numerator, denominator;
         gst_clock_get_calibration(clock, &internal, &external, &numerator, &denominator);
-        return gst_clock_adjust_with_calibration(clock, static_cast<GstClockTime>(monotonic), internal, external, numerator,
-                                                 denominator);
+        return gst_clock_adjust_with_calibration(clock, static_cast<GstClockTime>(monotonic), internal, external,
+                                                 numerator, denominator);
     }
     const auto now = static_cast<int64_t>(gst_clock_get_time(clock));
     return static_cast<GstClockTime>(std::max<int64_t>(0, now - (monotonicTime() - monotonic)));

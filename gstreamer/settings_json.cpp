@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// A comma ends a value: what follows it is the next value of the same setting, or the next setting when it has an equals
-// sign.
+// A comma ends a value: what follows it is the next value of the same setting, or the next setting when it has an
+// equals sign.
 #include "gstreamer/settings_json.h"
 
 #include <algorithm>
@@ -20,7 +20,8 @@ struct Assignment {
 
 bool isName(const std::string& text)
 {
-    return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return (c >= 'a' && c <= 'z') || c == '-'; });
+    return !text.empty() &&
+           std::all_of(text.begin(), text.end(), [](char c) { return (c >= 'a' && c <= 'z') || c == '-'; });
 }
 
 bool addValue(const std::string& text, std::vector<int>& values)

@@ -6,6 +6,6 @@
 
 #include <string>
 
-// "offset=5,depth-range=300,4000" into {"offset":5,"depth-range":[300,4000]}. Which settings there are and what they take
-// is the worker's to judge. False with a sentence for a text of another form.
+// "offset=5,depth-range=300,4000" into {"offset":5,"depth-range":[300,4000]}. Which settings there are and what they
+// take is the worker's to judge. False with a sentence for a text of another form.
 bool settingsJson(const std::string& text, std::string& json, std::string& why);

@@ -36,10 +36,7 @@ struct Rate {
         if (rate > 0)
             numerator = static_cast<int>(std::clamp(std::round(rate * denominator), 1., 1e6));
     }
-    GstClockTime interval() const
-    {
-        return gst_util_uint64_scale_int(GST_SECOND, denominator, numerator);
-    }
+    GstClockTime interval() const { return gst_util_uint64_scale_int(GST_SECOND, denominator, numerator); }
 };
 
 GstStaticPadTemplate pads = GST_STATIC_PAD_TEMPLATE(
@@ -186,8 +183,8 @@ gboolean unlockStop(GstBaseSrc* base)
     return TRUE;
 }
 
-// The rate is measured, and the load of a machine changes it a little, so a pipeline that names the camera's own rate is
-// served. Other rates are for videorate.
+// The rate is measured, and the load of a machine changes it a little, so a pipeline that names the camera's own rate
+// is served. Other rates are for videorate.
 GstCaps* getCaps(GstBaseSrc* base, GstCaps* filter)
 {
     GstCaps* caps = gst_pad_get_pad_template_caps(GST_BASE_SRC_PAD(base));
@@ -239,7 +236,16 @@ gboolean negotiate(GstBaseSrc* base)
             break;
         }
     }
-    return GST_BASE_SRC_CLASS(vqd_src_parent_class)->negotiate(base);
+    if (GST_BASE_SRC_CLASS(vqd_src_parent_class)->negotiate(base))
+        return TRUE;
+    if (!GST_PAD_IS_FLUSHING(GST_BASE_SRC_PAD(base)))
+        GST_ELEMENT_ERROR(
+            base, CORE, NEGOTIATION,
+            ("The pipeline does not take GRAY16_LE at the camera's %.1f frames a second: videoconvert and "
+             "videorate make other formats and rates.",
+             camera.rate()),
+            (nullptr));
+    return FALSE;
 }
 
 // A frame arrives up to an interval after it was taken, and the next one takes its place an interval later.
@@ -345,10 +351,10 @@ void installProperties(GObjectClass* object)
 {
     constexpr int always = G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS;
     constexpr auto flags = static_cast<GParamFlags>(always | GST_PARAM_MUTABLE_READY);
-    g_object_class_install_property(
-        object, kStream,
-        g_param_spec_enum("stream", "Stream", "Which image of a frame", streamType(), kDepth,
-                          static_cast<GParamFlags>(always | GST_PARAM_MUTABLE_PLAYING)));
+    g_object_class_install_property(object, kStream,
+                                    g_param_spec_enum("stream", "Stream", "Which image of a frame", streamType(),
+                                                      kDepth,
+                                                      static_cast<GParamFlags>(always | GST_PARAM_MUTABLE_PLAYING)));
     g_object_class_install_property(
         object, kSerial,
         g_param_spec_string("serial", "Serial number",
@@ -357,9 +363,9 @@ void installProperties(GObjectClass* object)
                             "", flags));
     g_object_class_install_property(
         object, kSettings,
-        g_param_spec_string("settings", "Settings",
-                            "Settings that the camera gets before the first frame, such as offset=5,depth-range=300,4000",
-                            "", flags));
+        g_param_spec_string(
+            "settings", "Settings",
+            "Settings that the camera gets before the first frame, such as offset=5,depth-range=300,4000", "", flags));
 }
 
 } // namespace

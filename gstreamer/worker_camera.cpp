@@ -7,20 +7,21 @@
 #include <algorithm>
 #include <chrono>
 #include <thread>
-#include <vector>
 
 #include "worker/client/json_member.h"
+
+using std::chrono::milliseconds, std::chrono::steady_clock;
 
 namespace
 {
 
-constexpr int kStepMs = 50;          // how long a pipeline that is stopped may have to wait
-constexpr int kConnectMs = 2'000;    // a worker that was started a moment ago listens by then
-constexpr int kAnswerMs = 1'000;     // for what workers answer at once
-constexpr int kSettingsMs = 10'000;  // a setting takes up to 0.4 s
-constexpr int kStepsUntilAsking = 20; // without a frame
+constexpr int kStepMs = 50;                 // how long a pipeline that is stopped may have to wait
+constexpr int kConnectMs = 2'000;           // a worker that was started a moment ago listens by then
+constexpr int kAnswerMs = 1'000;            // for what workers answer at once
+constexpr int kSettingsMs = 10'000;         // a setting takes up to 0.4 s
+constexpr int kStepsUntilAsking = 20;       // without a frame
 constexpr int64_t kMeasureNs = 400'000'000; // for a rate that the jitter of a few milliseconds does not change
-constexpr int kMostWorkers = 64;     // more than the client lists
+constexpr int kMostWorkers = 64;            // more than the client lists
 
 std::string textIn(const char* object, const char* name)
 {
@@ -56,47 +57,44 @@ bool WorkerCamera::fail(Trouble::Kind kind, const std::string& sentence)
     return false;
 }
 
-bool WorkerCamera::choose(const std::string& wanted, std::string& name)
+// The names of the workers that are meant, as soon as there are any.
+std::vector<std::string> WorkerCamera::find(const std::string& wanted)
 {
-    std::vector<vqd_client_worker> workers(kMostWorkers);
-    const int count = vqd_client_list(workers.data(), kMostWorkers, kAnswerMs, &m_error);
-    if (count < 0)
-        return fail(Trouble::kNotFound, m_error.text);
-    workers.resize(static_cast<size_t>(count));
-    const std::vector<std::string> names = matching(workers, wanted);
-    if (names.empty() && wanted.empty())
-        return fail(Trouble::kNotFound, "No worker is running: start one with 'vqd worker'");
-    if (names.empty())
-        return fail(Trouble::kNotFound,
-                    "No worker has the camera " + wanted + ": start one with 'vqd worker -c " + wanted + "'");
-    if (names.size() > 1)
-        return fail(Trouble::kNotFound, (wanted.empty() ? "Several workers are running"
-                                                        : "Several cameras have the serial number " + wanted) +
-                                            ", so the property serial must name one of them: " + joined(names));
-    name = names[0];
-    return true;
+    const auto deadline = steady_clock::now() + milliseconds(kConnectMs);
+    for (;;) {
+        std::vector<vqd_client_worker> workers(kMostWorkers);
+        const int count = vqd_client_list(workers.data(), kMostWorkers, kAnswerMs, &m_error);
+        workers.resize(static_cast<size_t>(std::clamp(count, 0, kMostWorkers)));
+        std::vector<std::string> names = matching(workers, wanted);
+        if (!names.empty() || steady_clock::now() >= deadline)
+            return names;
+        std::this_thread::sleep_for(milliseconds(kStepMs));
+    }
 }
 
 bool WorkerCamera::connect(const std::string& wanted)
 {
-    using std::chrono::milliseconds, std::chrono::steady_clock;
-    const auto deadline = steady_clock::now() + milliseconds(kConnectMs);
-    const bool isPath = wanted.find('/') != std::string::npos;
     std::string name = wanted;
-    while (!isPath && !choose(wanted, name)) {
-        if (steady_clock::now() >= deadline)
-            return false;
-        std::this_thread::sleep_for(milliseconds(kStepMs));
+    if (wanted.find('/') == std::string::npos) {
+        const std::vector<std::string> names = find(wanted);
+        if (names.empty() && wanted.empty())
+            return fail(Trouble::kNotFound, "No worker is running: start one with 'vqd worker'");
+        if (names.empty())
+            return fail(Trouble::kNotFound,
+                        "No worker has the camera " + wanted + ": start one with 'vqd worker -c " + wanted + "'");
+        if (names.size() > 1)
+            return fail(Trouble::kNotFound, "The property serial must name one of these workers: " + joined(names));
+        name = names[0];
     }
     m_client = vqd_client_connect(name.c_str(), kConnectMs, &m_error);
-    if (m_client == nullptr && isPath)
-        return fail(Trouble::kNotFound, std::string(m_error.text) + ", so start one with 'vqd worker --socket " + name + "'");
     if (m_client == nullptr)
-        return fail(Trouble::kNotFound, m_error.text);
+        return fail(Trouble::kNotFound,
+                    "Start a worker with 'vqd worker', or name one that is running: " + std::string(m_error.text));
     return mayDeliver(vqd_client_state(m_client));
 }
 
-// A worker whose camera is just being opened, silent or searched for has frames by and by. Any other says why it has none.
+// A worker whose camera is just being opened, silent or searched for has frames by and by. Any other says why it has
+// none.
 bool WorkerCamera::mayDeliver(const char* state)
 {
     const std::string how = textIn(state, "state"), error = textIn(state, "error");
@@ -114,7 +112,7 @@ bool WorkerCamera::failLost()
     while (const char* event = vqd_client_event(m_client, nullptr))
         if (textIn(event, "event") == "failed")
             why = textIn(event, "text");
-    return fail(Trouble::kLost, "The camera was lost: " + why);
+    return fail(Trouble::kLost, "No more frames come: " + why);
 }
 
 // A worker that is busy answers later, and is asked again then.
@@ -145,7 +143,8 @@ void WorkerCamera::measure(const vqd_client_frame& frame)
         return;
     }
     const int64_t passed = frame.monotonic_time_ns - m_firstTime;
-    m_rate = static_cast<double>(frame.sequence - m_firstSequence) * 1e9 / static_cast<double>(std::max<int64_t>(passed, 1));
+    m_rate =
+        static_cast<double>(frame.sequence - m_firstSequence) * 1e9 / static_cast<double>(std::max<int64_t>(passed, 1));
     m_ready = passed >= kMeasureNs;
 }
 

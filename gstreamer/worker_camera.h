@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "worker/client/vqd_client.h"
 
@@ -24,11 +25,12 @@ public:
     WorkerCamera(const WorkerCamera&) = delete;
     WorkerCamera& operator=(const WorkerCamera&) = delete;
 
-    // By the name of a worker, a serial number, the path of a socket, or empty for the only worker there is. Waits a moment
-    // for a worker that is just being started.
+    // By the name of a worker, a serial number, the path of a socket, or empty for the only worker there is. Waits a
+    // moment for a worker that is just being started.
     bool connect(const std::string& name);
 
-    // A part of the way to the first frame: waiting for the camera, its settings (a JSON object, or empty), and its rate.
+    // A part of the way to the first frame: waiting for the camera, its settings (a JSON object, or empty), and its
+    // rate.
     Step prepare(const std::string& settings);
     bool isReady() const { return m_ready; }
     // Frames in a second, when it is ready.
@@ -41,7 +43,7 @@ public:
     const Trouble& trouble() const { return m_trouble; }
 
 private:
-    bool choose(const std::string& wanted, std::string& name);
+    std::vector<std::string> find(const std::string& wanted);
     bool stillHasCamera();
     bool send(const std::string& settings);
     void measure(const vqd_client_frame& frame);
