@@ -215,15 +215,15 @@ gboolean setCaps(GstBaseSrc* base, GstCaps* caps)
     return gst_video_info_from_caps(&partsOf(base).info, caps);
 }
 
-// Waits for the camera, without which the rate is not known. Only a pad that is flushing ends the wait: when a pipeline
-// is paused, it goes on.
+// Waits for the camera, without which the rate is not known. When the wait is broken off, create() goes on with it.
 gboolean negotiate(GstBaseSrc* base)
 {
-    WorkerCamera& camera = *partsOf(base).camera;
+    VqdSrcParts& parts = partsOf(base);
+    WorkerCamera& camera = *parts.camera;
     while (!camera.isReady()) {
-        if (GST_PAD_IS_FLUSHING(GST_BASE_SRC_PAD(base)))
-            return FALSE;
-        switch (camera.prepare(partsOf(base).request)) {
+        if (parts.unlocked)
+            return TRUE;
+        switch (camera.prepare(parts.request)) {
         case Step::failed:
             report(base, camera.trouble());
             return FALSE;
@@ -313,6 +313,13 @@ GstFlowReturn create(GstPushSrc* push, GstBuffer** buffer)
 {
     GstBaseSrc* const base = GST_BASE_SRC(push);
     const GstVideoInfo& info = partsOf(base).info;
+    if (!partsOf(base).camera->isReady()) {
+        gst_pad_mark_reconfigure(GST_BASE_SRC_PAD(base));
+        if (!gst_base_src_negotiate(base))
+            return GST_FLOW_NOT_NEGOTIATED;
+        if (!partsOf(base).camera->isReady())
+            return GST_FLOW_FLUSHING;
+    }
     vqd_client_frame frame;
     if (const GstFlowReturn result = await(base, frame); result != GST_FLOW_OK)
         return result;

@@ -215,16 +215,19 @@ def test_a_killed_worker_ends_the_pipeline(cameras, pipeline, victim):
     assert kind == READ and "the worker has ended the connection" in sentence, sentence
 
 
-@pytest.mark.parametrize("fault", ["silent after frame 3", "silent after frame 60"])  # before the rate is known, and after
-def test_a_pipeline_stops_while_its_camera_is_silent(cameras, pipeline, fault):
-    cameras(fault=fault)
+@pytest.mark.parametrize("frames", [3, 60])  # the rate is not known yet, or it is
+def test_a_pipeline_stops_while_its_camera_is_silent(cameras, pipeline, frames):
+    cameras(fault=f"silent after frame {frames}")
     plays = pipeline("vqdsrc ! appsink name=sink")
     while plays.get_by_name("sink").try_pull_sample(Gst.SECOND) is not None:
         pass
     for state in (Gst.State.PAUSED, Gst.State.PLAYING):
         assert plays.set_state(state) != Gst.StateChangeReturn.FAILURE
         assert plays.get_bus().timed_pop_filtered(Gst.SECOND // 5, Gst.MessageType.ERROR) is None
-    assert plays.set_state(Gst.State.NULL) == Gst.StateChangeReturn.SUCCESS
+    plays.send_event(Gst.Event.new_eos())
+    assert plays.get_bus().timed_pop_filtered(PATIENCE * Gst.SECOND, Gst.MessageType.EOS) is not None
+    for one in (plays, pipeline("vqdsrc ! fakesink")):
+        assert one.set_state(Gst.State.NULL) == Gst.StateChangeReturn.SUCCESS
 
 
 def test_the_commands_of_gstreamer_know_the_element(cameras, tmp_path):
