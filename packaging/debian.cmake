@@ -8,6 +8,9 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_CONTACT "VQD_API contributors <vqd-api@example.org>" CACHE STRING "Maintainer of the packages")
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_COMPONENTS_ALL runtime development tools python)
+if(TARGET gstvqd)
+  list(APPEND CPACK_COMPONENTS_ALL gstreamer)
+endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 if(CMAKE_CROSSCOMPILING)
@@ -85,6 +88,18 @@ settings as attributes, points in metres, and failures as exceptions.
 .
 Cameras are in the same process, or behind workers of the package vqd-tools,
 which also has the virtual cameras for tests.")
+
+# The source reaches cameras by the sockets of workers alone, which may be those of a container.
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_NAME gstreamer1.0-vqd)
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SECTION video)
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_RECOMMENDS vqd-tools)
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SUGGESTS gstreamer1.0-tools)
+set(CPACK_COMPONENT_GSTREAMER_DESCRIPTION "USB time-of-flight depth cameras, for GStreamer
+The element vqdsrc gives depth in millimetres, or amplitude, as 16-bit gray
+images with the time at which they were taken.
+.
+It takes the frames from workers of the package vqd-tools, so that a pipeline
+shares a camera with other programs.")
 
 include(CPack)
 

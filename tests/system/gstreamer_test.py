@@ -8,6 +8,7 @@ import signal
 import subprocess
 import threading
 import time
+from pathlib import Path
 
 import gi
 import numpy as np
@@ -238,12 +239,29 @@ def test_the_commands_of_gstreamer_know_the_element(cameras, tmp_path):
     assert ended.returncode == 0 and (tmp_path / "frames").stat().st_size == 3 * 2 * 320 * 240, ended.stderr
 
 
-def test_opencv_captures_16_bits(cameras):
+PAGE = (Path(__file__).resolve().parents[2] / "docs/gstreamer.md").read_text()
+LINES = re.findall(r"^gst-launch-1\.0 (?:.*\\\n)*.*", PAGE, re.MULTILINE)
+
+
+@pytest.mark.parametrize("line", [line for line in LINES if "num-buffers" in line])
+def test_the_lines_of_the_page(cameras, tmp_path, monkeypatch, line):
+    missing = [name for name in re.findall(r"(?:^|[!\n] *)([a-z0-9_]+)", line) if Gst.ElementFactory.find(name) is None]
+    if missing := set(missing) - {"gst"}:
+        pytest.skip(f"not installed: {missing}")
+    cameras(*(["VQD-HT120", "VQD-RS110"] if "24061100000002" in line else ["VQD-HT120"]))
+    monkeypatch.chdir(tmp_path)
+    ended = run("sh", "-c", line)
+    made = [name.replace("%03d", "009") for name in re.findall(r"location=(\S+)", line)]
+    assert ended.returncode == 0 and all((tmp_path / name).stat().st_size > 50_000 for name in made), ended.stderr
+
+
+def test_opencv_captures_16_bits(cameras, tmp_path, monkeypatch):
     cv2 = pytest.importorskip("cv2")
     if not re.search("GStreamer: +YES", cv2.getBuildInformation()):
         pytest.skip("OpenCV was built without GStreamer")
     cameras(scene="plane")
-    capture = cv2.VideoCapture("vqdsrc ! appsink max-buffers=1 drop=true", cv2.CAP_GSTREAMER)
-    good, depth = capture.read()
-    capture.release()
-    assert good and depth.dtype == np.uint16 and abs(np.median(depth) - 1500) < 5
+    monkeypatch.chdir(tmp_path)
+    there = {"cv2": cv2}
+    exec(re.search(r"```python\n(.*?)```", PAGE, re.DOTALL)[1], there)  # as the page has it
+    assert there["depth"].dtype == np.uint16 and abs(np.median(there["depth"]) - 1500) < 5
+    assert cv2.imread("depth.png").shape == (240, 320, 3)
