@@ -218,7 +218,7 @@ gboolean setCaps(GstBaseSrc* base, GstCaps* caps)
 // Waits for the camera, without which the rate is not known. When the wait is broken off, create() goes on with it.
 gboolean negotiate(GstBaseSrc* base)
 {
-    VqdSrcParts& parts = partsOf(base);
+    const VqdSrcParts& parts = partsOf(base);
     WorkerCamera& camera = *parts.camera;
     while (!camera.isReady()) {
         if (parts.unlocked)

@@ -20,6 +20,7 @@ constexpr int kConnectMs = 2'000;           // a worker that was started a momen
 constexpr int kAnswerMs = 1'000;            // for what workers answer at once
 constexpr int kSettingsMs = 10'000;         // a setting takes up to 0.4 s
 constexpr int kStepsUntilAsking = 20;       // without a frame
+constexpr int kUnreachedIsGone = 3;         // when it is asked so often in a row
 constexpr int64_t kMeasureNs = 400'000'000; // for a rate that the jitter of a few milliseconds does not change
 constexpr int kMostWorkers = 64;            // more than the client lists
 
@@ -115,12 +116,14 @@ bool WorkerCamera::failLost()
     return fail(Trouble::kLost, "No more frames come: " + why);
 }
 
-// A worker that is busy answers later, and is asked again then.
+// A worker that is busy answers later. One that has found its camera meanwhile ends this connection, and the next frame
+// comes by another.
 bool WorkerCamera::stillHasCamera()
 {
     const char* reply = nullptr;
     const int result = vqd_client_request(m_client, R"({"do":"state"})", kStepMs, &reply, &m_error);
-    if (result == VQD_CLIENT_TIMEOUT && vqd_client_descriptor(m_client) >= 0)
+    m_unreached = vqd_client_descriptor(m_client) < 0 ? m_unreached + 1 : 0;
+    if (m_unreached < kUnreachedIsGone && (result == VQD_CLIENT_TIMEOUT || result == VQD_CLIENT_LOST))
         return true;
     const char* const state = result == VQD_CLIENT_OK ? vqdc_json_member(reply, "state").text : nullptr;
     return state != nullptr ? mayDeliver(state) : failLost();
@@ -137,7 +140,8 @@ bool WorkerCamera::send(const std::string& settings)
 
 void WorkerCamera::measure(const vqd_client_frame& frame)
 {
-    if (m_firstSequence == 0) {
+    if (m_session != frame.session) {
+        m_session = frame.session;
         m_firstSequence = frame.sequence;
         m_firstTime = frame.monotonic_time_ns;
         return;

@@ -53,9 +53,9 @@ private:
 
     vqd_client* m_client = nullptr;
     bool m_ready = false, m_settingsSent = false;
-    int m_emptySteps = 0;
-    uint64_t m_firstSequence = 0; // of the frames that are measured; 0 before there is one
-    int64_t m_firstTime = 0;      // ns
+    int m_emptySteps = 0, m_unreached = 0;
+    uint64_t m_session = 0, m_firstSequence = 0; // of the frames that are measured
+    int64_t m_firstTime = 0;                     // ns
     double m_rate = 0;
     vqd_client_error m_error{};
     Trouble m_trouble;

@@ -196,6 +196,16 @@ def test_settings_are_those_of_the_first_frame_and_the_rate_can_be_named(cameras
     assert rate in pull(named).get_caps().to_string()
 
 
+def test_a_worker_whose_camera_is_still_being_opened(pipeline, tmp_path):
+    with subprocess.Popen([os.environ["VQD_TOOL"], "sim", "VQD-HT110", "--", os.environ["VQD_TOOL"], "worker", "-q"]) as worker:
+        try:
+            while not list(tmp_path.glob("*.sock")):
+                time.sleep(0.01)
+            assert pixels(pull(pipeline("vqdsrc ! appsink name=sink"))).any()
+        finally:
+            worker.terminate()
+
+
 def test_an_unplugged_camera_ends_the_pipeline(cameras, pipeline):
     cameras(fault="unplug after frame 60")
     plays = pipeline("vqdsrc ! fakesink")
