@@ -28,7 +28,9 @@ source tools/setup.sh
 build_packages=(g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev libgtest-dev umockdev libumockdev-dev
     libcli11-dev libarchive-dev libmicrohttpd-dev libpng-dev zlib1g-dev libzstd-dev nlohmann-json3-dev usbutils jq
     abigail-tools doxygen help2man python3 python3-numpy python3-pytest python3-zstandard python3-opencv python3-matplotlib
-    python3-jsonschema python3-venv python3-setuptools python3-wheel mypy zstd)
+    python3-jsonschema python3-venv python3-setuptools python3-wheel mypy zstd libgstreamer1.0-dev
+    libgstreamer-plugins-base1.0-dev gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good
+    gir1.2-gst-plugins-base-1.0 python3-gi)
 browser_packages=(chromium-headless-shell fonts-dejavu-core)
 
 # build PRESET: configures and builds everything.

@@ -11,6 +11,9 @@ set(CPACK_COMPONENTS_ALL runtime development tools python)
 if(TARGET vqd-ros)
   list(APPEND CPACK_COMPONENTS_ALL ros)
 endif()
+if(TARGET gstvqd)
+  list(APPEND CPACK_COMPONENTS_ALL gstreamer)
+endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 if(CMAKE_CROSSCOMPILING)
@@ -96,6 +99,18 @@ set(CPACK_COMPONENT_ROS_DESCRIPTION "USB time-of-flight depth cameras, ROS 2 top
 vqd-ros publishes depth and amplitude images, point clouds, lenses and poses
 of cameras as ROS 2 topics over DDS. ROS itself is not needed. The command
 \"vqd publish\" of the package vqd-tools starts it.")
+
+# The source reaches cameras by the sockets of workers alone, which may be those of a container.
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_NAME gstreamer1.0-vqd)
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SECTION video)
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_RECOMMENDS vqd-tools)
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SUGGESTS gstreamer1.0-tools)
+set(CPACK_COMPONENT_GSTREAMER_DESCRIPTION "USB time-of-flight depth cameras, for GStreamer
+The element vqdsrc gives depth in millimetres, or amplitude, as 16-bit gray
+images with the time at which they were taken.
+.
+It takes the frames from workers of the package vqd-tools, so that a pipeline
+shares a camera with other programs.")
 
 include(CPack)
 

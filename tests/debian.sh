@@ -43,7 +43,7 @@ arm64_sysroot() {
     if [[ ! -d $sysroot ]]; then
         mkdir -p build
         rm -rf "$sysroot.part"
-        new_debian "$sysroot.part" arm64 extract libusb-1.0-0-dev,libhwy-dev,libgtest-dev,libstdc++6,libumockdev-dev,libcli11-dev,libarchive-dev,libmicrohttpd-dev,libpng-dev,zlib1g-dev,libzstd-dev,nlohmann-json3-dev
+        new_debian "$sysroot.part" arm64 extract libusb-1.0-0-dev,libhwy-dev,libgtest-dev,libstdc++6,libumockdev-dev,libcli11-dev,libarchive-dev,libmicrohttpd-dev,libpng-dev,zlib1g-dev,libzstd-dev,nlohmann-json3-dev,libgstreamer1.0-dev,libgstreamer-plugins-base1.0-dev
         # Links such as libz.so lead to folders of this machine. Where they lead nowhere, the static library would be linked.
         find "$sysroot.part" -type l -lname '/*' | while IFS= read -r link; do
             ln -sfnr "$sysroot.part$(readlink "$link")" "$link"

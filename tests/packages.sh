@@ -16,7 +16,7 @@ if [[ ${1:-} != --as-root ]]; then
     source tools/setup.sh
     arch=$native preset=packages
     install_packages g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev umockdev libumockdev-dev libcli11-dev libarchive-dev libmicrohttpd-dev libpng-dev \
-        zlib1g-dev libzstd-dev nlohmann-json3-dev python3 dpkg-dev file doxygen help2man lintian mmdebstrap
+        zlib1g-dev libzstd-dev nlohmann-json3-dev libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev python3 dpkg-dev file doxygen help2man lintian mmdebstrap
     if [[ ${1:-} == --arm64 ]]; then
         arch=arm64 preset=packages-arm64
         arm64_sysroot
@@ -50,7 +50,7 @@ if [[ $arch != "$native" ]]; then
     in_debian "$work/packing" "$PWD" bash -euc '
         apt-get -qq update
         apt-get -qq -y install --no-install-recommends dpkg-dev file help2man libusb-1.0-0-dev libumockdev-dev libarchive-dev \
-            libmicrohttpd-dev libpng-dev zlib1g-dev libzstd-dev >/dev/null
+            libmicrohttpd-dev libpng-dev zlib1g-dev libzstd-dev libgstreamer-plugins-base1.0-0 >/dev/null
         cd "$1"
         "$2/tools/vqd/make_reference.sh" "$1/vqd" "$1/reference" help2man
         for revision in 2 1; do cpack --config revision-$revision.cmake -B packages-$revision; done' bash "$build" "$PWD"
@@ -104,6 +104,13 @@ as_user vqd sim --scene plane -- python3 /usr/share/doc/python3-vqd/examples/mea
 [[ -e $(python3 -c 'import importlib.util, vqd; print(importlib.util.cache_from_source(vqd.__file__))') ]]
 python3 -c 'import importlib.metadata, vqd; assert importlib.metadata.version("vqd") == vqd.__version__'
 
+step "use in GStreamer"
+get install gstreamer1.0-tools
+as_user vqd sim --scene plane -- sh -c 'vqd worker -q &
+    gst-launch-1.0 -q vqdsrc num-buffers=3 ! filesink location=/tmp/depth
+    kill $!'
+[[ $(stat -c %s /tmp/depth) -eq $((3 * 2 * 320 * 240)) ]]
+
 step "build against"
 examples=/usr/share/doc/libvqd-api-dev/examples
 cmake -S $examples -B /tmp/cmake >/tmp/cmake.log
@@ -115,7 +122,7 @@ as_user vqd sim --scene plane -- /tmp/first_frame | grep ' mm ahead'
 step "upgrade"
 get install /tmp/new/*.deb
 said 'control --reload-rules'
-[[ $(dpkg-query -W -f '${Version} ' libvqd-api libvqd-api-dev vqd-tools python3-vqd) == "$(dpkg-deb -f /tmp/new/vqd-tools*.deb Version | sed 's/.*/& & & & /')" ]]
+[[ $(dpkg-query -W -f '${Version} ' libvqd-api libvqd-api-dev vqd-tools python3-vqd gstreamer1.0-vqd) == "$(dpkg-deb -f /tmp/new/vqd-tools*.deb Version | sed 's/.*/& & & & & /')" ]]
 as_user vqd sim --scene plane -- /tmp/first_frame | grep ' mm ahead'
 
 step "remove and purge"
@@ -123,7 +130,7 @@ get remove libvqd-api
 said 'control --reload-rules'
 must_fail command -v vqd
 [[ ! -e /usr/lib/udev/rules.d/60-vqd-camera.rules ]]
-dpkg --purge libvqd-api libvqd-api-dev vqd-tools python3-vqd
+dpkg --purge libvqd-api libvqd-api-dev vqd-tools python3-vqd gstreamer1.0-vqd gstreamer1.0-tools
 get autoremove --purge
 listing >/tmp/after
 diff /tmp/before /tmp/after
