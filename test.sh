@@ -45,6 +45,11 @@ check() {
     ctest --preset "$1" -j "$(nproc)"
 }
 
+# Other packages of node conflict with Debian's npm.
+install_npm() {
+    command -v npm >/dev/null || install_packages nodejs npm
+}
+
 case "${1:-}" in
 '')
     check dev
@@ -56,7 +61,7 @@ case "${1:-}" in
     ;;
 --recordings)
     build dev
-    command -v npm >/dev/null || install_packages nodejs npm # other packages of node conflict with Debian's npm
+    install_npm
     exec tests/recording/foxglove_test.sh build/dev/vqd build/dev/recording_sample
     ;;
 --page)
@@ -67,8 +72,9 @@ case "${1:-}" in
 --ros)
     build_packages+=(cyclonedds-dev libfastrtps-dev libfastcdr-dev tshark)
     install_packages "${build_packages[@]}"
+    install_npm
     build_preset dev --target vqd worker_probe ros_test ros_receiver vqd-ros 9_dds_subscriber
-    ctest --preset dev -L ros
+    ctest --preset dev -C Npm -L ros -j "$(nproc)"
     ;;
 --all) exec tests/all.sh ;;
 --asan) check asan ;;

@@ -16,7 +16,8 @@ if [[ ${1:-} != --as-root ]]; then
     source tools/setup.sh
     arch=$native preset=packages
     install_packages g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev umockdev libumockdev-dev libcli11-dev libarchive-dev libmicrohttpd-dev libpng-dev \
-        zlib1g-dev libzstd-dev nlohmann-json3-dev libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev python3 dpkg-dev file doxygen help2man lintian mmdebstrap
+        zlib1g-dev libzstd-dev nlohmann-json3-dev libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev cyclonedds-dev \
+        python3 dpkg-dev file doxygen help2man lintian mmdebstrap
     if [[ ${1:-} == --arm64 ]]; then
         arch=arm64 preset=packages-arm64
         arm64_sysroot
@@ -97,6 +98,7 @@ as_user vqd sim --scene plane -- vqd grab -o /tmp/pictures --cloud | grep 'depth
 [[ -s /tmp/pictures/depth.png ]]
 
 [[ -e /usr/share/man/man1/vqd.1.gz && -e /usr/share/man/man1/vqd-grab.1.gz && -e /usr/share/man/man3/VQD_API.h.3.gz ]]
+[[ ! -e /usr/bin/vqd-ros || -e /usr/share/man/man1/vqd-ros.1.gz ]]
 bash -c '. /usr/share/bash-completion/completions/vqd && complete -p vqd' >/dev/null
 
 step "use from Python"
@@ -119,10 +121,29 @@ as_user vqd sim --scene plane -- /tmp/cmake/3_point_cloud | grep ' points in '
 gcc -Wall -Wextra -Werror $examples/1_first_frame.c -o /tmp/first_frame $(pkg-config --cflags --libs vqd_api)
 as_user vqd sim --scene plane -- /tmp/first_frame | grep ' mm ahead'
 
+if [[ -e /usr/bin/vqd-ros ]]; then # it is built for this machine's architecture only
+    step "publish, and read by DDS alone"
+    get install cyclonedds-dev cyclonedds-tools
+    cmake -S $examples -B /tmp/cmake-dds >/tmp/cmake.log
+    cmake --build /tmp/cmake-dds -j "$(nproc)" --target 9_dds_subscriber >/tmp/cmake.log
+    as_user mkdir /tmp/nobody
+    as_user env VQD_RUNTIME_DIR=/tmp/nobody ROS_LOCALHOST_ONLY=1 ROS_DOMAIN_ID=$((1 + $$ % 200)) vqd sim VQD-HT110 -- bash -c '
+        vqd publish &
+        publisher=$!
+        export CYCLONEDDS_URI="<General><Interfaces><NetworkInterface address=\"127.0.0.1\"/></Interfaces><AllowMulticast>false</AllowMulticast>
+            </General><Discovery><ParticipantIndex>auto</ParticipantIndex><MaxAutoParticipantIndex>32</MaxAutoParticipantIndex><Peers>
+            <Peer address=\"127.0.0.1\"/></Peers></Discovery>"
+        timeout 100 env -u LD_PRELOAD /tmp/cmake-dds/9_dds_subscriber /vqd_24061100000001/depth/image_raw 5
+        kill $publisher
+        wait $publisher' | grep ' 320 x 240 16UC1, 1[0-9]* in the middle'
+    get purge cyclonedds-dev cyclonedds-tools
+fi
+
 step "upgrade"
 get install /tmp/new/*.deb
 said 'control --reload-rules'
-[[ $(dpkg-query -W -f '${Version} ' libvqd-api libvqd-api-dev vqd-tools python3-vqd gstreamer1.0-vqd) == "$(dpkg-deb -f /tmp/new/vqd-tools*.deb Version | sed 's/.*/& & & & & /')" ]]
+packages=$(for package in /tmp/new/*.deb; do dpkg-deb -f "$package" Package; done)
+[[ $(dpkg-query -W -f '${Version}\n' $packages | uniq) == "$(dpkg-deb -f /tmp/new/vqd-tools*.deb Version)" ]]
 as_user vqd sim --scene plane -- /tmp/first_frame | grep ' mm ahead'
 
 step "remove and purge"
@@ -130,7 +151,7 @@ get remove libvqd-api
 said 'control --reload-rules'
 must_fail command -v vqd
 [[ ! -e /usr/lib/udev/rules.d/60-vqd-camera.rules ]]
-dpkg --purge libvqd-api libvqd-api-dev vqd-tools python3-vqd gstreamer1.0-vqd gstreamer1.0-tools
+dpkg --purge $packages gstreamer1.0-tools
 get autoremove --purge
 listing >/tmp/after
 diff /tmp/before /tmp/after

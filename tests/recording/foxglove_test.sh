@@ -6,6 +6,7 @@
 # ROS 2 messages. They come from npm into a temporary folder, in the versions of package-lock.json. Run by
 # ./test.sh --recordings. Ends with one line: "N passed, N failed".
 #   foxglove_test.sh VQD_BINARY RECORDING_SAMPLE_BINARY [MCAP_FILE...]
+# shellcheck source=tests/recording/npm_readers.sh
 set -uo pipefail
 vqd=$(readlink -f "$1") sample=$(readlink -f "$2")
 here=$(dirname "$(readlink -f "$0")")
@@ -16,12 +17,8 @@ done
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work" || exit 1
-cp "$here"/{package.json,package-lock.json,read_all.mjs} .
-npm ci --ignore-scripts --no-audit --no-fund --cache npm-cache >npm.log 2>&1 || {
-    tail -n 20 npm.log >&2
-    echo "The readers cannot be installed; they come from npm." >&2
-    exit 1
-}
+source "$here/npm_readers.sh"
+install_readers "$here/read_all.mjs" || exit 1
 
 passed=0 failed=0
 # judge NAME COMMAND...

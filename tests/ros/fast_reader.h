@@ -6,6 +6,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -15,6 +16,7 @@
 #include <fastcdr/Cdr.h>
 #include <fastdds/dds/domain/DomainParticipant.hpp>
 #include <fastdds/dds/domain/DomainParticipantFactory.hpp>
+#include <fastdds/dds/domain/DomainParticipantListener.hpp>
 #include <fastdds/dds/subscriber/DataReader.hpp>
 #include <fastdds/dds/subscriber/DataReaderListener.hpp>
 #include <fastdds/dds/subscriber/SampleInfo.hpp>
@@ -75,7 +77,8 @@ public:
         rtps::IPLocator::setIPv4(loopback, "127.0.0.1");
         qos.wire_protocol().builtin.initialPeersList.push_back(loopback);
         qos.wire_protocol().builtin.metatrafficUnicastLocatorList.push_back(loopback); // in the place of multicast
-        m_participant = dds::DomainParticipantFactory::get_instance()->create_participant(domain, qos);
+        m_participant = dds::DomainParticipantFactory::get_instance()->create_participant(domain, qos, &m_discovery,
+                                                                                          dds::StatusMask::none());
         if (m_participant == nullptr)
             throw std::runtime_error("no participant");
         m_subscriber = m_participant->create_subscriber(dds::SUBSCRIBER_QOS_DEFAULT);
@@ -85,12 +88,20 @@ public:
         m_participant->delete_contained_entities();
         dds::DomainParticipantFactory::get_instance()->delete_participant(m_participant);
     }
+    struct Writer {
+        std::string type, userData;
+    };
+    std::map<std::string, Writer> writers() // that were found, by topic
+    {
+        const std::lock_guard lock(m_discovery.mutex);
+        return m_discovery.found;
+    }
     Participant(const Participant&) = delete;
     Participant& operator=(const Participant&) = delete;
 
-    // `take` is called from a thread of Fast DDS, for one message at a time.
-    void read(const std::string& topic, const std::string& type, bool reliable, bool latched,
-              std::function<void(Cdr&)> take)
+    // `take` is called from a thread of Fast DDS, for one message at a time, with its payload and how that is decoded.
+    using Take = std::function<void(const Bytes& payload, Cdr& cdr)>;
+    void read(const std::string& topic, const std::string& type, bool reliable, bool latched, Take take)
     {
         const dds::TypeSupport support(new PayloadType(type));
         support.register_type(m_participant);
@@ -109,7 +120,7 @@ private:
     class Listener : public dds::DataReaderListener
     {
     public:
-        Listener(std::mutex& mutex, std::function<void(Cdr&)> take) : m_mutex(mutex), m_take(std::move(take)) {}
+        Listener(std::mutex& mutex, Take take) : m_mutex(mutex), m_take(std::move(take)) {}
         void on_data_available(dds::DataReader* reader) override
         {
             Bytes bytes;
@@ -121,14 +132,29 @@ private:
                 Cdr cdr(buffer, Cdr::DEFAULT_ENDIAN, Cdr::DDS_CDR);
                 cdr.read_encapsulation();
                 const std::lock_guard lock(m_mutex);
-                m_take(cdr);
+                m_take(bytes, cdr);
             }
         }
 
     private:
         std::mutex& m_mutex;
-        const std::function<void(Cdr&)> m_take;
+        const Take m_take;
     };
+
+    // What publishers tell of themselves.
+    class Discovery : public dds::DomainParticipantListener
+    {
+    public:
+        void on_publisher_discovery(dds::DomainParticipant*, rtps::WriterDiscoveryInfo&& info) override
+        {
+            const auto& data = info.info.m_qos.m_userData.data_vec();
+            const std::lock_guard lock(mutex);
+            found[info.info.topicName().to_string()] = {info.info.typeName().to_string(),
+                                                        std::string(data.begin(), data.end())};
+        }
+        std::mutex mutex;
+        std::map<std::string, Writer> found;
+    } m_discovery; // before the participant that calls it, too
 
     std::mutex m_mutex;
     std::vector<std::unique_ptr<Listener>> m_listeners; // before the participant that calls them

@@ -3,14 +3,16 @@
 //
 // Reads the topics of a camera by Fast DDS, and the same frames from the worker's socket, and compares them. Ends when
 // it has compared so many images of each kind, with all else that it was to get. Prints a JSON object.
-//   ros_receiver SOCKET NAME KIND IMAGES [best-effort] [points] [transforms] [socket=BYTES]
-// where KIND is such as depth/image_raw. ROS_DOMAIN_ID is obeyed.
+//   ros_receiver SOCKET NAME KIND IMAGES [best-effort] [points] [transforms] [socket=BYTES] [keep=FOLDER]
+// where KIND is such as depth/image_raw. FOLDER gets some payloads of each topic and the planes of the worker's frames,
+// for another decoder. ROS_DOMAIN_ID is obeyed.
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -74,30 +76,42 @@ struct Cloud {
 class Receiver
 {
 public:
+    explicit Receiver(std::string folder) : m_folder(std::move(folder)) {}
+
     void readFrom(fast::Participant& participant, const std::string& name, const std::string& kind, bool reliable)
     {
+        const auto read = [&](const std::string& topic, const std::string& type, bool isReliable, bool latched,
+                              const std::function<void(Cdr&)>& take) {
+            participant.read(topic, type, isReliable, latched,
+                             [this, topic, take](const fast::Bytes& payload, Cdr& cdr) {
+                                 keep(topic, payload);
+                                 take(cdr);
+                             });
+        };
         const std::string words[] = {kind.substr(0, kind.find('/')), "amplitude"};
         const std::string image = kind.substr(kind.find('/'));
         std::map<int64_t, std::vector<uint8_t>>* const kept[] = {&m_depth, &m_amplitude};
         const char* const encodings[] = {"16UC1", "mono16"};
         for (int i = 0; i < 2; ++i) {
-            participant.read(
-                "/" + name + "/" + words[i] + image, "sensor_msgs::msg::dds_::Image_", reliable, false,
-                [this, to = kept[i], encoding = encodings[i]](Cdr& cdr) { takeImage(cdr, *to, encoding); });
-            participant.read("/" + name + "/" + words[i] + "/camera_info", "sensor_msgs::msg::dds_::CameraInfo_",
-                             reliable, false, [this](Cdr& cdr) { takeInfo(cdr); });
+            read("/" + name + "/" + words[i] + image, "sensor_msgs::msg::dds_::Image_", reliable, false,
+                 [this, to = kept[i], encoding = encodings[i]](Cdr& cdr) { takeImage(cdr, *to, encoding); });
+            read("/" + name + "/" + words[i] + "/camera_info", "sensor_msgs::msg::dds_::CameraInfo_", reliable, false,
+                 [this](Cdr& cdr) { takeInfo(cdr); });
         }
-        participant.read("/diagnostics", "diagnostic_msgs::msg::dds_::DiagnosticArray_", true, false,
-                         [this](Cdr& cdr) { takeDiagnostics(cdr); });
-        participant.read("/" + name + "/points", "sensor_msgs::msg::dds_::PointCloud2_", reliable, false,
-                         [this](Cdr& cdr) { takeCloud(cdr); });
-        participant.read("/tf_static", "tf2_msgs::msg::dds_::TFMessage_", true, true,
-                         [this](Cdr& cdr) { takeTransforms(cdr); });
+        read("/diagnostics", "diagnostic_msgs::msg::dds_::DiagnosticArray_", true, false,
+             [this](Cdr& cdr) { takeDiagnostics(cdr); });
+        read("/" + name + "/points", "sensor_msgs::msg::dds_::PointCloud2_", reliable, false,
+             [this](Cdr& cdr) { takeCloud(cdr); });
+        read("/tf_static", "tf2_msgs::msg::dds_::TFMessage_", true, true, [this](Cdr& cdr) { takeTransforms(cdr); });
     }
 
     void addSource(int64_t stamp, Source source)
     {
         const std::lock_guard lock(m_mutex);
+        if (!m_folder.empty()) {
+            write(std::to_string(stamp) + ".depth", source.depth.data(), 2 * kPixels);
+            write(std::to_string(stamp) + ".amplitude", source.amplitude.data(), 2 * kPixels);
+        }
         m_source[stamp] = std::move(source);
     }
 
@@ -146,6 +160,8 @@ public:
         json["depth"] = m_depth.size();
         json["amplitude"] = m_amplitude.size();
         json["infos"] = m_infos;
+        if (!m_folder.empty())
+            json["payloads"] = m_payloads;
         if (!m_latency.empty()) {
             std::ranges::sort(m_latency);
             json["median-latency-ms"] = m_latency[m_latency.size() / 2];
@@ -155,6 +171,23 @@ public:
     }
 
 private:
+    void write(const std::string& name, const void* data, size_t size) const
+    {
+        std::ofstream(m_folder + "/" + name, std::ios::binary)
+            .write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
+    }
+
+    void keep(const std::string& topic, const fast::Bytes& payload)
+    {
+        constexpr size_t kMost = 10;
+        const std::lock_guard lock(m_mutex);
+        Json& kept = m_payloads[topic];
+        if (m_folder.empty() || kept.size() == kMost)
+            return;
+        kept.push_back(std::to_string(++m_kept) + ".cdr");
+        write(kept.back(), payload.data(), payload.size());
+    }
+
     static bool fits(const Cloud& cloud, const Source& source, bool range)
     {
         for (size_t i = 0; i < kPixels; ++i) {
@@ -264,7 +297,10 @@ private:
         m_found["transforms"] = all;
     }
 
+    const std::string m_folder; // for payloads and planes; empty for none
     std::mutex m_mutex;
+    Json m_payloads = Json::object(); // files by topic
+    size_t m_kept = 0;
     std::map<int64_t, Source> m_source;
     std::map<int64_t, std::vector<uint8_t>> m_depth, m_amplitude;
     std::map<int64_t, Cloud> m_clouds;
@@ -278,9 +314,13 @@ int run(int argc, char** argv)
 {
     const std::set<std::string> words(argv + 5, argv + argc);
     uint32_t socketBytes = 0;
-    for (const std::string& word : words)
+    std::string folder;
+    for (const std::string& word : words) {
         if (word.starts_with("socket="))
             socketBytes = static_cast<uint32_t>(std::stoul(word.substr(strlen("socket="))));
+        if (word.starts_with("keep="))
+            folder = word.substr(strlen("keep="));
+    }
     const char* const domain = getenv("ROS_DOMAIN_ID");
     const std::string kind = argv[3];
     const size_t images = std::stoul(argv[4]);
@@ -288,7 +328,7 @@ int run(int argc, char** argv)
     vqd_client* const client = vqd_client_connect(argv[1], 20000, &error);
     if (client == nullptr)
         throw std::runtime_error(error.text);
-    Receiver receiver; // before the participant, whose threads call it
+    Receiver receiver(folder); // before the participant, whose threads call it
     fast::Participant participant(domain != nullptr ? static_cast<uint32_t>(std::stoul(domain)) : 0, socketBytes);
     receiver.readFrom(participant, argv[2], kind, !words.contains("best-effort"));
     const bool range = kind.starts_with("range");
@@ -306,7 +346,9 @@ int run(int argc, char** argv)
                (!words.contains("transforms") || receiver.has("transforms"));
     }
     vqd_client_close(client);
-    const Json found = receiver.found();
+    Json found = receiver.found();
+    for (const auto& [topic, writer] : participant.writers())
+        found["writers"][topic] = {{"type", writer.type}, {"user-data", writer.userData}};
     printf("%s\n", found.dump(1).c_str());
     return found["faults"].empty() ? 0 : 1;
 }

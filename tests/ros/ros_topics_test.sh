@@ -4,40 +4,19 @@
 #
 # The topics of virtual cameras, read by another implementation of DDS, and seen by a network analyser. On loopback only.
 #   ros_topics_test.sh VQD_BINARY PROBE_BINARY RECEIVER_BINARY PUBLISHER_BINARY SUBSCRIBER_EXAMPLE
-# shellcheck source=tests/system/worker_lib.sh
-# shellcheck disable=SC2086,SC2089,SC2090,SC2317 # serial numbers; XML; the functions run under vqd sim
-receiver=$(readlink -f "$3") publisher=$(readlink -f "$4") example=$(readlink -f "$5")
-source "$(dirname "$0")/../system/worker_lib.sh" "$1" "$2"
-export receiver publisher example
-export XDG_DATA_HOME=$work/data
-# Domains that nobody else on this machine uses, so that tests can run beside each other.
-export ROS_LOCALHOST_ONLY=1 ROS_DOMAIN_ID=$((1 + $$ % 200))
-unset CYCLONEDDS_URI ROS_AUTOMATIC_DISCOVERY_RANGE ROS_STATIC_PEERS
+# shellcheck source=tests/ros/ros_lib.sh
+# shellcheck disable=SC2086,SC2089,SC2090,SC2154,SC2317 # serial numbers; XML; variables and functions of others and under vqd sim
+publisher=$(readlink -f "$4") example=$(readlink -f "$5")
+source "$(dirname "$0")/ros_lib.sh" "$1" "$2" "$3"
+export publisher example
 loopback='<CycloneDDS><Domain><General><Interfaces><NetworkInterface address="127.0.0.1"/></Interfaces>
     <AllowMulticast>false</AllowMulticast></General><Discovery><ParticipantIndex>auto</ParticipantIndex>
     <MaxAutoParticipantIndex>32</MaxAutoParticipantIndex><Peers><Peer address="127.0.0.1"/></Peers></Discovery></Domain></CycloneDDS>'
 export loopback
 
-# The virtual bus's preload is for programs that use USB.
-plainly() {
-    env -u LD_PRELOAD "$@"
-}
-
-# receive FILE WORDS...: what another DDS has got is in FILE
-receive() {
-    local file=$1
-    shift
-    plainly timeout 100 "$receiver" "$@" >"$file" 2>err || fail "ros_receiver $*: $(cat err "$file")"
-}
-
 # All messages of a corrected camera, with its pose. A later reader gets the pose, too.
 everything() {
-    local publish
-    cat >pose.json <<<'{"schema": "vqd.pose/1", "to": "table", "rotation": [[0, -1, 0], [1, 0, 0], [0, 0, 1]], "translation": [100, 200, 300]}'
-    "$vqd" profile import --pose pose.json -c $one 2>err || fail "no pose"
-    "$vqd" publish -c $one -s undistortion=1 -s orthogonal=1 --images rect --depth depth --name left --points 2>said &
-    publish=$!
-    until_true grep -q "publishes /left/depth/image_rect" said
+    publish_all
     receive first "$(socket $one)" left depth/image_rect 10 points transforms socket=4000000
     receive later "$(socket $one)" left depth/image_rect 3 transforms best-effort socket=4000000
     json first '.info.model == "plumb_bob" and .info.d == [0, 0, 0, 0, 0] and .info.width == 320 and .info.frame == "left_optical_frame"'
@@ -45,6 +24,12 @@ everything() {
     json first '.diagnostics[0] | .hardware == "24061100000001" and .name == "vqd: left" and (.temperature | tonumber) > 0'
     json later '.transforms[0] | .parent == "table" and .child == "left_optical_frame" and
         (.values | map(. * 1e6 | round)) == [100000, 200000, 300000, 0, 0, 707107, 707107]'
+
+    # The hashes of the definitions, which ROS 2 looks for since Iron.
+    local type hash
+    while read -r type hash; do
+        json first "[.writers[] | select(.type == \"${type/\//::msg::dds_::}_\")] | length > 0 and all(.\"user-data\" == \"typehash=RIHS01_$hash;\")"
+    done < <("$tests/type_hashes.py" "$tests/../../recording/msg" sensor_msgs/{Image,CameraInfo,PointCloud2} tf2_msgs/TFMessage diagnostic_msgs/DiagnosticArray)
 
     # Somebody sets the camera to other images: those are not sent under the names of these.
     "$probe" "$(socket $one)" ask '{"do":"set","settings":{"undistortion":0}}' >/dev/null
@@ -57,11 +42,12 @@ everything() {
     receive both "$(socket $one)" left depth/image_rect 40 socket=4000000 &
     local reading=$!
     sleep 1
-    pkill -9 -P $publish -x vqd-ros || fail "no publisher"
+    pkill -9 -P $publishing -x vqd-ros || fail "no publisher"
     wait $reading
+    json both '.faults == [] and .depth >= 40'
     [[ $(grep -c "publishes /left" said) -eq 2 ]] || fail "it did not come back"
-    kill $publish
-    ends_soon $publish || fail "the end by SIGTERM is no success"
+    kill $publishing
+    ends_soon $publishing || fail "the end by SIGTERM is no success"
     "$vqd" profile remove -c $one >/dev/null 2>&1
 }
 
@@ -76,9 +62,9 @@ example() {
     ends_soon $publish || fail "the end by SIGTERM is no success"
 }
 
-# Ten publishers of one worker. A reader that was stopped takes nothing from the others.
+# Ten publishers of one worker. Neither a reader that was stopped nor a publisher that was killed takes anything from the others.
 ten() {
-    local worker number publishers=() stopped
+    local worker number publishers=() stopped reading
     worker $one -s undistortion=1 -s orthogonal=1
     worker=$started
     until_true streams $one
@@ -91,10 +77,16 @@ ten() {
     receive a "$(socket $one)" camera0 depth/image_rect 10 socket=4000000
     kill -STOP $stopped
     receive b "$(socket $one)" camera0 depth/image_rect 30 socket=4000000
-    for number in 1 9; do
-        receive "c$number" "$(socket $one)" "camera$number" depth/image_rect 5 socket=4000000
-    done
     json b '.faults == [] and .diagnostics[0].level != 2'
+    receive killed "$(socket $one)" camera5 depth/image_rect 40 socket=4000000 &
+    reading=$!
+    receive before "$(socket $one)" camera9 depth/image_rect 5 socket=4000000
+    kill -9 "${publishers[5]}"
+    receive meanwhile "$(socket $one)" camera9 depth/image_rect 10 socket=4000000
+    env -u LD_PRELOAD "$publisher" $one --name camera5 2>>said &
+    publishers[5]=$!
+    wait $reading
+    json killed '.faults == [] and .depth >= 40'
     kill -9 $stopped
     kill "${publishers[@]}"
     for number in "${publishers[@]}"; do
@@ -143,6 +135,8 @@ left/depth/image_rect sensor_msgs::msg::dds_::Image_ d31d41a9a4c4bc8eae9be757b0b
 left/amplitude/image_rect sensor_msgs::msg::dds_::Image_ d31d41a9a4c4bc8eae9be757b0beed306564f7526c88ea6a4588fb9582527d47
 left/depth/camera_info sensor_msgs::msg::dds_::CameraInfo_ b3dfd68ff46c9d56c80fd3bd4ed22c7a4ddce8c8348f2f59c299e73118e7e275
 left/points sensor_msgs::msg::dds_::PointCloud2_ 9198cabf7da3796ae6fe19c4cb3bdd3525492988c70522628af5daa124bae2b5
+diagnostics diagnostic_msgs::msg::dds_::DiagnosticArray_ 5a8a36efb05fb25070fa0fb3810290c0e6cd4862b54a8fb975a1ee8dc55a333e
+tf_static tf2_msgs::msg::dds_::TFMessage_ e369d0f05a23ae52508854b66f6aa0437f3449d652e8cbf22d5abe85d020f087
 END
     [[ $(tshark -r outside.pcap 2>/dev/null | grep -c RTPS) -eq 0 ]] || fail "packets of DDS have left the machine"
 else
