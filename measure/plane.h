@@ -14,8 +14,16 @@ struct Point {
 };
 
 struct Plane {
-    double rms;  // of the points' distances from it, in their unit
-    double tilt; // between its normal and the optical axis, in degrees
+    double rms;    // of the points' distances from it, in their unit
+    double tilt;   // between its normal and the optical axis, in degrees
+    Point normal;  // of length 1, away from the camera
+    double offset; // of its points along the normal
+
+    // How far along the optical axis it is in a direction, whose z is 1. Not finite where it is not met.
+    double depthAlong(const Point& ray) const
+    {
+        return offset / (normal.x * ray.x + normal.y * ray.y + normal.z * ray.z) * ray.z;
+    }
 };
 
 // The sum of the squares of the distances, each at right angles to the plane, is the least. Nothing for fewer than
