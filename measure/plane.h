@@ -13,7 +13,7 @@ struct Point {
     double x, y, z; // in the library's axes
 };
 
-struct Plane {
+struct FittedPlane {
     double rms;    // of the points' distances from it, in their unit
     double tilt;   // between its normal and the optical axis, in degrees
     Point normal;  // of length 1, away from the camera
@@ -28,4 +28,4 @@ struct Plane {
 
 // The sum of the squares of the distances, each at right angles to the plane, is the least. Nothing for fewer than
 // three points, for those that do not span a plane, and when one of them is not finite.
-std::optional<Plane> planeThrough(std::span<const Point> points);
+std::optional<FittedPlane> planeThrough(std::span<const Point> points);

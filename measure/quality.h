@@ -12,6 +12,8 @@
 #include "measure/pixel_statistics.h"
 #include "measure/region.h"
 
+constexpr double kRounding = 1.0 / 12; // the variance that whole numbers add
+
 // Noise of pixels with similar amplitudes.
 struct NoiseGroup {
     double amplitude, amplitudeVariance, depthNoise; // counts, counts^2, mm
@@ -55,7 +57,7 @@ private:
         std::vector<std::optional<double>> change = {};
     };
 
-    const std::vector<Point3f> m_rays;
+    std::vector<Point3f> m_rays;
     std::vector<Region> m_regions;
     PixelStatistics m_pixels;
     std::vector<double> m_seconds, m_temperatures;

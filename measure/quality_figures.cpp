@@ -15,7 +15,6 @@
 namespace
 {
 
-constexpr double kRounding = 1.0 / 12; // the variance that whole numbers add
 constexpr double kPercent = 100;
 
 std::string text(const char* format, double first, double second)
@@ -26,7 +25,7 @@ std::string text(const char* format, double first, double second)
 }
 
 // Whether a ray meets the plane, and at more than 10 degrees: else the least error becomes a large depth.
-bool meets(const Plane& plane, const Point& ray)
+bool meets(const FittedPlane& plane, const Point& ray)
 {
     constexpr double kLeastSine = 0.17;
     const double along = plane.normal.x * ray.x + plane.normal.y * ray.y + plane.normal.z * ray.z;
@@ -95,7 +94,7 @@ private:
         for (const size_t i : m_steady)
             if (const Point3f& ray = m_run.m_rays[i]; std::isfinite(ray.x + ray.y + ray.z))
                 points.push_back(pointAt(ray, m_pixels.depth(i)));
-        const std::optional<Plane> plane = planeThrough(points);
+        const std::optional<FittedPlane> plane = planeThrough(points);
         const double onAxis = plane ? plane->depthAlong({0, 0, 1}) : 0;
         if (!plane || !std::isfinite(onAxis)) {
             for (const Metric metric : kOfPlane)
@@ -117,7 +116,7 @@ private:
     }
 
     // What the mean image keeps of the temporal noise is taken away.
-    void fixedPattern(const Plane& plane)
+    void fixedPattern(const FittedPlane& plane)
     {
         constexpr size_t kFitted = 3; // numbers that make a plane
         double squares = 0, noise = 0;

@@ -27,7 +27,7 @@ struct RegionFigures {
     int pixels = 0, valid = 0;
     int minimum = 0, maximum = 0;                      // 0 without a valid pixel
     std::optional<double> mean, amplitude, sigmaSpace; // the last: standard deviation of the depth
-    std::optional<Plane> plane;
+    std::optional<FittedPlane> plane;
     std::optional<Histogram> histogram;
 };
 

@@ -27,7 +27,7 @@ SEES = {
     "worker/client": "worker/wire.h",
     "recording": "include host sim messages.h worker/sink.h worker/recording_sink.h worker/wire.h worker/packing.h " + CAMERA,
     "serve": "include host worker",
-    "tools/vqd": "include host sim worker worker/client recording serve messages.h " + CAMERA,
+    "tools/vqd": "include host measure sim worker worker/client recording serve messages.h " + CAMERA,
 }
 # The single files ask libusb about cameras that the library has not listed.
 SEES_LIBUSB = """src/device/base src/device src/usb sim
