@@ -10,6 +10,8 @@
 namespace
 {
 
+constexpr double kMillimetre = 0.001; // in metres
+
 struct Direction {
     double x, y;
 };
@@ -57,7 +59,6 @@ Direction undistorted(const LensDistortion& d, Direction wanted)
 
 std::vector<Point3f> distortedRays(const LensIntrinsic& k, const LensDistortion& d, Flips flips)
 {
-    constexpr double kMillimetre = 0.001; // in metres
     const double fx = k.fx, fy = k.fy, cx = k.cx, cy = k.cy, skew = d.skew;
     std::vector<Point3f> rays;
     rays.reserve(VQD_PIXELS);
@@ -69,6 +70,15 @@ std::vector<Point3f> distortedRays(const LensIntrinsic& k, const LensDistortion&
             rays.push_back({static_cast<float>(direction.x * kMillimetre),
                             static_cast<float>(-direction.y * kMillimetre), static_cast<float>(kMillimetre)});
         }
+    }
+    return rays;
+}
+
+std::vector<Point3f> atOneMillimetre(std::vector<Point3f> rays)
+{
+    for (Point3f& ray : rays) {
+        const double scale = kMillimetre / std::hypot(double{ray.x}, double{ray.y}, double{ray.z});
+        ray = {static_cast<float>(ray.x * scale), static_cast<float>(ray.y * scale), static_cast<float>(ray.z * scale)};
     }
     return rays;
 }

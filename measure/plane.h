@@ -19,11 +19,8 @@ struct FittedPlane {
     Point normal;  // of length 1, away from the camera
     double offset; // of its points along the normal
 
-    // How far along the optical axis it is in a direction, whose z is 1. Not finite where it is not met.
-    double depthAlong(const Point& ray) const
-    {
-        return offset / (normal.x * ray.x + normal.y * ray.y + normal.z * ray.z) * ray.z;
-    }
+    // How many times a ray from the camera reaches it. Not finite where it is not met.
+    double along(const Point& ray) const { return offset / (normal.x * ray.x + normal.y * ray.y + normal.z * ray.z); }
 };
 
 // The sum of the squares of the distances, each at right angles to the plane, is the least. Nothing for fewer than

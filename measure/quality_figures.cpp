@@ -95,7 +95,7 @@ private:
             if (const Point3f& ray = m_run.m_rays[i]; std::isfinite(ray.x + ray.y + ray.z))
                 points.push_back(pointAt(ray, m_pixels.depth(i)));
         const std::optional<FittedPlane> plane = planeThrough(points);
-        const double onAxis = plane ? plane->depthAlong({0, 0, 1}) : 0;
+        const double onAxis = plane ? plane->along({0, 0, 1}) : 0;
         if (!plane || !std::isfinite(onAxis)) {
             for (const Metric metric : kOfPlane)
                 none(metric, "the points of the region do not span a plane");
@@ -123,13 +123,13 @@ private:
         size_t count = 0;
         for (size_t at = 0; at < m_all.size(); ++at) {
             const size_t i = m_all[at];
-            const Point3f& ray = m_run.m_rays[i];
-            if (!m_pixels.isSteady(i) || !std::isfinite(ray.x + ray.y + ray.z))
+            const Point3f& direction = m_run.m_rays[i];
+            if (!m_pixels.isSteady(i) || !std::isfinite(direction.x + direction.y + direction.z))
                 continue;
-            const Point along = pointAt(ray, 1);
-            if (!meets(plane, along))
+            const Point ray = pointAt(direction, 1);
+            if (!meets(plane, ray))
                 continue;
-            const double residual = m_pixels.depth(i) - plane.depthAlong(along);
+            const double residual = m_pixels.depth(i) - plane.along(ray);
             m_result.residuals[at] = static_cast<float>(residual);
             if (m_pixels.pairs(i) == 0)
                 continue;

@@ -202,7 +202,7 @@ void addQuality(CLI::App& app, Run& run, const Invocation& invocation)
     command->footer(
         "Put a flat surface that stands still in front of the camera. For this run, undistortion=0 and remove-edge=0 "
         "are\n"
-        "set, and orthogonal=1 for models that the host corrects, unless -s says otherwise.\n"
+        "set, and fppn=0 and orthogonal=0 for models that the host corrects, unless -s says otherwise.\n"
         "docs/quality.md defines every figure.\n"
         "Example: vqd quality --distance 1500 --html wall.html\n"
         "Example: vqd quality --region middle=120,80,80,80 --require \"noise<5mm\" --require \"bias<10mm\"\n"

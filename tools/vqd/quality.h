@@ -5,6 +5,7 @@
 #pragma once
 
 #include "host/json.h"
+#include "host/listed_camera.h"
 #include "measure/quality.h"
 
 #include "commands.h"
@@ -37,7 +38,7 @@ QualitySource measureRecording(const QualityOptions& options);
 std::vector<std::string> settingsToMeasure(const char* product, bool recorded);
 
 // A run of the loaded camera, with the rays of its lens and the settings that it has now.
-QualityRun runWithLensOf(int n, const std::vector<QualityRegion>& regions);
+QualityRun runWithLensOf(const ListedCamera& camera, const std::vector<QualityRegion>& regions);
 
 // What is told of a run, here or in a document of it: the figures of each region.
 struct QualityReport {

@@ -19,14 +19,14 @@ std::vector<std::string> settingsToMeasure(const char* product, bool recorded)
 {
     const bool hostCorrected = IsHostCorrectedProduct(product);
     std::vector<std::string> settings = {"undistortion=0"};
-    if (hostCorrected)
-        settings.emplace_back("orthogonal=1");
+    if (hostCorrected) // which would be right for undistorted images only
+        settings.insert(settings.end(), {"fppn=0", "orthogonal=0"});
     if (hostCorrected || !recorded) // else the camera has removed edges before it was recorded
         settings.emplace_back("remove-edge=0");
     return settings;
 }
 
-QualityRun runWithLensOf(int n, const std::vector<QualityRegion>& regions)
+QualityRun runWithLensOf(const ListedCamera& camera, const std::vector<QualityRegion>& regions)
 {
     std::vector<Rectangle> rectangles;
     for (const QualityRegion& region : regions)
@@ -35,10 +35,12 @@ QualityRun runWithLensOf(int n, const std::vector<QualityRegion>& regions)
     if (m_nUndistortionMode < 1 || m_nUndistortionMode > 3) {
         LensIntrinsic k;
         LensDistortion d;
-        memcpy(&k, m_fIntrinsicParam[n], sizeof k);
-        memcpy(&d, m_fDistorParam[n], sizeof d);
+        memcpy(&k, m_fIntrinsicParam[camera.nIndex], sizeof k);
+        memcpy(&d, m_fDistorParam[camera.nIndex], sizeof d);
         rays = distortedRays(k, d, {m_bHorizontal == 1, m_bVertical == 1});
     }
+    if (IsHostCorrectedProduct(camera.szDeviceName) && m_bOrthogonal != 1)
+        rays = atOneMillimetre(std::move(rays));
     return {std::move(rectangles), std::move(rays)};
 }
 
@@ -58,7 +60,7 @@ QualitySource measureCamera(const QualityOptions& options)
     applySettings(camera, assignments);
     stream.read(*frame); // it may have been exposed with the settings before
     source.settings = settingsJson(camera.nIndex, false);
-    source.run = runWithLensOf(camera.nIndex, options.regions);
+    source.run = runWithLensOf(camera, options.regions);
     Progress progress;
     std::optional<int64_t> begin;
     double seconds = 0;

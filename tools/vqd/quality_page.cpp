@@ -36,6 +36,7 @@ p { margin: 0 0 6px; } .faint, figcaption, small { color: var(--faint); }
 .row { display: grid; grid-template-columns: repeat(auto-fill, minmax(min(440px, 100%), 1fr)); gap: 12px; }
 figure { margin: 0; padding: 8px; } figcaption { font-size: 12px; min-height: 1.4em; } svg { display: block; width: 100%; height: auto; }
 table { border-collapse: collapse; } th { font-weight: 400; text-align: left; } thead th { color: var(--faint); }
+thead th { text-align: right; }
 td, th { padding: 2px 10px 2px 0; border-bottom: 1px solid var(--line); white-space: nowrap; vertical-align: top; }
 td { text-align: right; font-variant-numeric: tabular-nums; } td.why { white-space: normal; min-width: 120px; max-width: 220px; font-size: 12px; color: var(--faint); }
 .met { color: var(--good); } .unmet { color: var(--bad); font-weight: 600; }
@@ -52,6 +53,11 @@ constexpr char kNote[] =
     "<p class=\"faint\">The figures are defined in the documentation of vqd quality. They are measured by this "
     "program's own methods, and claim no conformity to a standard.</p>\n";
 
+std::string uncertaintyOf(const MetricRow& row, const Figure& figure)
+{
+    return figure.uncertainty ? formatted(" <small>± %.*f</small>", row.decimals, *figure.uncertainty) : "";
+}
+
 std::string rowsOf(const std::vector<QualityColumn>& columns)
 {
     std::string html = "<div class=\"card\"><table><thead><tr><th></th>";
@@ -62,8 +68,9 @@ std::string rowsOf(const std::vector<QualityColumn>& columns)
         html += std::string("<tr><th>") + row.label + "</th>";
         for (const QualityColumn& column : columns) {
             const Figure& figure = (*column.figures)[static_cast<size_t>(row.metric)];
-            html += figure.value ? "<td>" + escaped(figureText(row.metric, figure)) + "</td>"
-                                 : "<td class=\"why\">" + escaped(figure.reason) + "</td>";
+            html += figure.value
+                        ? "<td>" + escaped(figureText(row.metric, figure)) + uncertaintyOf(row, figure) + "</td>"
+                        : "<td class=\"why\">" + escaped(figure.reason) + "</td>";
         }
         html += "</tr>\n";
     }
@@ -105,7 +112,8 @@ double value(const RegionQuality& quality, Metric metric)
 std::string plotsOf(const QualityRun& run, std::span<const QualityRegion> regions,
                     std::span<const RegionQuality> qualities)
 {
-    Plot change{"Depth over time", "s", "change in mm", {}}, temperature{"Sensor temperature", "s", "°C", {}};
+    Plot change{"Depth over time", "time in s", "change in mm", {}},
+        temperature{"Sensor temperature", "time in s", "temperature in °C", {}};
     Plot depth{"Depth noise over amplitude", "amplitude in counts", "noise in mm", {}, true};
     Plot light{"Amplitude variance over amplitude", "amplitude in counts", "variance in counts²", {}, true};
     temperature.lines.push_back(courseLine(run, [&](size_t frame) { return run.temperatures()[frame]; }));

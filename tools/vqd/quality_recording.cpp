@@ -29,7 +29,7 @@ QualitySource measureRecording(const QualityOptions& options)
     conversion.run([&](const RecordedFrame& recorded, const DepthFrame& frame, bool changed) {
         const double time = static_cast<double>(frame.info.nTimeStamp) / kMilliseconds;
         if (!source.run) {
-            source.run = runWithLensOf(n, options.regions);
+            source.run = runWithLensOf(conversion.listed(), options.regions);
             source.settings = settingsJson(n, false);
             source.time = utcText(recorded.realTime);
             begin = time;
