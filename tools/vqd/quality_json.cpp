@@ -9,6 +9,8 @@
 
 #include "host/documents.h"
 
+#include "plain_text.h"
+
 namespace
 {
 
@@ -66,13 +68,9 @@ Json regionJson(const QualityRegion& region, const RegionQuality& quality)
     throw Failure(kUsage, file + ": " + what);
 }
 
-// A text of anybody's making, fit for a line on a terminal.
-std::string plain(const Json& json, const char* otherwise)
+std::string textOr(const Json& json, const char* otherwise)
 {
-    std::string text = json.is_string() ? json.get<std::string>() : otherwise;
-    std::ranges::replace_if(
-        text, [](char c) { return (c >= 0 && c < ' ') || c == 0x7F; }, '?');
-    return text;
+    return json.is_string() ? plain(json.get<std::string>()) : otherwise;
 }
 
 Figure figureFrom(const Json& json, const MetricRow& row, const std::string& file)
@@ -81,7 +79,7 @@ Figure figureFrom(const Json& json, const MetricRow& row, const std::string& fil
     const Json value = json.is_object() ? json.value("value", Json()) : Json();
     const Json reason = json.is_object() ? json.value("reason", Json()) : Json();
     if (json.is_object() && value.is_null())
-        return {std::nullopt, plain(reason, "the file does not say why")};
+        return {std::nullopt, textOr(reason, "the file does not say why")};
     if (!value.is_number() || !std::isfinite(value.get<double>()))
         refuse(file, "the value of " + name + " is not a number");
     if (json.value("unit", Json()) != row.unit)
@@ -95,7 +93,7 @@ QualityReport::Region regionFrom(const Json& json, const std::string& file)
     const Json metrics = json.is_object() ? json.value("metrics", Json()) : Json();
     if (!name.is_string() || !metrics.is_object())
         refuse(file, "a region has no \"name\" or no \"metrics\"");
-    QualityReport::Region region{plain(name, ""), {}};
+    QualityReport::Region region{textOr(name, ""), {}};
     for (const MetricRow& row : allMetrics())
         region.figures[static_cast<size_t>(row.metric)] = metrics.contains(row.name)
                                                               ? figureFrom(metrics[row.name], row, file)
@@ -147,7 +145,7 @@ QualityReport readQuality(const std::string& file)
     const Json camera = json.value("camera", Json()), distance = json.value("known-distance", Json()),
                regions = json.value("regions", Json());
     const Json serial = camera.is_object() ? camera.value("serial", Json()) : Json();
-    report.serial = plain(serial, "unknown");
+    report.serial = textOr(serial, "unknown");
     if (!distance.is_null() && !(distance.is_number() && distance.get<double>() > 0))
         refuse(file, "\"known-distance\" is not a number above 0");
     if (distance.is_number())
