@@ -17,6 +17,7 @@ enum ExitCode {
     kNoAccess = 4,     // a camera is attached, but this user may not open it
     kCameraLost = 5,   // or it no longer answers
     kVerification = 6, // what was written reads back differently; eeprom diff: there are differences
+    kNotMet = 7,       // quality: what was required of a camera does not hold
     kCannotRun = 126,  // sim: the program exists but does not start
     kNoProgram = 127,  // sim: the program does not exist
     kInterrupted = 130

@@ -26,6 +26,16 @@ HostTime hostTime()
     }
 }
 
+std::string utcText(int64_t nanoseconds)
+{
+    const auto seconds = static_cast<time_t>(nanoseconds / 1'000'000'000);
+    tm utc{};
+    char text[32] = "";
+    if (gmtime_r(&seconds, &utc) != nullptr)
+        strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
+    return text;
+}
+
 std::optional<double> ClockWatch::step(const HostTime& time)
 {
     constexpr int64_t kLeast = 10'000'000;      // what a wait between the two clocks may look like

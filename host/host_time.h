@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <string>
 
 struct HostTime {
     int64_t real, monotonic; // ns
@@ -23,6 +24,9 @@ inline std::chrono::system_clock::time_point realTimePoint(int64_t nanoseconds)
     using Real = std::chrono::system_clock;
     return Real::time_point(std::chrono::duration_cast<Real::duration>(std::chrono::nanoseconds(nanoseconds)));
 }
+
+// The same as "2026-11-25T10:00:00Z"; empty for a year that has no such form.
+std::string utcText(int64_t nanoseconds);
 
 // Notices that the clock of real times was set.
 class ClockWatch

@@ -52,7 +52,7 @@ Eigen eigenOf(double (&m)[3][3])
 
 } // namespace
 
-std::optional<Plane> planeThrough(std::span<const Point> points)
+std::optional<FittedPlane> planeThrough(std::span<const Point> points)
 {
     constexpr double kFlat = 1e-9; // points on a line, but for rounding
     const auto n = static_cast<double>(points.size());
@@ -73,6 +73,10 @@ std::optional<Plane> planeThrough(std::span<const Point> points)
     std::ranges::sort(order, {}, [&](int i) { return eigen.values[i]; });
     if (eigen.values[order[1]] <= kFlat * eigen.values[order[2]])
         return std::nullopt;
-    const double cosine = std::min(std::abs(eigen.vectors[2][order[0]]), 1.0);
-    return Plane{std::sqrt(std::max(eigen.values[order[0]], 0.0)), std::acos(cosine) * 180 / std::numbers::pi};
+    const auto& v = eigen.vectors;
+    const double away = v[2][order[0]] < 0 ? -1 : 1;
+    const Point normal{away * v[0][order[0]], away * v[1][order[0]], away * v[2][order[0]]};
+    return FittedPlane{std::sqrt(std::max(eigen.values[order[0]], 0.0)),
+                       std::acos(std::min(normal.z, 1.0)) * 180 / std::numbers::pi, normal,
+                       normal.x * centre.x + normal.y * centre.y + normal.z * centre.z};
 }

@@ -32,9 +32,15 @@ Histogram histogramOf(const std::vector<uint16_t>& depths, int minimum, int maxi
 
 } // namespace
 
-RegionFigures figuresOf(const Rectangle& region, const uint16_t* amplitude, const uint16_t* depth, const Point3f* rays)
+Point pointAt(const Point3f& ray, double depth)
 {
     constexpr double kMillimetres = 1000; // of a metre
+    const double scale = kMillimetres * depth;
+    return {scale * ray.x, scale * ray.y, scale * ray.z};
+}
+
+RegionFigures figuresOf(const Rectangle& region, const uint16_t* amplitude, const uint16_t* depth, const Point3f* rays)
+{
     std::vector<uint16_t> depths;
     std::vector<Point> points;
     int64_t sum = 0, amplitudes = 0;
@@ -47,8 +53,8 @@ RegionFigures figuresOf(const Rectangle& region, const uint16_t* amplitude, cons
             sum += d;
             amplitudes += amplitude[i];
             depths.push_back(depth[i]);
-            const double scale = kMillimetres * static_cast<double>(d);
-            points.push_back({scale * rays[i].x, scale * rays[i].y, scale * rays[i].z});
+            if (std::isfinite(rays[i].x + rays[i].y + rays[i].z)) // a lens may have no answer for a pixel
+                points.push_back(pointAt(rays[i], static_cast<double>(d)));
         }
     }
     RegionFigures figures;

@@ -29,7 +29,7 @@ SEES = {
     "serve": "include host worker",
     "ros": "include host worker worker/client recording messages.h " + CAMERA,
     "gstreamer": "worker/client",
-    "tools/vqd": "include host sim worker worker/client recording serve messages.h " + CAMERA,
+    "tools/vqd": "include host measure sim worker worker/client recording serve messages.h " + CAMERA,
 }
 # The single files ask libusb about cameras that the library has not listed.
 SEES_LIBUSB = """src/device/base src/device src/usb sim

@@ -86,7 +86,11 @@ TEST(Measure, WithoutDepthNothingIsMadeUp)
     EXPECT_TRUE(frame.figures(kAll).sigmaSpace);
     EXPECT_FALSE(frame.figures(kAll).plane);
     frame.rays[5 * VQD_WIDTH + 5].x = std::numeric_limits<float>::infinity(); // of a lens without a focal length
-    frame.depthAt(5, 9) = 700;
+    EXPECT_FALSE(frame.figures(kAll).plane);                                  // that pixel is left out
+    frame.depthAt(6, 9) = 700;
+    EXPECT_TRUE(frame.figures(kAll).plane);
+    for (Point3f& ray : frame.rays)
+        ray.x = std::numeric_limits<float>::infinity();
     EXPECT_FALSE(frame.figures(kAll).plane);
 }
 

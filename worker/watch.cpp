@@ -7,8 +7,6 @@
 namespace
 {
 
-constexpr size_t kMostRegions = 8, kMostName = 64;
-
 int number(const Json& json, const char* name, int least, int most)
 {
     const Json value = json.value(name, Json());
@@ -33,8 +31,9 @@ Watch::Region Watch::regionFrom(const Json& json)
         if (name != "name" && name != "x" && name != "y" && name != "width" && name != "height")
             throw Failure(kUsage, "a region has no \"" + name + "\"");
     const Json name = json.value("name", Json());
-    if (!name.is_string() || name.get_ref<const std::string&>().size() > kMostName)
-        throw Failure(kUsage, "\"name\" of a region is not a text of at most " + std::to_string(kMostName) + " bytes");
+    if (!name.is_string() || name.get_ref<const std::string&>().size() > kMostRegionName)
+        throw Failure(kUsage,
+                      "\"name\" of a region is not a text of at most " + std::to_string(kMostRegionName) + " bytes");
     Rectangle r{};
     r.x = number(json, "x", 0, VQD_WIDTH - 1);
     r.y = number(json, "y", 0, VQD_HEIGHT - 1);

@@ -4,13 +4,11 @@
 // The axes of clouds, and the settings that clouds need.
 #include "cloud_options.h"
 
-#include <algorithm>
-
 #include <CLI/CLI.hpp>
 
 #include "device/base/models.h"
 
-#include "messages.h"
+#include "settings_apply.h"
 
 void addAxes(CLI::App& command, Axes& axes)
 {
@@ -24,19 +22,8 @@ void addAxes(CLI::App& command, Axes& axes)
 
 std::vector<Assignment> cloudSettings(const ListedCamera& camera, const std::vector<std::string>& chosen)
 {
-    std::vector<std::string> texts;
-    const auto add = [&](const std::string& key) {
-        if (std::ranges::none_of(chosen, [&](const std::string& text) { return text.starts_with(key + "="); }))
-            texts.push_back(key + "=1");
-    };
-    add("undistortion");
+    std::vector<std::string> needed = {"undistortion=1"};
     if (IsHostCorrectedProduct(camera.szDeviceName))
-        add("orthogonal");
-    std::string told;
-    for (const std::string& text : texts)
-        told += " " + text;
-    if (!told.empty())
-        note("so that points are true to scale, with%s; -s overrides", told.c_str());
-    texts.insert(texts.end(), chosen.begin(), chosen.end());
-    return parseAssignments(texts);
+        needed.emplace_back("orthogonal=1");
+    return neededSettings(needed, "so that points are true to scale", chosen);
 }

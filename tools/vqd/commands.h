@@ -46,4 +46,5 @@ struct Invocation {
     std::vector<std::string> program; // of sim: what follows the first "--"
 };
 void addConvert(CLI::App& app, Run& run, const Invocation& invocation);
+void addQuality(CLI::App& app, Run& run, const Invocation& invocation);
 void addSim(CLI::App& app, Run& run, const Invocation& invocation);

@@ -13,95 +13,21 @@
 #include "cloud_options.h"
 #include "command_line.h"
 #include "commands.h"
-#include "convert_range.h"
+#include "conversion.h"
 #include "convert_stream.h"
-#include "interrupt.h"
-#include "messages.h"
 #include "options.h"
 #include "output.h"
-#include "progress.h"
-#include "recorded_camera.h"
 #include "series.h"
 #include "sim_preload.h"
 
 namespace
 {
 
-struct Options {
-    std::vector<std::string> files, settings;
-    std::string directory = ".", range;
-    int every = 1;
+struct Options : ConversionOptions {
+    std::string directory = ".";
     bool stream = false;
     SeriesFormat format{"png", "", Axes::optical};
     Invocation invocation;
-};
-
-// Where processed frames go.
-using Take = std::function<void(const RecordedFrame& recorded, const DepthFrame& frame, bool changed)>;
-
-class Conversion
-{
-public:
-    explicit Conversion(const Options& options)
-        : m_options(options), m_range(options.range),
-          m_frames(openParts(options.files), [](const std::string& sentence) {
-              warn("%s; a change of the settings in what is missing would go unnoticed", sentence.c_str());
-          })
-    {
-        m_assignments = parseForFrames(options.settings);
-        requireOfHost(m_assignments, m_frames.camera());
-        if (!m_frames.next(*m_recorded))
-            throw Failure(kUsage, "the recording has no frame");
-        m_camera.emplace(m_frames.camera(), *m_recorded);
-        if (!options.format.cloud.empty())
-            m_assignments = cloudSettings(m_camera->listed(), options.settings);
-    }
-
-    const CameraFacts& facts() const { return m_frames.camera(); }
-    const ListedCamera& listed() const { return m_camera->listed(); }
-    int done() const { return m_done; }
-
-    void run(const Take& take)
-    {
-        Progress progress;
-        RecordedTimes times;
-        size_t inRange = 0;
-        for (uint64_t number = 1;; ++number) {
-            const double seconds = times.add(*m_recorded);
-            if (m_range.isBehind(number, seconds))
-                break;
-            if (!m_range.isBefore(number, seconds) && inRange++ % static_cast<size_t>(m_options.every) == 0) {
-                const bool changed = m_camera->process(*m_recorded, m_assignments, *m_frame);
-                m_frame->info.nTimeStamp = static_cast<int64_t>(seconds * 1000);
-                m_frame->info.nFrameCount = m_recorded->sequence;
-                take(*m_recorded, *m_frame, changed);
-                progress.show(formatted("frame %d", ++m_done));
-            }
-            endIfInterrupted();
-            if (!m_frames.next(*m_recorded))
-                break;
-        }
-        if (m_done == 0)
-            throw Failure(kUsage, "the recording has no frame in the range " + m_options.range);
-    }
-
-private:
-    static std::vector<Recording> openParts(const std::vector<std::string>& files)
-    {
-        std::vector<Recording> parts;
-        for (const std::string& file : files)
-            parts.emplace_back(file, common.camera);
-        return parts;
-    }
-
-    const Options& m_options;
-    const Range m_range;
-    RecordedFrames m_frames;
-    std::vector<Assignment> m_assignments;
-    const std::unique_ptr<RecordedFrame> m_recorded = std::make_unique<RecordedFrame>();
-    const std::unique_ptr<DepthFrame> m_frame = std::make_unique<DepthFrame>();
-    std::optional<RecordedCamera> m_camera;
-    int m_done = 0;
 };
 
 Arrival arrivalOf(const RecordedFrame& frame)
@@ -118,6 +44,7 @@ void writeSeries(const Options& options, Conversion& conversion)
     try {
         conversion.run([&](const RecordedFrame& recorded, const DepthFrame& frame, bool) {
             series.add(frame, arrivalOf(recorded));
+            return true;
         });
     } catch (const Failure& caught) {
         failure = caught;
@@ -139,11 +66,15 @@ int convert(const Options& options)
         requireNoSeries(options.directory);
     }
     Output output;
-    Conversion conversion(options);
+    Conversion conversion(options, [&](const ListedCamera& camera, const CameraFacts&) {
+        return options.format.cloud.empty() ? parseForFrames(options.settings)
+                                            : cloudSettings(camera, options.settings);
+    });
     if (options.stream) {
         FrameStream stream(output, conversion.listed());
         conversion.run([&](const RecordedFrame& recorded, const DepthFrame& frame, bool changed) {
             stream.add(recorded, frame, changed);
+            return true;
         });
         output.finish();
         return kDone;

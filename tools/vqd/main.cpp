@@ -40,7 +40,7 @@ int runCommandLine(int argc, char** argv)
     app.failure_message(usageMessage);
     app.set_version_flag("--version", "vqd " VQD_VERSION);
     app.footer("Exit codes: 0 done, 1 failed, 2 wrong usage, 3 no camera, 4 access denied, 5 camera lost,\n"
-               "6 verification failed, 130 interrupted with nothing saved.\n"
+               "6 verification failed, 7 a requirement is not met, 130 interrupted with nothing saved.\n"
                "Example: vqd list\n"
                "Example: vqd grab -n 30 -o pictures\n"
                "Example: vqd set depth-range=300,4000 --save");
@@ -68,6 +68,7 @@ int runCommandLine(int argc, char** argv)
     addRecording(app, run);
     addConvert(app, run, invocation);
     addPublish(app, run);
+    addQuality(app, run, invocation);
     addServe(app, run);
     addSim(app, run, invocation);
     requireKnownCommand(app, arguments, app.get_name());

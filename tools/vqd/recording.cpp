@@ -19,6 +19,7 @@
 #include "messages.h"
 #include "options.h"
 #include "output.h"
+#include "plain_text.h"
 #include "progress.h"
 
 namespace
@@ -43,14 +44,6 @@ std::string utc(uint64_t time)
     if (gmtime_r(&seconds, &parts) != nullptr)
         strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &parts);
     return text;
-}
-
-// A value of anybody's making, fit for a line on a terminal.
-std::string plain(std::string value)
-{
-    std::ranges::replace_if(
-        value, [](char c) { return (c >= 0 && c < ' ') || c == '\x7F'; }, '?');
-    return value;
 }
 
 // What the recorder says of its camera; nothing in a recording of another program.

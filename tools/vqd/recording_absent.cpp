@@ -6,9 +6,15 @@
 #include "recording/recorder.h"
 
 #include "commands.h"
+#include "quality.h"
 #include "sim_cameras.h"
 
 std::vector<Plugged> playedCameras(const SimCameras&)
+{
+    throw Failure(kFailed, recordingMissing());
+}
+
+QualitySource measureRecording(const QualityOptions&)
 {
     throw Failure(kFailed, recordingMissing());
 }

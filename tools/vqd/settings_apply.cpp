@@ -4,6 +4,8 @@
 // Sending and showing settings, with the messages and signals of the tool.
 #include "settings_apply.h"
 
+#include <algorithm>
+
 #include "host/formatted.h"
 
 #include "interrupt.h"
@@ -19,6 +21,24 @@ void applySettings(const ListedCamera& camera, std::span<const Assignment> assig
     requireTaken(camera, assignments);
     if (fppnAddsNothing(camera, assignments))
         note("fppn is on, but adds nothing: the FPPN table reads as zeros, because libusb on Linux refuses to read it");
+}
+
+std::vector<Assignment> neededSettings(const std::vector<std::string>& needed, const char* why,
+                                       const std::vector<std::string>& chosen)
+{
+    std::vector<std::string> texts;
+    std::string told;
+    for (const std::string& text : needed) {
+        const std::string key = text.substr(0, text.find('=') + 1);
+        if (std::ranges::any_of(chosen, [&](const std::string& other) { return other.starts_with(key); }))
+            continue;
+        texts.push_back(text);
+        told += " " + text;
+    }
+    if (!told.empty())
+        note("%s, with%s; -s overrides", why, told.c_str());
+    texts.insert(texts.end(), chosen.begin(), chosen.end());
+    return parseAssignments(texts);
 }
 
 std::string settingLines(const Json& settings)
