@@ -15,7 +15,8 @@ from ._opencv import opencv
 
 Array = npt.NDArray[np.float64]
 
-_SCALE = 3  # the finder works to a part of its own pixels, and these images have few
+# The finder works to a part of its own pixels, and these images have few. A quick look spares most images without a board.
+_QUICK_SCALE, _SCALE = 2, 3
 _LIGHT_SIGMA = 20.0  # pixels over which the light of the camera changes, and a board does not
 _MIDDLE_GREY = 110.0
 _LEAST_CORNERS, _MOST_CORNERS = 3, 40
@@ -77,11 +78,13 @@ def find_corners(amplitude: Array, board: Board) -> Optional[Array]:
     cv2 = opencv()
     even = amplitude / (cv2.GaussianBlur(amplitude, (0, 0), _LIGHT_SIGMA) + 1)
     image = np.clip(even * _MIDDLE_GREY, 0, 255).astype(np.uint8)
-    large = cv2.resize(image, None, fx=_SCALE, fy=_SCALE, interpolation=cv2.INTER_CUBIC)
-    flags = cv2.CALIB_CB_ACCURACY | cv2.CALIB_CB_NORMALIZE_IMAGE
-    found, corners = cv2.findChessboardCornersSB(large, (board.columns, board.rows), flags=flags)
-    if not found:
-        return None
+    corners: Any = None
+    for scale, accuracy in ((_QUICK_SCALE, 0), (_SCALE, cv2.CALIB_CB_ACCURACY)):
+        large = cv2.resize(image, None, fx=scale, fy=scale, interpolation=cv2.INTER_CUBIC)
+        flags = cv2.CALIB_CB_NORMALIZE_IMAGE | accuracy
+        found, corners = cv2.findChessboardCornersSB(large, (board.columns, board.rows), flags=flags)
+        if not found:
+            return None
     return _in_order((corners.reshape(-1, 2).astype(np.float64) + 0.5) / _SCALE - 0.5, board, amplitude)
 
 

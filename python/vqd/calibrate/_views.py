@@ -54,18 +54,18 @@ def _uncovered(corners: Sequence[Array]) -> Optional[str]:
     return f"{names[1][row]} {names[0][column]}".replace("middle middle", "middle")
 
 
-def missing(views: Sequence[View], camera: int = 0) -> list[str]:
+def missing(views: Sequence[View], whole_image: bool = True) -> list[str]:
     """What further views should show, the most useful first. Empty when the views are enough."""
     wanted = []
-    corners = [view.corners[camera] for view in views]
+    corners = [view.corners[0] for view in views]
     ninth = _uncovered(corners)
-    if ninth is not None or coverage(corners) < _WANTED_COVERAGE:
+    if whole_image and (ninth is not None or coverage(corners) < _WANTED_COVERAGE):
         wanted.append(f"hold the board into the {ninth or 'corners'} of the image")
-    tilts = np.array([view.placed[camera].tilts for view in views]).reshape(-1, 2)
+    tilts = np.array([view.placed[0].tilts for view in views]).reshape(-1, 2)
     for axis, sign, side in ((0, 1, "right"), (0, -1, "left"), (1, 1, "lower"), (1, -1, "upper")):
         if (sign * tilts[:, axis] > _TILTED).sum() < _WANTED_OF_EACH_TILT:
             wanted.append(f"turn its {side} side away")
-    distances = [float(view.placed[camera].translation[2]) for view in views]
+    distances = [float(view.placed[0].translation[2]) for view in views]
     if not distances or max(distances) < _NEAR_BY_FAR * min(distances):
         wanted.append("hold it nearer and further away")
     return wanted
@@ -119,8 +119,12 @@ class Collection:
                 self._say(f"{count} views; rejected: {why}; {self.advice}", False)
                 continue
             self._say(f"view {count}: {self._describe(self.views[-1])}; {self.advice}", True)
-            if count >= most or (count >= least and not missing(self.views)):
+            if count >= most or (count >= least and not self._missing()):
                 return
+
+    def _missing(self) -> list[str]:
+        # A lens needs the whole image. What two cameras see in common is only a part of it.
+        return missing(self.views, whole_image=len(self._lenses) == 1)
 
     def _describe(self, view: View) -> str:
         right, lower = view.placed[0].tilts
@@ -130,7 +134,7 @@ class Collection:
     @property
     def advice(self) -> str:
         """What to do next."""
-        wanted = missing(self.views)
+        wanted = self._missing()
         return "next: " + wanted[0] if wanted else "nothing is missing"
 
     def require(self, least: int) -> None:
@@ -147,9 +151,9 @@ class Collection:
             )
 
 
-def require_tilts(views: Sequence[View], camera: int = 0) -> None:
+def require_tilts(views: Sequence[View]) -> None:
     """Boards that stand in parallel cannot tell a long lens from a far board."""
-    normals = np.array([view.placed[camera].rotation[:, 2] * np.sign(view.placed[camera].rotation[2, 2]) for view in views])
+    normals = np.array([view.placed[0].rotation[:, 2] * np.sign(view.placed[0].rotation[2, 2]) for view in views])
     if np.degrees(np.arccos(np.clip((normals @ normals.T).min(), -1, 1))) < _TILTED:
         raise Error(f"all {len(views)} views show the board in one pose; it must be tilted to all sides, by 15 degrees or more")
 
