@@ -42,8 +42,9 @@ def raw(_: str) -> Mapping[str, Any]:
 
 
 def without_fppn(product: str) -> Mapping[str, Any]:
-    """Depth to which only FPPN offsets are missing, in the image in which they are added."""
-    return {**_ALWAYS, "undistortion": int(host_corrects(product)), "orthogonal": True, "fppn": False}
+    """Depth without FPPN offsets, in the image in which they are added. On the host the factors come later: exact ones."""
+    on_host = host_corrects(product)
+    return {**_ALWAYS, "undistortion": int(on_host), "orthogonal": not on_host, "fppn": False}
 
 
 def corrected(_: str) -> Mapping[str, Any]:

@@ -17,6 +17,13 @@ from ._walls import SeenWall, seen_walls
 from ._writing import into_camera, into_profile
 
 _TABLE = "fppn-4x4"
+_CUT = 0.5  # mm, of which the host's correction shortens depths on average, because it cuts fractions
+
+
+def _corrected(seen: SeenWall, rays: Array) -> SeenWall:
+    """As the host makes it of the lengths of rays, with the factors of the lens; the camera's table of factors is rounded."""
+    factors = 1 / np.sqrt(1 + (rays**2).sum(axis=-1))
+    return seen._replace(first=seen.first * factors - _CUT, second=seen.second * factors - _CUT)
 
 
 def _of_wall(seen: SeenWall, rays: Array, offsets: Offsets, held_back: bool) -> dict[str, Any]:
@@ -65,6 +72,8 @@ def run(options: Options) -> tuple[dict[str, Any], str]:
     on_host = host_corrects(subject.product)
     if not on_host and "profile" in options.write:
         raise UsageError(f"FPPN of {subject.product} acts in the camera, so it goes there: --write camera")
+    if on_host:
+        seen = [_corrected(one, rays) for one in seen]
     made_from = seen[: len(walls)]
     offsets = solve_offsets([one.first for one in made_from], rays, [one.wall.distance for one in made_from])
     whole = np.rint(offsets.values).astype(np.int32)
@@ -81,12 +90,13 @@ def run(options: Options) -> tuple[dict[str, Any], str]:
     table = encode(_TABLE, whole % 65536)  # 65526 acts as -10 does
     path = folder.write(subject.serial, {f"{_TABLE}.bin": table}, report, text)
     file = str(path / f"{_TABLE}.bin")
+    parts = ["--orthogonal", "lens", "--fppn"]
     if "camera" in options.write:
         into_camera(subject.serial, ["table", "restore", _TABLE, file, "--direct"], options.yes)
     if "profile" in options.write:
         held = (whole % 65536).ravel().tolist()
-        into_profile(subject.serial, ["--fppn", file], lambda profile: bool(profile.get("fppn") == held), progress.say)
+        into_profile(subject.serial, [*parts, file], lambda profile: bool(profile.get("fppn") == held), progress.say)
     if not options.write:
-        use = f"profile import --fppn {file}" if on_host else f"table restore {_TABLE} {file} --direct"
+        use = f"profile import {' '.join(parts)} {file}" if on_host else f"table restore {_TABLE} {file} --direct"
         text += f"Take it into use: vqd {use} -c {subject.serial}\n"
     return report, f"{text}{path}\n"
