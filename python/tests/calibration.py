@@ -25,13 +25,13 @@ def lens_option(lens):
 
 
 def all_over_the_image(seed, count):
-    """Poses of a board of 9 x 6 squares of 60 mm, tilted to all sides in all parts of the image."""
+    """Poses of a board of 9 x 6 squares of 60 mm, tilted to all sides, in all parts of the image."""
     rng = random.Random(seed)
     poses = []
     for i in range(count):
-        z = rng.uniform(620, 1000)
-        x, y = ((i % 4) - 1.5) / 1.5 * 0.44 * z, ((i // 4) % 3 - 1) * 0.31 * z
-        tilts = [side * rng.uniform(14, 32) for side in ((1, -1)[i % 2], (1, -1)[i // 2 % 2])]
+        z = rng.uniform(540, 950)
+        x, y = ((i % 4) - 1.5) / 1.5 * 0.46 * z, ((i // 4) % 3 - 1) * 0.33 * z
+        tilts = [rng.uniform(-35, 35), rng.uniform(-35, 35)]
         poses.append({"position": [x + rng.uniform(-30, 30), y + rng.uniform(-30, 30), z], "angles": [*tilts, rng.uniform(-8, 8)]})
     return poses
 

@@ -114,7 +114,7 @@ def run(options: Options) -> tuple[dict[str, Any], str]:
     progress = Progress(options.quiet)
     subject, board = _by_board(options, progress) if options.board is not None else (None, None)
     of_walls, walls = _by_walls(options, progress) if options.walls else (None, [])
-    if subject is not None and of_walls is not None and subject != of_walls:
+    if subject is not None and of_walls is not None and not subject.is_same(of_walls):
         raise UsageError("board and walls are of different cameras, or the camera had different lenses")
     seen = subject or of_walls
     assert seen is not None

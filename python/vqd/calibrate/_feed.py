@@ -21,6 +21,7 @@ from .._lens import Lens, lens_from
 from .._recording import Recording
 from .._sets import Cameras
 from .._tool import failure_text, tool
+from ._rays import rms_difference, usable
 
 _HOST_CORRECTED = ("VQD-HT120", "VQD-HT950X")
 _ALWAYS: dict[str, Any] = {"flip_horizontal": False, "flip_vertical": False, "remove_edge": False}
@@ -28,6 +29,7 @@ _ALWAYS: dict[str, Any] = {"flip_horizontal": False, "flip_vertical": False, "re
 Settings = Callable[[str], Mapping[str, Any]]  # by the model
 
 _STARTS_WITHIN = 30.0  # seconds
+_SAME_LENS = 0.01  # pixels
 _MOST_SKEW = 0.05  # seconds between frames of two recordings that belong together
 
 
@@ -59,6 +61,10 @@ class Subject:
     serial: str
     product: str
     lens: Lens
+
+    def is_same(self, other: Subject) -> bool:
+        """Whether it is the same camera with the same lens, but for how numbers are rounded on their way."""
+        return self.serial == other.serial and rms_difference(usable(self.lens), usable(other.lens)) < _SAME_LENS
 
 
 @dataclass(frozen=True)

@@ -91,7 +91,7 @@ def seen_walls(
         one = SeenWall(wall, subject, mean_of(frames[:middle]).depth, mean_of(frames[middle:]).depth)
         if not seen:
             rays = rays_of_image(subject.lens, host_corrects(subject.product) if straight is None else straight)
-        elif one.subject != seen[0].subject:
+        elif not subject.is_same(seen[0].subject):
             raise UsageError(f"{wall.name} shows another camera, or the camera with another lens, than the walls before it")
         _require_still(one, rays)
         progress.say(f"{wall.name}: {len(frames)} frames")
