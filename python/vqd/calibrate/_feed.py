@@ -13,6 +13,7 @@ from contextlib import contextmanager
 from dataclasses import dataclass
 from typing import Any, Optional
 
+from .._bus import choose, list_cameras
 from .._camera import Camera
 from .._connect import connect
 from .._errors import Error, LostError, UsageError
@@ -24,7 +25,7 @@ from .._tool import failure_text, tool
 from ._rays import rms_difference, usable
 
 _HOST_CORRECTED = ("VQD-HT120", "VQD-HT950X")
-_ALWAYS: dict[str, Any] = {"flip_horizontal": False, "flip_vertical": False, "remove_edge": False}
+_ALWAYS: dict[str, Any] = {"flip_horizontal": False, "flip_vertical": False}
 
 Settings = Callable[[str], Mapping[str, Any]]  # by the model
 
@@ -112,7 +113,7 @@ def _recorded_settings(path: str, parameters: dict[str, Any], wanted: Mapping[st
     """What acts on the host is set; what acted in the camera must have been so."""
     on_host = {"undistortion"}
     if host_corrects(product):
-        on_host |= {"remove_edge", "orthogonal", "fppn"}
+        on_host |= {"orthogonal", "fppn"}
     recorded = parameters.get("settings")
     for name, value in wanted.items():
         key = name.replace("_", "-")
@@ -174,9 +175,11 @@ def _recordings(paths: tuple[str, str], settings: Settings) -> Iterator[Feed]:
 @contextmanager
 def _workers(chosen: tuple[str, str], settings: Settings) -> Iterator[Feed]:
     """Each camera behind a worker of our own, because a process has one camera."""
+    attached = list_cameras()
+    serials = [_serial(one.serial, one.name) for one in (choose(attached, word) for word in chosen)]
     with tempfile.TemporaryDirectory(prefix="vqd-") as folder, contextlib.ExitStack() as stack:
         paths = []
-        for number, serial in enumerate(chosen, 1):
+        for number, serial in enumerate(serials, 1):
             paths.append(os.path.join(folder, f"{number}.sock"))
             errors = stack.enter_context(open(os.path.join(folder, f"{number}.txt"), "w+b"))
             process = subprocess.Popen(

@@ -56,9 +56,12 @@ def fit_lens(board: Board, corners: Sequence[Array], start: Lens) -> Fit:
     cv2 = opencv()
     points = [board.points.astype(np.float32)] * len(corners)
     images = [one.astype(np.float32) for one in corners]
-    error, matrix, coefficients, _, _, deviations, _, of_views = cv2.calibrateCameraExtended(
-        points, images, (WIDTH, HEIGHT), start.matrix, start.coefficients, flags=cv2.CALIB_USE_INTRINSIC_GUESS
-    )
+    try:
+        error, matrix, coefficients, _, _, deviations, _, of_views = cv2.calibrateCameraExtended(
+            points, images, (WIDTH, HEIGHT), start.matrix, start.coefficients, flags=cv2.CALIB_USE_INTRINSIC_GUESS
+        )
+    except cv2.error as why:
+        raise Error("OpenCV finds no lens that fits the views; more views in other poses are needed") from why
     k1, k2, p1, p2, k3 = (float(value) for value in coefficients.ravel()[:5])
     lens = Lens(matrix[0, 0], matrix[1, 1], matrix[0, 2], matrix[1, 2], k1, k2, k3, p1, p2)
     spread = dict(zip(PARAMETERS, deviations.ravel().tolist()))

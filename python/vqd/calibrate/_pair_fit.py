@@ -19,7 +19,7 @@ from ._views import View
 
 Array = npt.NDArray[np.float64]
 
-_SAME_TURN, _SAME_SHIFT = 3.0, 0.08  # degrees, and a share of the board's distance, by one view alone
+_SAME_TURN, _SAME_SHIFT = 2.0, 0.05  # degrees, and a share of the board's distance, by one view alone
 _MOST_RMS = 0.6  # pixels
 
 

@@ -28,6 +28,8 @@ _NOT_ONE_WALL = 5.0  # mm rms that two walls differ by once the offsets are take
 _MOST_UNCERTAIN = 1.0  # mm rms over the blocks
 _TAPE = 1.0  # mm, deviation of a distance that was measured
 _ROUNDS = 20
+_LEAST_REST = 0.01  # mm; no two means of frames agree so well, but those of one recording do
+_NOTHING = 1e-14
 
 
 class Plane(NamedTuple):
@@ -127,7 +129,7 @@ def solve_offsets(depths: Sequence[Array], rays: Array, distances: Sequence[Opti
         errors = errors - errors.mean(axis=0)  # what the walls have in common is the offset
         shared = slopes.mean(axis=0)
         slopes = (slopes - shared).reshape(-1, count)
-        rest = float(np.sqrt((errors**2).sum() / max(1, (walls - 1) * int(common.sum()) - count)))
+        rest = max(_LEAST_REST, float(np.sqrt((errors**2).sum() / max(1, (walls - 1) * int(common.sum()) - count))))
         rows, wanted = [slopes / rest], [-errors.ravel() / rest]
         for i, distance in enumerate(distances):
             if distance is not None:
@@ -140,7 +142,9 @@ def solve_offsets(depths: Sequence[Array], rays: Array, distances: Sequence[Opti
         scale = np.linalg.norm(matrix, axis=0)
         normal = (matrix / scale).T @ (matrix / scale)
         step = np.linalg.lstsq(matrix / scale, np.concatenate(wanted), rcond=None)[0] / scale
-        covariance = np.linalg.pinv(normal, rcond=1e-15) / np.outer(scale, scale)
+        # What the walls do not tell at all gets a huge deviation, where an inverse would fail.
+        strengths, ways = np.linalg.eigh(normal)
+        covariance = (ways / np.maximum(strengths, _NOTHING * strengths[-1])) @ ways.T / np.outer(scale, scale)
         planes = [plane + step[3 * i : 3 * i + 3] for i, plane in enumerate(planes)]
         if np.abs(shared @ step).max() < 1e-3:
             break

@@ -76,7 +76,7 @@ class Folder:
 
 
 class Progress:
-    """Lines for people on standard error: on a terminal one that changes, elsewhere only those worth keeping."""
+    """Lines for people on standard error. On a terminal, those that are not worth keeping make room for the next."""
 
     def __init__(self, quiet: bool) -> None:
         self._quiet = quiet
@@ -84,8 +84,8 @@ class Progress:
         self._open = 0
 
     def say(self, text: str, keep: bool = True) -> None:
-        """Shows a line; one that is not kept makes room for the next."""
-        if self._quiet or not (keep or self._changes):
+        """Shows a line."""
+        if self._quiet:
             return
         if self._changes:
             text = text[: shutil.get_terminal_size().columns - 1]
