@@ -64,7 +64,7 @@ by which programs take frames from workers of the package vqd-tools.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vqd-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libvqd-api (= ${version}), umockdev")
-set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "bash-completion, vqd-ros")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "bash-completion, python3-vqd, vqd-ros")
 if(TARGET vqd_serve)
   set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/debian/conffiles)
 endif()
@@ -81,7 +81,7 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.9), python3-numpy, libvqd-api (>= ${version})")
-set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS vqd-tools)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS "vqd-tools, python3-opencv")
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS python3-zstandard)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_SOURCE_DIR}/debian/python/postinst ${CMAKE_CURRENT_SOURCE_DIR}/debian/python/prerm)
@@ -90,7 +90,10 @@ A camera is an iterator of frames, whose images are numpy arrays, with its
 settings as attributes, points in metres, and failures as exceptions.
 .
 Cameras are in the same process, or behind workers of the package vqd-tools,
-which also has the virtual cameras for tests.")
+which also has the virtual cameras for tests.
+.
+vqd-calibrate calibrates cameras from chessboards, for which it needs OpenCV,
+and from flat walls.")
 
 set(CPACK_DEBIAN_ROS_PACKAGE_NAME vqd-ros)
 set(CPACK_DEBIAN_ROS_PACKAGE_SECTION utils)

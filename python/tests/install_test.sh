@@ -17,6 +17,7 @@ cp -r "$source" "$work/python" # pip leaves files beside what it builds
 "$python" -m venv --system-site-packages "$work/venv"
 "$work/venv/bin/pip" install -q --no-index --no-build-isolation "$work/python"
 cd /
+"$work/venv/bin/vqd-calibrate" --help >/dev/null
 "$work/venv/bin/python" - "$work/venv" <<'END'
 import importlib.metadata, pathlib, sys
 import vqd

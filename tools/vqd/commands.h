@@ -38,6 +38,7 @@ void addDoctor(CLI::App& app, Run& run);
 void addWorker(CLI::App& app, Run& run);
 void addStatus(CLI::App& app, Run& run);
 void addRecording(CLI::App& app, Run& run);
+void addCalibrate(CLI::App& app, Run& run);
 void addServe(CLI::App& app, Run& run);
 
 // How the tool was called, for commands that run themselves again to have a virtual bus.

@@ -57,6 +57,7 @@ int runCommandLine(int argc, char** argv)
     addLens(app, run);
     addTable(app, run);
     addProfile(app, run);
+    addCalibrate(app, run);
     addReset(app, run);
     addCompletion(app, run);
     addStats(app, run);

@@ -1,0 +1,169 @@
+# SPDX-FileCopyrightText: VQD_API contributors
+# SPDX-License-Identifier: Apache-2.0
+"""Flat walls: the plane that a depth image shows, and the offset of each block of pixels that several walls agree upon.
+
+A plane is 1 / z = a + b x + c y along the ray (x, y). One wall cannot tell a wall that is tilted from offsets that are;
+walls at several distances and tilts can, because the depth of a tilted wall is no linear function of the ray.
+"""
+from __future__ import annotations
+
+import warnings
+from collections.abc import Sequence
+from typing import NamedTuple, Optional
+
+import numpy as np
+import numpy.typing as npt
+
+from .._errors import Error
+from .._frame import HEIGHT, WIDTH
+
+Array = npt.NDArray[np.float64]
+
+BLOCK = 4
+BLOCK_ROWS, BLOCK_COLUMNS = HEIGHT // BLOCK, WIDTH // BLOCK
+_LEAST_PIXELS = 0.5  # of the image
+_LEAST_IN_BLOCK = 8
+_NOT_FLAT = 60.0  # mm rms; no pattern of a sensor is so large
+_NOT_ONE_WALL = 5.0  # mm rms that two walls differ by once the offsets are taken off
+_MOST_UNCERTAIN = 1.0  # mm rms over the blocks
+_TAPE = 1.0  # mm, deviation of a distance that was measured
+_ROUNDS = 20
+_LEAST_REST = 0.01  # mm; no two means of frames agree so well, but those of one recording do
+_NOTHING = 1e-14
+
+
+class Plane(NamedTuple):
+    """A wall: where it crosses the optical axis, how its right and its lower side are turned away, and what is left, in mm
+    and degrees."""
+
+    distance: float
+    right: float
+    lower: float
+    rms: float
+    pixels: int
+
+
+def _depths(plane: Array, rays: Array) -> Array:
+    return np.asarray(1 / (plane[0] + rays[..., 0] * plane[1] + rays[..., 1] * plane[2]), dtype=np.float64)
+
+
+def _slopes(plane: Array, rays: Array) -> Array:
+    """Of the depths after a, b and c."""
+    square = -(_depths(plane, rays) ** 2)
+    return np.stack([square, square * rays[..., 0], square * rays[..., 1]], axis=-1)
+
+
+def _fitted(depth: Array, rays: Array) -> Array:
+    valid = np.isfinite(depth) & np.isfinite(rays).all(axis=-1)
+    if valid.sum() < _LEAST_PIXELS * depth.size:
+        raise Error(f"only {valid.mean():.0%} of the pixels have a depth; the wall must fill the image")
+    z, directions = depth[valid], rays[valid]
+    lines = np.column_stack([np.ones(len(z)), directions])
+    plane = np.linalg.lstsq(lines * z[:, None], np.ones(len(z)), rcond=None)[0]
+    for _ in range(3):
+        plane = plane + np.linalg.lstsq(_slopes(plane, directions), z - _depths(plane, directions), rcond=None)[0]
+    return np.asarray(plane)
+
+
+def plane_of(depth: Array, rays: Array) -> Plane:
+    """The plane with the least errors along the optical axis. ``rays`` are (240, 320, 2)."""
+    plane = _fitted(depth, rays)
+    errors = depth - _depths(plane, rays)
+    a, b, c = plane
+    return Plane(
+        float(1 / a), float(np.degrees(np.arctan2(-b, a))), float(np.degrees(np.arctan2(-c, a))),
+        float(np.sqrt(np.nanmean(errors**2))), int(np.isfinite(errors).sum()),
+    )
+
+
+def _blocks(image: Array) -> Array:
+    """Means of blocks, (60, 80, ...)."""
+    shape = (BLOCK_ROWS, BLOCK, BLOCK_COLUMNS, BLOCK, *image.shape[2:])
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore", RuntimeWarning)  # blocks without a number
+        return np.asarray(np.nanmean(image.reshape(shape), axis=(1, 3)))
+
+
+class Offsets(NamedTuple):
+    """What to add to the depth of each block, (60, 80) mm; blocks that no wall showed have their neighbours' value."""
+
+    values: Array
+    planes: list[Array]
+    uncertainty: float  # rms deviation of what the blocks have in common, in mm
+    disagreement: float  # rms of what the walls differ by, in mm
+    filled: int
+
+
+def _filled(offsets: Array) -> tuple[Array, int]:
+    values, empty = offsets.copy(), int(np.isnan(offsets).sum())
+    while np.isnan(values).any():
+        around = np.pad(values, 1, constant_values=np.nan)
+        shifted = [around[1 + r : 61 + r, 1 + c : 81 + c] for r in (-1, 0, 1) for c in (-1, 0, 1)]
+        with warnings.catch_warnings():
+            warnings.simplefilter("ignore", RuntimeWarning)
+            values = np.where(np.isnan(values), np.nanmean(shifted, axis=0), values)
+    return values, empty
+
+
+def solve_offsets(depths: Sequence[Array], rays: Array, distances: Sequence[Optional[float]]) -> Offsets:
+    """From mean depth images of walls, and the distances along the optical axis where they were measured."""
+    if len(depths) < 2:
+        raise Error("one wall cannot tell a tilted wall from tilted offsets; two are needed, at other distances and tilts")
+    planes = [_fitted(depth, rays) for depth in depths]
+    for number, (plane, depth) in enumerate(zip(planes, depths), 1):
+        rest = float(np.sqrt(np.nanmean((depth - _depths(plane, rays)) ** 2)))
+        if rest > _NOT_FLAT:
+            raise Error(f"wall {number} is not flat: its depth misses a plane by {rest:.0f} mm rms")
+    masks = [np.where(np.isfinite(depth), 1.0, np.nan) for depth in depths]
+    measured = [_blocks(depth) for depth in depths]
+    enough = [_blocks(np.isfinite(depth).astype(float)) * BLOCK**2 >= _LEAST_IN_BLOCK for depth in depths]
+    common = np.logical_and.reduce(enough)
+    walls, count = len(depths), 3 * len(depths)
+    covariance = np.zeros((count, count))
+    rest = 0.0
+    for _ in range(_ROUNDS):
+        errors = np.stack([(_blocks(_depths(p, rays) * m) - d)[common] for p, m, d in zip(planes, masks, measured)])
+        slopes = np.zeros((walls, int(common.sum()), count))
+        for i, (plane, mask) in enumerate(zip(planes, masks)):
+            slopes[i, :, 3 * i : 3 * i + 3] = _blocks(_slopes(plane, rays) * mask[..., None])[common]
+        errors = errors - errors.mean(axis=0)  # what the walls have in common is the offset
+        shared = slopes.mean(axis=0)
+        slopes = (slopes - shared).reshape(-1, count)
+        rest = max(_LEAST_REST, float(np.sqrt((errors**2).sum() / max(1, (walls - 1) * int(common.sum()) - count))))
+        rows, wanted = [slopes / rest], [-errors.ravel() / rest]
+        for i, distance in enumerate(distances):
+            if distance is not None:
+                row = np.zeros((1, count))
+                row[0, 3 * i] = -1 / planes[i][0] ** 2 / _TAPE
+                rows.append(row)
+                wanted.append(np.array([(distance - 1 / planes[i][0]) / _TAPE]))
+        matrix = np.concatenate(rows)
+        # Depths change much more with a than the other way round, so columns get one length.
+        scale = np.linalg.norm(matrix, axis=0)
+        normal = (matrix / scale).T @ (matrix / scale)
+        step = np.linalg.lstsq(matrix / scale, np.concatenate(wanted), rcond=None)[0] / scale
+        # What the walls do not tell at all gets a huge deviation, where an inverse would fail.
+        strengths, ways = np.linalg.eigh(normal)
+        covariance = (ways / np.maximum(strengths, _NOTHING * strengths[-1])) @ ways.T / np.outer(scale, scale)
+        planes = [plane + step[3 * i : 3 * i + 3] for i, plane in enumerate(planes)]
+        if np.abs(shared @ step).max() < 1e-3:
+            break
+    if rest > _NOT_ONE_WALL:
+        raise Error(f"the walls do not agree: {rest:.1f} mm rms remain; each must be one flat surface that fills the image")
+    uncertainty = float(np.sqrt(np.einsum("bi,ij,bj->b", shared, covariance, shared).mean()))
+    if not uncertainty <= _MOST_UNCERTAIN:
+        raise Error(
+            f"the walls are too much alike: the offsets would be uncertain by {uncertainty:.1f} mm; turn the camera by 15 degrees "
+            "or more to one side and then to the other, and give the measured distances"
+        )
+    totals = np.stack([_blocks(_depths(p, rays) * m) - d for p, m, d in zip(planes, masks, measured)])
+    totals[~np.stack(enough)] = np.nan
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore", RuntimeWarning)
+        values, empty = _filled(np.nanmean(totals, axis=0))
+    return Offsets(values, planes, uncertainty, rest, empty)
+
+
+def add_offsets(depth: Array, offsets: Array) -> Array:
+    """As the camera's host does it."""
+    return depth + np.kron(np.rint(offsets), np.ones((BLOCK, BLOCK)))
