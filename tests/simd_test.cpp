@@ -136,7 +136,7 @@ protected:
     std::mt19937 random;
     Guarded<uint16_t> amplitude{VQD_PIXELS}, depth{VQD_PIXELS};
     Guarded<float> x{VQD_PIXELS}, y{VQD_PIXELS}, fx{VQD_PIXELS}, fy{VQD_PIXELS};
-    Guarded<uint32_t> pairs{kPairs};
+    Guarded<uint16_t> workspace{kWorkspace};
     Guarded<uint16_t> amplitudeOut{VQD_PIXELS}, depthOut{VQD_PIXELS};
     Guarded<uint16_t> amplitudeExpected{VQD_PIXELS}, depthExpected{VQD_PIXELS};
 };
@@ -146,13 +146,14 @@ TEST_F(Simd, BilinearResampling)
     onEveryTarget(60, [&](int) {
         fillPlanes();
         fillMaps(of({0, 16, 1000}));
-        pairs.fill([&] { return random(); });
-        const int gate = of({-1, 0, 100, 300, 65534, 65535, kNoGate});
+        workspace.fill([&] { return random(); });
+        const uint16_t gate = of({uint16_t{0}, uint16_t{100}, uint16_t{300}, uint16_t{65534}, kNoGate});
         const Planes raw{amplitude.data(), depth.data()};
         const ResampleMaps maps{x.data(), y.data(), fx.data(), fy.data()};
         const auto expected =
             scalar::ResampleBilinear(raw, maps, gate, {amplitudeExpected.data(), depthExpected.data()});
-        const auto last = simd::ResampleBilinear(raw, maps, gate, {amplitudeOut.data(), depthOut.data()}, pairs.data());
+        const auto last =
+            simd::ResampleBilinear(raw, maps, gate, {amplitudeOut.data(), depthOut.data()}, workspace.data());
         expectSameImages();
         EXPECT_EQ(memcmp(&last, &expected, sizeof last), 0);
     });
@@ -163,10 +164,9 @@ TEST_F(Simd, NearestResampling)
     onEveryTarget(12, [&](int) {
         fillPlanes();
         fillMaps(of({0, 16, 1000}));
-        pairs.fill([&] { return random(); });
         const Planes raw{amplitude.data(), depth.data()};
         scalar::ResampleNearest(raw, x.data(), y.data(), {amplitudeExpected.data(), depthExpected.data()});
-        simd::ResampleNearest(raw, x.data(), y.data(), {amplitudeOut.data(), depthOut.data()}, pairs.data());
+        simd::ResampleNearest(raw, x.data(), y.data(), {amplitudeOut.data(), depthOut.data()});
         expectSameImages();
     });
 }
