@@ -92,13 +92,16 @@ protected:
     float fraction() { return static_cast<float>(below(1 << 24)) / (1 << 24); }
     template <typename T, size_t N> T of(const T (&list)[N]) { return list[below(N)]; }
 
-    // Positions as a lens makes them that turns, shifts, scales or mirrors, or any positions. Those of one row lie
-    // around an edge of the sensor. None is hostile, or one in this many.
+    // Positions as a lens makes them that turns, shifts, scales or mirrors, or not at all, or any positions. Those of
+    // one row lie around an edge of the sensor. None is hostile, or one in this many.
     void fillMaps(int hostile)
     {
-        const float wander = of({0.0f, 0.0f, 0.0f, 2.0f, 400.0f});
-        const float scale = of({1.0f, 0.97f, 0.8f, 1.1f, 0.5f, 2.4f}), turn = of({0.0f, 0.02f, -0.15f, 0.2f, 0.3f});
-        const float shiftX = of({0.0f, 0.5f, 30.0f}), shiftY = of({0.0f, -7.3f, 60.0f});
+        const bool plain = below(4) == 0; // scaled or mirrored at most
+        const float wander = plain ? 0 : of({0.0f, 0.0f, 0.0f, 2.0f, 400.0f});
+        const float scale = of({1.0f, 1.0f, 0.97f, 0.8f, 1.1f, 1.9f, 0.5f, 2.4f});
+        const float turn = plain ? 0 : of({0.0f, 0.02f, -0.15f, 0.2f, 0.3f});
+        const float shiftX = plain ? 0 : of({0.0f, 0.5f, 30.0f, -40.2f});
+        const float shiftY = plain ? 0 : of({0.0f, -7.3f, 60.0f});
         const bool mirrored = below(5) == 0;
         const int edgeRow = static_cast<int>(below(VQD_HEIGHT));
         const float edge = of({-1.0f, -0.5f, 239.5f, 240.0f, 240.5f});

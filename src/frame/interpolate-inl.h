@@ -121,6 +121,7 @@ HWY_INLINE hn::Mask<Words> passes(const Samples& samples, uint16_t gate)
     return hn::Eq(hn::BitCast(kWords, excess), hn::Zero(kWords));
 }
 
+// Of each word, the low half.
 HWY_INLINE void store(Word amplitude, Word depth, Images out, int pixel)
 {
 #if HWY_TARGET == HWY_SSE4 || HWY_TARGET == HWY_SSSE3
@@ -135,6 +136,7 @@ HWY_INLINE void store(Word amplitude, Word depth, Images out, int pixel)
 #endif
 }
 
+// Loaded, because GCC makes ones anew for each vector when it runs out of registers.
 alignas(64) constexpr float kOnes[16] = {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1};
 
 // A vector of pixels from `pixel` on.

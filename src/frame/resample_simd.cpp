@@ -3,8 +3,8 @@
 //
 // Resampling in vectors, bit for bit what the reference does.
 //
-// A row of pixels is resampled from windows. If one of its pixels has a sample elsewhere, wider windows are tried where
-// vectors are long enough, and at last each sample is loaded by itself.
+// Bilinear resampling works from windows, row by row. Samples that lie well inside are expected as long as they are
+// found.
 #include "frame/resample.h"
 
 #include "simd/targets.h"
@@ -56,6 +56,7 @@ void ResampleNearest(Planes raw, const float* x, const float* y, Images out)
             hn::Store(bits, kWords, inside + i);
             hn::Store(weighted(halves(hn::And(bits, truncated(column, row))), 1, VQD_WIDTH), kWords, samples + i);
         }
+        // One store for both, because most processors store to one place at a time.
 #pragma GCC unroll 4
         for (uint32_t& sample : samples)
             sample = raw.amplitude[sample] | uint32_t{raw.depth[sample]} << 16;
