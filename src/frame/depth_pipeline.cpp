@@ -13,9 +13,10 @@
 #include "frame/frame_state.h"
 #include "frame/resample.h"
 
-static void interpolate(Planes raw, int gate, Images out)
+static void interpolate(Planes raw, uint16_t gate, Images out)
 {
-    const LastPixel last = kernels::ResampleBilinear(raw, {m_fXp2, m_fYp2, fDist_x2, fDist_y2}, gate, out, m_nPairs);
+    const LastPixel last =
+        kernels::ResampleBilinear(raw, {m_fXp2, m_fYp2, fDist_x2, fDist_y2}, gate, out, m_nWorkspace);
     fChgAxis_Amp = last.amplitude;
     fChgAxis_Dep1 = last.depth;
 }
@@ -28,7 +29,7 @@ static void resample(Planes raw, Images out)
     case kUndistortionBilinear:
         return interpolate(raw, kNoGate, out);
     case kUndistortionNearest:
-        return kernels::ResampleNearest(raw, fDist_x2, fDist_y2, out, m_nPairs);
+        return kernels::ResampleNearest(raw, fDist_x2, fDist_y2, out);
     default:
         memcpy(out.amplitude, raw.amplitude, 2 * VQD_PIXELS);
         memcpy(out.depth, raw.depth, 2 * VQD_PIXELS);

@@ -13,7 +13,7 @@ static_assert(sizeof(FrameInfo) == 24 && offsetof(FrameInfo, nHeight) == 4 && of
 FrameInfo m_pFrameInfo[VQD_MAX_DEVICES];    // depth streams; set up once, counted and stamped by the frame read
 FrameInfo m_pRGBFrameInfo[VQD_MAX_DEVICES]; // colour streams; set up once, counted and stamped by the colour read
 alignas(64) unsigned char buffers[VQD_FRAME_BYTES]; // the latest raw frame; the frame read's transfers land here
-alignas(64) uint32_t m_nPairs[kPairs];              // workspace of resampling; nothing in it outlives a frame
+alignas(64) uint16_t m_nWorkspace[kWorkspace];      // workspace of resampling; nothing in it outlives a frame
 int m_nReadingStop;                                 // 1 makes every frame read return 0; written by the application
 int m_nRetriesCount;                                // failed transfers in a row; 0 between frame reads
 int m_nTimeStampStartFlag;                          // 1 once a depth frame was stamped

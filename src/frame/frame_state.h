@@ -6,6 +6,6 @@
 
 #include "frame/resample.h"
 
-extern uint32_t m_nPairs[kPairs];
+extern uint16_t m_nWorkspace[kWorkspace];
 extern bool m_bStarted[VQD_MAX_DEVICES];
 extern bool m_bStarted_RGB[VQD_MAX_DEVICES];

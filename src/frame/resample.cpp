@@ -53,8 +53,8 @@ int spread(const uint16_t* plane, const Source& s)
 
 } // namespace
 
-LastPixel scalar::ResampleBilinear(Planes raw, const ResampleMaps& maps, int gate, Images out, uint32_t*, int first,
-                                   int last)
+LastPixel scalar::ResampleBilinear(Planes raw, const ResampleMaps& maps, uint16_t gate, Images out, uint16_t*,
+                                   int first, int last)
 {
     LastPixel value{};
     for (int i = first; i < last; ++i) {
@@ -71,7 +71,7 @@ LastPixel scalar::ResampleBilinear(Planes raw, const ResampleMaps& maps, int gat
     return value;
 }
 
-void scalar::ResampleNearest(Planes raw, const float* x, const float* y, Images out, uint32_t*)
+void scalar::ResampleNearest(Planes raw, const float* x, const float* y, Images out)
 {
     for (int i = 0; i < VQD_PIXELS; ++i) {
         const float column = x[i] + 0.5f;

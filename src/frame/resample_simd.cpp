@@ -3,8 +3,8 @@
 //
 // Resampling in vectors, bit for bit what the reference does.
 //
-// A row of pixels is resampled from windows. If one of its pixels has a sample elsewhere, wider windows are tried where
-// vectors are long enough, and at last each sample is loaded by itself.
+// Bilinear resampling works from windows, row by row. Samples that lie well inside are expected as long as they are
+// found.
 #include "frame/resample.h"
 
 #include "simd/targets.h"
@@ -14,9 +14,6 @@
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
-#include "frame/each_sample-inl.h"
-#include "frame/merged_planes-inl.h"
-#include "frame/wide_windows-inl.h"
 #include "frame/windows-inl.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -25,59 +22,54 @@ namespace simd::HWY_NAMESPACE
 
 #if VQD_HAS_VECTORS
 
-void resampleElsewhere(Bilinear& job, int first)
+LastPixel ResampleBilinear(Planes raw, const ResampleMaps& maps, uint16_t gate, Images out, uint16_t* workspace)
 {
-#if HWY_TARGET <= HWY_AVX3
-    resampleFromWideWindows(job, first);
-#else
-    resampleEach(job, first);
-#endif
-}
-
-LastPixel ResampleBilinear(Planes raw, const ResampleMaps& maps, int gate, Images out, uint32_t* pairs)
-{
-    constexpr bool kWindows = kLanes > 4; // narrower vectors gain nothing from them
-    constexpr int kTryAgain = 8;          // rows; a try in vain costs a tenth of the time
-    Bilinear job{.planes{.raw = raw, .pairs = pairs + kPairsFirst}, .maps = maps, .gate = gate, .out = out};
-    bool held = kWindows;
+    constexpr int kTryAgain = 8; // rows; a try in vain costs a tenth of the time
+    Bilinear job{.planes{raw, workspace}, .maps = maps, .gate = gate, .out = out};
+    bool inside = true;
     for (int y = 0; y < VQD_HEIGHT; ++y) {
         const int first = VQD_WIDTH * y;
-        if (kWindows && (held || y % kTryAgain == 0))
-            held = resampleFromWindows(job, first);
-        if (!held)
-            resampleElsewhere(job, first);
+        Windows windows;
+        if (inside || y % kTryAgain == 0)
+            inside = findInside(maps.x + first, maps.y + first, windows);
+        if (inside) {
+            resampleInside(job, first, windows);
+        } else {
+            findAnywhere(maps.x + first, maps.y + first, windows);
+            resampleAnywhere(job, first, windows);
+        }
+        if (HWY_UNLIKELY(windows.maySkip))
+            mendSkips(job, first);
     }
     return scalar::ResampleBilinear(raw, maps, gate, out, nullptr, VQD_PIXELS - 1, VQD_PIXELS);
 }
 
-void ResampleNearest(Planes raw, const float* x, const float* y, Images out, uint32_t* pairs)
+void ResampleNearest(Planes raw, const float* x, const float* y, Images out)
 {
-    pairs += kPairsFirst;
-    MergedPlanes{.raw = raw, .pairs = pairs}.merge(VQD_HEIGHT);
-    const Float half = hn::Set(kFloats, 0.5f);
-    const Float one = hn::Set(kFloats, 1.0f);
-    alignas(64) uint32_t indexes[VQD_WIDTH];
-    alignas(64) uint32_t samples[VQD_WIDTH];
+    const Float half = hn::Set(kFloats, 0.5f), one = hn::Set(kFloats, 1.0f);
+    alignas(64) uint32_t samples[VQD_WIDTH], inside[VQD_WIDTH];
     for (int first = 0; first < VQD_PIXELS; first += VQD_WIDTH) {
-        for (int k = 0; k < VQD_WIDTH; k += kLanes) {
-            const Float column = hn::Add(hn::LoadU(kFloats, x + first + k), half);
-            const Float row = hn::Add(hn::LoadU(kFloats, y + first + k), half);
-            const auto inside = hn::And(within(column, -1.0f, VQD_WIDTH), within(row, -1.0f, VQD_HEIGHT));
-            storeIndexes(hn::Add(hn::Trunc(column), one), hn::Add(hn::Trunc(row), one), inside, indexes + k);
+        for (int i = 0; i < VQD_WIDTH; i += kLanes) {
+            const Float column = hn::Add(hn::LoadU(kFloats, x + first + i), half);
+            const Float row = hn::Add(hn::LoadU(kFloats, y + first + i), half);
+            const Word bits = onlyInside(hn::Set(kWords, UINT32_MAX), hn::Add(column, one), hn::Add(row, one));
+            hn::Store(bits, kWords, inside + i);
+            hn::Store(weighted(halves(hn::And(bits, truncated(column, row))), 1, VQD_WIDTH), kWords, samples + i);
         }
-        for (int k = 0; k < VQD_WIDTH; ++k)
-            samples[k] = pairs[indexes[k]];
-        for (int k = 0; k < VQD_WIDTH; k += kLanes) {
-            const Word sample = hn::Load(kWords, samples + k);
-            hn::StoreU(hn::TruncateTo(kPixels, sample), kPixels, out.amplitude + first + k);
-            hn::StoreU(hn::TruncateTo(kPixels, hn::ShiftRight<16>(sample)), kPixels, out.depth + first + k);
+        // One store for both, because most processors store to one place at a time.
+#pragma GCC unroll 4
+        for (uint32_t& sample : samples)
+            sample = raw.amplitude[sample] | uint32_t{raw.depth[sample]} << 16;
+        for (int i = 0; i < VQD_WIDTH; i += kLanes) {
+            const Word sample = hn::And(hn::Load(kWords, samples + i), hn::Load(kWords, inside + i));
+            store(sample, hn::ShiftRight<16>(sample), out, first + i);
         }
     }
 }
 
 #else
 
-LastPixel ResampleBilinear(Planes raw, const ResampleMaps& maps, int gate, Images out, uint32_t*)
+LastPixel ResampleBilinear(Planes raw, const ResampleMaps& maps, uint16_t gate, Images out, uint16_t*)
 {
     return scalar::ResampleBilinear(raw, maps, gate, out);
 }
@@ -97,14 +89,14 @@ namespace simd
 HWY_EXPORT(ResampleBilinear);
 HWY_EXPORT(ResampleNearest);
 
-LastPixel ResampleBilinear(Planes raw, const ResampleMaps& maps, int gate, Images out, uint32_t* pairs)
+LastPixel ResampleBilinear(Planes raw, const ResampleMaps& maps, uint16_t gate, Images out, uint16_t* workspace)
 {
-    return HWY_DYNAMIC_DISPATCH(ResampleBilinear)(raw, maps, gate, out, pairs);
+    return HWY_DYNAMIC_DISPATCH(ResampleBilinear)(raw, maps, gate, out, workspace);
 }
 
-void ResampleNearest(Planes raw, const float* x, const float* y, Images out, uint32_t* pairs)
+void ResampleNearest(Planes raw, const float* x, const float* y, Images out)
 {
-    HWY_DYNAMIC_DISPATCH(ResampleNearest)(raw, x, y, out, pairs);
+    HWY_DYNAMIC_DISPATCH(ResampleNearest)(raw, x, y, out);
 }
 
 } // namespace simd
