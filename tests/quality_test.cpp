@@ -169,6 +169,6 @@ TEST(Quality, APixelFliesBetweenTwoSurfacesButNotOnASteepOne)
     EXPECT_EQ(draw([](int x, int) { return x < 100 ? 1000 : x > 100 ? 2500 : 1700; }), VQD_HEIGHT);
     EXPECT_EQ(draw([](int, int y) { return y < 100 ? 1000 : y > 100 ? 2500 : 1700; }), VQD_WIDTH);
     EXPECT_EQ(draw([](int x, int) { return x < 100 ? 1000 : x > 100 ? 2500 : 1010; }), 0); // within the noise
-    EXPECT_EQ(draw([](int x, int y) { return 500 + 40 * x + 60 * y; }), 0);                // a floor, say
+    EXPECT_EQ(draw([](int, int y) { return y < 220 ? 240000.0 / (260 - y) : 6000; }), 0);  // a floor
     EXPECT_EQ(draw([](int x, int) { return x < 100 ? 1000 : x > 100 ? 0 : 1700; }), 0);    // nothing behind it
 }

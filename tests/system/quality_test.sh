@@ -99,6 +99,8 @@ head -c 700 800.json >cut.json
 refused 2 'cut.json: ' --merge 800.json cut.json
 jq '.regions[0].metrics.noise.value = "much"' 800.json >wrong.json
 refused 2 'wrong.json: the value of "noise" is not a number' --merge wrong.json
+jq '.regions[0].metrics.bias.value = -1e308' 800.json >huge.json
+refused 2 'huge.json: the value of "bias"' --merge 2000.json huge.json
 jq '.regions[0].metrics.noise.unit = "m"' 800.json >unit.json
 refused 2 'unit.json: the unit of "noise" is not mm' --merge unit.json
 refused 2 'needs files' --merge

@@ -15,6 +15,7 @@ namespace
 {
 
 constexpr size_t kMostPoints = 240;
+constexpr double kMost = 1e12; // of any value; beyond that, a plot could not have an axis
 
 // Means of equal groups; null for a group without a value.
 template <typename Values, typename ValueOf> Json course(const Values& values, ValueOf valueOf)
@@ -80,8 +81,8 @@ Figure figureFrom(const Json& json, const MetricRow& row, const std::string& fil
     const Json reason = json.is_object() ? json.value("reason", Json()) : Json();
     if (json.is_object() && value.is_null())
         return {std::nullopt, textOr(reason, "the file does not say why")};
-    if (!value.is_number() || !std::isfinite(value.get<double>()))
-        refuse(file, "the value of " + name + " is not a number");
+    if (!value.is_number() || !(std::abs(value.get<double>()) <= kMost))
+        refuse(file, "the value of " + name + " is not a number that can be one");
     if (json.value("unit", Json()) != row.unit)
         refuse(file, "the unit of " + name + " is not " + row.unit);
     return {value.get<double>()};
@@ -146,8 +147,8 @@ QualityReport readQuality(const std::string& file)
                regions = json.value("regions", Json());
     const Json serial = camera.is_object() ? camera.value("serial", Json()) : Json();
     report.serial = textOr(serial, "unknown");
-    if (!distance.is_null() && !(distance.is_number() && distance.get<double>() > 0))
-        refuse(file, "\"known-distance\" is not a number above 0");
+    if (!distance.is_null() && !(distance.is_number() && distance.get<double>() > 0 && distance.get<double>() <= kMost))
+        refuse(file, "\"known-distance\" is not a number above 0 that can be one");
     if (distance.is_number())
         report.distance = distance.get<double>();
     if (!regions.is_array() || regions.empty() || regions.size() > kMostRegions)
