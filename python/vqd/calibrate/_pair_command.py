@@ -67,10 +67,10 @@ def run(options: Options) -> tuple[dict[str, Any], str]:
         raise UsageError("give two cameras by their serial numbers, or two recordings that were made at the same time")
     folder, progress = Folder(options.output, "pair", options.force), Progress(options.quiet)
     with open_pair((one, other) if are_files[0] else None, None if are_files[0] else (one, other), raw) as feed:
-        found = gathered(feed, board, options, progress, _LEAST, _ENOUGH, _MOST)
         first, second = feed.subjects
-    if first.serial == second.serial:
-        raise UsageError(f"both are of camera {first.serial}")
+        if first.serial == second.serial:
+            raise UsageError(f"both are of camera {first.serial}")
+        found = gathered(feed, board, options, progress, _LEAST, _ENOUGH, _MOST)
     require_tilts(found.views)
     for camera in (0, 1):
         require_square(board, found.views, camera)

@@ -20,7 +20,7 @@ from ._stillness import Shot, still_shots
 Array = npt.NDArray[np.float64]
 
 CELL = 40  # pixels a side, in which coverage is counted
-_LEAST_SHIFT = 8.0  # pixels, mean over the corners, from a view that is kept
+_LEAST_SHIFT, _LEAST_TURN = 8.0, 8.0  # pixels, mean over the corners, and degrees, from a view that is kept
 _STEEP, _TILTED = 60.0, 15.0  # degrees
 _WANTED_OF_EACH_TILT = 2
 _WANTED_COVERAGE = 0.85
@@ -96,11 +96,12 @@ class Collection:
             if found is None:
                 return "no board" if len(shots) == 1 else f"no board in camera {i + 1}"
             corners.append(found)
+        placed = [place(self._board, found, lens) for found, lens in zip(corners, self._lenses)]
         for k, view in enumerate(self.views):
             shifts = [np.hypot(*(one - other).T).mean() for one, other in zip(corners, view.corners)]
-            if max(shifts) < _LEAST_SHIFT:
+            turns = [np.abs(np.subtract(one.tilts, other.tilts)).max() for one, other in zip(placed, view.placed)]
+            if max(shifts) < _LEAST_SHIFT and max(turns) < _LEAST_TURN:
                 return f"like view {k + 1}"
-        placed = [place(self._board, found, lens) for found, lens in zip(corners, self._lenses)]
         if any(abs(tilt) > _STEEP for one in placed for tilt in one.tilts):
             return "too steep"
         self.views.append(View(tuple(corners), tuple(placed), shots))
