@@ -28,7 +28,8 @@ _NOT_ONE_WALL = 5.0  # mm rms that two walls differ by once the offsets are take
 _MOST_UNCERTAIN = 1.0  # mm rms over the blocks
 _TAPE = 1.0  # mm, deviation of a distance that was measured
 _ROUNDS = 20
-_LEAST_REST = 0.01  # mm; no two means of frames agree so well, but those of one recording do
+_LEAST_NOISE = 0.01  # mm², of a pixel
+_MEDIAN_SQUARE = 0.455  # median of the square of a normal deviation
 _NOTHING = 1e-14
 
 
@@ -84,6 +85,22 @@ def _blocks(image: Array) -> Array:
         return np.asarray(np.nanmean(image.reshape(shape), axis=(1, 3)))
 
 
+def _noise(errors: Array) -> Array:
+    """Of the means of blocks, (60, 80) mm, from how the pixels of a block differ, which its neighbours help to estimate."""
+    squares = _blocks(errors**2) - _blocks(errors) ** 2
+    return np.asarray(np.sqrt(np.maximum(_around(squares), _LEAST_NOISE)) / BLOCK, dtype=np.float64)
+
+
+def _around(blocks: Array) -> Array:
+    """The mean of each block and its eight neighbours, as far as they have a value."""
+    framed = np.pad(blocks, 1, constant_values=np.nan)
+    rows, columns = blocks.shape
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore", RuntimeWarning)
+        mean = np.nanmean([framed[r : r + rows, c : c + columns] for r in range(3) for c in range(3)], axis=0)
+    return np.asarray(mean, dtype=np.float64)
+
+
 class Offsets(NamedTuple):
     """What to add to the depth of each block, (60, 80) mm; blocks that no wall showed have their neighbours' value."""
 
@@ -97,11 +114,7 @@ class Offsets(NamedTuple):
 def _filled(offsets: Array) -> tuple[Array, int]:
     values, empty = offsets.copy(), int(np.isnan(offsets).sum())
     while np.isnan(values).any():
-        around = np.pad(values, 1, constant_values=np.nan)
-        shifted = [around[1 + r : 61 + r, 1 + c : 81 + c] for r in (-1, 0, 1) for c in (-1, 0, 1)]
-        with warnings.catch_warnings():
-            warnings.simplefilter("ignore", RuntimeWarning)
-            values = np.where(np.isnan(values), np.nanmean(shifted, axis=0), values)
+        values = np.where(np.isnan(values), _around(values), values)
     return values, empty
 
 
@@ -118,6 +131,8 @@ def solve_offsets(depths: Sequence[Array], rays: Array, distances: Sequence[Opti
     measured = [_blocks(depth) for depth in depths]
     enough = [_blocks(np.isfinite(depth).astype(float)) * BLOCK**2 >= _LEAST_IN_BLOCK for depth in depths]
     common = np.logical_and.reduce(enough)
+    # Dark blocks, as in the corners of a raw image, are much noisier than others.
+    strength = 1 / np.stack([_noise(depth - _depths(plane, rays)) for plane, depth in zip(planes, depths)])[:, common] ** 2
     walls, count = len(depths), 3 * len(depths)
     covariance = np.zeros((count, count))
     rest = 0.0
@@ -126,11 +141,14 @@ def solve_offsets(depths: Sequence[Array], rays: Array, distances: Sequence[Opti
         slopes = np.zeros((walls, int(common.sum()), count))
         for i, (plane, mask) in enumerate(zip(planes, masks)):
             slopes[i, :, 3 * i : 3 * i + 3] = _blocks(_slopes(plane, rays) * mask[..., None])[common]
-        errors = errors - errors.mean(axis=0)  # what the walls have in common is the offset
-        shared = slopes.mean(axis=0)
-        slopes = (slopes - shared).reshape(-1, count)
-        rest = max(_LEAST_REST, float(np.sqrt((errors**2).sum() / max(1, (walls - 1) * int(common.sum()) - count))))
-        rows, wanted = [slopes / rest], [-errors.ravel() / rest]
+        parts = strength / strength.sum(axis=0)
+        errors = errors - (parts * errors).sum(axis=0)  # what the walls have in common is the offset
+        shared = (parts[..., None] * slopes).sum(axis=0)
+        slopes = slopes - shared
+        rest = float(np.sqrt(np.median((errors**2).sum(axis=0) / (walls - 1)) / _MEDIAN_SQUARE))
+        misfit = np.sqrt((strength * errors**2).sum() / max(1, (walls - 1) * int(common.sum()) - count))
+        scales = np.sqrt(strength) / max(1.0, misfit)
+        rows, wanted = [(slopes * scales[..., None]).reshape(-1, count)], [-(errors * scales).ravel()]
         for i, distance in enumerate(distances):
             if distance is not None:
                 row = np.zeros((1, count))
