@@ -23,10 +23,11 @@ BLOCK = 4
 BLOCK_ROWS, BLOCK_COLUMNS = HEIGHT // BLOCK, WIDTH // BLOCK
 _LEAST_PIXELS = 0.5  # of the image
 _LEAST_IN_BLOCK = 8
-_NOT_FLAT = 60.0  # mm rms; no pattern of a sensor is so large
+NOT_FLAT = 60.0  # mm rms; no pattern of a sensor is so large
 _NOT_ONE_WALL = 5.0  # mm rms that two walls differ by once the offsets are taken off
 _MOST_UNCERTAIN = 1.0  # mm rms over the blocks
 _TAPE = 1.0  # mm, deviation of a distance that was measured
+_MOST_MISMATCH = 20.0  # mm between a measured distance and that which all walls together give
 _ROUNDS = 20
 _LEAST_NOISE = 0.01  # mm², of a pixel
 _MEDIAN_SQUARE = 0.455  # median of the square of a normal deviation
@@ -125,7 +126,7 @@ def solve_offsets(depths: Sequence[Array], rays: Array, distances: Sequence[Opti
     planes = [_fitted(depth, rays) for depth in depths]
     for number, (plane, depth) in enumerate(zip(planes, depths), 1):
         rest = float(np.sqrt(np.nanmean((depth - _depths(plane, rays)) ** 2)))
-        if rest > _NOT_FLAT:
+        if rest > NOT_FLAT:
             raise Error(f"wall {number} is not flat: its depth misses a plane by {rest:.0f} mm rms")
     masks = [np.where(np.isfinite(depth), 1.0, np.nan) for depth in depths]
     measured = [_blocks(depth) for depth in depths]
@@ -168,6 +169,12 @@ def solve_offsets(depths: Sequence[Array], rays: Array, distances: Sequence[Opti
             break
     if rest > _NOT_ONE_WALL:
         raise Error(f"the walls do not agree: {rest:.1f} mm rms remain; each must be one flat surface that fills the image")
+    for number, (plane, distance) in enumerate(zip(planes, distances), 1):
+        if distance is not None and abs(1 / plane[0] - distance) > _MOST_MISMATCH:
+            raise Error(
+                f"the walls do not agree with their distances: wall {number} would be at {1 / plane[0]:.0f} mm, and not at "
+                f"{distance:.0f}; measure from the lens along the optical axis"
+            )
     uncertainty = float(np.sqrt(np.einsum("bi,ij,bj->b", shared, covariance, shared).mean()))
     if not uncertainty <= _MOST_UNCERTAIN:
         raise Error(
