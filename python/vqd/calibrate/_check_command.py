@@ -17,7 +17,7 @@ from ._options import Options, wall_of
 from ._planes import Array, plane_of
 from ._report import Progress, lines_of
 from ._views import Collection, View, coverage
-from ._walls import rays_of_image, seen_walls
+from ._walls import rays_of_image, require_still, seen_walls
 
 _LEAST, _ENOUGH, _MOST = 4, 10, 30  # views
 _GOOD_REPROJECTION = 0.2  # pixels
@@ -68,6 +68,7 @@ def _by_walls(options: Options, progress: Progress) -> tuple[Subject, list[dict[
     seen, rays = seen_walls(walls, options, corrected, progress, straight=True)
     found = []
     for one in seen:
+        require_still(one, rays)
         plane = plane_of(one.depth, rays)
         found.append({
             "wall": one.wall.name, "given-distance": one.wall.distance, "distance": plane.distance,

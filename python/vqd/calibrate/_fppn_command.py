@@ -13,7 +13,7 @@ from ._feed import host_corrects, without_fppn
 from ._options import Options, wall_of
 from ._planes import Array, Offsets, add_offsets, plane_of, solve_offsets
 from ._report import Folder, Progress, lines_of
-from ._walls import SeenWall, seen_walls
+from ._walls import SeenWall, require_still, seen_walls
 from ._writing import into_camera, into_profile
 
 _TABLE = "fppn-4x4"
@@ -74,6 +74,8 @@ def run(options: Options) -> tuple[dict[str, Any], str]:
         raise UsageError(f"FPPN of {subject.product} acts in the camera, so it goes there: --write camera")
     if on_host:
         seen = [_corrected(one, rays) for one in seen]
+    for one in seen:
+        require_still(one, rays)
     made_from = seen[: len(walls)]
     offsets = solve_offsets([one.first for one in made_from], rays, [one.wall.distance for one in made_from])
     whole = np.rint(offsets.values).astype(np.int32)

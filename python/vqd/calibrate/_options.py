@@ -60,4 +60,6 @@ def wall_of(word: str) -> Wall:
         source = word
     if not source or (distance is not None and not 50 <= distance <= 20000):
         raise UsageError(f"a wall is a recording or the word camera, then @ and its distance of 50 to 20000 mm, not {word!r}")
+    if source != "camera" and not Path(source).is_file():
+        raise UsageError(f"there is no recording {source}")
     return Wall(None if source == "camera" else source, distance)

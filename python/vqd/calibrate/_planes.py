@@ -23,12 +23,14 @@ BLOCK = 4
 BLOCK_ROWS, BLOCK_COLUMNS = HEIGHT // BLOCK, WIDTH // BLOCK
 _LEAST_PIXELS = 0.5  # of the image
 _LEAST_IN_BLOCK = 8
-_NOT_FLAT = 60.0  # mm rms; no pattern of a sensor is so large
+NOT_FLAT = 60.0  # mm rms; no pattern of a sensor is so large
 _NOT_ONE_WALL = 5.0  # mm rms that two walls differ by once the offsets are taken off
 _MOST_UNCERTAIN = 1.0  # mm rms over the blocks
 _TAPE = 1.0  # mm, deviation of a distance that was measured
+_MOST_MISMATCH = 20.0  # mm between a measured distance and that which all walls together give
 _ROUNDS = 20
-_LEAST_REST = 0.01  # mm; no two means of frames agree so well, but those of one recording do
+_LEAST_NOISE = 0.01  # mm², of a pixel
+_MEDIAN_SQUARE = 0.455  # median of the square of a normal deviation
 _NOTHING = 1e-14
 
 
@@ -84,6 +86,22 @@ def _blocks(image: Array) -> Array:
         return np.asarray(np.nanmean(image.reshape(shape), axis=(1, 3)))
 
 
+def _noise(errors: Array) -> Array:
+    """Of the means of blocks, (60, 80) mm, from how the pixels of a block differ, which its neighbours help to estimate."""
+    squares = _blocks(errors**2) - _blocks(errors) ** 2
+    return np.asarray(np.sqrt(np.maximum(_around(squares), _LEAST_NOISE)) / BLOCK, dtype=np.float64)
+
+
+def _around(blocks: Array) -> Array:
+    """The mean of each block and its eight neighbours, as far as they have a value."""
+    framed = np.pad(blocks, 1, constant_values=np.nan)
+    rows, columns = blocks.shape
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore", RuntimeWarning)
+        mean = np.nanmean([framed[r : r + rows, c : c + columns] for r in range(3) for c in range(3)], axis=0)
+    return np.asarray(mean, dtype=np.float64)
+
+
 class Offsets(NamedTuple):
     """What to add to the depth of each block, (60, 80) mm; blocks that no wall showed have their neighbours' value."""
 
@@ -97,11 +115,7 @@ class Offsets(NamedTuple):
 def _filled(offsets: Array) -> tuple[Array, int]:
     values, empty = offsets.copy(), int(np.isnan(offsets).sum())
     while np.isnan(values).any():
-        around = np.pad(values, 1, constant_values=np.nan)
-        shifted = [around[1 + r : 61 + r, 1 + c : 81 + c] for r in (-1, 0, 1) for c in (-1, 0, 1)]
-        with warnings.catch_warnings():
-            warnings.simplefilter("ignore", RuntimeWarning)
-            values = np.where(np.isnan(values), np.nanmean(shifted, axis=0), values)
+        values = np.where(np.isnan(values), _around(values), values)
     return values, empty
 
 
@@ -112,12 +126,14 @@ def solve_offsets(depths: Sequence[Array], rays: Array, distances: Sequence[Opti
     planes = [_fitted(depth, rays) for depth in depths]
     for number, (plane, depth) in enumerate(zip(planes, depths), 1):
         rest = float(np.sqrt(np.nanmean((depth - _depths(plane, rays)) ** 2)))
-        if rest > _NOT_FLAT:
+        if rest > NOT_FLAT:
             raise Error(f"wall {number} is not flat: its depth misses a plane by {rest:.0f} mm rms")
     masks = [np.where(np.isfinite(depth), 1.0, np.nan) for depth in depths]
     measured = [_blocks(depth) for depth in depths]
     enough = [_blocks(np.isfinite(depth).astype(float)) * BLOCK**2 >= _LEAST_IN_BLOCK for depth in depths]
     common = np.logical_and.reduce(enough)
+    # Dark blocks, as in the corners of a raw image, are much noisier than others.
+    strength = 1 / np.stack([_noise(depth - _depths(plane, rays)) for plane, depth in zip(planes, depths)])[:, common] ** 2
     walls, count = len(depths), 3 * len(depths)
     covariance = np.zeros((count, count))
     rest = 0.0
@@ -126,11 +142,14 @@ def solve_offsets(depths: Sequence[Array], rays: Array, distances: Sequence[Opti
         slopes = np.zeros((walls, int(common.sum()), count))
         for i, (plane, mask) in enumerate(zip(planes, masks)):
             slopes[i, :, 3 * i : 3 * i + 3] = _blocks(_slopes(plane, rays) * mask[..., None])[common]
-        errors = errors - errors.mean(axis=0)  # what the walls have in common is the offset
-        shared = slopes.mean(axis=0)
-        slopes = (slopes - shared).reshape(-1, count)
-        rest = max(_LEAST_REST, float(np.sqrt((errors**2).sum() / max(1, (walls - 1) * int(common.sum()) - count))))
-        rows, wanted = [slopes / rest], [-errors.ravel() / rest]
+        parts = strength / strength.sum(axis=0)
+        errors = errors - (parts * errors).sum(axis=0)  # what the walls have in common is the offset
+        shared = (parts[..., None] * slopes).sum(axis=0)
+        slopes = slopes - shared
+        rest = float(np.sqrt(np.median((errors**2).sum(axis=0) / (walls - 1)) / _MEDIAN_SQUARE))
+        misfit = np.sqrt((strength * errors**2).sum() / max(1, (walls - 1) * int(common.sum()) - count))
+        scales = np.sqrt(strength) / max(1.0, misfit)
+        rows, wanted = [(slopes * scales[..., None]).reshape(-1, count)], [-(errors * scales).ravel()]
         for i, distance in enumerate(distances):
             if distance is not None:
                 row = np.zeros((1, count))
@@ -150,6 +169,12 @@ def solve_offsets(depths: Sequence[Array], rays: Array, distances: Sequence[Opti
             break
     if rest > _NOT_ONE_WALL:
         raise Error(f"the walls do not agree: {rest:.1f} mm rms remain; each must be one flat surface that fills the image")
+    for number, (plane, distance) in enumerate(zip(planes, distances), 1):
+        if distance is not None and abs(1 / plane[0] - distance) > _MOST_MISMATCH:
+            raise Error(
+                f"the walls do not agree with their distances: wall {number} would be at {1 / plane[0]:.0f} mm, and not at "
+                f"{distance:.0f}; measure from the lens along the optical axis"
+            )
     uncertainty = float(np.sqrt(np.einsum("bi,ij,bj->b", shared, covariance, shared).mean()))
     if not uncertainty <= _MOST_UNCERTAIN:
         raise Error(

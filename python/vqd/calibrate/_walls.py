@@ -15,7 +15,7 @@ from .._frame import HEIGHT, WIDTH, Frame
 from .._lens import Lens
 from ._feed import Settings, Subject, host_corrects, limited, open_one
 from ._options import Options, Wall
-from ._planes import plane_of
+from ._planes import NOT_FLAT, plane_of
 from ._rays import grid, rays_of, straight_rays
 from ._report import Progress
 from ._stillness import mean_of
@@ -52,8 +52,11 @@ def rays_of_image(lens: Lens, straight: bool) -> Array:
     return (straight_rays(lens, pixels) if straight else rays_of(lens, pixels)).reshape(HEIGHT, WIDTH, 2)
 
 
-def _require_still(seen: SeenWall, rays: Array) -> None:
+def require_still(seen: SeenWall, rays: Array) -> None:
+    """Fails where the halves of the frames show different planes. What is no plane at all is told elsewhere."""
     one, other = plane_of(seen.first, rays), plane_of(seen.second, rays)
+    if max(one.rms, other.rms) > NOT_FLAT:
+        return
     turn = max(abs(one.right - other.right), abs(one.lower - other.lower))
     if abs(one.distance - other.distance) > _MOST_SHIFT or turn > _MOST_TURN:
         raise Error(f"the camera moved while it looked at the wall of {seen.wall.name}; it must stand still")
@@ -93,7 +96,6 @@ def seen_walls(
             rays = rays_of_image(subject.lens, host_corrects(subject.product) if straight is None else straight)
         elif not subject.is_same(seen[0].subject):
             raise UsageError(f"{wall.name} shows another camera, or the camera with another lens, than the walls before it")
-        _require_still(one, rays)
         progress.say(f"{wall.name}: {len(frames)} frames")
         seen.append(one)
     return seen, rays
