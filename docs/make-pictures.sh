@@ -2,8 +2,8 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 #
-# Makes docs/pictures/*.png again, from virtual cameras. It needs what demo.sh needs, pngquant, and chromium-headless-shell for the
-# pictures of pages.
+# Makes docs/pictures/*.png again, from virtual cameras. It needs what demo.sh needs, pngquant, python3-opencv, and
+# chromium-headless-shell for the pictures of pages.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -25,6 +25,17 @@ done
 for picture in depth amplitude points; do
     mv "$work/demo/$picture.png" "$work/demo-$picture.png"
 done
+
+# A board all over the image, as python/tests/calibration.py holds it, before a camera with another lens than its EEPROM says.
+PYTHONPATH=python:python/tests VQD_LIBRARY=$build/libVQD_API.so VQD_TOOL=$build/vqd python3 - "$work" <<'END'
+import pathlib, sys
+from calibration import BOARD, FRAMES_PER_POSE, LENS, all_over_the_image, board_file, calibrate, lens_option
+work = pathlib.Path(sys.argv[1])
+scene = board_file(work / "board.json", all_over_the_image(1, 30))
+options = ["VQD-HT120", "--scene", scene, "--lens", lens_option(LENS)]
+calibrate(options, "lens", *BOARD, "-n", str(30 * FRAMES_PER_POSE), "-o", str(work / "lens"))
+END
+mv "$work/lens/views.png" "$work/calibrate-lens.png"
 
 mkdir "$work/page"
 tests/page/page_test.py "$build/vqd" --pages "$work/page"

@@ -34,7 +34,7 @@ def test_walls_are_flat_with_the_offsets_of_two_others(walls, tmp_path, monkeypa
     words = [near, far, "--held-back", "camera@2500", "-o", str(tmp_path / "fppn"), "--write", "profile"]
     report = calibrate(sim, "fppn", *words)
     assert [wall["held-back"] for wall in report["walls"]] == [False, False, True]
-    assert report["offsets"]["uncertainty"] < 0.6 and report["offsets"]["filled"] == 0
+    assert report["offsets"]["uncertainty"] < 1 and report["offsets"]["filled"] == 0
     assert (tmp_path / "fppn/fppn-4x4.bin").stat().st_size == 9600
     assert calibrate(sim, "check", "camera@2500")["walls"][0]["rms"] <= 1.1
     after = calibrate(["VQD-HT120", "--scene", "wall:900,-5"], "check", "camera@900")

@@ -10,7 +10,8 @@ import pytest
 from calibration import BOARD, FRAMES_PER_POSE, SERIALS, FakeRecording, board_file, calibrate, capture
 
 from vqd import Lens
-from vqd.calibrate import _feed, _pair_command, main
+from vqd.calibrate import _feed, _pair_command, _views, main
+from vqd.calibrate._board import find_corners
 
 cv2 = pytest.importorskip("cv2", reason="OpenCV is missing (python3-opencv)")
 
@@ -41,10 +42,25 @@ def images(tmp_path_factory):
     return [capture(options, serial, folder / f"{serial}.npz", POSES * FRAMES_PER_POSE) for serial in SERIALS]
 
 
+@pytest.fixture(scope="module")
+def find_once():
+    """The finder, which looks at each image only once, because that takes half a second."""
+    found = {}
+
+    def find(amplitude, board):
+        key = amplitude.tobytes()
+        if key not in found:
+            found[key] = find_corners(amplitude, board)
+        return found[key]
+
+    return find
+
+
 @pytest.fixture
-def recordings(images, tmp_path, monkeypatch):
+def recordings(images, find_once, tmp_path, monkeypatch):
     """Two paths that stand for recordings of the frames; the second one's may be in another order."""
     monkeypatch.setattr(_feed, "Recording", FakeRecording)
+    monkeypatch.setattr(_views, "find_corners", find_once)
 
     def make(order=range(POSES * FRAMES_PER_POSE)):
         paths = []

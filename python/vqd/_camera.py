@@ -32,7 +32,7 @@ from ._tables import Tables
 
 _log = logging.getLogger("vqd")
 
-_HOST_CORRECTED = ("VQD-HT120", "VQD-HT950X")
+HOST_CORRECTED = ("VQD-HT120", "VQD-HT950X")
 _LONGEST_READ = 15.0  # seconds that a read may take while the library searches
 _PATIENCE = 1.0  # seconds that a close waits for a read; a camera that is silent longer is let go by the reading thread
 
@@ -248,7 +248,7 @@ class Camera(Source):
         """Whether the host changes the frames, and whether values of a profile are in use."""
         exports = self._library.place
         corrected = 1 in (exports(name).value for name in ("m_bFPPN", "m_bOrthogonal", "m_bRemoveEdge"))
-        on_host = corrected and any(model in self._info.product for model in _HOST_CORRECTED)
+        on_host = corrected and any(model in self._info.product for model in HOST_CORRECTED)
         return exports("m_nUndistortionMode").value in (1, 2, 3) or on_host, self._profile_path is not None
 
     def _follow(self) -> None:

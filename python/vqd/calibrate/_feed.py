@@ -14,7 +14,7 @@ from dataclasses import dataclass
 from typing import Any, Optional
 
 from .._bus import choose, list_cameras
-from .._camera import Camera
+from .._camera import HOST_CORRECTED, Camera
 from .._connect import connect
 from .._errors import Error, LostError, UsageError
 from .._frame import Frame
@@ -24,7 +24,6 @@ from .._sets import Cameras
 from .._tool import failure_text, tool
 from ._rays import rms_difference, usable
 
-_HOST_CORRECTED = ("VQD-HT120", "VQD-HT950X")
 _ALWAYS: dict[str, Any] = {"flip_horizontal": False, "flip_vertical": False}
 
 Settings = Callable[[str], Mapping[str, Any]]  # by the model
@@ -36,7 +35,7 @@ _MOST_SKEW = 0.05  # seconds between frames of two recordings that belong togeth
 
 def host_corrects(product: str) -> bool:
     """Whether FPPN and orthogonal factors of this model act on the host, in the undistorted image."""
-    return any(model in product for model in _HOST_CORRECTED)
+    return any(model in product for model in HOST_CORRECTED)
 
 
 def raw(_: str) -> Mapping[str, Any]:

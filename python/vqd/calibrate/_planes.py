@@ -24,12 +24,14 @@ BLOCK_ROWS, BLOCK_COLUMNS = HEIGHT // BLOCK, WIDTH // BLOCK
 _LEAST_PIXELS = 0.5  # of the image
 _LEAST_IN_BLOCK = 8
 NOT_FLAT = 60.0  # mm rms; no pattern of a sensor is so large
-_NOT_ONE_WALL = 5.0  # mm rms that two walls differ by once the offsets are taken off
-_MOST_UNCERTAIN = 1.0  # mm rms over the blocks
+_NOT_ONE_WALL = 15.0  # mm rms that walls differ by once the offsets are taken off; the error that goes with distance is in it
+_MOST_UNCERTAIN = 1.5  # mm rms over the blocks
 _TAPE = 1.0  # mm, deviation of a distance that was measured
+# What a lens leaves wrong, as a share of the depth. It is the same over large parts of an image, so that thousands of blocks
+# tell no more than some hundredth of them, and a measured distance goes before them.
+_LENS_ERROR = 5e-4 * 10
 _MOST_MISMATCH = 20.0  # mm between a measured distance and that which all walls together give
 _ROUNDS = 20
-_LEAST_NOISE = 0.01  # mm², of a pixel
 _MEDIAN_SQUARE = 0.455  # median of the square of a normal deviation
 _NOTHING = 1e-14
 
@@ -86,12 +88,6 @@ def _blocks(image: Array) -> Array:
         return np.asarray(np.nanmean(image.reshape(shape), axis=(1, 3)))
 
 
-def _noise(errors: Array) -> Array:
-    """Of the means of blocks, (60, 80) mm, from how the pixels of a block differ, which its neighbours help to estimate."""
-    squares = _blocks(errors**2) - _blocks(errors) ** 2
-    return np.asarray(np.sqrt(np.maximum(_around(squares), _LEAST_NOISE)) / BLOCK, dtype=np.float64)
-
-
 def _around(blocks: Array) -> Array:
     """The mean of each block and its eight neighbours, as far as they have a value."""
     framed = np.pad(blocks, 1, constant_values=np.nan)
@@ -132,8 +128,7 @@ def solve_offsets(depths: Sequence[Array], rays: Array, distances: Sequence[Opti
     measured = [_blocks(depth) for depth in depths]
     enough = [_blocks(np.isfinite(depth).astype(float)) * BLOCK**2 >= _LEAST_IN_BLOCK for depth in depths]
     common = np.logical_and.reduce(enough)
-    # Dark blocks, as in the corners of a raw image, are much noisier than others.
-    strength = 1 / np.stack([_noise(depth - _depths(plane, rays)) for plane, depth in zip(planes, depths)])[:, common] ** 2
+    strength = (_LENS_ERROR * np.stack([one[common] for one in measured])) ** -2
     walls, count = len(depths), 3 * len(depths)
     covariance = np.zeros((count, count))
     rest = 0.0
@@ -147,8 +142,7 @@ def solve_offsets(depths: Sequence[Array], rays: Array, distances: Sequence[Opti
         shared = (parts[..., None] * slopes).sum(axis=0)
         slopes = slopes - shared
         rest = float(np.sqrt(np.median((errors**2).sum(axis=0) / (walls - 1)) / _MEDIAN_SQUARE))
-        misfit = np.sqrt((strength * errors**2).sum() / max(1, (walls - 1) * int(common.sum()) - count))
-        scales = np.sqrt(strength) / max(1.0, misfit)
+        scales = np.sqrt(strength)
         rows, wanted = [(slopes * scales[..., None]).reshape(-1, count)], [-(errors * scales).ravel()]
         for i, distance in enumerate(distances):
             if distance is not None:

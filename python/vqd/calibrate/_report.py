@@ -37,10 +37,7 @@ class Folder:
         self._given = given
         self._stem = f"{kind}-{{serial}}-{stamp}"
         self._force = force
-        if given is not None:
-            self._judge(Path(given))
-        elif not os.access(".", os.W_OK):
-            raise Error("the present folder cannot be written to; -o names another place")
+        self._judge(Path(given or self._stem))
 
     def _judge(self, path: Path) -> None:
         if os.path.lexists(path) and not self._force:
@@ -49,6 +46,8 @@ class Folder:
             raise UsageError(f"{path} exists and is no folder of a calibration, so --force does not replace it")
         if not path.absolute().parent.is_dir():
             raise UsageError(f"{path.absolute().parent} is no folder")
+        if not os.access(path.absolute().parent, os.W_OK | os.X_OK):
+            raise Error(f"{path.absolute().parent} cannot be written to; -o names another place")
 
     def write(self, serial: str, files: Mapping[str, bytes], report: Mapping[str, Any], text: str) -> Path:
         """Writes all files and returns the folder."""
