@@ -96,8 +96,8 @@ class Server:
         """Session and sequence number, and the whole content; None when there is no newer frame."""
         query = "&".join(f"{key}={value}" for key, value in {"after": after, "session": session, **more}.items())
         status, headers, content = self.ask(f"/api/v1/cameras/{name}/frame?{query}")
-        if status == 204 or (status == 404 and not any(camera["id"] == name for camera in self.api("state")["cameras"])):
-            return None  # it was not found yet
+        if status in (204, 404):  # there is none now, or the camera was not found yet
+            return None
         expect("a frame", status == 200 and len(content) == 16 + 96 + 4 * 76800, status, content[:200])
         expect("its type", headers["Content-Type"] == "application/octet-stream", headers)
         return *struct.unpack_from("<QQ", content, 32), content
