@@ -1,20 +1,19 @@
 // SPDX-FileCopyrightText: VQD_API contributors
 // SPDX-License-Identifier: Apache-2.0
 //
-// The element as GStreamer sees it: properties, caps, times, and one buffer for each frame. The worker's side of it is
+// The element as GStreamer sees it: caps, times, and one buffer for each frame. The worker's side of it is
 // WorkerCamera.
 #include "gstreamer/vqd_src.h"
 
-#include <algorithm>
 #include <atomic>
-#include <cmath>
 #include <cstring>
 #include <memory>
-#include <string>
 
 #include <gst/video/video.h>
 
 #include "gstreamer/capture_time.h"
+#include "gstreamer/properties.h"
+#include "gstreamer/rate.h"
 #include "gstreamer/settings_json.h"
 #include "gstreamer/worker_camera.h"
 
@@ -23,21 +22,6 @@ GST_DEBUG_CATEGORY_STATIC(vqd_src_debug);
 
 namespace
 {
-
-enum Stream { kDepth, kAmplitude };
-enum Property { kStream = 1, kSerial, kSettings };
-
-// The whole frames in a second, or tenths where there are few.
-struct Rate {
-    int numerator = 0, denominator = 1; // 0: not known yet
-
-    explicit Rate(double rate = 0) : denominator(rate < 10 ? 10 : 1)
-    {
-        if (rate > 0)
-            numerator = static_cast<int>(std::clamp(std::round(rate * denominator), 1., 1e6));
-    }
-    GstClockTime interval() const { return gst_util_uint64_scale_int(GST_SECOND, denominator, numerator); }
-};
 
 GstStaticPadTemplate pads = GST_STATIC_PAD_TEMPLATE(
     "src", GST_PAD_SRC, GST_PAD_ALWAYS,
@@ -54,8 +38,7 @@ constexpr GstResourceError kCodes[] = {
 
 struct VqdSrcParts {
     // Under the lock of the object
-    Stream stream = kDepth;
-    std::string serial, settings;
+    Properties properties;
     Rate rate;
 
     std::atomic<bool> unlocked = false; // the thread of the stream must not wait
@@ -106,33 +89,20 @@ void report(void* object, const Trouble& trouble)
 
 void setProperty(GObject* object, guint id, const GValue* value, GParamSpec* spec)
 {
-    VqdSrcParts& parts = partsOf(object);
-    const char* const text = G_VALUE_HOLDS_STRING(value) ? g_value_get_string(value) : nullptr;
     GST_OBJECT_LOCK(object);
-    if (id == kStream)
-        parts.stream = static_cast<Stream>(g_value_get_enum(value));
-    else if (id == kSerial)
-        parts.serial = text != nullptr ? text : "";
-    else if (id == kSettings)
-        parts.settings = text != nullptr ? text : "";
-    else
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+    const bool known = setIn(partsOf(object).properties, id, value);
     GST_OBJECT_UNLOCK(object);
+    if (!known)
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
 }
 
 void getProperty(GObject* object, guint id, GValue* value, GParamSpec* spec)
 {
-    const VqdSrcParts& parts = partsOf(object);
     GST_OBJECT_LOCK(object);
-    if (id == kStream)
-        g_value_set_enum(value, parts.stream);
-    else if (id == kSerial)
-        g_value_set_string(value, parts.serial.c_str());
-    else if (id == kSettings)
-        g_value_set_string(value, parts.settings.c_str());
-    else
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+    const bool known = getFrom(partsOf(object).properties, id, value);
     GST_OBJECT_UNLOCK(object);
+    if (!known)
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
 }
 
 void finalize(GObject* object)
@@ -145,16 +115,16 @@ gboolean start(GstBaseSrc* base)
 {
     VqdSrcParts& parts = partsOf(base);
     GST_OBJECT_LOCK(base);
-    const std::string serial = parts.serial, settings = parts.settings;
+    const Properties properties = parts.properties;
     GST_OBJECT_UNLOCK(base);
     Trouble trouble{Trouble::kSettings, ""};
     parts.request.clear();
-    if (!settings.empty() && !settingsJson(settings, parts.request, trouble.sentence)) {
+    if (!properties.settings.empty() && !settingsJson(properties.settings, parts.request, trouble.sentence)) {
         report(base, trouble);
         return FALSE;
     }
     parts.camera = std::make_unique<WorkerCamera>();
-    if (!parts.camera->connect(serial)) {
+    if (!parts.camera->connect(properties.serial)) {
         report(base, parts.camera->trouble());
         parts.camera.reset();
         return FALSE;
@@ -328,7 +298,7 @@ GstFlowReturn create(GstPushSrc* push, GstBuffer** buffer)
         return GST_FLOW_ERROR;
     }
     GST_OBJECT_LOCK(base);
-    const uint16_t* const plane = partsOf(base).stream == kDepth ? frame.depth : frame.amplitude;
+    const uint16_t* const plane = partsOf(base).properties.stream == kDepth ? frame.depth : frame.amplitude;
     GST_OBJECT_UNLOCK(base);
     const GstFlowReturn result = GST_BASE_SRC_CLASS(vqd_src_parent_class)
                                      ->alloc(base, GST_BUFFER_OFFSET_NONE, static_cast<guint>(info.size), buffer);
@@ -343,38 +313,6 @@ GstFlowReturn create(GstPushSrc* push, GstBuffer** buffer)
     return GST_FLOW_OK;
 }
 
-GType streamType()
-{
-    static const GEnumValue values[] = {
-        {kDepth, "Depth in millimetres, 0 where it is not known", "depth"},
-        {kAmplitude, "Amplitude of the light that came back", "amplitude"},
-        {0, nullptr, nullptr},
-    };
-    static const GType type = g_enum_register_static("VqdSrcStream", values);
-    return type;
-}
-
-void installProperties(GObjectClass* object)
-{
-    constexpr int always = G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS;
-    constexpr auto flags = static_cast<GParamFlags>(always | GST_PARAM_MUTABLE_READY);
-    g_object_class_install_property(object, kStream,
-                                    g_param_spec_enum("stream", "Stream", "Which image of a frame", streamType(),
-                                                      kDepth,
-                                                      static_cast<GParamFlags>(always | GST_PARAM_MUTABLE_PLAYING)));
-    g_object_class_install_property(
-        object, kSerial,
-        g_param_spec_string("serial", "Serial number",
-                            "Serial number of the camera, port that its worker was given, or path of the worker's "
-                            "socket; empty for the only worker that is running",
-                            "", flags));
-    g_object_class_install_property(
-        object, kSettings,
-        g_param_spec_string(
-            "settings", "Settings",
-            "Settings that the camera gets before the first frame, such as offset=5,depth-range=300,4000", "", flags));
-}
-
 } // namespace
 
 static void vqd_src_class_init(VqdSrcClass* type)
@@ -384,14 +322,12 @@ static void vqd_src_class_init(VqdSrcClass* type)
     object->get_property = getProperty;
     object->finalize = finalize;
     installProperties(object);
-
     GstElementClass* const element = GST_ELEMENT_CLASS(type);
     gst_element_class_set_static_metadata(element, "Depth camera source", "Source/Video/Hardware",
                                           "Depth or amplitude of a USB time-of-flight camera that a worker holds",
                                           "VQD_API contributors");
     gst_element_class_add_static_pad_template(element, &pads);
     gst_type_mark_as_plugin_api(streamType(), static_cast<GstPluginAPIFlags>(0));
-
     GstBaseSrcClass* const base = GST_BASE_SRC_CLASS(type);
     base->start = start;
     base->stop = stop;
