@@ -62,6 +62,11 @@ sockaddr_storage addressOf(const std::string& text, uint16_t port)
     return address;
 }
 
+Answer theServerEnds()
+{
+    return refusedAnswer(503, "the server ends", kFailed);
+}
+
 MHD_Result result(bool good)
 {
     return good ? MHD_YES : MHD_NO;
@@ -165,11 +170,14 @@ Http::Http(const std::string& address, uint16_t port, AccessRules rules, Handler
     m_port = MHD_get_daemon_info(m_daemon, MHD_DAEMON_INFO_BIND_PORT)->port;
 }
 
+// The C library gives up the process when it is stopped while a connection is suspended. So those that wait are
+// answered, and a request that is read only now is refused before the handler, whose owner is going, could let it wait.
 Http::~Http()
 {
+    m_ends = true;
     for (auto& [id, exchange] : m_exchanges)
         if (exchange.isSuspended)
-            answer(id, refusedAnswer(503, "the server ends", kFailed)); // what is suspended could not be closed
+            answer(id, theServerEnds());
     MHD_run(m_daemon);
     MHD_stop_daemon(m_daemon);
 }
@@ -255,7 +263,7 @@ bool Http::begin(Exchange& exchange, const char* method, const char* path)
 bool Http::proceed(Exchange& exchange)
 {
     if (!std::exchange(exchange.isHandled, true)) {
-        if (std::optional<Answer> now = m_handler(exchange.request))
+        if (std::optional<Answer> now = m_ends ? theServerEnds() : m_handler(exchange.request))
             exchange.answer = std::move(now);
         if (!exchange.answer) {
             exchange.isSuspended = true;

@@ -72,6 +72,7 @@ private:
     std::list<Connection> m_connections; // the oldest first
     std::map<uint64_t, Exchange> m_exchanges;
     uint64_t m_lastId = 0;
+    bool m_ends = false;
     MHD_Daemon* m_daemon = nullptr;
     uint16_t m_port = 0;
 };

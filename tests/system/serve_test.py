@@ -360,11 +360,18 @@ def check_the_end():
         session, sequence, _ = server.first_frame()
         server.first_frame(TWO)
         processes = [server.camera(name)[which] for name in (ONE, TWO) for which in ("process", "supervisor")]
-        waiting = socket.create_connection(("127.0.0.1", server.port))
-        waiting.sendall(f"GET /api/v1/cameras/{ONE}/frame?after={sequence + 10**6}&session={session} HTTP/1.1\r\n"
-                        f"Host: 127.0.0.1\r\nAuthorization: Bearer {server.token}\r\n\r\n".encode())
+        request = (f"GET /api/v1/cameras/{ONE}/frame?after={sequence + 10**6}&session={session} HTTP/1.1\r\n"
+                   f"Host: 127.0.0.1\r\nAuthorization: Bearer {server.token}\r\n\r\n").encode()
+        waiting, unread = (socket.create_connection(("127.0.0.1", server.port)) for _ in range(2))
+        waiting.sendall(request)
+        server.api("state")  # by now it waits for its frame
+        server.process.send_signal(signal.SIGSTOP)
+        unread.sendall(request)
         server.process.terminate()
+        server.process.send_signal(signal.SIGCONT)
         expect("exit code", server.process.wait(PATIENCE) == 0)
+        for connection in waiting, unread:
+            expect("it was answered", b"503" in connection.recv(100).splitlines()[0])
         expect("no worker is left", not any(map(lives, processes)), processes)
         expect("nor a file", not list(server.run.glob("*")), list(server.run.glob("*")))
     with Server() as server:
