@@ -32,7 +32,8 @@ def all_over_the_image(seed, count):
         z = rng.uniform(540, 950)
         x, y = ((i % 4) - 1.5) / 1.5 * 0.46 * z, ((i // 4) % 3 - 1) * 0.33 * z
         tilts = [rng.uniform(-35, 35), rng.uniform(-35, 35)]
-        poses.append({"position": [x + rng.uniform(-30, 30), y + rng.uniform(-30, 30), z], "angles": [*tilts, rng.uniform(-8, 8)]})
+        place = [x + rng.uniform(-30, 30), y + rng.uniform(-30, 30), z]
+        poses.append({"position": place, "angles": [*tilts, rng.uniform(-8, 8)]})
     return poses
 
 

@@ -125,7 +125,8 @@ def test_the_pose_goes_into_the_profile_of_the_second_camera(recordings, tmp_pat
 
 def test_two_cameras_are_read_by_workers_of_its_own(tmp_path):
     """A board that never moves is one view, however fast the machine is."""
-    options = ["VQD-HT120", "VQD-HT110", "--fps", "20", "--scene", board_file(tmp_path / "one.json", seen_by_both()[:1]), "--pose", PLACE]
+    scene = board_file(tmp_path / "one.json", seen_by_both()[:1])
+    options = ["VQD-HT120", "VQD-HT110", "--fps", "20", "--scene", scene, "--pose", PLACE]
     told = calibrate(options, "pair", *SERIALS, *BOARD, "-n", "12", code=1)
     assert "view 1:" in told and told.splitlines()[-1].startswith("vqd-calibrate: 1 views of the board differ")
     told = calibrate(options, "pair", SERIALS[0], "24061100000009", *BOARD, code=3)

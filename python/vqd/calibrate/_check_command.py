@@ -98,7 +98,7 @@ def _text(report: dict[str, Any]) -> str:
         rows += [
             ("board", f"{board['views']} views, coverage {board['coverage']:.0%}"),
             ("reprojection", f"{board['reprojection']:.3f} px rms in the undistorted image"),
-            ("depth", f"{board['depth-by-lens']:+.2%} of what the lens says; the board is flat to {board['plane-rms']:.1f} mm rms"),
+            ("depth", f"{board['depth-by-lens']:+.2%} against the lens; the board is flat to {board['plane-rms']:.1f} mm rms"),
         ]
     for wall in report["walls"]:
         bias = "" if wall["bias"] is None else f", {wall['bias']:+.1f} from what was measured"

@@ -49,12 +49,12 @@ def _text(report: dict[str, Any]) -> str:
         given = "" if wall["given-distance"] is None else f", measured {wall['given-distance']:g}"
         rows.append((
             wall["wall"] + (" (held back)" if wall["held-back"] else ""),
-            f"plane {wall['rms']['before']:.2f} -> {wall['rms']['after']:.2f} mm rms (noise {wall['noise']:.2f}); {distance}{given}; "
-            f"turned {wall['tilt']['right']:+.1f} and {wall['tilt']['lower']:+.1f} degrees",
+            f"plane {wall['rms']['before']:.2f} -> {wall['rms']['after']:.2f} mm rms (noise {wall['noise']:.2f}); "
+            f"{distance}{given}; turned {wall['tilt']['right']:+.1f} and {wall['tilt']['lower']:+.1f} degrees",
         ))
     rows += [
         ("offsets", f"{offsets['least']:.0f} to {offsets['most']:.0f} mm, mean {offsets['mean']:.1f}"),
-        ("uncertainty", f"{offsets['uncertainty']:.2f} mm rms over the blocks; the walls disagree by {offsets['disagreement']:.2f}"),
+        ("uncertainty", f"{offsets['uncertainty']:.2f} mm rms; the walls disagree by {offsets['disagreement']:.2f}"),
     ]
     if offsets["filled"]:
         rows.append(("filled", f"{offsets['filled']} blocks without depth have the mean of their neighbours"))

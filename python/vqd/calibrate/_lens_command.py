@@ -83,10 +83,10 @@ def _holds(lens: Lens, profile: Any) -> bool:
 
 
 def _write(options: Options, serial: str, lens: Lens, file: str, progress: Progress) -> None:
+    before = profile_of(serial) if "profile" in options.write else None
     if "camera" in options.write:
         into_camera(serial, ["lens", "--set", file], options.yes)
     if "profile" in options.write:
-        before = profile_of(serial)
         parts = ["--lens", file, "--orthogonal", "lens"]
         # The old profile belongs to the lens that the EEPROM had until just now.
         parts += ["--force"] if "camera" in options.write else []

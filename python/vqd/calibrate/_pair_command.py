@@ -39,12 +39,13 @@ def _known_pose(first: str, second: str) -> Optional[Pose]:
 def _text(report: dict[str, Any]) -> str:
     pose, error, first, second = (report[name] for name in ("pose", "reprojection", "first", "second"))
     before = error["held-back-before"]
+    was = "" if before is None else f"; with the pose before {before:.3f}"
     x, y, z = pose["translation"]
     return lines_of([
         (f"Pose of camera {second['serial']} in the coordinates of {first['serial']}", ""),
         ("views", f"{report['used']} of {report['views']} agree"),
         ("reprojection", f"{error['fit']:.3f} px rms"),
-        ("held-back views", f"{error['held-back']:.3f} px rms" + ("" if before is None else f"; with the pose before {before:.3f}")),
+        ("held-back views", f"{error['held-back']:.3f} px rms{was}"),
         ("position", f"{x:.2f}, {y:.2f}, {z:.2f} mm, uncertain by {report['deviations']['position']:.2f}"),
         ("turned by", f"{report['angle']:.3f} degrees, uncertain by {report['deviations']['angle']:.3f}"),
     ])

@@ -31,7 +31,7 @@ _TAPE = 1.0  # mm, deviation of a distance that was measured
 # tell no more than some hundredth of them, and a measured distance goes before them.
 _LENS_ERROR = 5e-4 * 10
 _MOST_MISMATCH = 20.0  # mm between a measured distance and that which all walls together give
-_ROUNDS = 20
+_ROUNDS, _DONE = 20, 1e-3  # steps, and the mm that end them
 _MEDIAN_SQUARE = 0.455  # median of the square of a normal deviation
 _NOTHING = 1e-14
 
@@ -115,72 +115,111 @@ def _filled(offsets: Array) -> tuple[Array, int]:
     return values, empty
 
 
-def solve_offsets(depths: Sequence[Array], rays: Array, distances: Sequence[Optional[float]]) -> Offsets:
-    """From mean depth images of walls, and the distances along the optical axis where they were measured."""
-    if len(depths) < 2:
-        raise Error("one wall cannot tell a tilted wall from tilted offsets; two are needed, at other distances and tilts")
+class _Seen(NamedTuple):
+    """A wall in blocks: which pixels have a depth (1, else no number), the means, and which blocks have enough pixels."""
+
+    mask: Array
+    blocks: Array
+    enough: npt.NDArray[np.bool_]
+
+
+def _seen(depth: Array) -> _Seen:
+    valid = np.isfinite(depth)
+    enough = _blocks(valid.astype(float)) * BLOCK**2 >= _LEAST_IN_BLOCK
+    return _Seen(np.where(valid, 1.0, np.nan), _blocks(depth), enough)
+
+
+def _starting_planes(depths: Sequence[Array], rays: Array) -> list[Array]:
     planes = [_fitted(depth, rays) for depth in depths]
     for number, (plane, depth) in enumerate(zip(planes, depths), 1):
         rest = float(np.sqrt(np.nanmean((depth - _depths(plane, rays)) ** 2)))
-        if rest > NOT_FLAT:
+        if not rest <= NOT_FLAT:
             raise Error(f"wall {number} is not flat: its depth misses a plane by {rest:.0f} mm rms")
-    masks = [np.where(np.isfinite(depth), 1.0, np.nan) for depth in depths]
-    measured = [_blocks(depth) for depth in depths]
-    enough = [_blocks(np.isfinite(depth).astype(float)) * BLOCK**2 >= _LEAST_IN_BLOCK for depth in depths]
-    common = np.logical_and.reduce(enough)
-    strength = (_LENS_ERROR * np.stack([one[common] for one in measured])) ** -2
-    walls, count = len(depths), 3 * len(depths)
-    covariance = np.zeros((count, count))
-    rest = 0.0
-    for _ in range(_ROUNDS):
-        errors = np.stack([(_blocks(_depths(p, rays) * m) - d)[common] for p, m, d in zip(planes, masks, measured)])
-        slopes = np.zeros((walls, int(common.sum()), count))
-        for i, (plane, mask) in enumerate(zip(planes, masks)):
-            slopes[i, :, 3 * i : 3 * i + 3] = _blocks(_slopes(plane, rays) * mask[..., None])[common]
-        parts = strength / strength.sum(axis=0)
-        errors = errors - (parts * errors).sum(axis=0)  # what the walls have in common is the offset
-        shared = (parts[..., None] * slopes).sum(axis=0)
-        slopes = slopes - shared
-        rest = float(np.sqrt(np.median((errors**2).sum(axis=0) / (walls - 1)) / _MEDIAN_SQUARE))
-        scales = np.sqrt(strength)
-        rows, wanted = [(slopes * scales[..., None]).reshape(-1, count)], [-(errors * scales).ravel()]
-        for i, distance in enumerate(distances):
-            if distance is not None:
-                row = np.zeros((1, count))
-                row[0, 3 * i] = -1 / planes[i][0] ** 2 / _TAPE
-                rows.append(row)
-                wanted.append(np.array([(distance - 1 / planes[i][0]) / _TAPE]))
-        matrix = np.concatenate(rows)
-        # Depths change much more with a than the other way round, so columns get one length.
-        scale = np.linalg.norm(matrix, axis=0)
-        normal = (matrix / scale).T @ (matrix / scale)
-        step = np.linalg.lstsq(matrix / scale, np.concatenate(wanted), rcond=None)[0] / scale
-        # What the walls do not tell at all gets a huge deviation, where an inverse would fail.
-        strengths, ways = np.linalg.eigh(normal)
-        covariance = (ways / np.maximum(strengths, _NOTHING * strengths[-1])) @ ways.T / np.outer(scale, scale)
-        planes = [plane + step[3 * i : 3 * i + 3] for i, plane in enumerate(planes)]
-        if np.abs(shared @ step).max() < 1e-3:
-            break
-    if rest > _NOT_ONE_WALL:
-        raise Error(f"the walls do not agree: {rest:.1f} mm rms remain; each must be one flat surface that fills the image")
+    return planes
+
+
+def _missed(planes: Sequence[Array], walls: Sequence[_Seen], rays: Array) -> Array:
+    """What each wall's blocks are short of its plane, (walls, 60, 80)."""
+    return np.stack([_blocks(_depths(plane, rays) * wall.mask) - wall.blocks for plane, wall in zip(planes, walls)])
+
+
+class _Step(NamedTuple):
+    """One step of Newton's method: changes of all planes, their covariance, how offsets go with them, and what is left."""
+
+    change: Array
+    covariance: Array
+    shared: Array
+    rest: float
+
+
+def _step(planes: Sequence[Array], walls: Sequence[_Seen], rays: Array, distances: Sequence[Optional[float]]) -> _Step:
+    common = np.logical_and.reduce([wall.enough for wall in walls])
+    count = 3 * len(walls)
+    errors = _missed(planes, walls, rays)[:, common]
+    slopes = np.zeros((*errors.shape, count))
+    for i, (plane, wall) in enumerate(zip(planes, walls)):
+        slopes[i, :, 3 * i : 3 * i + 3] = _blocks(_slopes(plane, rays) * wall.mask[..., None])[common]
+    strength = (_LENS_ERROR * np.stack([wall.blocks[common] for wall in walls])) ** -2
+    parts = strength / strength.sum(axis=0)
+    errors = errors - (parts * errors).sum(axis=0)  # what the walls have in common is the offset
+    shared = (parts[..., None] * slopes).sum(axis=0)
+    rest = float(np.sqrt(np.median((errors**2).sum(axis=0) / (len(walls) - 1)) / _MEDIAN_SQUARE))
+    rows = [((slopes - shared) * np.sqrt(strength)[..., None]).reshape(-1, count)]
+    wanted = [-(errors * np.sqrt(strength)).ravel()]
+    for i, distance in enumerate(distances):
+        if distance is not None:
+            row = np.zeros((1, count))
+            row[0, 3 * i] = -1 / planes[i][0] ** 2 / _TAPE
+            rows.append(row)
+            wanted.append(np.array([(distance - 1 / planes[i][0]) / _TAPE]))
+    matrix = np.concatenate(rows)
+    scale = np.linalg.norm(matrix, axis=0)  # columns get one length, as they have different units
+    matrix = matrix / scale
+    change = np.linalg.lstsq(matrix, np.concatenate(wanted), rcond=None)[0] / scale
+    # What the walls do not tell at all gets a huge deviation, where an inverse would fail.
+    strengths, ways = np.linalg.eigh(matrix.T @ matrix)
+    covariance = (ways / np.maximum(strengths, _NOTHING * strengths[-1])) @ ways.T / np.outer(scale, scale)
+    return _Step(change, covariance, shared, rest)
+
+
+def _require_agreement(planes: Sequence[Array], last: _Step, distances: Sequence[Optional[float]]) -> float:
+    """Returns the deviation of what the blocks have in common, rms in mm."""
+    if not last.rest <= _NOT_ONE_WALL:
+        raise Error(f"the walls do not agree: {last.rest:.1f} mm rms remain; each must be one flat surface that fills the image")
     for number, (plane, distance) in enumerate(zip(planes, distances), 1):
         if distance is not None and abs(1 / plane[0] - distance) > _MOST_MISMATCH:
             raise Error(
                 f"the walls do not agree with their distances: wall {number} would be at {1 / plane[0]:.0f} mm, and not at "
                 f"{distance:.0f}; measure from the lens along the optical axis"
             )
-    uncertainty = float(np.sqrt(np.einsum("bi,ij,bj->b", shared, covariance, shared).mean()))
+    uncertainty = float(np.sqrt(np.einsum("bi,ij,bj->b", last.shared, last.covariance, last.shared).mean()))
     if not uncertainty <= _MOST_UNCERTAIN:
         raise Error(
-            f"the walls are too much alike: the offsets would be uncertain by {uncertainty:.1f} mm; turn the camera by 15 degrees "
-            "or more to one side and then to the other, and give the measured distances"
+            f"the walls are too much alike: the offsets would be uncertain by {uncertainty:.1f} mm; turn the camera by 15 "
+            "degrees or more to one side and then to the other, and give the measured distances"
         )
-    totals = np.stack([_blocks(_depths(p, rays) * m) - d for p, m, d in zip(planes, masks, measured)])
-    totals[~np.stack(enough)] = np.nan
+    return uncertainty
+
+
+def solve_offsets(depths: Sequence[Array], rays: Array, distances: Sequence[Optional[float]]) -> Offsets:
+    """From mean depth images of two or more walls, and the distances along the optical axis where they were measured."""
+    planes, walls = _starting_planes(depths, rays), [_seen(depth) for depth in depths]
+    if np.logical_and.reduce([wall.enough for wall in walls]).mean() < _LEAST_PIXELS / 2:
+        raise Error("the walls are in different parts of the image; each must fill it")
+    for _ in range(_ROUNDS):
+        last = _step(planes, walls, rays, distances)
+        planes = [plane + last.change[3 * i : 3 * i + 3] for i, plane in enumerate(planes)]
+        if any(plane[0] <= 0 for plane in planes):
+            raise Error("the walls do not agree; each must be one flat surface that fills the image")
+        if np.abs(last.shared @ last.change).max() < _DONE:
+            break
+    uncertainty = _require_agreement(planes, last, distances)
+    missed = _missed(planes, walls, rays)
+    missed[~np.stack([wall.enough for wall in walls])] = np.nan
     with warnings.catch_warnings():
-        warnings.simplefilter("ignore", RuntimeWarning)
-        values, empty = _filled(np.nanmean(totals, axis=0))
-    return Offsets(values, planes, uncertainty, rest, empty)
+        warnings.simplefilter("ignore", RuntimeWarning)  # blocks that no wall shows
+        values, filled = _filled(np.nanmean(missed, axis=0))
+    return Offsets(values, planes, uncertainty, last.rest, filled)
 
 
 def add_offsets(depth: Array, offsets: Array) -> Array:

@@ -81,14 +81,14 @@ def seen_walls(
     walls: Sequence[Wall], options: Options, settings: Settings, progress: Progress, straight: Optional[bool] = None
 ) -> tuple[list[SeenWall], Array]:
     """All walls, and the rays of the images. All must come from one camera with one lens."""
-    live = 0
+    live, all_live = 0, sum(wall.recording is None for wall in walls)
     seen: list[SeenWall] = []
     rays = np.empty(0)
     for wall in walls:
         if wall.recording is None:
             live += 1
-            if sum(one.recording is None for one in walls) > 1:
-                _await_pointing(live, sum(one.recording is None for one in walls), progress)
+            if all_live > 1:
+                _await_pointing(live, all_live, progress)
         subject, frames = _frames_of(wall, options, settings)
         middle = len(frames) // 2
         one = SeenWall(wall, subject, mean_of(frames[:middle]).depth, mean_of(frames[middle:]).depth)
