@@ -268,6 +268,36 @@ def check_configuration():
         jsonschema.validate(server.api("state"), SCHEMA)
 
 
+def check_recordings():
+    """VQD-HT110 VQD-HT120"""
+    Path("cameras.json").write_text(json.dumps({"cameras": {ONE: {"name": "left", "record": True}}, "recordings": "/nowhere"}))
+    folder = Path("recordings")
+    with Server("--config", "cameras.json", "--recordings", str(folder)) as server:
+        server.first_frame(TWO)
+        disk = server.api("state")["server"]["disk"]
+        expect("the floor", disk["low"] == (disk["free"] < max(1_000_000_000, disk["total"] // 20)), disk)
+        recording = lambda name: server.camera(name)["recording"]
+        record = lambda body, status=200: server.api(f"cameras/{TWO}/record", body, status)
+        if disk["low"]:
+            expect("nothing is recorded", "stay free" in record({"name": "drive"}, 409)["error"])
+            return
+        until("as the configuration wishes", lambda: recording("left")["frames"] > 3)
+        for wrong in ({}, {"name": ""}, {"name": "../drive"}, {"name": "a/b"}, {"name": 5}, {"name": "a", "folder": "/tmp"}, {"stop": 1}):
+            record(wrong, 400)
+        record({"name": "drive"})
+        record({"name": "other"}, 409)
+        jsonschema.validate(server.api("state"), SCHEMA)
+        until("frames", lambda: recording(TWO)["frames"] > 3)
+        record({"stop": True})
+        until("the file", lambda: recording(TWO)["state"] == "done" and (folder / "drive.mcap").stat().st_size > 0)
+        record({"name": "drive"}, 409)
+        before, time_of_first = server.camera("left")["process"], time.time()
+        until("another second, for another name", lambda: time.time() > time_of_first + 1)
+        os.kill(before, signal.SIGKILL)
+        until("the next process records, too", lambda: server.camera("left")["process"] != before and recording("left")["frames"] > 3)
+    expect("all files", len(list(folder.glob("camera-left-*.mcap"))) == 1, list(folder.iterdir()))
+
+
 def check_hostile_clients():
     """VQD-HT110"""
     def connect(small_window=False):
