@@ -109,7 +109,9 @@ Json settingsRequest(const Json& json, const Camera&)
 Json saveRequest(const Json& json, const Camera& camera)
 {
     requireOnly(json, {"serial"});
-    const Json serial = camera.parameters().value("/camera/serial"_json_pointer, Json());
+    const Json& known = camera.parameters();
+    const Json identity = known.is_object() ? known.value("camera", Json()) : Json();
+    const Json serial = identity.is_object() ? identity.value("serial", Json()) : Json();
     if (!serial.is_string() || json.value("serial", Json()) != serial)
         throw Failure(kUsage, "\"serial\" is not the serial number of this camera, so nothing is saved");
     return {{"do", "save"}};

@@ -263,7 +263,9 @@ def check_configuration():
         until("the configured settings", lambda: server.camera("left")["settings"]["offset"] == 11)
         until("the hidden one", lambda: server.camera(TWO)["state"] == "streaming" and not server.camera(TWO)["show"])
         expect("the absent one", server.camera("absent")["state"] in ("restarting", "waiting", "starting"), server.camera("absent"))
-        server.api(f"cameras/9-9/settings", {"settings": {"offset": 1}}, 503)
+        server.api("cameras/9-9/settings", {"settings": {"offset": 1}}, 503)
+        server.api("cameras/9-9/save", {"serial": ONE}, 400)
+        server.api("cameras/9-9/parameters", status=503)
         expect("the third is ignored", len(server.api("state")["cameras"]) == 3)
         jsonschema.validate(server.api("state"), SCHEMA)
 
