@@ -316,6 +316,18 @@ def check_hostile_clients():
         for _ in range(30):
             session, sequence, _ = until("a frame", lambda: server.frame(ONE, sequence, session))
         idle = memory(server.process.pid)
+        crowd = [connect(small_window=True) for _ in range(40)]  # take their frames slowly, but all the same one
+        for _ in range(2):
+            server.process.send_signal(signal.SIGSTOP)
+            for client in crowd:
+                client.sendall(pull("after=0"))
+            server.process.send_signal(signal.SIGCONT)
+            for client in crowd:
+                answer = http.client.HTTPResponse(client)
+                answer.begin()
+                expect("a whole frame", len(answer.read()) == 307312)
+        for client in crowd:
+            client.close()
         hostile = [connect() for _ in range(300)]  # more than there may be, and they say nothing
         frames_go_on(server)
         for _ in range(64):  # ask for frame after frame and read nothing
