@@ -108,7 +108,7 @@ int serve(const Options& options)
              options.host.c_str());
     // A journal is read by more people than may use the cameras.
     if (isatty(STDERR_FILENO) == 1)
-        warn("open %s/?token=%s", server.address().c_str(), server.token().c_str());
+        note("open %s/?token=%s", server.address().c_str(), server.token().c_str());
     else
         note("%s, with the token in %s", server.address().c_str(), server.tokenFile().c_str());
     tellService();
