@@ -160,6 +160,6 @@ const Setting& settingByName(const std::string& name)
 {
     const auto* row = std::ranges::find_if(kSettings, [&](const Setting& setting) { return name == setting.name; });
     if (row == std::end(kSettings))
-        throw Failure(kUsage, "there is no setting '" + name + "'; the settings are:\n" + settingNames());
+        throw Failure(kUsage, "there is no setting '" + name + "'\nThe settings are:\n" + settingNames());
     return *row;
 }

@@ -66,7 +66,9 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libvqd-api (= ${version}), umockdev")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "bash-completion, python3-vqd, vqd-ros")
 if(TARGET vqd_serve)
-  set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/debian/conffiles)
+  set(scripts postinst prerm postrm)
+  list(TRANSFORM scripts PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/debian/tools/)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/debian/conffiles ${scripts})
 endif()
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "USB time-of-flight depth cameras, command-line tool
 vqd lists the cameras, grabs pictures and point clouds, changes settings,

@@ -7,6 +7,7 @@
 #include "serve/access.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
 
 namespace
 {
@@ -110,6 +111,15 @@ std::optional<Judgement> refusedPost(const RequestHead& head)
 std::vector<std::string> loopbackNames()
 {
     return {"localhost", "127.0.0.1", "[::1]"};
+}
+
+std::string nameOf(const std::string& host)
+{
+    in6_addr address;
+    char canonical[INET6_ADDRSTRLEN];
+    if (inet_pton(AF_INET6, host.c_str(), &address) != 1)
+        return host;
+    return std::string("[") + inet_ntop(AF_INET6, &address, canonical, sizeof canonical) + ']';
 }
 
 std::string nameInHost(std::string_view host)

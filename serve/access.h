@@ -35,5 +35,9 @@ Judgement judge(const RequestHead& head, const AccessRules& rules);
 // The names of a machine's loopback.
 std::vector<std::string> loopbackNames();
 
+// As it stands in a URL and in the header Host. Browsers write an IPv6 address in one form, in whatever form it is
+// given.
+std::string nameOf(const std::string& host);
+
 // Without the port, in lower case; empty when the text is no name with or without a port.
 std::string nameInHost(std::string_view host);

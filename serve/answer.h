@@ -32,12 +32,13 @@ inline Answer refusedAnswer(unsigned status, const std::string& sentence, int co
     return jsonAnswer({{"ok", false}, {"error", sentence}, {"code", code}}, status);
 }
 
-// Of a reply of a worker.
+// Of a reply of a worker, whatever its members are.
 inline Answer replyAnswer(const Json& reply)
 {
-    if (reply.value("ok", false))
+    if (reply.value("ok", Json()) == true)
         return jsonAnswer(reply);
-    switch (reply.value("code", 0)) {
+    const Json code = reply.value("code", Json());
+    switch (code.is_number_integer() ? code.get<int>() : 0) {
     case kUsage:
         return jsonAnswer(reply, 400);
     case kFailed:

@@ -91,7 +91,7 @@ void readSettings(const Entry& place, CameraWish& wish)
             assignments.insert(assignments.end(), read.begin(), read.end());
         } catch (const Failure& failure) {
             const std::string why = failure.what();
-            place.at(name).fail("is refused: " + why.substr(0, why.find('\n'))); // the list of all settings follows
+            place.at(name).fail("is refused: " + why.substr(0, why.find('\n'))); // below it, all settings
         }
     }
     std::ranges::stable_sort(assignments, std::less(), &Assignment::setting);
@@ -178,6 +178,14 @@ void requireDifferentNames(const Entry& place, const Configuration& configuratio
     }
 }
 
+// Rather than a server that runs for days and has recorded nothing.
+void requireFolder(const Entry& place, const Configuration& configuration)
+{
+    for (const auto& [camera, wish] : configuration.cameras)
+        if (wish.record && configuration.recordings.empty())
+            place.at("cameras").at(camera).at("record").fail("needs a folder, from \"recordings\" or --recordings");
+}
+
 } // namespace
 
 bool publishesAny(const Configuration& configuration)
@@ -189,7 +197,7 @@ bool publishesAny(const Configuration& configuration)
 
 bool isSerialNumber(std::string_view text)
 {
-    return text.size() == 14 && text.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
+    return text.size() == 14 && text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
 }
 
 bool isPort(std::string_view text)
@@ -201,7 +209,7 @@ bool isPort(std::string_view text)
            text.find('-', hyphen + 1) == std::string_view::npos;
 }
 
-Configuration configurationFrom(std::string_view text, const std::string& file)
+Configuration configurationFrom(std::string_view text, const std::string& file, const std::string& recordings)
 {
     const Json json = parsedObject(text, file);
     const JsonLines lines(text, file);
@@ -209,5 +217,8 @@ Configuration configurationFrom(std::string_view text, const std::string& file)
     Configuration configuration;
     readMembers(place, kMembers, configuration);
     requireDifferentNames(place, configuration);
+    if (!recordings.empty())
+        configuration.recordings = recordings;
+    requireFolder(place, configuration);
     return configuration;
 }

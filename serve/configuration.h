@@ -39,5 +39,6 @@ bool publishesAny(const Configuration& configuration);
 bool isSerialNumber(std::string_view text);
 bool isPort(std::string_view text);
 
-// Fails with a usage error that names the line and the key; `file` is for that message.
-Configuration configurationFrom(std::string_view text, const std::string& file);
+// Fails with a usage error that names the line and the key; `file` is for that message. `recordings` is the folder that
+// the command line has; empty when it has none.
+Configuration configurationFrom(std::string_view text, const std::string& file, const std::string& recordings = "");

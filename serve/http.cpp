@@ -10,6 +10,7 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
+#include <set>
 #include <sys/socket.h>
 
 #include <microhttpd.h>
@@ -21,7 +22,7 @@ using namespace std::chrono_literals;
 
 constexpr unsigned kMostConnections = 256;
 constexpr size_t kManyConnections = 192; // from here on the oldest that has not shown the token makes room
-constexpr size_t kMostFrames = 24;       // on their way to clients, 300 kB each
+constexpr size_t kMostFrames = 24;       // on their way to clients, 300 kB each for however many clients
 constexpr size_t kMemory = 16 << 10;     // of a connection, for the head of a request
 constexpr unsigned kSilentSeconds = 15;
 constexpr auto kFirstRequest = 5s;
@@ -131,7 +132,7 @@ struct Http::Callbacks {
         if (*context == nullptr)
             return;
         const Exchange& exchange = *static_cast<const Exchange*>(*context);
-        exchange.from.sendsFrameSince.reset();
+        exchange.from.frame = nullptr;
         static_cast<Http*>(cls)->m_exchanges.erase(exchange.request.id);
         *context = nullptr;
     }
@@ -227,17 +228,23 @@ void Http::limitConnections()
     }
 }
 
+// Clients that keep up share the newest frames; each that stalls holds one of its own.
 void Http::limitFrames()
 {
-    std::vector<Connection*> sending;
-    for (Connection& connection : m_connections)
-        if (connection.sendsFrameSince)
+    std::vector<const Connection*> sending;
+    for (const Connection& connection : m_connections)
+        if (connection.frame != nullptr)
             sending.push_back(&connection);
     if (sending.size() <= kMostFrames)
         return;
-    std::ranges::sort(sending, {}, &Connection::sendsFrameSince);
-    for (Connection* slow : std::span(sending).first(sending.size() - kMostFrames))
-        shutdown(slow->descriptor, SHUT_RDWR);
+    std::ranges::sort(sending, std::greater(), &Connection::sendsSince);
+    std::set<const void*> newest;
+    for (const Connection* connection : sending) {
+        if (newest.size() < kMostFrames)
+            newest.insert(connection->frame);
+        else if (!newest.contains(connection->frame))
+            shutdown(connection->descriptor, SHUT_RDWR);
+    }
 }
 
 bool Http::begin(Exchange& exchange, const char* method, const char* path)
@@ -276,8 +283,10 @@ bool Http::proceed(Exchange& exchange)
 
 bool Http::send(Exchange& exchange, Answer answer)
 {
-    if (answer.hasFrame())
-        exchange.from.sendsFrameSince = Clock::now();
+    if (answer.hasFrame()) {
+        exchange.from.frame = answer.body.get();
+        exchange.from.sendsSince = Clock::now();
+    }
     auto* const kept = new Answer(std::move(answer));
     const MHD_IoVec parts[] = {{kept->text.data(), kept->text.size()},
                                {kept->body ? kept->body->data() : nullptr, kept->body ? kept->body->size() : 0}};

@@ -55,8 +55,9 @@ private:
     struct Connection {
         int descriptor;
         Clock::time_point began;
-        bool isTrusted = false; // it has sent a request that may pass
-        std::optional<Clock::time_point> sendsFrameSince{};
+        bool isTrusted = false;      // it has sent a request that may pass
+        const void* frame = nullptr; // that is on its way, which others may share
+        Clock::time_point sendsSince{};
     };
     struct Exchange;
     struct Callbacks; // for the C library

@@ -3,7 +3,6 @@
 #include "serve/server.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <charconv>
 #include <csignal>
 #include <ctime>
@@ -49,28 +48,15 @@ std::string utcNow()
     return text;
 }
 
-// As it stands in a URL and in the header Host.
-std::string nameOf(const std::string& address)
-{
-    return address.find(':') != std::string::npos ? '[' + address + ']' : address;
-}
-
-bool isAddress6(const std::string& text)
-{
-    in6_addr address;
-    return inet_pton(AF_INET6, text.c_str(), &address) == 1;
-}
-
 AccessRules rulesFor(const Server::Options& options, const std::string& token)
 {
     AccessRules rules{token, loopbackNames()};
     rules.names.push_back(nameInHost(nameOf(options.host)));
     for (const std::string& name : options.names) {
-        const std::string plain = nameInHost(isAddress6(name) ? nameOf(name) : name);
-        const bool isOdd = !isAddress6(name) && name.find_first_of(":/@[] ") != std::string::npos;
-        if (plain.empty() || isOdd)
+        const bool isOdd = nameOf(name) == name && name.find_first_of(":/@[], ") != std::string::npos;
+        if (name.empty() || isOdd)
             throw Failure(kUsage, "'" + name + "' is not a host's name or address");
-        rules.names.push_back(plain);
+        rules.names.push_back(nameInHost(nameOf(name)));
     }
     return rules;
 }
@@ -81,9 +67,8 @@ Json diskOf(const std::string& folder)
     };
     if (folder.empty() || statvfs(folder.c_str(), &disk) != 0)
         return nullptr;
-    constexpr uint64_t kLeast = 1'000'000'000, kTwentieth = 20;
     const uint64_t free = disk.f_bavail * uint64_t{disk.f_frsize}, total = disk.f_blocks * uint64_t{disk.f_frsize};
-    return {{"free", free}, {"total", total}, {"low", free < std::max(kLeast, total / kTwentieth)}};
+    return {{"free", free}, {"total", total}, {"low", free < leastFree(folder)}};
 }
 
 // A number of the query; nothing when it is missing. Fails for anything else.
@@ -124,7 +109,9 @@ Json settingsRequest(const Json& json, const Camera&)
 Json saveRequest(const Json& json, const Camera& camera)
 {
     requireOnly(json, {"serial"});
-    const Json serial = camera.parameters().is_object() ? camera.parameters()["camera"]["serial"] : Json();
+    const Json& known = camera.parameters();
+    const Json identity = known.is_object() ? known.value("camera", Json()) : Json();
+    const Json serial = identity.is_object() ? identity.value("serial", Json()) : Json();
     if (!serial.is_string() || json.value("serial", Json()) != serial)
         throw Failure(kUsage, "\"serial\" is not the serial number of this camera, so nothing is saved");
     return {{"do", "save"}};
@@ -172,6 +159,15 @@ std::string contentOf(const PageFile& file, const std::string& folder)
 
 } // namespace
 
+uint64_t leastFree(const std::string& folder)
+{
+    constexpr uint64_t kLeast = 1'000'000'000, kTwentieth = 20;
+    struct statvfs disk {
+    };
+    return statvfs(folder.c_str(), &disk) == 0 ? std::max(kLeast, disk.f_blocks * uint64_t{disk.f_frsize} / kTwentieth)
+                                               : kLeast;
+}
+
 Server::Server(Options options)
     : m_options(std::move(options)), m_token(newToken()), m_instance(newToken()), m_started(utcNow()),
       m_signals(takeSignals()), m_http(m_options.host, m_options.port, rulesFor(m_options, m_token),
@@ -198,9 +194,12 @@ Server::~Server()
     }
 }
 
+// Where it listens at all addresses, nobody reaches it under that one, but under a name that was given.
 std::string Server::address() const
 {
-    return "http://" + nameOf(m_options.host) + ':' + std::to_string(m_http.port());
+    const bool isEverywhere = m_options.host == "0.0.0.0" || m_options.host == "::";
+    const std::string& host = isEverywhere && !m_options.names.empty() ? m_options.names.front() : m_options.host;
+    return "http://" + nameOf(host) + ':' + std::to_string(m_http.port());
 }
 
 void Server::run()

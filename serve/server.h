@@ -8,6 +8,9 @@
 #include "serve/lookout.h"
 #include "serve/token.h"
 
+// What recordings leave free of the disk of this folder, in bytes.
+uint64_t leastFree(const std::string& folder);
+
 class Server
 {
 public:

@@ -63,6 +63,8 @@ TEST(Access, HostMustBeOneOfTheNamesWhole)
                        {"a bracket without its other", 421, "host", "[::1"},
                        {"more after the bracket", 421, "host", "[::1]evil"},
                        {"two", 421, "host", "localhost:8760,evil.example"}});
+    EXPECT_EQ(nameOf("2001:DB8:0:0::1"), "[2001:db8::1]"); // as a browser writes it, whatever --allow-host has
+    EXPECT_EQ(nameOf("robot.example"), "robot.example");
 }
 
 TEST(Access, OtherSitesPagesAreRefused)

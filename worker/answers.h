@@ -21,8 +21,12 @@ inline Json eventOf(const char* what)
     return json;
 }
 
+// Its sentence; what stands below that is for a terminal.
 inline Json refusal(const std::exception& why)
 {
     const auto* const failure = dynamic_cast<const Failure*>(&why);
-    return {{"ok", false}, {"error", why.what()}, {"code", failure != nullptr ? failure->code : kFailed}};
+    const std::string text = why.what();
+    return {{"ok", false},
+            {"error", text.substr(0, text.find('\n'))},
+            {"code", failure != nullptr ? failure->code : kFailed}};
 }

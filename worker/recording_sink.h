@@ -28,6 +28,7 @@ public:
 inline RecordingSink& requireRecorder(RecordingSink* recorder)
 {
     if (recorder == nullptr)
-        throw Failure(kUsage, "this worker has no folder for recordings; vqd worker --recordings gives it one");
+        throw Failure(kUsage,
+                      "this worker has no folder for recordings; --recordings of vqd worker or vqd serve gives it one");
     return *recorder;
 }

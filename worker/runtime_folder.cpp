@@ -15,7 +15,7 @@
 namespace
 {
 
-constexpr char kSystem[] = "/run/vqd";
+constexpr char kSystem[] = "/run/vqd", kService[] = "/run/vqd/serve"; // of root, of the unit vqd-serve
 
 std::string variable(const char* name)
 {
@@ -54,8 +54,9 @@ std::filesystem::path runtimeFolder()
     }
     if (geteuid() == 0)
         mkdir(kSystem, 0755);
-    if (isWritable(kSystem))
-        return kSystem;
+    for (const char* const folder : {kSystem, kService})
+        if (isWritable(folder))
+            return folder;
     if (const std::string session = variable("XDG_RUNTIME_DIR"); !session.empty() && isWritable(session)) {
         const std::string folder = session + "/vqd";
         mkdir(folder.c_str(), 0700);
@@ -72,7 +73,7 @@ std::vector<std::filesystem::path> runtimeFolders()
 {
     if (const std::string named = variable("VQD_RUNTIME_DIR"); !named.empty())
         return {named};
-    std::vector<std::filesystem::path> folders{kSystem};
+    std::vector<std::filesystem::path> folders{kSystem, kService};
     if (const std::string session = variable("XDG_RUNTIME_DIR"); !session.empty())
         folders.emplace_back(session + "/vqd");
     if (isOwn(inTmp()))

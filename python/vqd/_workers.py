@@ -31,7 +31,7 @@ def folders() -> list[Path]:
     named = os.environ.get("VQD_RUNTIME_DIR")
     if named:
         return [Path(named)]
-    found = [Path("/run/vqd")]
+    found = [Path("/run/vqd"), Path("/run/vqd/serve")]
     session = os.environ.get("XDG_RUNTIME_DIR", "")
     if session.startswith("/"):
         found.append(Path(session) / "vqd")

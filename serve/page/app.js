@@ -168,8 +168,7 @@ class Page {
 
     // An address with #ID opens that camera.
     #fromAddress() {
-        const id = decodeURIComponent(location.hash.slice(1));
-        return this.cameras.has(id) ? id : null;
+        return [...this.cameras.keys()].find((id) => `#${encodeURIComponent(id)}` === location.hash) ?? null;
     }
 
     #forget(id) {

@@ -263,9 +263,41 @@ def check_configuration():
         until("the configured settings", lambda: server.camera("left")["settings"]["offset"] == 11)
         until("the hidden one", lambda: server.camera(TWO)["state"] == "streaming" and not server.camera(TWO)["show"])
         expect("the absent one", server.camera("absent")["state"] in ("restarting", "waiting", "starting"), server.camera("absent"))
-        server.api(f"cameras/9-9/settings", {"settings": {"offset": 1}}, 503)
+        server.api("cameras/9-9/settings", {"settings": {"offset": 1}}, 503)
+        server.api("cameras/9-9/save", {"serial": ONE}, 400)
+        server.api("cameras/9-9/parameters", status=503)
         expect("the third is ignored", len(server.api("state")["cameras"]) == 3)
         jsonschema.validate(server.api("state"), SCHEMA)
+
+
+def check_recordings():
+    """VQD-HT110 VQD-HT120"""
+    Path("cameras.json").write_text(json.dumps({"cameras": {ONE: {"name": "left", "record": True}}, "recordings": "/nowhere"}))
+    folder = Path("recordings")
+    with Server("--config", "cameras.json", "--recordings", str(folder)) as server:
+        server.first_frame(TWO)
+        disk = server.api("state")["server"]["disk"]
+        expect("the floor", disk["low"] == (disk["free"] < max(1_000_000_000, disk["total"] // 20)), disk)
+        recording = lambda name: server.camera(name)["recording"]
+        record = lambda body, status=200: server.api(f"cameras/{TWO}/record", body, status)
+        if disk["low"]:
+            expect("nothing is recorded", "stay free" in record({"name": "drive"}, 409)["error"])
+            return
+        until("as the configuration wishes", lambda: recording("left")["frames"] > 3)
+        for wrong in ({}, {"name": ""}, {"name": "../drive"}, {"name": "a/b"}, {"name": 5}, {"name": "a", "folder": "/tmp"}, {"stop": 1}):
+            record(wrong, 400)
+        record({"name": "drive"})
+        record({"name": "other"}, 409)
+        jsonschema.validate(server.api("state"), SCHEMA)
+        until("frames", lambda: recording(TWO)["frames"] > 3)
+        record({"stop": True})
+        until("the file", lambda: recording(TWO)["state"] == "done" and (folder / "drive.mcap").stat().st_size > 0)
+        record({"name": "drive"}, 409)
+        before, time_of_first = server.camera("left")["process"], time.time()
+        until("another second, for another name", lambda: time.time() > time_of_first + 1)
+        os.kill(before, signal.SIGKILL)
+        until("the next process records, too", lambda: server.camera("left")["process"] != before and recording("left")["frames"] > 3)
+    expect("all files", len(list(folder.glob("camera-left-*.mcap"))) == 1, list(folder.iterdir()))
 
 
 def check_hostile_clients():
@@ -284,6 +316,18 @@ def check_hostile_clients():
         for _ in range(30):
             session, sequence, _ = until("a frame", lambda: server.frame(ONE, sequence, session))
         idle = memory(server.process.pid)
+        crowd = [connect(small_window=True) for _ in range(40)]  # take their frames slowly, but all the same one
+        for _ in range(2):
+            server.process.send_signal(signal.SIGSTOP)
+            for client in crowd:
+                client.sendall(pull("after=0"))
+            server.process.send_signal(signal.SIGCONT)
+            for client in crowd:
+                answer = http.client.HTTPResponse(client)
+                answer.begin()
+                expect("a whole frame", len(answer.read()) == 307312)
+        for client in crowd:
+            client.close()
         hostile = [connect() for _ in range(300)]  # more than there may be, and they say nothing
         frames_go_on(server)
         for _ in range(64):  # ask for frame after frame and read nothing

@@ -10,6 +10,7 @@
 #include <CLI/CLI.hpp>
 
 #include "host/documents.h"
+#include "recording/recorder.h"
 #include "serve/server.h"
 
 #include "command_line.h"
@@ -75,18 +76,20 @@ Server::Options serverOptions(const Options& options)
     server.port = options.port;
     server.names = options.names;
     server.pages = options.pages;
+    std::string& recordings = server.configuration.recordings;
+    if (!options.recordings.empty())
+        recordings = std::filesystem::absolute(options.recordings).string();
     if (!options.config.empty())
-        server.configuration = configurationFrom(textOfDocument(options.config), options.config);
+        server.configuration = configurationFrom(textOfDocument(options.config), options.config, recordings);
     if (options.publishes)
         server.configuration.publish.wanted = true;
     if (publishesAny(server.configuration))
         (void)publisherProgram(); // rather than a server that cannot do what it was asked for
-    std::string& recordings = server.configuration.recordings;
-    if (!options.recordings.empty())
-        recordings = std::filesystem::absolute(options.recordings).string();
     if (!recordings.empty()) {
+        if (const char* const missing = recordingMissing())
+            throw Failure(kUsage, missing);
         requireWritableDirectory(recordings);
-        server.workerOptions = {"--recordings", recordings};
+        server.workerOptions = {"--recordings", recordings, "--keep-free", std::to_string(leastFree(recordings))};
     }
     if (common.noProfile)
         server.workerOptions.emplace_back("--no-profile");
@@ -105,7 +108,7 @@ int serve(const Options& options)
              options.host.c_str());
     // A journal is read by more people than may use the cameras.
     if (isatty(STDERR_FILENO) == 1)
-        warn("open %s/?token=%s", server.address().c_str(), server.token().c_str());
+        note("open %s/?token=%s", server.address().c_str(), server.token().c_str());
     else
         note("%s, with the token in %s", server.address().c_str(), server.tokenFile().c_str());
     tellService();
@@ -122,7 +125,9 @@ void addServe(CLI::App& app, Run& run)
     command->add_option("--config", options->config, "Names, settings and choice of cameras")
         ->type_name("FILE")
         ->check(notEmpty);
-    command->add_option("--port", options->port, "Where to listen; 0 for any that is free")->capture_default_str();
+    command->add_option("--port", options->port, "Where to listen; 0 for any that is free")
+        ->check(CLI::Range(0, 65535))
+        ->capture_default_str();
     command->add_option("--host", options->host, "The address at which to listen")
         ->type_name("ADDRESS")
         ->capture_default_str();

@@ -38,6 +38,8 @@ std::string workerLines(const Json& worker)
                                  clients.size(), textIn(worker, "socket").c_str());
     if (const std::string error = textIn(worker, "error"); error != "-")
         text += "    " + error + '\n';
+    if (const std::string error = textIn(worker.value("recording", Json()), "error"); error != "-")
+        text += "    its recording ended early: " + error + '\n';
     return text;
 }
 

@@ -30,10 +30,12 @@ int vqdc_folder(int number, char* into, size_t size)
     } else if (number == 0) {
         length = snprintf(into, size, "/run/vqd");
     } else if (number == 1) {
+        length = snprintf(into, size, "/run/vqd/serve");
+    } else if (number == 2) {
         const char* const runtime = getenv("XDG_RUNTIME_DIR");
         if (runtime != NULL && runtime[0] == '/')
             length = snprintf(into, size, "%s/vqd", runtime);
-    } else if (number == 2) {
+    } else if (number == 3) {
         length = snprintf(into, size, "/tmp/vqd-%u", (unsigned)geteuid());
         if (length > 0 && (size_t)length < size && !is_ours(into))
             return 0;

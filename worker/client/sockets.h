@@ -6,7 +6,7 @@
 
 #include <stddef.h>
 
-enum { VQDC_FOLDERS = 3, VQDC_PATH_BYTES = 108 }; // the latter: what the address of a Unix socket holds
+enum { VQDC_FOLDERS = 4, VQDC_PATH_BYTES = 108 }; // the latter: what the address of a Unix socket holds
 
 // A folder of sockets in order of preference; 0 when there is none with this number, or one that others may write to.
 int vqdc_folder(int number, char* into, size_t size);

@@ -94,9 +94,9 @@ typedef struct vqd_client_worker {
 } vqd_client_worker;
 
 /**
- * Finds the workers of this machine whose sockets are in the usual folders: /run/vqd, $XDG_RUNTIME_DIR/vqd and
- * /tmp/vqd-UID, or in $VQD_RUNTIME_DIR alone where that is set. Sockets on which nobody listens are left out. Blocks
- * until all have answered, or for the time-out.
+ * Finds the workers of this machine whose sockets are in the usual folders: /run/vqd, /run/vqd/serve,
+ * $XDG_RUNTIME_DIR/vqd and /tmp/vqd-UID, or in $VQD_RUNTIME_DIR alone where that is set. Sockets on which nobody
+ * listens are left out. Blocks until all have answered, or for the time-out.
  * @param workers     the caller's memory for `most` of them, in the order of their names
  * @param most        0 or more
  * @param timeout_ms  for all of them together; those that have not answered by then are in the list all the same
