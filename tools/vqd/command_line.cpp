@@ -32,10 +32,11 @@ std::string valueName(const CLI::Option& option)
     const std::vector<std::string> words = wordsOf(option);
     if (!words.empty() && words.size() <= kMostShownWords)
         return CLI::detail::join(words, "|");
+    // Behind the name stands what is checked, after a colon. The name itself may have a colon, too.
     const std::string type = option.get_type_name();
-    const std::string name = type.substr(0, type.find(":{"));
-    const std::string first = name.substr(0, name.starts_with('[') ? std::string::npos : name.find(':'));
-    return first == "INT" || first == "UINT" ? "N" : first == "FLOAT" ? "NUMBER" : first;
+    const size_t range = type.find(" in [");
+    const std::string name = type.substr(0, range == std::string::npos ? type.find(":{") : type.rfind(':', range));
+    return name == "INT" || name == "UINT" ? "N" : name == "FLOAT" ? "NUMBER" : name;
 }
 
 // "1 to 100", or nothing.
