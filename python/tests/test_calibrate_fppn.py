@@ -55,6 +55,7 @@ def test_walls_that_cannot_do_are_refused_and_nothing_is_written(walls, tmp_path
         ([near, f"{walls}/far.mcap", "-o", str(tmp_path / "there"), "--force"], 2, "no folder of a calibration"),
         ([near, f"{walls}/far.mcap", "-o", str(tmp_path / "no/such")], 2, "is no folder"),
         ([near, "camera@1500"], 1, "wall 2 is not flat"),
+        (["camera@1100", "camera@1900", "-q"], 2, "nobody can press Enter"),
     ):
         where = [] if "-o" in words else ["-o", str(tmp_path / "new")]
         told = calibrate(["VQD-HT120", "--scene", "room"], "fppn", *words, *where, code=code)
