@@ -49,6 +49,7 @@ VQD-WN120   sim VQD-X1 -- true
 --scene     sim --scene moon -- true
 a.wall      sim --scene wall:1,2,3 -- true
 tilt        sim --scene wall:2000,90 -- true
+board:FILE  sim --scene board: -- true
 NAME=VALUE  sim --lens k9=1 -- true
 fill        sim --sensor fill=1.5 -- true
 a.pose      sim --pose 1,2 -- true
