@@ -74,7 +74,8 @@ def test_the_camera_gets_its_table_where_it_corrects_itself(tmp_path):
     told = below_sim(["VQD-HT110"], "sh", "-c", f"{python} fppn {walls} --write profile -o {out}", code=2)
     assert "acts in the camera" in told and not out.exists()
     backup = f"{TOOL} table backup fppn-4x4 {held} --direct"
-    below_sim(["VQD-HT110"], "sh", "-c", f"{python} fppn {walls} --write camera -o {out} </dev/null", code=2)  # cannot ask
+    told = below_sim(["VQD-HT110"], "sh", "-c", f"{python} fppn {walls} --write camera -o {out} </dev/null", code=2)  # cannot ask
+    assert f"the result is in {out}" in told and out.exists()
     below_sim(["VQD-HT110"], "sh", "-c", f"{python} fppn {walls} --write camera -y --force -o {out} && {backup}")
     table = np.frombuffer(held.read_bytes(), ">u2").reshape(60, 80)
     assert held.read_bytes() == (out / "fppn-4x4.bin").read_bytes()
