@@ -52,6 +52,13 @@ json out '.frames == 5 and .regions[0].metrics.noise.value > 1 and .regions[0].m
 ends 0 "$vqd" quality wall.mcap -n 1 --json
 json out '.frames == 1 and (.regions[0].metrics.noise | .value == null and .reason == "it needs 2 frames, and there are 1")'
 
+# All parts of a recording are one run.
+ends 0 "$vqd" sim VQD-HT120 --scene wall --fps 60 -- "$vqd" record -q -n 75 --split 1s -o parts.mcap
+parts=(parts*.mcap)
+[[ ${#parts[@]} -gt 1 ]] || fail "the recording has one part"
+ends 0 "$vqd" quality --region middle=120,80,80,80 --require 'noise<1m' "${parts[@]}" --json
+json out '.frames == 75 and .met and .regions[0].name == "middle"'
+
 # The parts of a recording may have been made with other settings, which no figure may mix.
 for edges in 1 0; do
     ends 0 "$vqd" sim VQD-HT110 --scene wall --fps 60 -- "$vqd" record -q -n 8 -s "remove-edge=$edges" -o "edges-$edges.mcap"

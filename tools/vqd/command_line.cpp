@@ -121,6 +121,7 @@ CLI::Option* addRepeatable(CLI::App& command, const char* name, std::vector<std:
     return command.add_option(name, values, description)
         ->type_name(type)
         ->expected(1)
+        ->allow_extra_args(false) // else it would take the words that follow, such as a file
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
 
