@@ -50,7 +50,7 @@ public:
     RegionQuality all()
     {
         for (const MetricRow& row : allMetrics())
-            none(row.metric, "no pixel of the region has a depth");
+            none(row.metric, "no pixel of the region has a depth in half of the frames");
         m_result.change = m_region.change;
         m_result.residuals.assign(m_all.size(), std::numeric_limits<float>::quiet_NaN());
         set(Metric::fillRate, m_run.frames() > 0 ? kPercent * static_cast<double>(m_region.valid) /

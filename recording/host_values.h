@@ -29,6 +29,8 @@ struct HostValues {
 struct RecordedParameters {
     Bytes image; // VQD_IMAGE_BYTES
     HostValues host;
+
+    bool operator==(const RecordedParameters&) const = default;
 };
 
 // Of camera n, from the library's variables, and back into them. The maps of the undistortion are not made anew.

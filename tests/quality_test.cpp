@@ -132,7 +132,7 @@ TEST(Quality, WhatCannotBeSaidHasAReasonAndNothingIsNotANumber)
     EXPECT_NE(reasonOf(small, Metric::driftRate).find("it needs 10 s"), std::string::npos);
     const RegionQuality dark = runOf(wall(0, {.fill = 0}), 12).of(0, 2000);
     EXPECT_EQ(*dark.of(Metric::fillRate).value, 0);
-    EXPECT_EQ(reasonOf(dark, Metric::flatness), "no pixel of the region has a depth");
+    EXPECT_EQ(reasonOf(dark, Metric::flatness), "no pixel of the region has a depth in half of the frames");
     const RegionQuality line = runOf(scene, 12, {0, 0, VQD_WIDTH, 1}).of(0, 2000);
     const RegionQuality still = runOf(wall(0, {.noise = 0}), 60).of(0, 2000);
     const RegionQuality sparse = runOf(wall(0, {.fill = 0.01}), 12).of(0, 2000);

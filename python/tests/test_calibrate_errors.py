@@ -1,6 +1,7 @@
 # SPDX-FileCopyrightText: VQD_API contributors
 # SPDX-License-Identifier: Apache-2.0
 """What cannot be calibrated is told in one sentence, with an exit code, and nothing is written."""
+import io
 import os
 import subprocess
 import sys
@@ -45,6 +46,10 @@ def test_each_is_told_and_nothing_is_written(still, parallel, tmp_path, monkeypa
         "same": (amplitude, depth, SERIALS[0], LENS), "other": (amplitude, depth, SERIALS[1], FACTORY),
     }
     os.makedirs("there")
+    os.makedirs("mixed")
+    for name, content in (("report.json", '{"schema": "vqd.calibrate-lens/1"}'), ("notes.txt", "of somebody")):
+        with open(f"mixed/{name}", "w", encoding="utf-8") as file:
+            file.write(content)
     for name in FakeRecording.known:
         open(name, "w", encoding="utf-8").close()
     before = sorted(os.listdir())
@@ -59,6 +64,8 @@ def test_each_is_told_and_nothing_is_written(still, parallel, tmp_path, monkeypa
         ([*lens, "nobody"], 1, "the serial number of the camera of nobody is not known"),
         ([*lens, "board", "-o", "there"], 2, "there exists already; --force replaces it"),
         ([*lens, "board", "-o", "there", "--force"], 2, "no folder of a calibration"),
+        ([*lens, "board", "-o", "mixed", "--force"], 2, "no folder of a calibration alone"),
+        ([*lens, "board", "-o", "x" * 300], 1, "File name too long"),
         ([*lens, "board", "-c", "0"], 2, "not both"),
         ([*lens, "board", "--views", "3"], 2, "--views is 10 or more"),
         (["lens", "--board", "8by5", "--square", "60", "--recording", "board"], 2, "such as 8x5, not '8by5'"),
@@ -73,7 +80,7 @@ def test_each_is_told_and_nothing_is_written(still, parallel, tmp_path, monkeypa
         assert main(words) == code, words
         out, err = capsys.readouterr()
         assert out == "" and err.splitlines()[-1].startswith("vqd-calibrate: ") and text in err.splitlines()[-1], err
-    assert sorted(os.listdir()) == before and os.listdir("there") == []
+    assert sorted(os.listdir()) == before and os.listdir("there") == [] and len(os.listdir("mixed")) == 2
 
 
 def test_a_wrong_side_of_the_squares_shows_in_the_depth(still):
@@ -91,6 +98,21 @@ def test_a_wrong_side_of_the_squares_shows_in_the_depth(still):
         else:
             with pytest.raises(ValueError, match="a square is 5[89] mm wide, and not 30"):
                 require_square(board, [view])
+
+
+def test_a_terminal_cuts_no_line_that_stays(monkeypatch):
+    """Advice stands at the end of a line."""
+    from vqd.calibrate._report import Progress
+
+    terminal = io.StringIO()
+    terminal.isatty = lambda: True
+    monkeypatch.setattr(sys, "stderr", terminal)
+    monkeypatch.setenv("COLUMNS", "40")
+    progress = Progress(False)
+    progress.say("3 views; rejected: no board; next: " + "x" * 40, keep=False)
+    progress.say("view 4: " + "far away, " * 5 + "next: tilt it")
+    passing, staying = terminal.getvalue().split("\r")[1:]
+    assert len(passing) == 39 and staying.endswith("next: tilt it\n")
 
 
 def test_missing_programs_and_modules_are_named(tmp_path, monkeypatch, capsys):

@@ -55,6 +55,7 @@ def test_walls_that_cannot_do_are_refused_and_nothing_is_written(walls, tmp_path
         ([near, f"{walls}/far.mcap", "-o", str(tmp_path / "there"), "--force"], 2, "no folder of a calibration"),
         ([near, f"{walls}/far.mcap", "-o", str(tmp_path / "no/such")], 2, "is no folder"),
         ([near, "camera@1500"], 1, "wall 2 is not flat"),
+        (["camera@1100", "camera@1900", "-q"], 2, "nobody can press Enter"),
     ):
         where = [] if "-o" in words else ["-o", str(tmp_path / "new")]
         told = calibrate(["VQD-HT120", "--scene", "room"], "fppn", *words, *where, code=code)
@@ -73,7 +74,8 @@ def test_the_camera_gets_its_table_where_it_corrects_itself(tmp_path):
     told = below_sim(["VQD-HT110"], "sh", "-c", f"{python} fppn {walls} --write profile -o {out}", code=2)
     assert "acts in the camera" in told and not out.exists()
     backup = f"{TOOL} table backup fppn-4x4 {held} --direct"
-    below_sim(["VQD-HT110"], "sh", "-c", f"{python} fppn {walls} --write camera -o {out} </dev/null", code=2)  # cannot ask
+    told = below_sim(["VQD-HT110"], "sh", "-c", f"{python} fppn {walls} --write camera -o {out} </dev/null", code=2)  # cannot ask
+    assert f"the result is in {out}" in told and out.exists()
     below_sim(["VQD-HT110"], "sh", "-c", f"{python} fppn {walls} --write camera -y --force -o {out} && {backup}")
     table = np.frombuffer(held.read_bytes(), ">u2").reshape(60, 80)
     assert held.read_bytes() == (out / "fppn-4x4.bin").read_bytes()

@@ -123,6 +123,23 @@ def test_the_pose_goes_into_the_profile_of_the_second_camera(recordings, tmp_pat
         main([*words, str(tmp_path / "three")])
 
 
+def test_ctrl_c_ends_the_views_and_other_signals_end_everything(recordings, tmp_path, monkeypatch):
+    matched = _feed._matched
+
+    def interrupted(*number):
+        def frames(*both):
+            yield from matched(*both)
+            raise KeyboardInterrupt(*number)
+        return frames
+
+    paths = recordings()
+    for number, code in (((), 0), ((15,), 130)):
+        monkeypatch.setattr(_feed, "_matched", interrupted(*number))
+        folder = tmp_path / f"ended-{code}"
+        assert main(["pair", *paths, *BOARD, "-q", "--views", "13", "-o", str(folder)]) == code
+        assert folder.exists() == (code == 0)
+
+
 def test_two_cameras_are_read_by_workers_of_its_own(tmp_path):
     """A board that never moves is one view, however fast the machine is."""
     scene = board_file(tmp_path / "one.json", seen_by_both()[:1])

@@ -33,6 +33,9 @@ json out '[.regions[].name] == ["middle", "a<b>"] and .regions[0].metrics.bias.v
 grep -q '<svg' page.html || fail "the page has no plot"
 mentions page.html 'a&lt;b&gt;'
 grep -Eq '<script|<b>|https?:|src="[^d]' page.html && fail "the page needs something else, or has a name as it is"
+wall 0 drift=0.01,jitter=0,phase=0 -n 1600 --json --region middle=150,110,20,20 # the virtual camera takes 3000 frames for a degree
+near out temperature-drift 30
+json out '.temperature.last - .temperature.first >= 0.5 and (.course.temperature | length) == 240'
 ends 0 "$vqd" sim VQD-HT110 --scene plane --fps 0 --sensor jitter=4,phase=0 -- "$vqd" quality -n 30 --json
 near out noise 4.01
 ends 0 "$vqd" sim VQD-HT120 --scene wall:1500 --fps 0 -- "$vqd" quality -n 30 --json
@@ -48,6 +51,26 @@ ends 0 "$vqd" quality wall.mcap --range 3:7 --json
 json out '.frames == 5 and .regions[0].metrics.noise.value > 1 and .regions[0].metrics.drift.value == null'
 ends 0 "$vqd" quality wall.mcap -n 1 --json
 json out '.frames == 1 and (.regions[0].metrics.noise | .value == null and .reason == "it needs 2 frames, and there are 1")'
+
+# All parts of a recording are one run.
+ends 0 "$vqd" sim VQD-HT120 --scene wall --fps 60 -- "$vqd" record -q -n 75 --split 1s -o parts.mcap
+parts=(parts*.mcap)
+[[ ${#parts[@]} -gt 1 ]] || fail "the recording has one part"
+ends 0 "$vqd" quality --region middle=120,80,80,80 --require 'noise<1m' "${parts[@]}" --json
+json out '.frames == 75 and .met and .regions[0].name == "middle"'
+
+# The parts of a recording may have been made with other settings, which no figure may mix.
+for edges in 1 0; do
+    ends 0 "$vqd" sim VQD-HT110 --scene wall --fps 60 -- "$vqd" record -q -n 8 -s "remove-edge=$edges" -o "edges-$edges.mcap"
+done
+ends 2 "$vqd" quality edges-1.mcap edges-0.mcap --html mixed.html
+mentions err 'the settings change with frame 9 of the range; --range can choose frames'
+[[ ! -e mixed.html ]] || fail "a page of mixed settings"
+ends 0 "$vqd" quality edges-1.mcap edges-0.mcap --range 9: --json
+json out '.frames == 8 and .settings["remove-edge"] == 0 and (.files | length) == 2'
+ends 0 "$vqd" quality edges-1.mcap edges-0.mcap --range 2:8 --json
+mentions err 'the camera removed edges before it was recorded'
+json out '.frames == 7 and .settings["remove-edge"] == 1'
 
 # Requirements have an exit code of their own; without a value they are not met.
 wall 0 noise=0 -n 3 --require 'fill-rate>=100%' --require 'tilt<12deg' --require 'image:plane-rms < 1 mm' --distance 1500
@@ -87,6 +110,7 @@ refused 2 'needs one of the units mm, um, cm, m$' --require 'noise<5'
 refused 2 'is no number' --require 'noise<mm'
 refused 2 'METRIC<VALUE' --require noise
 refused 2 'the magnitude counts' --require 'bias>-3mm'
+refused 2 'a limit below 0' --require 'noise>-3mm'
 refused 2 "there is no region 'left'" --require 'left:noise<5mm'
 refused 2 'is no distance' --distance 0
 refused 2 'needs a recording' --range 1:2
@@ -104,6 +128,9 @@ refused 2 'huge.json: the value of "bias"' --merge 2000.json huge.json
 jq '.regions[0].metrics.noise.unit = "m"' 800.json >unit.json
 refused 2 'unit.json: the unit of "noise" is not mm' --merge unit.json
 refused 2 'needs files' --merge
+refused 2 'frames excludes --merge' --merge -n 5 800.json
+ends 0 "$vqd" quality --help
+mentions out 'range FROM:TO '
 refused 2 'is no recording' 800.json
 ends 3 on_an_empty_bus quality --html none.html
 [[ ! -e none.html ]] || fail "a page without a camera"

@@ -49,6 +49,7 @@ VQD-WN120   sim VQD-X1 -- true
 --scene     sim --scene moon -- true
 a.wall      sim --scene wall:1,2,3 -- true
 tilt        sim --scene wall:2000,90 -- true
+board:FILE  sim --scene board: -- true
 NAME=VALUE  sim --lens k9=1 -- true
 fill        sim --sensor fill=1.5 -- true
 a.pose      sim --pose 1,2 -- true
@@ -60,7 +61,7 @@ ends 2 "$vqd" sim --scene board:board.json -- true
 mentions err '"columns" is no whole number'
 
 # The second camera stands 500 mm nearer to the wall, and the third measures 20 mm too much.
-ends 0 "$vqd" sim VQD-HT110 VQD-HT110 VQD-RS110 --scene wall:1500,10 --sensor noise=0 --pose 2:0,0,500 --sensor 3:bias=20 -- sh -c '
+ends 0 "$vqd" sim --scene wall:1500,10 --sensor noise=0 VQD-HT110 VQD-HT110 VQD-RS110 --pose 2:0,0,500 --sensor 3:bias=20 -- sh -c '
     for camera in 1 2 3; do "$0" grab -c 2406110000000$camera -n 1 -o seen --json --force | jq ".[\"centre-depth\"]"; done' "$vqd"
 shows out 1500 1000 1520
 

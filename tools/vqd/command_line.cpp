@@ -32,10 +32,11 @@ std::string valueName(const CLI::Option& option)
     const std::vector<std::string> words = wordsOf(option);
     if (!words.empty() && words.size() <= kMostShownWords)
         return CLI::detail::join(words, "|");
+    // Behind the name stands what is checked, after a colon. The name itself may have a colon, too.
     const std::string type = option.get_type_name();
-    const std::string name = type.substr(0, type.find(":{"));
-    const std::string first = name.substr(0, name.starts_with('[') ? std::string::npos : name.find(':'));
-    return first == "INT" || first == "UINT" ? "N" : first == "FLOAT" ? "NUMBER" : first;
+    const size_t range = type.find(" in [");
+    const std::string name = type.substr(0, range == std::string::npos ? type.find(":{") : type.rfind(':', range));
+    return name == "INT" || name == "UINT" ? "N" : name == "FLOAT" ? "NUMBER" : name;
 }
 
 // "1 to 100", or nothing.
@@ -120,6 +121,7 @@ CLI::Option* addRepeatable(CLI::App& command, const char* name, std::vector<std:
     return command.add_option(name, values, description)
         ->type_name(type)
         ->expected(1)
+        ->allow_extra_args(false) // else it would take the words that follow, such as a file
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
 

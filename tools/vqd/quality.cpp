@@ -171,11 +171,14 @@ void addQuality(CLI::App& app, Run& run, const Invocation& invocation)
                      "A recording instead of a camera, or all of its parts; with --merge, what it merges")
         ->type_name("FILE")
         ->check(notEmpty);
-    command->add_option("-n,--frames", options->frames, "Number of frames (default 100; of a recording all)")
-        ->check(CLI::Range(1, 100'000'000));
-    command->add_option("--for", options->time, "How long it measures, such as 10min while a camera warms up")
-        ->type_name("TIME")
-        ->check([](const std::string& text) { return secondsIn(text).value_or(0) > 0 ? "" : text + " is no time"; });
+    CLI::Option* frames =
+        command->add_option("-n,--frames", options->frames, "Number of frames (default 100; of a recording all)")
+            ->check(CLI::Range(1, 100'000'000));
+    CLI::Option* time =
+        command->add_option("--for", options->time, "How long it measures, such as 10min while a camera warms up")
+            ->type_name("TIME")
+            ->check(
+                [](const std::string& text) { return secondsIn(text).value_or(0) > 0 ? "" : text + " is no time"; });
     CLI::Option* region = addRepeatable(*command, "--region", options->regionTexts, "[NAME=]X,Y,WIDTH,HEIGHT",
                                         "A part of the image in pixels, up to 8 of them (default the whole image)");
     CLI::Option* distance =
@@ -194,6 +197,8 @@ void addQuality(CLI::App& app, Run& run, const Invocation& invocation)
         command->add_option("--range", options->range, "Only these frames of a recording: 100:200, or 2.5s:10s")
             ->type_name("FROM:TO");
     command->add_flag("--merge", options->merge, "Merge files that --json has made into curves over the distance")
+        ->excludes(frames)
+        ->excludes(time)
         ->excludes(region)
         ->excludes(distance)
         ->excludes(settings)

@@ -125,9 +125,11 @@ Requirement requirementOf(const std::string& text, const std::vector<std::string
     const MetricRow& row = requiredMetric(name, text);
     requirement.metric = row.metric;
     requirement.limit = limitOf(row, text.substr(sign + (requirement.isEqualEnough ? 2 : 1)), text);
-    if (row.isSigned && (!requirement.isBelow || requirement.limit < 0))
+    if (row.isSigned && !requirement.isBelow)
         throw Failure(kUsage, "'" + text + "': of " + row.name +
                                   " the magnitude counts, so it can only be required to be below something");
+    if (requirement.limit < 0)
+        throw Failure(kUsage, "'" + text + "': a limit below 0 would always hold or never");
     return requirement;
 }
 

@@ -28,11 +28,12 @@ RecordedCamera::RecordedCamera(const CameraFacts& facts, const RecordedFrame& fi
 bool RecordedCamera::process(const RecordedFrame& recorded, std::span<const Assignment> assignments, DepthFrame& frame)
 {
     m_source->give(recorded);
-    const bool changed = recorded.parameters != m_parameters;
-    if (changed) {
+    bool changed = false;
+    if (recorded.parameters != m_parameters) {
         if (!recorded.parameters)
             throw Failure(kUsage,
                           "the recording does not say how frame " + std::to_string(recorded.sequence) + " was made");
+        changed = !m_parameters || *recorded.parameters != *m_parameters; // each part of a recording repeats them
         useRecordedParameters(listed().nIndex, *recorded.parameters);
         applySettings(listed(), assignments);
         m_parameters = recorded.parameters;

@@ -176,7 +176,7 @@ sim::SceneOptions sceneOf(const SimScene& options, size_t index, size_t cameras)
     const auto kind = sim::sceneByName(name);
     const bool takesArgument = kind == sim::SceneKind::wall || kind == sim::SceneKind::board;
     if (!kind || (colon != std::string::npos && !takesArgument) ||
-        (colon == std::string::npos && kind == sim::SceneKind::board))
+        (kind == sim::SceneKind::board && options.scene.size() < name.size() + 2))
         throw Failure(kUsage,
                       "--scene: '" + options.scene +
                           "' is none of room, wall, wall:DISTANCE, wall:DISTANCE,TILT, ramp, plane, board:FILE");

@@ -12,7 +12,7 @@
 namespace
 {
 
-constexpr double kWidth = 460, kHeight = 260, kLeft = 62, kRight = 14, kTop = 34, kBottom = 44;
+constexpr double kWidth = 460, kHeight = 260, kLeft = 68, kRight = 14, kTop = 34, kBottom = 44;
 constexpr int kColours = 8;
 
 // From one round number to another, with steps of 1, 2 or 5 times a power of ten.
@@ -145,7 +145,7 @@ std::string svgOf(const Plot& plot)
     svg += formatted("<text class=\"label\" x=\"%.1f\" y=\"%.1f\" text-anchor=\"middle\">",
                      (kLeft + kWidth - kRight) / 2, kHeight - 8) +
            escaped(plot.x) + "</text>\n";
-    svg += formatted("<text class=\"label\" transform=\"translate(14 %.1f) rotate(-90)\" text-anchor=\"middle\">",
+    svg += formatted("<text class=\"label\" transform=\"translate(12 %.1f) rotate(-90)\" text-anchor=\"middle\">",
                      (kTop + kHeight - kBottom) / 2) +
            escaped(plot.y) + "</text>\n</svg>\n<figcaption>";
     for (const PlotLine& line : plot.lines)

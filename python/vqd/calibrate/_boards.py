@@ -19,7 +19,8 @@ def wanted_board(options: Options) -> Board:
 
 
 def gathered(feed: Feed, board: Board, options: Options, progress: Progress, least: int, enough: int, most: int) -> Collection:
-    """Views until there are enough. Ctrl-C ends the gathering, and everything when there are fewer than ``least``."""
+    """Views until there are enough. Ctrl-C ends the gathering, and everything when there are fewer than ``least``. Signals that
+    end programs end everything."""
     collection = Collection(board, [subject.lens for subject in feed.subjects], progress.say)
     if options.views is not None:
         if options.views < least:
@@ -29,9 +30,10 @@ def gathered(feed: Feed, board: Board, options: Options, progress: Progress, lea
     try:
         sets = limited(feed.sets, options.frames, options.seconds)
         collection.gather(sets, options.mean_of, most, enough)
-    except KeyboardInterrupt:
-        if len(collection.views) < least:
+    except KeyboardInterrupt as why:
+        if why.args or len(collection.views) < least:
             raise
-    progress.end()
+    finally:
+        progress.end()
     collection.require(least)
     return collection

@@ -106,8 +106,8 @@ def _parser() -> argparse.ArgumentParser:
     return parser
 
 
-def _interrupt(*_: object) -> None:
-    raise KeyboardInterrupt
+def _interrupt(number: int, _: object) -> None:
+    raise KeyboardInterrupt(number)  # Ctrl-C gives no number
 
 
 def main(arguments: Optional[Sequence[str]] = None) -> int:
@@ -128,5 +128,8 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
         return why.code
     except BrokenPipeError:
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+        return Error.code
+    except OSError as why:
+        print(f"vqd-calibrate: {why}", file=sys.stderr)
         return Error.code
     return 0

@@ -93,6 +93,8 @@ def run(options: Options) -> tuple[dict[str, Any], str]:
     path = folder.write(subject.serial, {f"{_TABLE}.bin": table}, report, text)
     file = str(path / f"{_TABLE}.bin")
     parts = ["--orthogonal", "lens", "--fppn"]
+    if options.write:
+        progress.say(f"the result is in {path}")
     if "camera" in options.write:
         into_camera(subject.serial, ["table", "restore", _TABLE, file, "--direct"], options.yes)
     if "profile" in options.write:

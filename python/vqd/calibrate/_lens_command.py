@@ -112,7 +112,9 @@ def run(options: Options) -> tuple[dict[str, Any], str]:
     document = {"schema": "vqd.lens/1", "depth": lens_json(result.fit.lens)}
     path = folder.write(subject.serial, {"lens.json": json_text(document).encode(), "views.png": picture}, report, text)
     file = str(path / "lens.json")
-    _write(options, subject.serial, result.fit.lens, file, progress)
-    if not options.write:
+    if options.write:
+        progress.say(f"the result is in {path}")
+        _write(options, subject.serial, result.fit.lens, file, progress)
+    else:
         text += f"Take it into use: vqd profile import --lens {file} --orthogonal lens -c {subject.serial}\n"
     return report, f"{text}{path}\n"

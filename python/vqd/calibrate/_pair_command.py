@@ -111,6 +111,7 @@ def run(options: Options) -> tuple[dict[str, Any], str]:
     path = folder.write(second.serial, {"pose.json": json_text(report["pose"]).encode(), **pictures}, report, text)
     file = str(path / "pose.json")
     if options.write:
+        progress.say(f"the result is in {path}")
         wanted = {name: value for name, value in report["pose"].items() if name != "schema"}
         into_profile(second.serial, ["--pose", file], lambda profile: wanted in profile.get("poses", []), progress.say)
     else:

@@ -16,6 +16,7 @@ from typing import Any, Optional
 from .._errors import Error, UsageError
 
 _REPORT = "report.json"
+_FILES = {_REPORT, "report.txt", "lens.json", "views.png", "fppn-4x4.bin", "pose.json", "views-1.png", "views-2.png"}
 
 
 def lines_of(rows: Sequence[tuple[str, str]]) -> str:
@@ -29,6 +30,17 @@ def json_text(content: Mapping[str, Any]) -> str:
     return json.dumps(content, indent=2, allow_nan=False) + "\n"
 
 
+def _is_calibration(path: Path) -> bool:
+    """Whether a folder holds a calibration and nothing that somebody else has put there."""
+    if path.is_symlink() or not path.is_dir() or not {one.name for one in path.iterdir()} <= _FILES:
+        return False
+    try:
+        report = json.loads((path / _REPORT).read_bytes())
+    except (OSError, ValueError):
+        return False
+    return isinstance(report, dict) and str(report.get("schema")).startswith("vqd.calibrate-")
+
+
 class Folder:
     """Where the files of one calibration go. Judged at once, written at the end."""
 
@@ -40,42 +52,47 @@ class Folder:
         self._judge(Path(given or self._stem))
 
     def _judge(self, path: Path) -> None:
-        if os.path.lexists(path) and not self._force:
+        parent = path.absolute().parent
+        if not parent.is_dir():
+            raise UsageError(f"{parent} is no folder")
+        if not os.access(parent, os.W_OK | os.X_OK):
+            raise Error(f"{parent} cannot be written to; -o names another place")
+        try:
+            path.lstat()
+        except FileNotFoundError:
+            return
+        except OSError as why:
+            raise Error(f"{path} cannot be written: {why.strerror}") from why
+        if not self._force:
             raise UsageError(f"{path} exists already; --force replaces it")
-        if os.path.lexists(path) and not (path / _REPORT).is_file():
-            raise UsageError(f"{path} exists and is no folder of a calibration, so --force does not replace it")
-        if not path.absolute().parent.is_dir():
-            raise UsageError(f"{path.absolute().parent} is no folder")
-        if not os.access(path.absolute().parent, os.W_OK | os.X_OK):
-            raise Error(f"{path.absolute().parent} cannot be written to; -o names another place")
+        if not _is_calibration(path):
+            raise UsageError(f"{path} exists and is no folder of a calibration alone, so --force does not replace it")
 
     def write(self, serial: str, files: Mapping[str, bytes], report: Mapping[str, Any], text: str) -> Path:
         """Writes all files and returns the folder."""
         path = Path(self._given or self._stem.format(serial=serial))
         self._judge(path)
         all_files = {**files, "report.txt": text.encode(), _REPORT: json_text(report).encode()}
-        part = Path(tempfile.mkdtemp(prefix=f".{path.name}.", dir=path.absolute().parent))
         try:
-            for name, content in all_files.items():
-                with open(part / name, "wb") as file:
-                    file.write(content)
-                    file.flush()
-                    os.fsync(file.fileno())
-            mask = os.umask(0)
-            os.umask(mask)
-            part.chmod(0o777 & ~mask)
-            if path.exists():
-                shutil.rmtree(path)
-            os.rename(part, path)
+            with tempfile.TemporaryDirectory(prefix=".vqd-calibrate-", dir=path.absolute().parent) as work:
+                part = Path(work, "new")
+                part.mkdir()
+                for name, content in all_files.items():
+                    with open(part / name, "wb") as file:
+                        file.write(content)
+                        file.flush()
+                        os.fsync(file.fileno())
+                if path.exists():
+                    os.rename(path, Path(work, "old"))
+                os.rename(part, path)
         except OSError as why:
             raise Error(f"{path} cannot be written: {why.strerror}") from why
-        finally:
-            shutil.rmtree(part, ignore_errors=True)
         return path
 
 
 class Progress:
-    """Lines for people on standard error. On a terminal, those that are not worth keeping make room for the next."""
+    """Lines for people on standard error. On a terminal, those that are not worth keeping make room for the next, and are cut
+    so that they need no second line."""
 
     def __init__(self, quiet: bool) -> None:
         self._quiet = quiet
@@ -87,7 +104,7 @@ class Progress:
         if self._quiet:
             return
         if self._changes:
-            text = text[: shutil.get_terminal_size().columns - 1]
+            text = text if keep else text[: shutil.get_terminal_size().columns - 1]
             print("\r" + text.ljust(self._open), end="\n" if keep else "", file=sys.stderr, flush=True)
             self._open = 0 if keep else len(text)
         else:

@@ -60,7 +60,7 @@ def missing(views: Sequence[View], whole_image: bool = True) -> list[str]:
     corners = [view.corners[0] for view in views]
     ninth = _uncovered(corners)
     if whole_image and (ninth is not None or coverage(corners) < _WANTED_COVERAGE):
-        wanted.append(f"hold the board into the {ninth or 'corners'} of the image")
+        wanted.append(f"hold it into the {ninth or 'corners'} of the image")
     tilts = np.array([view.placed[0].tilts for view in views]).reshape(-1, 2)
     for axis, sign, side in ((0, 1, "right"), (0, -1, "left"), (1, 1, "lower"), (1, -1, "upper")):
         if (sign * tilts[:, axis] > _TILTED).sum() < _WANTED_OF_EACH_TILT:

@@ -72,9 +72,11 @@ def _frames_of(wall: Wall, options: Options, settings: Settings) -> tuple[Subjec
     return subject, frames
 
 
-def _await_pointing(number: int, count: int, progress: Progress) -> None:
-    progress.say(f"wall {number} of {count}: point the camera at it so that it fills the image, and press Enter")
-    sys.stdin.readline()
+def _await_pointing(number: int, count: int) -> None:
+    request = f"wall {number} of {count}: point the camera at it so that it fills the image, and press Enter"
+    print(request, file=sys.stderr, flush=True)  # also where progress is quiet
+    if not sys.stdin.readline():
+        raise UsageError("nobody can press Enter here, between one wall and the next; give recordings of the walls")
 
 
 def seen_walls(
@@ -88,7 +90,7 @@ def seen_walls(
         if wall.recording is None:
             live += 1
             if all_live > 1:
-                _await_pointing(live, all_live, progress)
+                _await_pointing(live, all_live)
         subject, frames = _frames_of(wall, options, settings)
         middle = len(frames) // 2
         one = SeenWall(wall, subject, mean_of(frames[:middle]).depth, mean_of(frames[middle:]).depth)
