@@ -218,6 +218,15 @@ uint64_t Writer::Chunk::messages() const
     return sum;
 }
 
+uint64_t Writer::messages(uint16_t channel) const
+{
+    uint64_t sum = 0;
+    for (const Chunk& chunk : m_chunks)
+        if (const auto count = chunk.counts.find(channel); count != chunk.counts.end())
+            sum += count->second;
+    return sum;
+}
+
 void Writer::addStatistics(Bytes& to) const
 {
     std::map<uint16_t, uint64_t> counts;

@@ -46,6 +46,7 @@ public:
     void finish();
 
     uint64_t bytes() const { return m_offset; }      // of the file by now, without the open chunk
+    uint64_t messages(uint16_t channel) const;       // of the file by now, too
     uint64_t lostMessages() const { return m_lost; } // after finish(): for which the disk had no room
 
 private:

@@ -201,8 +201,9 @@ protected:
         facts.product = "VQD-HT120";
         facts.hostCorrected = true;
         facts.eeprom = Bytes(128, 0xEE);
-        take = std::make_unique<Take>(
-            Take::Options{folder, keepFree, recordRequestFrom(request), facts, 77, [](const Json&) {}}, parameters(1));
+        take = std::make_unique<Take>(Take::Options{folder, keepFree, recordRequestFrom(request), facts, 77,
+                                                    [this](const Json&) { told(); }, [this] { return stops.load(); }},
+                                      parameters(1));
         began = hostTime();
     }
     void add(uint64_t first, uint64_t last)
@@ -289,6 +290,8 @@ protected:
     const TemporaryFolder temporary;
     const std::filesystem::path folder = temporary.path();
     HostTime began{};
+    std::function<void()> told = [] {}; // of the thread that writes, which waits for it as for a disk
+    std::atomic<bool> stops = false;    // the process is to end
     std::unique_ptr<Take> take;
 };
 
@@ -375,6 +378,43 @@ TEST_F(ATake, ThatEndsWithItsSessionIsCompleteAndSaysSo)
     EXPECT_EQ(wholeFrames(read("a.mcap"), 1), 3U);
 }
 
+// Nobody else ends it when the loop waits for a camera that does not answer.
+TEST_F(ATake, CompletesTheFileByItselfWhenTheProcessIsToEnd)
+{
+    begin(Json::parse(R"({"images": false})"));
+    add(1, 3);
+    stops = true;
+    while (!take->ended())
+        std::this_thread::sleep_for(1ms);
+    EXPECT_EQ(take->state()["state"], "cut");
+    EXPECT_EQ(wholeFrames(read("a.mcap"), 1), 3U);
+}
+
+TEST_F(ATake, WritesWhatWaitsForASlowDiskAlsoBehindItsTime)
+{
+    std::atomic<bool> isBegun = false;
+    told = [&] {
+        if (!isBegun.exchange(false))
+            return;
+        began = hostTime();
+        add(1, 20);
+        std::this_thread::sleep_for(1200ms);
+    };
+    begin(Json::parse(R"({"images": false, "seconds": 1})"));
+    isBegun = true;
+    while (!take->ended() && take->state()["frames"] < 20)
+        std::this_thread::sleep_for(1ms);
+    const Json state = end();
+    EXPECT_EQ(state["frames"], 20);
+    uint64_t last = 0;
+    for (const Found& found : read("a.mcap")) {
+        if (found.sequence == 0)
+            continue;
+        EXPECT_GT(found.log, last) << "frame " << found.sequence << " has no time of its own";
+        last = found.log;
+    }
+}
+
 TEST_F(ATake, TellsFramesThatHadNoRoomAndThoseThatNeverCame)
 {
     begin(Json::parse(R"({"images": false})"));
@@ -428,6 +468,7 @@ TEST_F(ATake, AFullDiskEndsItWithWhatFits)
     EXPECT_NE(state["error"].get<std::string>().find("cannot be written"), std::string::npos) << state;
     EXPECT_EQ(files(), std::vector<std::string>{"a.mcap"});
     EXPECT_GE(wholeFrames(read("a.mcap"), 1), 8U);
+    EXPECT_EQ(state["frames"], wholeFrames(read("a.mcap"), 1));
     EXPECT_EQ(state["files"].size(), 1U);
 }
 
