@@ -27,7 +27,8 @@ std::string_view compressionName(bool compressed)
 
 } // namespace
 
-Writer::Writer(int descriptor, const Options& options) : m_descriptor(descriptor), m_options(options)
+Writer::Writer(int descriptor, const Options& options)
+    : m_descriptor(descriptor), m_options(options), m_packing(options.repeats)
 {
     if (options.compression == Compression::zstd) {
         if (const char* missing = ChunkPacking::missing())

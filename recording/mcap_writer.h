@@ -24,6 +24,7 @@ public:
         Compression compression = Compression::zstd;
         size_t chunkBytes = 1u << 20;       // a chunk ends with the message that reaches this
         uint64_t chunkTime = 1'000'000'000; // or that is so many ns later than its first one
+        bool repeats = false;               // as in ChunkPacking
     };
 
     // Of an empty file, which stays the caller's. Fails when it cannot be written, or compression is missing.

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <limits>
+#include <random>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -338,6 +339,30 @@ TEST_F(ATake, HasTheLibrarysImagesOfHostCorrectedModelsUnlessToldOtherwise)
     EXPECT_EQ(depth->text, "16UC1");
     EXPECT_EQ(depth->raw[0] + 256 * depth->raw[1], 1001);
     EXPECT_EQ(std::ranges::count(all, "/vqd_24061100000001/depth/camera_info", &Found::topic), 1);
+}
+
+// A camera's planes are noise. An image that the library has left as it was is found again, and costs next to nothing.
+TEST_F(ATake, ImagesThatRepeatTheRawPlanesTakeLittleRoom)
+{
+    if (mcap::ChunkPacking::missing() != nullptr)
+        return;
+    uint64_t bytes[2]{};
+    for (const bool images : {false, true}) {
+        begin({{"images", images}});
+        std::minstd_rand noise(1);
+        for (uint64_t i = 1; i <= 6; ++i) {
+            TestFrame frame(i, began);
+            std::ranges::generate(frame.library.amplitude, std::ref(noise));
+            std::ranges::generate(frame.library.depth, std::ref(noise));
+            const size_t plane = sizeof frame.library.amplitude;
+            memcpy(frame.raw.data() + 512, frame.library.amplitude.data(), plane);
+            memcpy(frame.raw.data() + 512 + plane, frame.library.depth.data(), plane);
+            take->queue().add(frame.view());
+        }
+        bytes[images] = end()["bytes"];
+        std::filesystem::remove(folder / "a.mcap");
+    }
+    EXPECT_LT(bytes[true], bytes[false] + bytes[false] / 10);
 }
 
 TEST_F(ATake, BeginsNewFilesThatStandForThemselvesAndReplacesNone)
