@@ -276,7 +276,7 @@ TEST(Recording, DamageStaysWhereItIs)
         const mcap::Repaired repaired = mcap::repair(reader, second, [](uint64_t) {});
         EXPECT_EQ(repaired.messages, expected.size());
         EXPECT_EQ(repaired.attachments + repaired.metadata, 2u);
-        EXPECT_EQ(repaired.lostCount, size == cut ? 0u : 1u);
+        EXPECT_EQ(repaired.lostCount, 1u); // also when the scan of a cut file has left it out
         EXPECT_EQ(judged(second), "");
         mcap::Reader again(second.path());
         EXPECT_EQ(again.chunks().size(), expected.size() / 5);
@@ -382,6 +382,14 @@ TEST(Messages, AreAlignedAndBounded)
     Bytes lying(bytes.begin(), bytes.end());
     lying[12] = lying[13] = lying[14] = lying[15] = 0xFF; // the length of the text
     EXPECT_THROW(msg::fromCdr(lying, back), Failure);
+
+    // Zeros, of which a chunk holds 256 MiB in some kB, are elements of 100 times their size in memory.
+    Bytes many{0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+    many.insert(many.end(), {0, 0, 16, 0});
+    many.resize(many.size() + (1u << 20));
+    msg::diagnostic_msgs::DiagnosticArray array;
+    EXPECT_THROW(msg::fromCdr(many, array), Failure);
+    EXPECT_LT(array.status.capacity(), 10'000u);
 }
 
 } // namespace
