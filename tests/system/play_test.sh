@@ -55,6 +55,17 @@ ends 0 "$vqd" convert cut.mcap -o cut
 mentions err "warning: cut.mcap: "
 [[ $(count cut 'depth-*.png') -ge 1 ]] || fail "nothing is left of a cut file"
 
+# So does one whose beginning is damaged: the settings in it are lost, but not those that were stored.
+cp "$hosts" spoilt.mcap
+dd if=/dev/zero of=spoilt.mcap bs=1 seek=300000 count=9 conv=notrunc status=none # in the first chunk
+ends 0 "$vqd" convert spoilt.mcap -o spoilt --format npy
+mentions err "the settings of the first frames are lost"
+kept=$(count spoilt 'depth-*.npy')
+[[ $kept -ge 6 && $kept -lt 12 ]] || fail "$kept frames are left of 12"
+cmp -s spoilt/depth-000001.npy "converted/depth-$(printf %06d $((13 - kept))).npy" || fail "other frames are left"
+ends 0 "$vqd" sim --play spoilt.mcap --fps 0 -- "$vqd" stats -n 4
+mentions err "the settings of the first frames are lost"
+
 # Mistakes are said before anything is written.
 before=$(cat converted/*.npy | cksum)
 cp "$hosts" later.mcap

@@ -40,6 +40,8 @@ std::vector<Plugged> playedCameras(const SimCameras& options)
         const auto tell = [](const std::string& sentence) { warn("%s", sentence.c_str()); };
         const auto player = std::make_shared<Player>(RecordedFrames(std::move(played.parts), tell),
                                                      Player::Options{options.recordedPace, options.loop});
+        if (player->firstParameters() == nullptr)
+            tell("the settings of the first frames are lost, so the camera has those that it had stored");
         Plugged& camera = cameras.emplace_back();
         camera.config = playedConfig(player->camera());
         camera.eeprom = playedEeprom(player->camera(), player->firstParameters());
