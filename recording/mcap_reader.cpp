@@ -210,8 +210,10 @@ void Reader::takeChunk(const Record& record)
         const Inner inner = innerRecord(list);
         if (inner.opcode == Opcode::message)
             ++counts[Fields(inner.content).number<uint16_t>()];
-        else
+        else if (isDefinition(inner.opcode))
             definitions.push_back(inner);
+        if (definitions.size() > 2 * kMostDefinitions) // a chunk has room for far more than there is memory
+            throw Failure(kUsage, "the chunk at byte " + std::to_string(record.offset) + " holds too many definitions");
     }
     for (const Inner& definition : definitions)
         takeDefinition(definition.opcode, definition.content);

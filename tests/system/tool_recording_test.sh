@@ -74,6 +74,9 @@ head -c 60 whole.mcap >start.mcap
 ends 2 "$vqd" recording repair start.mcap
 mentions err 'start.mcap cannot be repaired: nothing in it is whole'
 ends 1 "$vqd" recording repair damaged.mcap -o nowhere/new.mcap
+mkdir folder
+ends 2 "$vqd" recording repair damaged.mcap -o folder/
+mentions err 'folder/ names a folder'
 [[ -z $(find . -name '*full*' -o -name 'start-*' -o -name '*.mcap.part' ! -name 'killed*') ]] || fail "a failed repair leaves files"
 
 # Files of others, and none at all.
