@@ -125,6 +125,18 @@ others() {
 }
 under_sim VQD-HT110 -- others
 
+# A worker that is to end while it waits for its camera completes the file all the same.
+silent() {
+    worker $one --recordings silent
+    until_true streams $one
+    "$probe" "$(socket $one)" ask '{"do":"record","name":"s"}' >/dev/null
+    until_true state '.workers[0].state == "silent"'
+    kill $started
+    ends_soon $started
+    whole silent/s.mcap
+}
+under_sim VQD-HT110 --fault "silent after frame 150" -- silent
+
 # Killed at any moment, it has lost no more than the chunk that was open: a MiB.
 killed_off() {
     local round seen supervisor
