@@ -35,6 +35,10 @@ ends 0 "$vqd" sim --play "$own" "$hosts" -- "$vqd" list --json
 [[ $(jq -r '.cameras[] | "\(.product) \(.serial)"' out) == $'VQD-RS110 24061100000002\nVQD-HT120 24061100000001' ]] ||
     fail "two recordings are not two cameras"
 
+ends 0 "$vqd" sim VQD-RS110 -- "$vqd" record -n 3 -o same.mcap # another model, with the number of the first
+ends 0 "$vqd" sim --play same.mcap "$hosts" -- "$vqd" list --json
+[[ $(jq -r '.cameras[].product' out) == $'VQD-RS110\nVQD-HT120' ]] || fail "two models with one number are not two cameras"
+
 # At the end the camera is unplugged, or the recording begins again.
 ends 5 "$vqd" sim --play "$hosts" --fps 0 -- "$vqd" stats -n 13
 ends 0 "$vqd" sim --play "$hosts" --fps 0 --loop -- "$vqd" grab -n 13 --format raw -o looped
