@@ -20,6 +20,12 @@ std::string_view compressionName(bool compressed)
     return compressed ? "zstd" : "";
 }
 
+// Whether fewer bytes would fit.
+bool isFull(int error)
+{
+    return error == ENOSPC || error == EDQUOT || error == EFBIG;
+}
+
 [[noreturn]] void failWriting(int error)
 {
     throw Failure(kFailed, std::string("the recording cannot be written: ") + strerror(error));
@@ -178,7 +184,7 @@ void Writer::metadata(const std::string& name, const Names& values)
 void Writer::finish()
 {
     try {
-        if (!m_full)
+        if (m_failure == 0)
             endChunk();
     } catch (const Failure&) {
         // counted below
@@ -189,7 +195,7 @@ void Writer::finish()
         try {
             return writeSummary();
         } catch (const Failure&) {
-            if (m_chunks.empty())
+            if (m_chunks.empty() || !isFull(m_failure))
                 throw;
             dropLastChunk();
         }
@@ -357,7 +363,7 @@ void Writer::put(std::span<const uint8_t> record)
             continue;
         if (count <= 0) {
             const int error = count < 0 ? errno : ENOSPC;
-            m_full = true;
+            m_failure = error;
             if (ftruncate(m_descriptor, static_cast<off_t>(m_offset)) == 0)
                 lseek(m_descriptor, static_cast<off_t>(m_offset), SEEK_SET);
             failWriting(error);

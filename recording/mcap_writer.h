@@ -43,7 +43,7 @@ public:
     void endChunk(); // if one is open
 
     // Ends the file with its summary. On a full disk the last chunks give way to it. Fails when even that does not
-    // help.
+    // help; on a broken disk, which has room, the chunks stay.
     void finish();
 
     uint64_t bytes() const { return m_offset; }      // of the file by now, without the open chunk
@@ -84,7 +84,7 @@ private:
     uint64_t m_offset = 0;
     uint32_t m_crc = 0; // of what is written
     uint64_t m_lost = 0;
-    bool m_full = false;
+    int m_failure = 0; // of the latest write that failed, as errno
 
     std::vector<const msg::MessageType*> m_schemas; // the first one has number 1
     std::vector<OwnChannel> m_channels;             // the first one has number 0

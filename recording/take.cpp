@@ -307,5 +307,6 @@ void Take::endPart()
 void Take::endWith(const std::string& why)
 {
     const std::lock_guard lock(m_mutex);
-    m_error += (m_error.empty() ? "" : "; ") + why;
+    if (m_error.find(why) == std::string::npos) // a full disk is one at the end, too
+        m_error += (m_error.empty() ? "" : "; ") + why;
 }

@@ -4,8 +4,10 @@
 // Messages and the file that holds them.
 #include <algorithm>
 #include <csignal>
+#include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -345,6 +347,23 @@ TEST(Recording, FullDiskLeavesAReadableFile)
     EXPECT_EQ(left.damage(), "");
     EXPECT_EQ(readable(left) + writer.lostMessages(), i + 1);
     EXPECT_GE(readable(left), kMessages / 2);
+}
+
+// To make room for the summary on a disk that refuses it for another reason would cost one chunk after the other.
+TEST(Recording, ABrokenDiskKeepsWhatItHas)
+{
+    const int file = memfd_create("recording", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    mcap::Writer writer(file, {Compression::none, 1u << 20, 4 * kSecond});
+    const uint16_t channels[] = {writer.addChannel("/a/events", msg::vqd_msgs::Event::kType),
+                                 writer.addChannel("/b/events", msg::vqd_msgs::Event::kType)};
+    msg::CdrWriter cdr;
+    for (uint32_t i = 0; i < 10; ++i)
+        writer.message(channels[i % 2], i, i * kSecond, i * kSecond, toCdr(cdr, event(i)));
+    ASSERT_EQ(fcntl(file, F_ADD_SEALS, F_SEAL_GROW), 0); // from now on writing fails with EPERM
+    EXPECT_THROW(writer.finish(), Failure);
+    mcap::Reader left("/proc/self/fd/" + std::to_string(file));
+    EXPECT_EQ(readable(left), 10u);
+    close(file);
 }
 
 // The values that ROS 2 itself has published for its types; two publishers with other ones warn of each other.
