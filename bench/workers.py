@@ -103,35 +103,6 @@ def workers(cameras, readers=1, stalled=0):
         process.wait()
 
 
-def recorder_cpu(process):
-    """Seconds of the thread that writes a recording."""
-    tasks = [task for task in Path(f"/proc/{process}/task").iterdir() if (task / "comm").read_text() == "vqd-recorder\n"]
-    return sum(int((task / "schedstat").read_text().split()[0]) for task in tasks) / 1e9
-
-
-def recording(cameras, *options):
-    """vqd record of all cameras to a folder in memory."""
-    with tempfile.TemporaryDirectory(dir="/dev/shm") as folder:
-        running = spawn(VQD, "record", "-q", "-c", "all", "-o", folder, *options)
-        states = lambda: [worker for worker in status().values() if worker.get("recording")]
-        while len(states()) < cameras or not all(worker["recording"]["frames"] for worker in states()):
-            time.sleep(0.2)
-        before, began = states(), time.monotonic()
-        threads = [recorder_cpu(worker["process"]) for worker in before]
-        shares = measure({"cameras' processes": [worker["process"] for worker in before], "vqd record": [running.pid]})
-        after, passed = states(), time.monotonic() - began
-        threads = [recorder_cpu(worker["process"]) - earlier for worker, earlier in zip(after, threads)]
-        past = [(new["recording"], old["recording"]) for new, old in zip(after, before)]
-        frames = [new["frames"] - old["frames"] for new, old in past]
-        size = sum(new["bytes"] - old["bytes"] for new, old in past)
-        shares["the threads that write, for each camera"] = 100 * sum(threads) / passed / cameras
-        show([count / passed for count in frames], shares)
-        print(f"  frames not recorded: {sum(new['not-recorded'] for new, _ in past)}")
-        print(f"  {size / passed / 1e6:.2f} MB/s, {sum(frames) * 307712 / size:.2f} : 1")
-        running.terminate()
-        running.wait()
-
-
 def again(fault):
     return ["--fault", "; ".join("1: " + fault.format(frame) for frame in range(100, 100 + 30 * SECONDS, 150))]
 
@@ -143,10 +114,6 @@ RUNS = {
     "one camera, a worker with a reader": (["--scene", "plane"], lambda: workers(1)),
     "one camera, a worker with four readers": (["--scene", "plane"], lambda: workers(1, 4)),
     "one camera, a worker with a reader and one that stopped reading": (["--scene", "plane"], lambda: workers(1, 1, 1)),
-    "one camera and the room, a recording of raw frames": ([], lambda: recording(1, "--no-images")),
-    "one camera and the room, a compact recording": ([], lambda: recording(1, "--no-images", "--compact")),
-    "one camera and the room, a recording with the library's images": ([], lambda: recording(1, "--images")),
-    "four cameras, recordings of raw frames": (FOUR, lambda: recording(4, "--no-images")),
     "four cameras, vqd stats": (FOUR, lambda: programs(4)),
     "four cameras, workers with a reader each": (FOUR, lambda: workers(4)),
     "the same, and the first camera is unplugged again and again":

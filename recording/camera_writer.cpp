@@ -39,7 +39,7 @@ mcap::Compression compressionFor(const CameraWriter::Options& options)
 // No chunk ends by itself: it would end in the middle of a frame.
 mcap::Writer::Options fileOptions(const CameraWriter::Options& options)
 {
-    return {compressionFor(options), SIZE_MAX, UINT64_MAX};
+    return {compressionFor(options), SIZE_MAX, UINT64_MAX, options.images};
 }
 
 // A lens for the middle of its pixels, which is how both the library and ROS count them.

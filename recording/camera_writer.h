@@ -46,8 +46,10 @@ public:
 
     void finish() { m_file.finish(); }
 
-    uint64_t bytes() const { return m_file.bytes(); }               // by now
-    uint64_t lostMessages() const { return m_file.lostMessages(); } // after finish(): for which there was no room
+    uint64_t bytes() const { return m_file.bytes(); } // by now
+    // After finish(): frames of the file, and messages for which there was no room.
+    uint64_t frames() const { return m_file.messages(m_options.compact ? m_channels.raw : m_channels.header); }
+    uint64_t lostMessages() const { return m_file.lostMessages(); }
 
 private:
     struct Channels {

@@ -54,6 +54,9 @@ template <CdrNumber T> void get(CdrReader& from, T& value)
     }
 }
 
+// Of a list of messages. Each takes far more memory than bytes of the message, and no sender here has as many.
+inline constexpr size_t kMostElements = 1000;
+
 // How many elements follow: no more than there are bytes left for.
 inline size_t count(CdrReader& from)
 {
@@ -85,12 +88,17 @@ template <CdrNumber T, size_t N> void get(CdrReader& from, std::array<T, N>& val
 
 template <typename T> void get(CdrReader& from, std::vector<T>& values)
 {
-    values.resize(count(from));
-    if constexpr (CdrNumber<T>)
+    const size_t elements = count(from);
+    if constexpr (CdrNumber<T>) {
+        values.resize(elements);
         from.numbers(std::span<T>(values));
-    else
+    } else {
+        if (elements > kMostElements)
+            throw Failure(kUsage, "a message claims a list of " + std::to_string(elements) + " elements");
+        values.resize(elements);
         for (T& value : values)
             get(from, value);
+    }
 }
 
 // A message as it is stored and sent; valid until the writer's next one.

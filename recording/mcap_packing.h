@@ -16,7 +16,8 @@ namespace mcap
 class ChunkPacking
 {
 public:
-    ChunkPacking();
+    // `repeats`: the messages are much alike, as corrected images are like the raw ones, which is worth some time.
+    explicit ChunkPacking(bool repeats = false);
     ~ChunkPacking();
     ChunkPacking(const ChunkPacking&) = delete;
     ChunkPacking& operator=(const ChunkPacking&) = delete;

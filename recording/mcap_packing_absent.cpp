@@ -12,7 +12,7 @@ namespace mcap
 struct ChunkPacking::Workspace {
 };
 
-ChunkPacking::ChunkPacking() = default;
+ChunkPacking::ChunkPacking(bool) {}
 ChunkPacking::~ChunkPacking() = default;
 
 const char* ChunkPacking::missing()

@@ -77,11 +77,9 @@ bool Reader::readSummary()
 // Without a summary, what is whole from the start on.
 void Reader::scan()
 {
-    std::string first;
-    size_t faults = 0;
     const auto note = [&](const Failure& failure) {
-        if (faults++ == 0)
-            first = failure.what();
+        if (++m_faultCount <= kMostFaults)
+            m_faults.emplace_back(failure.what());
     };
     m_counts.emplace();
     uint64_t offset = sizeof kMagic;
@@ -99,8 +97,8 @@ void Reader::scan()
     } catch (const Failure& failure) {
         note(failure);
     }
-    m_damage = "the recording has no summary" + (faults == 0 ? "" : ": " + first) +
-               (faults < 2 ? "" : ", and " + std::to_string(faults - 1) + " more") + "; it has " +
+    m_damage = "the recording has no summary" + (m_faults.empty() ? "" : ": " + m_faults.front()) +
+               (m_faultCount < 2 ? "" : ", and " + std::to_string(m_faultCount - 1) + " more") + "; it has " +
                std::to_string(offset) + " bytes of records in " + std::to_string(m_file.size());
 }
 
@@ -212,8 +210,10 @@ void Reader::takeChunk(const Record& record)
         const Inner inner = innerRecord(list);
         if (inner.opcode == Opcode::message)
             ++counts[Fields(inner.content).number<uint16_t>()];
-        else
+        else if (isDefinition(inner.opcode))
             definitions.push_back(inner);
+        if (definitions.size() > 2 * kMostDefinitions) // a chunk has room for far more than there is memory
+            throw Failure(kUsage, "the chunk at byte " + std::to_string(record.offset) + " holds too many definitions");
     }
     for (const Inner& definition : definitions)
         takeDefinition(definition.opcode, definition.content);

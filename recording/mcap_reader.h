@@ -24,6 +24,8 @@ struct Message {
     std::span<const uint8_t> data;
 };
 
+inline constexpr size_t kMostFaults = 20; // that are told one by one
+
 // Of the content of its record. Fails when that is too short.
 Message messageFrom(std::span<const uint8_t> content);
 
@@ -36,6 +38,10 @@ public:
     // Why the file is not whole, as a sentence; empty when it has its summary. The chunks that are whole can be read
     // all the same.
     const std::string& damage() const { return m_damage; }
+
+    // What cannot be read in a file without a summary: the first kMostFaults sentences, and how many there are.
+    const std::vector<std::string>& faults() const { return m_faults; }
+    uint64_t faultCount() const { return m_faultCount; }
 
     // By their numbers in the messages. In a cut file also those that only the chunks name.
     const std::map<uint16_t, Channel>& channels() const { return m_channels; }
@@ -65,6 +71,8 @@ private:
 
     const File m_file;
     std::string m_damage;
+    std::vector<std::string> m_faults;
+    uint64_t m_faultCount = 0;
     std::map<uint16_t, std::shared_ptr<const Schema>> m_schemas;
     std::map<uint16_t, Channel> m_channels;
     std::vector<ChunkPlace> m_chunks;

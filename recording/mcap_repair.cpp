@@ -37,12 +37,15 @@ public:
         : m_from(from), m_step(step),
           m_writer(descriptor, {.compression = hasPackedChunks(from) ? Compression::zstd : Compression::none,
                                 .chunkBytes = SIZE_MAX,
-                                .chunkTime = UINT64_MAX})
+                                .chunkTime = UINT64_MAX,
+                                .repeats = true})
     {
     }
 
     Repaired run()
     {
+        m_done.lost = m_from.faults(); // the reader has left these out already
+        m_done.lostCount = m_from.faultCount();
         for (const auto& [number, channel] : m_from.channels())
             m_channels[number] = m_writer.addChannel(channel.topic, typeOf(channel));
         auto attachment = m_from.attachments().begin();

@@ -18,8 +18,6 @@ struct Verdict {
     uint64_t messages = 0, chunks = 0; // that could be read
 };
 
-inline constexpr size_t kMostFaults = 20;
-
 // Looks at a message of a whole chunk, and fails when something is wrong with it.
 using Judge = std::function<void(const Channel& channel, const Message& message)>;
 

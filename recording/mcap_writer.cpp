@@ -20,6 +20,12 @@ std::string_view compressionName(bool compressed)
     return compressed ? "zstd" : "";
 }
 
+// Whether fewer bytes would fit.
+bool isFull(int error)
+{
+    return error == ENOSPC || error == EDQUOT || error == EFBIG;
+}
+
 [[noreturn]] void failWriting(int error)
 {
     throw Failure(kFailed, std::string("the recording cannot be written: ") + strerror(error));
@@ -27,7 +33,8 @@ std::string_view compressionName(bool compressed)
 
 } // namespace
 
-Writer::Writer(int descriptor, const Options& options) : m_descriptor(descriptor), m_options(options)
+Writer::Writer(int descriptor, const Options& options)
+    : m_descriptor(descriptor), m_options(options), m_packing(options.repeats)
 {
     if (options.compression == Compression::zstd) {
         if (const char* missing = ChunkPacking::missing())
@@ -177,7 +184,7 @@ void Writer::metadata(const std::string& name, const Names& values)
 void Writer::finish()
 {
     try {
-        if (!m_full)
+        if (m_failure == 0)
             endChunk();
     } catch (const Failure&) {
         // counted below
@@ -188,7 +195,7 @@ void Writer::finish()
         try {
             return writeSummary();
         } catch (const Failure&) {
-            if (m_chunks.empty())
+            if (m_chunks.empty() || !isFull(m_failure))
                 throw;
             dropLastChunk();
         }
@@ -215,6 +222,15 @@ uint64_t Writer::Chunk::messages() const
     uint64_t sum = 0;
     for (const auto& [channel, count] : counts)
         sum += count;
+    return sum;
+}
+
+uint64_t Writer::messages(uint16_t channel) const
+{
+    uint64_t sum = 0;
+    for (const Chunk& chunk : m_chunks)
+        if (const auto count = chunk.counts.find(channel); count != chunk.counts.end())
+            sum += count->second;
     return sum;
 }
 
@@ -347,7 +363,7 @@ void Writer::put(std::span<const uint8_t> record)
             continue;
         if (count <= 0) {
             const int error = count < 0 ? errno : ENOSPC;
-            m_full = true;
+            m_failure = error;
             if (ftruncate(m_descriptor, static_cast<off_t>(m_offset)) == 0)
                 lseek(m_descriptor, static_cast<off_t>(m_offset), SEEK_SET);
             failWriting(error);

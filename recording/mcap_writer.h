@@ -24,6 +24,7 @@ public:
         Compression compression = Compression::zstd;
         size_t chunkBytes = 1u << 20;       // a chunk ends with the message that reaches this
         uint64_t chunkTime = 1'000'000'000; // or that is so many ns later than its first one
+        bool repeats = false;               // as in ChunkPacking
     };
 
     // Of an empty file, which stays the caller's. Fails when it cannot be written, or compression is missing.
@@ -42,10 +43,11 @@ public:
     void endChunk(); // if one is open
 
     // Ends the file with its summary. On a full disk the last chunks give way to it. Fails when even that does not
-    // help.
+    // help; on a broken disk, which has room, the chunks stay.
     void finish();
 
     uint64_t bytes() const { return m_offset; }      // of the file by now, without the open chunk
+    uint64_t messages(uint16_t channel) const;       // of the file by now, too
     uint64_t lostMessages() const { return m_lost; } // after finish(): for which the disk had no room
 
 private:
@@ -82,7 +84,7 @@ private:
     uint64_t m_offset = 0;
     uint32_t m_crc = 0; // of what is written
     uint64_t m_lost = 0;
-    bool m_full = false;
+    int m_failure = 0; // of the latest write that failed, as errno
 
     std::vector<const msg::MessageType*> m_schemas; // the first one has number 1
     std::vector<OwnChannel> m_channels;             // the first one has number 0

@@ -32,15 +32,20 @@ sim::Config playedConfig(const CameraFacts& camera)
     config.manufacturer = camera.vendor;
     config.vendorId = hexadecimal(std::string_view(camera.usb).substr(0, 4)); // "03a4:871a"
     config.productId = hexadecimal(std::string_view(camera.usb).substr(5));
+    config.serial = {}; // of a camera whose number is not known: any other may be that of a real one
     for (size_t i = 0; i < config.serial.size() && 2 * i + 1 < camera.serial.size(); ++i)
         config.serial[i] = static_cast<uint8_t>(hexadecimal(std::string_view(camera.serial).substr(2 * i, 2)));
     return config;
 }
 
-sim::Eeprom playedEeprom(const CameraFacts& camera, const RecordedParameters& first)
+sim::Eeprom playedEeprom(const CameraFacts& camera, const RecordedParameters* first)
 {
     sim::Eeprom eeprom;
-    std::copy_n(first.image.begin(), eeprom.size(), eeprom.begin());
+    const Bytes& known = first != nullptr ? first->image : camera.eeprom;
+    if (known.size() < eeprom.size())
+        throw Failure(kUsage, "the recording of " + camera.product + ' ' + camera.serial +
+                                  " does not say how the camera was set for its first frame");
+    std::copy_n(known.begin(), eeprom.size(), eeprom.begin());
     // A camera does not begin to send when it is switched on, which it did while it was recorded.
     eeprom[sim::kEnable] = camera.eeprom.empty() ? 0 : camera.eeprom[sim::kEnable];
     return eeprom;
@@ -64,10 +69,7 @@ Player::Player(RecordedFrames frames, Options options)
     m_hasNext = m_frames.next(m_next);
     if (!m_hasNext)
         throw Failure(kUsage, "the recording of " + camera().product + ' ' + camera().serial + " has no frame");
-    if (!m_next.parameters)
-        throw Failure(kUsage, "the recording of " + camera().product + ' ' + camera().serial +
-                                  " does not say how the camera was set for its first frame");
-    m_firstParameters = *m_next.parameters;
+    m_firstParameters = m_next.parameters;
 }
 
 sim::Replay Player::replay(const sim::FrameRequest&, std::span<uint8_t, sim::kFrameBytes> frame)

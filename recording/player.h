@@ -14,7 +14,8 @@
 // A camera that is as the recorded one was when the recording began. It starts with the settings of the first frame,
 // saved or not, so that a program which sets nothing gets what was recorded.
 sim::Config playedConfig(const CameraFacts& camera);
-sim::Eeprom playedEeprom(const CameraFacts& camera, const RecordedParameters& first);
+// Where those are lost (null), with what its EEPROM held. Fails when that is not known either.
+sim::Eeprom playedEeprom(const CameraFacts& camera, const RecordedParameters* first);
 
 // The tables that the library can read, by region. The recorded camera has no others.
 std::map<uint16_t, std::vector<uint8_t>> playedTables(const CameraFacts& camera);
@@ -32,7 +33,7 @@ public:
     Player(RecordedFrames frames, Options options);
 
     const CameraFacts& camera() const { return m_frames.camera(); }
-    const RecordedParameters& firstParameters() const { return m_firstParameters; }
+    const RecordedParameters* firstParameters() const { return m_firstParameters.get(); } // null: they are lost
 
     sim::Replay replay(const sim::FrameRequest& request, std::span<uint8_t, sim::kFrameBytes> frame) override;
     std::optional<sim::TimeUs> interval() const override;
@@ -44,7 +45,7 @@ private:
 
     RecordedFrames m_frames;
     const Options m_options;
-    RecordedParameters m_firstParameters;
+    std::shared_ptr<const RecordedParameters> m_firstParameters;
     RecordedFrame m_next; // if m_hasNext
     bool m_hasNext = false;
     sim::TimeUs m_interval;

@@ -105,7 +105,7 @@ void RecordQueue::close()
 void RecordQueue::dropAt(std::chrono::steady_clock::time_point moment)
 {
     const std::lock_guard lock(m_mutex);
-    m_drop = moment;
+    m_drop = std::min(moment, m_drop.value_or(moment));
 }
 
 bool RecordQueue::closed() const

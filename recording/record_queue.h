@@ -50,7 +50,7 @@ public:
     std::optional<Entry> next(std::chrono::milliseconds patience);
     void takeBack(Frame frame); // when it is written
 
-    // Nothing more comes in. What is there can still be taken, until the moment that drop() names.
+    // Nothing more comes in. What is there can still be taken, until the first moment that dropAt() was given.
     void close();
     void dropAt(std::chrono::steady_clock::time_point moment);
     bool closed() const;

@@ -14,7 +14,7 @@ namespace
 {
 
 constexpr int kMostParts = 999'999;
-constexpr double kMostSeconds = 1e9, kMostFrames = 1e15, kLeastSplit = 1e6, kMostSplit = 1e15;
+constexpr double kMostSeconds = 1e9, kMostFrames = 1e15, kMostSplit = 1e15;
 
 [[noreturn]] void refuse(const std::string& member, const std::string& expected)
 {
@@ -78,10 +78,12 @@ constexpr struct {
      [](RecordRequest& r, const std::string& n, const Json& v) { r.frames = whole<uint64_t>(n, v, kMostFrames); }},
     {"seconds",
      [](RecordRequest& r, const std::string& n, const Json& v) { r.seconds = number(n, v, 0.001, kMostSeconds); }},
-    {"split-bytes", [](RecordRequest& r, const std::string& n,
-                       const Json& v) { r.splitBytes = static_cast<uint64_t>(number(n, v, kLeastSplit, kMostSplit)); }},
-    {"split-seconds",
-     [](RecordRequest& r, const std::string& n, const Json& v) { r.splitSeconds = number(n, v, 1, kMostSeconds); }},
+    {"split-bytes",
+     [](RecordRequest& r, const std::string& n, const Json& v) {
+         r.splitBytes = static_cast<uint64_t>(number(n, v, kLeastSplitBytes, kMostSplit));
+     }},
+    {"split-seconds", [](RecordRequest& r, const std::string& n,
+                         const Json& v) { r.splitSeconds = number(n, v, kLeastSplitSeconds, kMostSeconds); }},
 };
 
 } // namespace

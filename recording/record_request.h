@@ -9,6 +9,8 @@
 
 #include "host/json.h"
 
+inline constexpr double kLeastSplitBytes = 1e6, kLeastSplitSeconds = 1; // of a file
+
 struct RecordRequest {
     std::string name;           // of the file, see requireRecordingName()
     std::string topics;         // their name; empty for the usual one

@@ -25,7 +25,8 @@ public:
         if (m_take && !m_take->ended())
             throw Failure(kFailed, "this worker is recording already, to " + fileOf(m_take->state()));
         m_take = std::make_unique<Take>(Take::Options{m_options.folder, m_options.keepFree, request,
-                                                      factsOf(camera, m_orthogonal), m_options.session, m_options.tell},
+                                                      factsOf(camera, m_orthogonal), m_options.session, m_options.tell,
+                                                      m_options.ends},
                                         m_parameters);
         m_options.tell(m_take->state());
         return m_take->state();

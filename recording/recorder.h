@@ -16,6 +16,8 @@ struct RecorderOptions {
     uint64_t session;             // of the worker
     // Called with the state of the recording whenever there is news, from any thread.
     std::function<void(const Json& state)> tell;
+    // Whether the process is to end within a second or two; asked from any thread.
+    std::function<bool()> ends;
 };
 
 // Null when this build cannot record.

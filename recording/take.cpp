@@ -54,7 +54,8 @@ Take::~Take()
 
 void Take::end()
 {
-    m_cut = !m_queue.closed();
+    if (!m_queue.closed())
+        m_cut = true;
     m_queue.dropAt(Clock::now() + kEndsWithin);
     m_queue.close();
 }
@@ -105,8 +106,10 @@ void Take::run()
 void Take::write()
 {
     while (!m_queue.ended() && !isOver()) {
+        if (m_options.ends()) // a read may keep the loop from saying so for longer than there is time
+            end();
         std::optional<RecordQueue::Entry> entry = m_queue.next(kLook);
-        m_entry = entry ? Clock::now() : m_entry;
+        m_emptyLooks = entry ? 0 : m_emptyLooks + 1;
         if (entry && std::holds_alternative<QueuedEvent>(*entry)) {
             writeEvent(std::get<QueuedEvent>(*entry));
         } else if (entry) {
@@ -128,10 +131,11 @@ bool Take::isOver() const
     return all || (request.seconds > 0 && late);
 }
 
-// Whether nothing has come for longer than a camera needs for a frame.
+// Whether nothing has come for longer than a camera needs for a frame. Time alone does not tell: while the disk is
+// busy, frames wait.
 bool Take::isIdle() const
 {
-    return Clock::now() - m_entry > 2 * kLook;
+    return m_emptyLooks > 1 && m_queue.bytes() == 0;
 }
 
 RecordedTime Take::at(const HostTime& time)
@@ -243,10 +247,12 @@ void Take::splitAt(uint64_t now)
         request.splitSeconds > 0 && static_cast<double>(now - m_part->began) / kNanoseconds >= request.splitSeconds;
     if (m_part->frames > 0 && (large || old)) {
         endPart();
+        int number = m_number + 1;
+        while (isTaken(m_options.folder / partFileName(request.name, number)))
+            ++number;
         {
-            const std::lock_guard lock(m_mutex);
-            while (isTaken(m_options.folder / partFileName(request.name, ++m_number))) {
-            }
+            const std::lock_guard lock(m_mutex); // not for longer: the loop may wait for it, and the disk may be slow
+            m_number = number;
         }
         beginPart(now);
     }
@@ -291,6 +297,7 @@ void Take::endPart()
         const std::lock_guard lock(m_mutex);
         m_files.push_back(part->file->path().string());
         m_present.clear();
+        m_counts.frames -= part->frames - part->writer.frames();
         m_counts.bytes = m_bytesOfParts;
     }
     if (const uint64_t lost = part->writer.lostMessages(); lost > 0)
@@ -300,5 +307,6 @@ void Take::endPart()
 void Take::endWith(const std::string& why)
 {
     const std::lock_guard lock(m_mutex);
-    m_error += (m_error.empty() ? "" : "; ") + why;
+    if (m_error.find(why) == std::string::npos) // a full disk is one at the end, too
+        m_error += (m_error.empty() ? "" : "; ") + why;
 }

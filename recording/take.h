@@ -23,6 +23,7 @@ public:
         CameraFacts facts;
         uint64_t session;
         std::function<void(const Json& state)> tell; // from the thread, now and then and at the end
+        std::function<bool()> ends;                  // whether the process is to end soon; of the thread, too
     };
 
     // Makes the first file. Fails when it cannot be made, or the disk is full.
@@ -83,8 +84,9 @@ private:
     double m_temperature = 0;
     uint64_t m_bytesOfParts = 0; // of the files before the present one
     const Clock::time_point m_began = Clock::now();
-    Clock::time_point m_second = m_began, m_entry = m_began; // the present second began, an entry came
-    Counts m_before;                                         // this second
+    Clock::time_point m_second = m_began; // the present second began
+    int m_emptyLooks = 0;                 // in a row, into the queue
+    Counts m_before;                      // this second
     uint64_t m_notRecordedBefore = 0;
 
     mutable std::mutex m_mutex; // guards what state() shows

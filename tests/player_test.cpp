@@ -346,6 +346,14 @@ TEST_F(PlayerTest, APlayerSendsEachFrameAtItsTimeAndIsTheCameraThatWasRecorded)
     const sim::Config config = playedConfig(player.camera());
     EXPECT_EQ(config.productId, 0x871A);
     EXPECT_EQ(sim::hexDigits(config.serial), "24061100000001");
+    CameraFacts nameless = player.camera();
+    nameless.serial.clear();
+    EXPECT_EQ(sim::hexDigits(playedConfig(nameless).serial), "00000000000000"); // and not that of a real camera
+    CameraFacts stored = player.camera();
+    stored.eeprom = Bytes(128, 0x42);
+    EXPECT_EQ(playedEeprom(stored, nullptr)[48], 0x42); // where the parameters are lost
+    stored.eeprom.clear();
+    EXPECT_THROW(playedEeprom(stored, nullptr), Failure);
     const sim::Eeprom eeprom = playedEeprom(player.camera(), player.firstParameters());
     EXPECT_EQ(eeprom[48], 1);    // of the first image
     EXPECT_EQ(eeprom[11], 0x5A); // but not that it grabs

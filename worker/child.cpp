@@ -110,9 +110,10 @@ std::unique_ptr<RecordingSink> recorderFor(const ChildOptions& options, WorkerSt
 {
     if (options.recordings.empty())
         return nullptr;
-    return makeRecorder({options.recordings, options.keepFree, state.session(), [&state](const Json& recording) {
-                             state.change([&](auto& values) { values.recording = recording; });
-                         }});
+    return makeRecorder(
+        {options.recordings, options.keepFree, state.session(),
+         [&state](const Json& recording) { state.change([&](auto& values) { values.recording = recording; }); },
+         [] { return g_stops.load(); }});
 }
 
 void work(const ChildOptions& options, WorkerState& state, RequestQueue& requests, SocketSink& socket,

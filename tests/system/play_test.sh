@@ -35,6 +35,10 @@ ends 0 "$vqd" sim --play "$own" "$hosts" -- "$vqd" list --json
 [[ $(jq -r '.cameras[] | "\(.product) \(.serial)"' out) == $'VQD-RS110 24061100000002\nVQD-HT120 24061100000001' ]] ||
     fail "two recordings are not two cameras"
 
+ends 0 "$vqd" sim VQD-RS110 -- "$vqd" record -n 3 -o same.mcap # another model, with the number of the first
+ends 0 "$vqd" sim --play same.mcap "$hosts" -- "$vqd" list --json
+[[ $(jq -r '.cameras[].product' out) == $'VQD-RS110\nVQD-HT120' ]] || fail "two models with one number are not two cameras"
+
 # At the end the camera is unplugged, or the recording begins again.
 ends 5 "$vqd" sim --play "$hosts" --fps 0 -- "$vqd" stats -n 13
 ends 0 "$vqd" sim --play "$hosts" --fps 0 --loop -- "$vqd" grab -n 13 --format raw -o looped
@@ -54,6 +58,17 @@ head -c "$(($(stat -c %s "$own") * 2 / 3))" "$own" >cut.mcap
 ends 0 "$vqd" convert cut.mcap -o cut
 mentions err "warning: cut.mcap: "
 [[ $(count cut 'depth-*.png') -ge 1 ]] || fail "nothing is left of a cut file"
+
+# So does one whose beginning is damaged: the settings in it are lost, but not those that were stored.
+cp "$hosts" spoilt.mcap
+dd if=/dev/zero of=spoilt.mcap bs=1 seek=300000 count=9 conv=notrunc status=none # in the first chunk
+ends 0 "$vqd" convert spoilt.mcap -o spoilt --format npy
+mentions err "the settings of the first frames are lost"
+kept=$(count spoilt 'depth-*.npy')
+[[ $kept -ge 6 && $kept -lt 12 ]] || fail "$kept frames are left of 12"
+cmp -s spoilt/depth-000001.npy "converted/depth-$(printf %06d $((13 - kept))).npy" || fail "other frames are left"
+ends 0 "$vqd" sim --play spoilt.mcap --fps 0 -- "$vqd" stats -n 4
+mentions err "the settings of the first frames are lost"
 
 # Mistakes are said before anything is written.
 before=$(cat converted/*.npy | cksum)

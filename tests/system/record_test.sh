@@ -55,7 +55,7 @@ ends 2 "$vqd" sim -- "$vqd" record -n 2 -o '.. .mcap'
 ends 1 "$vqd" sim -- "$vqd" record -n 2 -o parts/shelf.mcap/folder
 ends 1 "$vqd" sim -- "$vqd" record -n 2 --keep-free 900T
 mentions err 'are to stay free'
-for wrong in '-n 3 --for 3' '--for 0' '--for week' '--split many' '--compact --no-compress' '--images --no-images' '-n 0'; do
+for wrong in '-n 3 --for 3' '--for 0' '--for week' '--split many' '--split 5' '--split 0.5s' '--compact --no-compress' '--images --no-images' '-n 0'; do
     # shellcheck disable=SC2086
     ends 2 "$vqd" record $wrong
 done
@@ -105,6 +105,8 @@ others() {
     until_true streams $one
     "$vqd" record -n 5 --json >out 2>err || fail "a worker does not record"
     mentions err "has a worker already, which records to .*theirs"
+    "$vqd" doctor --report held.tar.gz --with-recording 1 >said 2>&1 && fail "a camera that a worker has is no problem"
+    mentions said "recording: none is made"
     whole "$(jq -r '.cameras[0].files[0]' out)"
     "$probe" "$(socket $one)" ask '{"do":"stop-recording"}' '{"do":"record"}' '{"do":"record","name":"../up"}' \
         '{"do":"record","name":"a","folder":"/tmp"}' '{"do":"record","name":"a"}' '{"do":"record","name":"b"}' \
@@ -122,6 +124,18 @@ others() {
     wait
 }
 under_sim VQD-HT110 -- others
+
+# A worker that is to end while it waits for its camera completes the file all the same.
+silent() {
+    worker $one --recordings silent
+    until_true streams $one
+    "$probe" "$(socket $one)" ask '{"do":"record","name":"s"}' >/dev/null
+    until_true state '.workers[0].state == "silent"'
+    kill $started
+    ends_soon $started
+    whole silent/s.mcap
+}
+under_sim VQD-HT110 --fault "silent after frame 150" -- silent
 
 # Killed at any moment, it has lost no more than the chunk that was open: a MiB.
 killed_off() {

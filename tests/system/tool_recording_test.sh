@@ -62,6 +62,10 @@ mentions err 'warning: lost: the chunk at byte [0-9]* is damaged'
 ends 0 "$vqd" recording verify mended.mcap
 ends 0 "$vqd" recording info mended.mcap --json
 json out '(.channels | map({(.topic): .messages}) | add) as $of | $of["/shelf/frame_header"] | . > 30 and . < 40'
+head -c 8000000 damaged.mcap >killed-2.mcap.part # which has no summary that names the damaged chunk
+ends 0 "$vqd" recording repair killed-2.mcap.part --json
+json out '.["lost-count"] == 1 and (.lost[0] | test("the chunk at byte [0-9]+ is damaged"))'
+mentions err 'warning: lost: the chunk at byte [0-9]* is damaged'
 
 # Nothing is left behind when a repair fails: a full disk, a file with nothing in it, a folder that is not there.
 ends 1 bash -c 'trap "" XFSZ; ulimit -f 500; exec "$0" recording repair damaged.mcap -o full.mcap' "$vqd"
@@ -70,6 +74,9 @@ head -c 60 whole.mcap >start.mcap
 ends 2 "$vqd" recording repair start.mcap
 mentions err 'start.mcap cannot be repaired: nothing in it is whole'
 ends 1 "$vqd" recording repair damaged.mcap -o nowhere/new.mcap
+mkdir folder
+ends 2 "$vqd" recording repair damaged.mcap -o folder/
+mentions err 'folder/ names a folder'
 [[ -z $(find . -name '*full*' -o -name 'start-*' -o -name '*.mcap.part' ! -name 'killed*') ]] || fail "a failed repair leaves files"
 
 # Files of others, and none at all.

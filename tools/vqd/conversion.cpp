@@ -28,6 +28,8 @@ Conversion::Conversion(const ConversionOptions& options, const Settings& setting
     if (!m_frames.next(*m_recorded))
         throw Failure(kUsage, "the recording has no frame");
     m_camera.emplace(m_frames.camera(), *m_recorded);
+    if (!m_recorded->parameters)
+        warn("the settings of the first frames are lost, so they are made with those that the camera had stored");
     m_assignments = settings(m_camera->listed(), m_frames.camera());
 }
 

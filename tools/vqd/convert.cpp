@@ -127,7 +127,7 @@ void addConvert(CLI::App& app, Run& run, const Invocation& invocation)
     addRepeatable(*command, "-s,--set", options->settings, "KEY=VALUE",
                   "A setting instead of the recorded one: undistortion, and what the host corrects");
     command->add_option("--range", options->range, "Only these frames: 100:200 by number, or 2.5s:10s by time")
-        ->type_name("FROM:TO")
+        ->type_name("[FROM]:[TO]")
         ->check(CLI::Validator(checkRange, ""));
     command->add_option("--every", options->every, "Only each N-th of them")
         ->type_name("N")

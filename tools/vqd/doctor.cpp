@@ -55,6 +55,8 @@ Contents examine(Findings& findings, const std::vector<UsbCamera>& cameras, int 
     }
     if (findings.healthy() && recordSeconds > 0)
         contents.recordings = recordForReport(findings, recordSeconds);
+    else if (recordSeconds > 0)
+        findings.add(Level::warning, "recording", "none is made, because of the problems above");
     if (findings.healthy())
         contents.lines = findFrames(findings);
     return contents;

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "host/formatted.h"
 #include "recording/recorder.h"
 #include "worker/packing.h"
 
@@ -45,7 +46,13 @@ PackedFile packed(const std::filesystem::path& file)
     return {"recordings/" + file.filename().string(), {std::istreambuf_iterator(stream), {}}};
 }
 
-std::vector<PackedFile> recordAll(int seconds)
+void warnOf(Findings& findings, const Failure& failure)
+{
+    findings.add(Level::warning, "recording", failure.what(), "vqd record --for 10s shows whether it can be done.");
+}
+
+// What there is of each camera; a recording that failed may have complete files.
+std::vector<PackedFile> recordAll(Findings& findings, int seconds)
 {
     if (const char* const missing = recordingMissing())
         throw Failure(kFailed, missing);
@@ -63,7 +70,7 @@ std::vector<PackedFile> recordAll(int seconds)
         for (const std::string& file : recording->all().files)
             files.push_back(packed(file));
         if (recording->failure())
-            throw Failure(*recording->failure());
+            warnOf(findings, *recording->failure());
     }
     return files;
 }
@@ -73,13 +80,14 @@ std::vector<PackedFile> recordAll(int seconds)
 std::vector<PackedFile> recordForReport(Findings& findings, int seconds)
 {
     try {
-        std::vector<PackedFile> files = recordAll(seconds);
+        std::vector<PackedFile> files = recordAll(findings, seconds);
         endIfInterrupted();
-        findings.add(Level::ok, "recording", std::to_string(files.size()) + " files for the report");
+        findings.add(Level::ok, "recording",
+                     formatted("%zu file%s for the report", files.size(), files.size() == 1 ? "" : "s"));
         return files;
     } catch (const Failure& failure) {
         endIfInterrupted();
-        findings.add(Level::warning, "recording", failure.what(), "vqd record --for 10s shows whether it can be done.");
+        warnOf(findings, failure);
         return {};
     }
 }

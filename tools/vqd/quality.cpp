@@ -195,7 +195,7 @@ void addQuality(CLI::App& app, Run& run, const Invocation& invocation)
                                           "A setting for this run only, as in vqd set");
     CLI::Option* range =
         command->add_option("--range", options->range, "Only these frames of a recording: 100:200, or 2.5s:10s")
-            ->type_name("FROM:TO");
+            ->type_name("[FROM]:[TO]");
     command->add_flag("--merge", options->merge, "Merge files that --json has made into curves over the distance")
         ->excludes(frames)
         ->excludes(time)

@@ -10,6 +10,7 @@
 #include "host/documents.h"
 #include "host/formatted.h"
 #include "host/usb_devices.h"
+#include "recording/record_request.h"
 #include "recording/recorder.h"
 
 #include "amounts.h"
@@ -156,7 +157,13 @@ std::string checkTime(const std::string& text)
 
 std::string checkSplit(const std::string& text)
 {
-    return bytesIn(text) || secondsIn(text) ? "" : text + " is neither a size nor a time";
+    const std::optional<uint64_t> bytes = bytesIn(text);
+    const std::optional<double> seconds = secondsIn(text);
+    if (!bytes && !seconds)
+        return text + " is neither a size nor a time";
+    const bool isEnough = bytes ? static_cast<double>(*bytes) >= kLeastSplitBytes : *seconds >= kLeastSplitSeconds;
+    return isEnough ? ""
+                    : text + " is less than 1M or 1s, which a file has at least; a number without a unit is a size";
 }
 
 } // namespace

@@ -10,10 +10,8 @@
 
 RecordedCamera::RecordedCamera(const CameraFacts& facts, const RecordedFrame& first)
 {
-    if (!first.parameters)
-        throw Failure(kUsage, "the recording does not say how its first frame was made");
     m_source->give(first);
-    Plugged camera{playedConfig(facts), playedEeprom(facts, *first.parameters), playedTables(facts)};
+    Plugged camera{playedConfig(facts), playedEeprom(facts, first.parameters.get()), playedTables(facts)};
     camera.config.source = m_source;
     camera.config.framesPerSecond = 0;
     m_bus = sim::makeMockBus();
@@ -28,16 +26,15 @@ RecordedCamera::RecordedCamera(const CameraFacts& facts, const RecordedFrame& fi
 bool RecordedCamera::process(const RecordedFrame& recorded, std::span<const Assignment> assignments, DepthFrame& frame)
 {
     m_source->give(recorded);
-    bool changed = false;
-    if (recorded.parameters != m_parameters) {
-        if (!recorded.parameters)
-            throw Failure(kUsage,
-                          "the recording does not say how frame " + std::to_string(recorded.sequence) + " was made");
-        changed = !m_parameters || *recorded.parameters != *m_parameters; // each part of a recording repeats them
+    // Each part of a recording repeats them.
+    const bool isNew = recorded.parameters && (!m_parameters || *recorded.parameters != *m_parameters);
+    const bool changed = std::exchange(m_isFirst, false) || isNew;
+    if (isNew) {
         useRecordedParameters(listed().nIndex, *recorded.parameters);
-        applySettings(listed(), assignments);
         m_parameters = recorded.parameters;
     }
+    if (changed)
+        applySettings(listed(), assignments);
     m_stream->read(frame);
     return changed;
 }

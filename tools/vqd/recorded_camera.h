@@ -15,13 +15,13 @@
 class RecordedCamera
 {
 public:
-    // `first` is a frame of that camera, with its parameters.
+    // `first` is a frame of that camera. Where its parameters are lost, the camera is as its EEPROM says.
     RecordedCamera(const CameraFacts& facts, const RecordedFrame& first);
 
     const ListedCamera& listed() const { return m_cameras->all().front(); }
 
     // Makes the images as they were made then, but for what the assignments change. Returns whether this frame is the
-    // first with other parameters. Fails when it is not known how the frame was made.
+    // first with other parameters. Where they are lost, those before still hold.
     bool process(const RecordedFrame& recorded, std::span<const Assignment> assignments, DepthFrame& frame);
 
 private:
@@ -30,6 +30,7 @@ private:
     std::optional<Cameras> m_cameras;
     std::optional<Stream> m_stream;
     std::shared_ptr<const RecordedParameters> m_parameters; // in force
+    bool m_isFirst = true;                                  // the next frame
 };
 
 // What acts on a recorded frame: a camera's own settings have done so already. Fails with a usage error for others.

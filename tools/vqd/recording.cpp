@@ -216,6 +216,8 @@ int repair(const Options& options)
     mcap::Reader reader(options.file);
     const std::filesystem::path target =
         options.target.empty() ? usualTarget(options.file) : std::filesystem::path(options.target);
+    if (target.filename().empty())
+        throw Failure(kUsage, target.string() + " names a folder, and a repair writes a file");
     Json json = document("recording-repair");
     json["file"] = options.file;
     {

@@ -106,7 +106,7 @@ void addSim(CLI::App& app, Run& run, const Invocation& invocation)
                   "A calibration table in the camera, by its name in vqd table")
         ->check(notEmpty);
     CLI::Option* play = command->add_option("--play", cameras.recordings,
-                                            "Recordings to play: a camera for each serial number in them");
+                                            "Recordings to play: a camera for each product and serial number");
     play->type_name("FILE...")->check(notEmpty)->excludes(models)->excludes(seed);
     for (CLI::Option* option : scene)
         play->excludes(option);
