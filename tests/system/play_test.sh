@@ -25,6 +25,12 @@ for file in converted/*.npy; do
 done
 [[ $(sed 1d converted/frames.csv | cut -d, -f3 | sort -nu | wc -l) -eq 12 ]] || fail "the times of frames.csv"
 
+# The same numbers as text, in the rows of the image.
+ends 0 "$vqd" convert "$hosts" -o numbers --format csv --range 12:12
+for plane in depth amplitude; do
+    od -An -v -tu2 -w640 -j128 converted/$plane-000012.npy | sed 's/^ *//; s/  */,/g' | cmp -s - numbers/$plane-*.csv || fail "$plane as csv"
+done
+
 # Every second frame, as a cloud and as pictures.
 ends 0 "$vqd" convert "$hosts" -o some --range 3:8 --every 2 --cloud ply
 [[ $(count some 'depth-*.png') -eq 3 && $(count some 'points-*.ply') -eq 3 ]] || fail "not three frames of 3 to 8"

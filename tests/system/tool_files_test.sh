@@ -48,7 +48,7 @@ for file_top in wall.ply=-1 up.ply=1; do
 done
 
 # A series keeps every frame, in every format. Nothing is replaced without --force.
-ends 0 "$vqd" sim --fps 0 -- bash -ec 'for format in png pgm npy raw; do
+ends 0 "$vqd" sim --fps 0 -- bash -ec 'for format in png pgm npy raw csv; do
         "$0" grab -n 2 --format $format --cloud pcd -o series-$format
     done; "$0" cloud mean.pcd -n 3; "$0" cloud mean --format ply -n 1' "$vqd"
 for plane in depth amplitude; do
@@ -59,6 +59,7 @@ for plane in depth amplitude; do
     [[ $(stat -c %s series-npy/$plane-000002.npy) -eq $((128 + 153600)) ]] || fail "size of an npy file"
     [[ $(stat -c %s series-pgm/$plane-000002.pgm) -eq $((17 + 153600)) ]] || fail "size of a pgm file"
     [[ $(stat -c %s series-raw/$plane-000002.raw) -eq 153600 ]] || fail "size of a raw file"
+    [[ $(wc -l <series-csv/$plane-000002.csv) -eq 240 ]] || fail "rows of a csv file"
     png series-png/$plane-000002.png 10 00
 done
 for file in series-raw/points-000001.pcd mean.pcd; do

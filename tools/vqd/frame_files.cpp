@@ -16,7 +16,7 @@ namespace
 constexpr struct {
     const char* name;
     Bytes (*encode)(Plane plane);
-} kFormats[] = {{"png", exactPicture}, {"pgm", pgmFile}, {"npy", npyFile}, {"raw", rawFile}};
+} kFormats[] = {{"png", exactPicture}, {"pgm", pgmFile}, {"npy", npyFile}, {"raw", rawFile}, {"csv", csvFile}};
 
 FrameFile cloudFile(const std::string& stem, const std::string& cloud, Axes axes)
 {

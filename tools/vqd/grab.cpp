@@ -83,6 +83,7 @@ void addGrab(CLI::App& app, Run& run)
     addCommon(*command, kCamera | kAllCameras | kJson | kForce | kProfile);
     command->footer(
         "raw: 320 x 240 values of 16 bits, low byte first, rows from the top. npy: NumPy 1.0.\n"
+        "csv: a line of decimal numbers for each row.\n"
         "Depth is in mm; 0 is invalid. frames.csv has a line for each frame: host time, stamp, re-opened, frames lost\n"
         "before it.\n"
         "A directory holds one series, and --force replaces the whole series.\n"

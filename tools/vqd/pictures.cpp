@@ -181,6 +181,17 @@ Bytes pgmFile(Plane plane)
     return file;
 }
 
+Bytes csvFile(Plane plane)
+{
+    Bytes file;
+    for (size_t i = 0; i < plane.size(); ++i) {
+        const std::string number = std::to_string(plane[i]);
+        file.insert(file.end(), number.begin(), number.end());
+        file.push_back((i + 1) % VQD_WIDTH == 0 ? '\n' : ',');
+    }
+    return file;
+}
+
 Bytes npyFile(Plane plane)
 {
     // Magic, version, length of what follows; the header ends in a newline at a multiple of 64.

@@ -34,3 +34,4 @@ Bytes exactPicture(Plane plane); // PNG, 16-bit grey
 Bytes pgmFile(Plane plane);      // 16-bit, the high byte first, as the format demands
 Bytes npyFile(Plane plane);      // NumPy 1.0: array of (240, 320), uint16
 Bytes rawFile(Plane plane);      // 76800 values of two bytes, the low byte first
+Bytes csvFile(Plane plane);      // a line of decimal numbers for each row, with commas between them and no header
