@@ -105,6 +105,8 @@ def test_frames_and_settings_of_a_server_are_those_of_a_worker(server):
         assert camera.save() is True and server.saved == {"serial": SERIAL}
         with pytest.raises(vqd.NoFrameError, match="has no frame"):
             camera.read(0.1)
+    with pytest.raises(vqd.UsageError, match="closed"):
+        camera.read(0.1)
     assert [one["after"] for one in server.asked][:6] == ["0", "3", "3", "5", "5", "5"]
     assert [one["session"] for one in server.asked][:2] == ["0", "7"]
 
@@ -150,6 +152,6 @@ def test_no_server_is_told(server):
     server.server_close()
     with pytest.raises(vqd.LostError, match="does not answer"):
         vqd.connect(server.url, token="secret", timeout=0.1)
-    for wrong in ("http://", "http://a:b", "http://127.0.0.1:1/api", "http://user@127.0.0.1:1"):
+    for wrong in ("http://", "http://a:b", "http://[::1", "http://127.0.0.1:1/api", "http://user@127.0.0.1:1"):
         with pytest.raises(vqd.UsageError, match="no address of a server"):
             vqd.connect(wrong)

@@ -5,6 +5,7 @@ import json
 import os
 import subprocess
 import sys
+import threading
 import time
 
 import numpy as np
@@ -72,8 +73,14 @@ def test_sets_hold_frames_of_one_moment(vqd_sim):
     numbers = np.array([[frame.number for frame in one.frames] for one in sets])
     assert (np.diff(numbers, axis=0) > 0).all()
     assert np.median([one.skew for one in sets]) < 0.05
-    with pytest.raises(vqd.UsageError, match="twice"):
-        vqd.cameras([simulation.camera, simulation.camera])
+    for wrong, text in (([simulation.camera, simulation.camera], "twice"), ([5], "names of workers"), ([], "at least one")):
+        with pytest.raises(vqd.UsageError, match=text):
+            vqd.cameras(wrong)
+    closing = vqd.cameras(simulation.cameras)
+    threading.Timer(0.5, closing.close).start()
+    with pytest.raises(vqd.UsageError, match="are closed"):
+        for _ in closing:
+            pass
 
 
 def test_frames_go_on_after_an_unplug_and_after_the_death_of_the_worker(vqd_sim):

@@ -7,6 +7,7 @@ import atexit
 import contextlib
 import gc
 import logging
+import os
 import weakref
 from collections.abc import Iterable, Iterator, Mapping
 from dataclasses import replace
@@ -100,13 +101,15 @@ class Camera(Source):
             )
 
     def _open(self, cameras: list[CameraInfo], chosen: CameraInfo, profile: bool) -> None:
-        open_listed(self._library, cameras, chosen)
-        self._info, self._number = chosen, chosen.index
+        self._info = chosen
         self._memory = Memory(self)
         self.tables = Tables(self)
         if chosen.serial is None:
             _log.warning("the EEPROM of %s cannot be read or was never written: factory settings are used", chosen.name)
-        self._loaded(profile)
+        with self._library.turn.held():  # so that no other thread takes the new rays for those of another camera
+            open_listed(self._library, cameras, chosen)
+            self._number = chosen.index
+            self._loaded(profile)
 
     def _loaded(self, profile: bool) -> None:
         """The library has loaded the camera: puts the host's profile over it."""
@@ -197,6 +200,7 @@ class Camera(Source):
         if self._grabs:
             self._grabs = False
             self._library.call("vqdGrabStop", self._number)
+            self._reads.arrivals.pause()
 
     @contextlib.contextmanager
     def _stopped(self) -> Iterator[None]:
@@ -210,13 +214,14 @@ class Camera(Source):
             finally:
                 if grabs:
                     self._start()
+                    self._reads.arrivals.pause()
 
     def read(self, timeout: Optional[float] = None) -> Frame:
         """Waits for the next frame: without a time-out as long as the library does, which searches for a lost camera for
         up to 12 s. With one, a thread reads, and this and all later reads take its newest frame."""
         if timeout is None and (self._reader is None or not self._reader.runs):
             return self._read_here()
-        return self._running_reader().take(timeout)
+        return self._take(timeout)
 
     def stream(self, latest: bool = False) -> Iterator[Frame]:
         """Yields frames until an error. With ``latest`` a thread reads, so a slow loop gets the newest frame each time and
@@ -226,12 +231,18 @@ class Camera(Source):
         return iter(self.read, None)
 
     def _latest_frames(self) -> Iterator[Frame]:
-        reader = self._running_reader()
         try:
             while True:
-                yield reader.take(None)
+                yield self._take(None)
         finally:
-            reader.stop()
+            if self._reader is not None:
+                self._reader.stop()
+
+    def _take(self, timeout: Optional[float]) -> Frame:
+        while True:
+            frame = self._running_reader().take(timeout)
+            if frame is not None:  # else somebody has stopped the thread, and the next one goes on
+                return frame
 
     def _running_reader(self) -> LatestReader:
         self._require_open()
@@ -350,6 +361,17 @@ def _own() -> Optional[Camera]:
     """The camera that this process has open."""
     camera = _open_camera() if _open_camera is not None else None
     return camera if camera is not None and camera._lock is not None else None
+
+
+def _leave_to_parent() -> None:
+    """A forked child shares the camera's handle. It must not stop the stream of its parent, such as when it ends."""
+    camera = _own()
+    if camera is not None and camera._lock is not None:
+        camera._lock.release()
+        camera._lock = None
+
+
+os.register_at_fork(after_in_child=_leave_to_parent)
 
 
 @atexit.register

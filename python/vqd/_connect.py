@@ -20,7 +20,7 @@ def connect(target: str, camera: Optional[str] = None, *, token: Optional[str] =
         camera: of a server, the serial number or port of the camera; may be left out when it has only one.
         token: of a server; on this machine it may be left out by who may use the cameras, since a file has it.
         timeout: seconds to wait for a worker that is still starting, and later for a frame or a reply. The worker need not
-            have a camera yet.
+            have a camera yet. A server answers within a second when there is no frame, and a read lasts until then.
 
     Raises:
         LostError: no worker answered in time.

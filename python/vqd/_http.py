@@ -26,8 +26,8 @@ class _Address:
     """A server, and what every request to it needs."""
 
     def __init__(self, url: str, token: Optional[str]) -> None:
-        parts = urllib.parse.urlsplit(url)
         try:
+            parts = urllib.parse.urlsplit(url)
             port = parts.port
         except ValueError as why:
             raise UsageError(f"{url} is no address of a server: {why}") from why
@@ -62,10 +62,13 @@ class _Channel:
     def __init__(self, address: _Address) -> None:
         self._address = address
         self._connection = address.connection()
+        self._ended = False
         self.lock = threading.RLock()
 
     def answer(self, path: str, content: Optional[Mapping[str, Any]] = None) -> http.client.HTTPResponse:
         """Makes a request. Raises LostError when there is no answer."""
+        if self._ended:
+            raise UsageError("the camera is closed")
         headers = {"Authorization": f"Bearer {self._address.token}"} if self._address.token else {}
         body = None
         if content is not None:
@@ -99,6 +102,12 @@ class _Channel:
             return response.status, found
 
     def close(self) -> None:
+        """Ends the connection; the next request makes another one."""
+        self._connection.close()
+
+    def end(self) -> None:
+        """Ends it for good."""
+        self._ended = True
         self._connection.close()
 
 
@@ -254,5 +263,5 @@ class HttpLink:
 
     def close(self) -> None:
         """Ends the connections."""
-        self._frames.close()
-        self._requests.close()
+        self._frames.end()
+        self._requests.end()
