@@ -80,5 +80,4 @@ private:
     Step m_next = nullptr;
     Health m_health;
     Clock::time_point m_lastReport = Clock::now();
-    bool m_connected = true;
 };

@@ -133,6 +133,7 @@ void CameraLoop::answerRequests()
                                    m_stream.reset();
                                    const std::exception_ptr failure = caught(work);
                                    start();
+                                   m_arrivals.emplace(m_interval); // the pause lost no frames
                                    if (failure)
                                        std::rethrow_exception(failure);
                                },

@@ -26,8 +26,12 @@ def test_a_camera_behind_a_worker_is_as_one_in_this_process(vqd_camera):
     points = vqd_camera.points(frame)
     np.testing.assert_allclose(points[0, 0], np.array([-160 / 204, -120 / 204, 1]) * frame.depth[0, 0] / 1000, rtol=1e-5)
     vqd_camera.settings.update(offset=-9, undistortion=2)
-    assert vqd_camera.offset == -9 and vqd_camera.read().corrected
+    before = vqd_camera.read()
+    assert vqd_camera.offset == -9 and before.corrected
     assert vqd_camera.save() is True and vqd_camera.save() is False
+    frames = [before, *(vqd_camera.read() for _ in range(4))]
+    _, late = max((late.monotonic_ns - early.monotonic_ns, late) for early, late in zip(frames, frames[1:]))
+    assert late.dropped == 0  # the camera has paused for the save, and made none
     for name, value, kind in (("frequency", 10, vqd.SettingError), ("illumination", 0, vqd.UsageError), ("offset", 999, vqd.UsageError)):
         with pytest.raises(kind):
             vqd_camera.settings[name] = value

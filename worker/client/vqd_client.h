@@ -163,7 +163,7 @@ int vqd_client_request(vqd_client* client, const char* request, int timeout_ms, 
 /**
  * Requests the values of settings, as vqd get shows them: the member "settings" of the reply.
  * @param client      also one that is in sets
- * @param names       a JSON array, such as ["integration", "depth-range"]; null for all settings
+ * @param names       a JSON array, such as ["offset", "depth-range"]; null for all settings
  * @param timeout_ms  0 or more
  * @param reply       as in vqd_client_request()
  * @param error       may be null
@@ -174,7 +174,7 @@ int vqd_client_get(vqd_client* client, const char* names, int timeout_ms, const 
 /**
  * Changes settings of the camera's working registers, as vqd set does.
  * @param client      also one that is in sets
- * @param settings    a JSON object, such as {"integration": 500, "depth-range": [300, 4000]}
+ * @param settings    a JSON object, such as {"offset": 5, "depth-range": [300, 4000]}
  * @param timeout_ms  0 or more
  * @param reply       as in vqd_client_request()
  * @param error       may be null
