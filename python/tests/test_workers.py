@@ -99,6 +99,11 @@ def test_frames_go_on_after_an_unplug_and_after_the_death_of_the_worker(vqd_sim)
     assert revived.missed == 0 and camera.offset == 6
     with vqd.cameras([camera]) as cameras:
         assert cameras.read().frames[0].session == revived.session
+    with vqd.connect(f"{simulation.runtime_dir}/{camera.serial}.sock") as other:
+        os.kill(other.worker["process"], 9)
+        next(frame for frame in other if frame.session != revived.session)
+    camera.offset = 7  # it has not noticed yet
+    assert camera.offset == 7
 
 
 def test_a_simulation_ends_with_its_program_and_says_why_it_does_not_start(tmp_path):

@@ -98,6 +98,7 @@ class SocketLink:
     def request(self, content: dict[str, Any], timeout: float) -> dict[str, Any]:
         """Makes a request and returns its reply, which may be a refusal."""
         end = time.monotonic() + timeout
+        self._catch_up()
         self.wait_for_state(timeout)
         with self._turn:
             number, connection = self._new_number(), self._connections
@@ -116,6 +117,16 @@ class SocketLink:
                     raise LostError(f"the worker {self.name} did not answer within {timeout:g} s")
         finally:
             self._awaited.discard(number)
+
+    def _catch_up(self) -> None:
+        """Takes in what has come meanwhile, so that a request is not sent to a worker that has gone."""
+        with self._turn:
+            while self._socket is not None:
+                poll = select.poll()
+                poll.register(self._socket, select.POLLIN)
+                if not poll.poll(0):
+                    return
+                self._pump(0.0)
 
     def _new_number(self) -> int:
         self._number = self._number % 0xFFFFFFFF + 1
