@@ -172,7 +172,8 @@ int vqd_client_request(vqd_client* client, const char* request, int timeout_ms, 
 int vqd_client_get(vqd_client* client, const char* names, int timeout_ms, const char** reply, vqd_client_error* error);
 
 /**
- * Changes settings of the camera's working registers, as vqd set does.
+ * Changes settings of the camera's working registers, as vqd set does. The client's next frame may have been made
+ * before: the member "after" of the reply has the session and the number of the last such frame.
  * @param client      also one that is in sets
  * @param settings    a JSON object, such as {"offset": 5, "depth-range": [300, 4000]}
  * @param timeout_ms  0 or more
