@@ -239,6 +239,8 @@ def test_a_backup_comes_back_with_everything_in_it(camera, tmp_path, tool):
     before = camera.lens
     with pytest.raises(vqd.UsageError, match="not plausible"):
         camera.write_lens(vqd.Lens(204, 204, 100, 120))
+    with pytest.raises(vqd.UsageError, match="neither a lens nor"):
+        camera.write_lens()  # which would count as a write
     camera.write_lens(vqd.Lens(211.26, 209.9, 158.3, 121.2, -0.3456, 0.12, 0.0014, 0.05, -0.07, 0.001))
     shown = json.loads(tool("lens"))["depth"]
     held = {"fx": 211.3, "fy": 209.9, "cx": 158.3, "cy": 121.2, "k1": -0.346, "k2": 0.12, "k3": 0.001, "p1": 0.05, "p2": -0.07}

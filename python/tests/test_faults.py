@@ -29,6 +29,17 @@ camera.close()
 camera.close()
 """,
     ),
+    "exchanged": (
+        "unplug after frame 3, back after 300 ms",
+        """
+listed = vqd._camera.list_cameras
+vqd._camera.list_cameras = lambda: [dataclasses.replace(one, serial="24061100000009") for one in listed()]
+for _ in range(2):
+    try:
+        for frame in camera: last = frame.number
+    except vqd.LostError as error: print(last, error)
+""",
+    ),
     "memory": (
         "every frame is out of memory",
         """
@@ -95,7 +106,7 @@ print([(one.serial, one.eeprom[25]) for one in vqd.list()], vqd.exported.m_nUndi
         "VQD-RS110",
     ),
 }
-START = "import logging, os, signal, threading, time, vqd\n"
+START = "import dataclasses, logging, os, signal, threading, time, vqd\n"
 
 
 def run(fault, program, *models):
@@ -137,6 +148,10 @@ def test_an_unplugged_camera_comes_back_and_is_reported(said):
 def test_a_camera_without_frames_is_told_with_the_lines_of_the_library(said, name, start, end):
     text = said(name)
     assert text.startswith(start) and end in text and "  library: ReadFromDevice Read Error, Device Reset2, " in text
+
+
+def test_frames_of_another_camera_are_not_those_of_the_first(said):
+    assert said("exchanged").count("3 another camera was plugged in where camera 24061100000001 at 1-1 was") == 2
 
 
 def test_an_interrupt_ends_a_wait_for_a_silent_camera_at_once(said):

@@ -11,7 +11,7 @@ import pytest
 from test_wire import PLANES, frame_bytes
 
 import vqd
-from vqd import _wire
+from vqd import _http, _wire
 
 SERIAL = "24061100000001"
 LENS = {"fx": 204, "fy": 204, "cx": 160, "cy": 120, "k1": 0, "k2": 0, "k3": 0, "p1": 0, "p2": 0, "skew": 0}
@@ -118,6 +118,8 @@ def test_a_token_is_found_where_the_server_keeps_it(server):
         file.write("secret\n")
     with vqd.connect(f"{server.url}/"):
         pass
+    tokens = [_http._Address(f"http://{host}:{port}", None).token for host in ("localhost", "[::1]", "192.0.2.1", "vqd.example")]
+    assert tokens == ["secret", "secret", "", ""]  # which is nobody else's business
     os.unlink(path)
     for kind, text, arguments in (
         (vqd.AccessError, "token is missing", {}),

@@ -60,7 +60,8 @@ class Camera(Source):
     """
 
     __slots__ = (
-        "_library", "_info", "_number", "_lock", "_memory", "_reader", "_reads", "_grabs", "_profile_path", "tables",
+        "_library", "_info", "_number", "_lock", "_memory", "_reader", "_reads", "_grabs", "_exchanged",
+        "_profile_path", "tables",
     )
 
     tables: Tables
@@ -73,7 +74,7 @@ class Camera(Source):
         self._library = library()
         self._number = -1
         self._reader: Optional[LatestReader] = None
-        self._grabs = False
+        self._grabs = self._exchanged = False
         self._profile_path: Optional[str] = None
         cameras = list_cameras()
         chosen = choose(cameras, None if camera is None else str(camera))
@@ -253,7 +254,12 @@ class Camera(Source):
     def _read_here(self) -> Frame:
         if self._lock is None or not self._grabs:
             self.start()
+        self._require_same()
         return self._reads.read()
+
+    def _require_same(self) -> None:
+        if self._exchanged:
+            raise LostError(f"another camera was plugged in where {self._info.name} was; a new vqd.Camera opens it")
 
     def _is_changed(self) -> tuple[bool, bool]:
         """Whether the host changes the frames, and whether values of a profile are in use."""
@@ -273,6 +279,11 @@ class Camera(Source):
         same = [one for one in cameras if one.port and one.port == was.port]
         same = same or [one for one in cameras if was.serial is not None and one.serial == was.serial]
         if len(same) == 1:
+            # The library opens whatever camera it finds, with the lens and the tables of the first one.
+            self._exchanged = bool(was.serial and same[0].serial) and (
+                (was.serial, fingerprint(was.eeprom)) != (same[0].serial, fingerprint(same[0].eeprom))
+            )
+            self._require_same()
             self._info = replace(was, port=same[0].port, bus=same[0].bus, address=same[0].address)
 
     def points(self, frame: Frame, axes: str = "optical") -> Points:

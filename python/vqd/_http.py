@@ -5,6 +5,7 @@ from __future__ import annotations
 
 import contextlib
 import http.client
+import ipaddress
 import json
 import threading
 import time
@@ -22,6 +23,14 @@ _BETWEEN = 0.2
 _TOKEN_BYTES = 4096
 
 
+def _is_this_machine(host: str) -> bool:
+    """Whether nobody else can be there, to whom the token of this machine's server would be shown."""
+    try:
+        return host == "localhost" or ipaddress.ip_address(host).is_loopback
+    except ValueError:
+        return False
+
+
 class _Address:
     """A server, and what every request to it needs."""
 
@@ -37,7 +46,7 @@ class _Address:
         self._secure = parts.scheme == "https"
         self._host, self._port = parts.hostname, port or (443 if self._secure else 80)
         query = urllib.parse.parse_qs(parts.query)
-        self.token = token or query.get("token", [""])[0] or self._token_in_file()
+        self.token = token or query.get("token", [""])[0] or (self._token_in_file() if _is_this_machine(self._host) else "")
         if not self.token.isprintable() or not self.token.isascii():
             raise UsageError("the token is no text of printable characters")
 
