@@ -96,6 +96,15 @@ for call in (camera.save, lambda: camera.write_lens(camera.lens), lambda: camera
         """
 try: vqd.Camera()
 except vqd.NoCameraError as error: print(error)
+opened = []
+def open_one(serial):
+    try: opened.append(vqd.Camera(serial))
+    except vqd.HeldError as error: opened.append(None)
+threads = [threading.Thread(target=open_one, args=[f"2406110000000{i}"]) for i in (1, 2)]
+for thread in threads: thread.start()
+for thread in threads: thread.join()
+print(opened.count(None))
+for one in opened: one and one.close()
 camera = vqd.Camera("24061100000002", undistortion=2)
 camera.read()
 camera.offset = 5
@@ -176,4 +185,5 @@ def test_what_was_never_read_is_not_written(said):
 def test_one_of_two_cameras_is_opened_and_saved_to(said):
     lines = said("two").splitlines()
     assert lines[0].startswith("several cameras are attached, so choose one: ")
-    assert lines[1:] == ["VQD-RS110 1 True 5", "[('24061100000001', 0), ('24061100000002', 5)] 2"]
+    assert lines[1] == "1"
+    assert lines[2:] == ["VQD-RS110 1 True 5", "[('24061100000001', 0), ('24061100000002', 5)] 2"]

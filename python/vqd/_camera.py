@@ -8,6 +8,7 @@ import contextlib
 import gc
 import logging
 import os
+import threading
 import weakref
 from collections.abc import Iterable, Iterator, Mapping
 from dataclasses import replace
@@ -38,6 +39,7 @@ _LONGEST_READ = 15.0  # seconds that a read may take while the library searches
 _PATIENCE = 1.0  # seconds that a close waits for a read; a camera that is silent longer is let go by the reading thread
 
 _open_camera: Optional[weakref.ref[Camera]] = None
+_opening = threading.Lock()  # two threads that open a camera at once each find none open
 
 
 class Camera(Source):
@@ -70,14 +72,18 @@ class Camera(Source):
         super().__init__()
         assignments = assignments_of(settings)
         self._lock: Optional[CameraLock] = None
-        self._require_alone()
         self._library = library()
         self._number = -1
         self._reader: Optional[LatestReader] = None
         self._grabs = self._exchanged = False
         self._profile_path: Optional[str] = None
+        with _opening:
+            self._require_alone()
+            self._begin(None if camera is None else str(camera), profile, assignments)
+
+    def _begin(self, name: Optional[str], profile: bool, assignments: list[Assignment]) -> None:
         cameras = list_cameras()
-        chosen = choose(cameras, None if camera is None else str(camera))
+        chosen = choose(cameras, name)
         require_access(cameras)
         self._lock = CameraLock(chosen)
         try:
@@ -376,6 +382,8 @@ def _own() -> Optional[Camera]:
 
 def _leave_to_parent() -> None:
     """A forked child shares the camera's handle. It must not stop the stream of its parent, such as when it ends."""
+    global _opening
+    _opening = threading.Lock()
     camera = _own()
     if camera is not None and camera._lock is not None:
         camera._lock.release()
