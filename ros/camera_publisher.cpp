@@ -214,9 +214,22 @@ std::string CameraPublisher::trouble()
     return "no frames: " + (error.empty() ? textAt(state, "/state/state") : error);
 }
 
+// Not what passes while a camera starts or is opened again.
+void CameraPublisher::sayWhatLasts(const std::string& why)
+{
+    constexpr int kReports = 3;
+    m_reportsOfThis = why == m_why ? m_reportsOfThis + 1 : 1;
+    m_why = why;
+    if (m_reportsOfThis == kReports && why != m_said) {
+        m_said = why;
+        m_say(why.empty() ? "frames come again" : why);
+    }
+}
+
 void CameraPublisher::tellHealth()
 {
     const std::string why = trouble();
+    sayWhatLasts(why == m_mismatch ? "" : why); // that was said at once
     const auto now = Clock::now();
     const double seconds = std::chrono::duration<double>(now - std::exchange(m_lastReport, now)).count();
     m_health.notTaken = 0;

@@ -67,18 +67,19 @@ exchanged() {
     local publisher_of_one
     worker $one --socket exchanged.sock
     until_true [ -S exchanged.sock ]
-    env -u LD_PRELOAD "$publisher" "$PWD/exchanged.sock" 2>said &
+    env -u LD_PRELOAD "$publisher" "$PWD/exchanged.sock" 2>exchanged &
     publisher_of_one=$!
-    until_true grep -q "publishes /vqd_$one/range" said
+    until_true grep -q "publishes /vqd_$one/range" exchanged
     kill $started
     ends_soon $started
     worker 24061100000009 --socket exchanged.sock
     receive away "$PWD/exchanged.sock" vqd_$one range/image_raw 0 "diagnosis=no frames: no camera has the"
+    until_true grep -q "vqd-ros: no frames: no camera has the" exchanged
     kill $started
     ends_soon $started
     worker $two --socket exchanged.sock
-    ends_soon $publisher_of_one && fail "the publisher goes on with another camera"
-    mentions said "another camera now than that of the topics /vqd_$one"
+    ends_soon $publisher_of_one && fail "the publisher goes on with another camera: $(cat exchanged)"
+    mentions exchanged "another camera now than that of the topics /vqd_$one"
     kill $started
     ends_soon $started
 }
