@@ -4,6 +4,8 @@
 // Nothing here waits for the worker or for readers, but a short question after the reason while no frames come.
 #include "ros/camera_publisher.h"
 
+#include <filesystem>
+
 #include "host/failure.h"
 #include "host/host_time.h"
 #include "host/topic_name.h"
@@ -46,7 +48,7 @@ CameraPublisher::CameraPublisher(const Participant& participant, PublisherOption
       m_client(connectTo(m_options.worker)),
       m_diagnostics(participant, "/diagnostics", msg::diagnostic_msgs::DiagnosticArray::kType, Durability::stream)
 {
-    m_health.name = m_options.name.empty() ? m_options.worker : m_options.name;
+    m_health.name = m_options.name.empty() ? std::filesystem::path(m_options.worker).stem().string() : m_options.name;
 }
 
 void CameraPublisher::take()
@@ -55,12 +57,8 @@ void CameraPublisher::take()
         vqd_client_frame frame;
         vqd_client_error error;
         const int result = vqd_client_next(m_client.get(), 0, &frame, &error);
-        if (result == VQD_CLIENT_TIMEOUT)
+        if (result == VQD_CLIENT_TIMEOUT || result == VQD_CLIENT_LOST)
             return;
-        if (result == VQD_CLIENT_LOST) {
-            m_connected = false;
-            return;
-        }
         if (result != VQD_CLIENT_OK)
             throw Failure(kFailed, error.text);
         takeFrame(frame);
@@ -73,10 +71,9 @@ void CameraPublisher::takeFrame(const vqd_client_frame& frame)
         throw Failure(kFailed, "the worker sends frames of another size");
     while (waits()) // the frame before is late
         sendNext();
-    m_connected = true;
     m_health.add({frame.temperature, frame.dropped + frame.missed, (frame.flags & VQD_CLIENT_FRAME_REOPENED) != 0});
     followParameters();
-    if (!m_mismatch.empty())
+    if (!m_topics || !m_mismatch.empty())
         return;
     m_depth.header = headerOf(frame.real_time_ns, m_topics->frameId);
     m_info.header = m_amplitude.header = m_cloud.header = m_depth.header;
@@ -104,6 +101,9 @@ void CameraPublisher::followParameters()
     m_view = cameraViewFrom(parsed(text));
     if (!m_topics)
         makeTopics();
+    if (m_options.name.empty() && m_view.serial != m_health.serial)
+        throw Failure(kFailed, "the worker has another camera now than that of the topics /" + m_health.name);
+    m_health.serial = m_view.serial;
     m_info = cameraInfoOf(m_view);
     if (m_topics->points)
         m_rays = raysOf(m_view);
@@ -206,7 +206,7 @@ std::string CameraPublisher::trouble()
     if (m_health.hasFrames())
         return m_mismatch;
     const char* reply = nullptr;
-    if (!m_connected ||
+    if (descriptor() < 0 ||
         vqd_client_request(m_client.get(), R"({"do":"state"})", kSoon, &reply, nullptr) != VQD_CLIENT_OK)
         return "the worker does not answer";
     const Json state = parsed(reply);
@@ -214,9 +214,22 @@ std::string CameraPublisher::trouble()
     return "no frames: " + (error.empty() ? textAt(state, "/state/state") : error);
 }
 
+// Not what passes while a camera starts or is opened again.
+void CameraPublisher::sayWhatLasts(const std::string& why)
+{
+    constexpr int kReports = 3;
+    m_reportsOfThis = why == m_why ? m_reportsOfThis + 1 : 1;
+    m_why = why;
+    if (m_reportsOfThis == kReports && why != m_said) {
+        m_said = why;
+        m_say(why.empty() ? "frames come again" : why);
+    }
+}
+
 void CameraPublisher::tellHealth()
 {
     const std::string why = trouble();
+    sayWhatLasts(why == m_mismatch ? "" : why); // that was said at once
     const auto now = Clock::now();
     const double seconds = std::chrono::duration<double>(now - std::exchange(m_lastReport, now)).count();
     m_health.notTaken = 0;

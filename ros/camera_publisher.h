@@ -63,6 +63,7 @@ private:
     void sendAmplitude();
     void sendPoints();
     std::string trouble();
+    void sayWhatLasts(const std::string& why);
 
     const Participant& m_participant;
     const PublisherOptions m_options;
@@ -80,5 +81,6 @@ private:
     Step m_next = nullptr;
     Health m_health;
     Clock::time_point m_lastReport = Clock::now();
-    bool m_connected = true;
+    std::string m_why, m_said; // there are no frames: now, and as it was said
+    int m_reportsOfThis = 0;
 };

@@ -133,15 +133,19 @@ void CameraLoop::answerRequests()
                                    m_stream.reset();
                                    const std::exception_ptr failure = caught(work);
                                    start();
+                                   m_arrivals.emplace(m_interval); // the pause lost no frames
                                    if (failure)
                                        std::rethrow_exception(failure);
                                },
                                m_parts.recorder, m_parts.watch};
     for (const PendingRequest& pending : m_parts.requests.takeAll()) {
         try {
-            const RequestEffect effect = answer(pending.request, target);
-            if (effect.changed)
+            RequestEffect effect = answer(pending.request, target);
+            if (effect.changed) {
                 tellParameters();
+                // Readers may have older frames before them.
+                effect.reply["after"] = {{"session", m_header.session}, {"frame", m_header.sequence}};
+            }
             if (!effect.event.is_null())
                 tell(effect.event);
             m_stopped = m_stopped || effect.stop;

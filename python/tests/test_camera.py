@@ -181,6 +181,57 @@ def test_the_newest_frame_is_for_the_slow_and_settings_go_on(camera):
     camera.read()
 
 
+def test_a_pause_loses_no_frames(camera):
+    camera.read()
+    before = camera.statistics
+    camera.stop()
+    time.sleep(0.5)
+    camera.read()
+    with camera._stopped():
+        time.sleep(0.5)
+    camera.read()
+    assert camera.statistics.dropped == before.dropped and camera.statistics.longest_gap == before.longest_gap
+
+
+def test_a_loop_of_newest_frames_goes_on_after_a_stop_and_is_told_of_its_end(camera):
+    frames = camera.stream(latest=True)
+    next(frames)
+    camera.stop()
+    assert next(frames).number < next(frames).number
+    frames.close()
+    failing = vqd._latest.LatestReader(lambda: 1 / 0)
+    failing._thread.join()  # nobody waits when the failure comes
+    assert failing.runs
+    with pytest.raises(ZeroDivisionError):
+        failing.take(0)
+    assert not failing.runs
+    waiting = vqd._latest.LatestReader(lambda: time.sleep(0.2) or 1 / 0)
+    threading.Timer(0.05, waiting.stop).start()
+    assert waiting.take(None) is None
+
+
+def test_a_forked_child_leaves_the_camera_to_its_parent(camera):
+    frame = camera.read()
+    with camera._library.turn:  # as a reading thread has it most of the time
+        child = os.fork()
+        if child == 0:
+            try:
+                assert camera.points(frame).any()
+                with pytest.raises(vqd.UsageError, match="closed"):
+                    camera.read()
+                with pytest.raises(vqd.HeldError, match=f"process {os.getppid()}"):
+                    vqd.Camera()
+                vqd._camera._close_at_exit()
+                camera.close()
+                os._exit(0)
+            finally:
+                os._exit(1)
+    assert os.waitpid(child, 0)[1] == 0
+    before = camera.statistics.reopens
+    camera.read()
+    assert camera.read().number == frame.number + 2 and camera.statistics.reopens == before
+
+
 def test_a_backup_comes_back_with_everything_in_it(camera, tmp_path, tool):
     backup = camera.read_eeprom()
     tool("eeprom", "backup", str(tmp_path / "tool.bin"))
@@ -188,6 +239,8 @@ def test_a_backup_comes_back_with_everything_in_it(camera, tmp_path, tool):
     before = camera.lens
     with pytest.raises(vqd.UsageError, match="not plausible"):
         camera.write_lens(vqd.Lens(204, 204, 100, 120))
+    with pytest.raises(vqd.UsageError, match="neither a lens nor"):
+        camera.write_lens()  # which would count as a write
     camera.write_lens(vqd.Lens(211.26, 209.9, 158.3, 121.2, -0.3456, 0.12, 0.0014, 0.05, -0.07, 0.001))
     shown = json.loads(tool("lens"))["depth"]
     held = {"fx": 211.3, "fy": 209.9, "cx": 158.3, "cy": 121.2, "k1": -0.346, "k2": 0.12, "k3": 0.001, "p1": 0.05, "p2": -0.07}

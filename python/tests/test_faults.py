@@ -29,6 +29,17 @@ camera.close()
 camera.close()
 """,
     ),
+    "exchanged": (
+        "unplug after frame 3, back after 300 ms",
+        """
+listed = vqd._camera.list_cameras
+vqd._camera.list_cameras = lambda: [dataclasses.replace(one, serial="24061100000009") for one in listed()]
+for _ in range(2):
+    try:
+        for frame in camera: last = frame.number
+    except vqd.LostError as error: print(last, error)
+""",
+    ),
     "memory": (
         "every frame is out of memory",
         """
@@ -85,6 +96,15 @@ for call in (camera.save, lambda: camera.write_lens(camera.lens), lambda: camera
         """
 try: vqd.Camera()
 except vqd.NoCameraError as error: print(error)
+opened = []
+def open_one(serial):
+    try: opened.append(vqd.Camera(serial))
+    except vqd.HeldError as error: opened.append(None)
+threads = [threading.Thread(target=open_one, args=[f"2406110000000{i}"]) for i in (1, 2)]
+for thread in threads: thread.start()
+for thread in threads: thread.join()
+print(opened.count(None))
+for one in opened: one and one.close()
 camera = vqd.Camera("24061100000002", undistortion=2)
 camera.read()
 camera.offset = 5
@@ -95,7 +115,7 @@ print([(one.serial, one.eeprom[25]) for one in vqd.list()], vqd.exported.m_nUndi
         "VQD-RS110",
     ),
 }
-START = "import logging, os, signal, threading, time, vqd\n"
+START = "import dataclasses, logging, os, signal, threading, time, vqd\n"
 
 
 def run(fault, program, *models):
@@ -139,6 +159,10 @@ def test_a_camera_without_frames_is_told_with_the_lines_of_the_library(said, nam
     assert text.startswith(start) and end in text and "  library: ReadFromDevice Read Error, Device Reset2, " in text
 
 
+def test_frames_of_another_camera_are_not_those_of_the_first(said):
+    assert said("exchanged").count("3 another camera was plugged in where camera 24061100000001 at 1-1 was") == 2
+
+
 def test_an_interrupt_ends_a_wait_for_a_silent_camera_at_once(said):
     assert said("silent").split() == ["5", "True"]
 
@@ -161,4 +185,5 @@ def test_what_was_never_read_is_not_written(said):
 def test_one_of_two_cameras_is_opened_and_saved_to(said):
     lines = said("two").splitlines()
     assert lines[0].startswith("several cameras are attached, so choose one: ")
-    assert lines[1:] == ["VQD-RS110 1 True 5", "[('24061100000001', 0), ('24061100000002', 5)] 2"]
+    assert lines[1] == "1"
+    assert lines[2:] == ["VQD-RS110 1 True 5", "[('24061100000001', 0), ('24061100000002', 5)] 2"]

@@ -11,7 +11,7 @@ import pytest
 from test_wire import PLANES, frame_bytes
 
 import vqd
-from vqd import _wire
+from vqd import _http, _wire
 
 SERIAL = "24061100000001"
 LENS = {"fx": 204, "fy": 204, "cx": 160, "cy": 120, "k1": 0, "k2": 0, "k3": 0, "p1": 0, "p2": 0, "skew": 0}
@@ -105,6 +105,8 @@ def test_frames_and_settings_of_a_server_are_those_of_a_worker(server):
         assert camera.save() is True and server.saved == {"serial": SERIAL}
         with pytest.raises(vqd.NoFrameError, match="has no frame"):
             camera.read(0.1)
+    with pytest.raises(vqd.UsageError, match="closed"):
+        camera.read(0.1)
     assert [one["after"] for one in server.asked][:6] == ["0", "3", "3", "5", "5", "5"]
     assert [one["session"] for one in server.asked][:2] == ["0", "7"]
 
@@ -116,6 +118,8 @@ def test_a_token_is_found_where_the_server_keeps_it(server):
         file.write("secret\n")
     with vqd.connect(f"{server.url}/"):
         pass
+    tokens = [_http._Address(f"http://{host}:{port}", None).token for host in ("localhost", "[::1]", "192.0.2.1", "vqd.example")]
+    assert tokens == ["secret", "secret", "", ""]  # which is nobody else's business
     os.unlink(path)
     for kind, text, arguments in (
         (vqd.AccessError, "token is missing", {}),
@@ -150,6 +154,6 @@ def test_no_server_is_told(server):
     server.server_close()
     with pytest.raises(vqd.LostError, match="does not answer"):
         vqd.connect(server.url, token="secret", timeout=0.1)
-    for wrong in ("http://", "http://a:b", "http://127.0.0.1:1/api", "http://user@127.0.0.1:1"):
+    for wrong in ("http://", "http://a:b", "http://[::1", "http://127.0.0.1:1/api", "http://user@127.0.0.1:1"):
         with pytest.raises(vqd.UsageError, match="no address of a server"):
             vqd.connect(wrong)

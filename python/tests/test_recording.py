@@ -50,6 +50,16 @@ def test_a_recording_gives_its_frames_again_and_again(command, tmp_path):
     assert command.asked() == [f"convert {os.path.abspath('drive.mcap')} {arguments}"] * 2
 
 
+def test_a_recording_that_is_closed_ends_its_loops(command):
+    command(b"".join(_wire.message(2, frame_bytes(number=number)) for number in (1, 2, 3)))
+    recording = vqd.Recording("drive.mcap")
+    seen = []
+    for frame in recording:
+        seen.append(frame.number)
+        recording.close()
+    assert seen == [1]
+
+
 def test_a_recording_that_cannot_be_read_is_told(command):
     whole = _wire.message(2, frame_bytes())
     for stream, end, kind, text in (

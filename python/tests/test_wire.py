@@ -131,6 +131,8 @@ def test_a_reader_goes_on_with_the_next_session_of_its_worker(tmp_path):
     with vqd.connect(str(tmp_path / "w.sock")) as camera:
         frames = [camera.read(10) for _ in range(3)]
     assert [(frame.session, frame.number, frame.missed) for frame in frames] == [(7, 1, 0), (7, 4, 2), (8, 1, 0)]
+    with pytest.raises(vqd.UsageError, match="closed"):  # and not a new connection
+        camera.read(0)
     afters = [_wire.PULL.unpack(asked.body.tobytes())[0] for asked in worker.asked]
     assert afters == [0, 1, 4, 0]  # the numbers of the other session mean nothing to the new one
 

@@ -5,6 +5,7 @@ import json
 import os
 import subprocess
 import sys
+import threading
 import time
 
 import numpy as np
@@ -25,8 +26,12 @@ def test_a_camera_behind_a_worker_is_as_one_in_this_process(vqd_camera):
     points = vqd_camera.points(frame)
     np.testing.assert_allclose(points[0, 0], np.array([-160 / 204, -120 / 204, 1]) * frame.depth[0, 0] / 1000, rtol=1e-5)
     vqd_camera.settings.update(offset=-9, undistortion=2)
-    assert vqd_camera.offset == -9 and vqd_camera.read().corrected
+    before = vqd_camera.read()
+    assert vqd_camera.offset == -9 and before.corrected
     assert vqd_camera.save() is True and vqd_camera.save() is False
+    frames = [before, *(vqd_camera.read() for _ in range(4))]
+    _, late = max((late.monotonic_ns - early.monotonic_ns, late) for early, late in zip(frames, frames[1:]))
+    assert late.dropped == 0  # the camera has paused for the save, and made none
     for name, value, kind in (("frequency", 10, vqd.SettingError), ("illumination", 0, vqd.UsageError), ("offset", 999, vqd.UsageError)):
         with pytest.raises(kind):
             vqd_camera.settings[name] = value
@@ -72,8 +77,14 @@ def test_sets_hold_frames_of_one_moment(vqd_sim):
     numbers = np.array([[frame.number for frame in one.frames] for one in sets])
     assert (np.diff(numbers, axis=0) > 0).all()
     assert np.median([one.skew for one in sets]) < 0.05
-    with pytest.raises(vqd.UsageError, match="twice"):
-        vqd.cameras([simulation.camera, simulation.camera])
+    for wrong, text in (([simulation.camera, simulation.camera], "twice"), ([5], "names of workers"), ([], "at least one")):
+        with pytest.raises(vqd.UsageError, match=text):
+            vqd.cameras(wrong)
+    closing = vqd.cameras(simulation.cameras)
+    threading.Timer(0.5, closing.close).start()
+    with pytest.raises(vqd.UsageError, match="are closed"):
+        for _ in closing:
+            pass
 
 
 def test_frames_go_on_after_an_unplug_and_after_the_death_of_the_worker(vqd_sim):
@@ -88,6 +99,11 @@ def test_frames_go_on_after_an_unplug_and_after_the_death_of_the_worker(vqd_sim)
     assert revived.missed == 0 and camera.offset == 6
     with vqd.cameras([camera]) as cameras:
         assert cameras.read().frames[0].session == revived.session
+    with vqd.connect(f"{simulation.runtime_dir}/{camera.serial}.sock") as other:
+        os.kill(other.worker["process"], 9)
+        next(frame for frame in other if frame.session != revived.session)
+    camera.offset = 7  # it has not noticed yet
+    assert camera.offset == 7
 
 
 def test_a_simulation_ends_with_its_program_and_says_why_it_does_not_start(tmp_path):

@@ -23,10 +23,14 @@ class Arrivals:
         self._nominal = 1e9 / 30 + milliseconds * 1e6
         self._recent.clear()
 
+    def pause(self) -> None:
+        """The stream stops, so the time until the next frame is no gap."""
+        self._last = 0
+
     def add(self, began: int, ended: int, reopened: bool) -> int:
         """A read's begin and end. Returns how many frames were lost before this one."""
         lost = 0
-        if self.frames:
+        if self._last:
             interval = ended - self._last
             if interval > self.longest:
                 self.longest = interval

@@ -7,6 +7,8 @@ import atexit
 import contextlib
 import gc
 import logging
+import os
+import threading
 import weakref
 from collections.abc import Iterable, Iterator, Mapping
 from dataclasses import replace
@@ -37,6 +39,7 @@ _LONGEST_READ = 15.0  # seconds that a read may take while the library searches
 _PATIENCE = 1.0  # seconds that a close waits for a read; a camera that is silent longer is let go by the reading thread
 
 _open_camera: Optional[weakref.ref[Camera]] = None
+_opening = threading.Lock()  # two threads that open a camera at once each find none open
 
 
 class Camera(Source):
@@ -59,7 +62,8 @@ class Camera(Source):
     """
 
     __slots__ = (
-        "_library", "_info", "_number", "_lock", "_memory", "_reader", "_reads", "_grabs", "_profile_path", "tables",
+        "_library", "_info", "_number", "_lock", "_memory", "_reader", "_reads", "_grabs", "_exchanged",
+        "_profile_path", "tables",
     )
 
     tables: Tables
@@ -68,14 +72,18 @@ class Camera(Source):
         super().__init__()
         assignments = assignments_of(settings)
         self._lock: Optional[CameraLock] = None
-        self._require_alone()
         self._library = library()
         self._number = -1
         self._reader: Optional[LatestReader] = None
-        self._grabs = False
+        self._grabs = self._exchanged = False
         self._profile_path: Optional[str] = None
+        with _opening:
+            self._require_alone()
+            self._begin(None if camera is None else str(camera), profile, assignments)
+
+    def _begin(self, name: Optional[str], profile: bool, assignments: list[Assignment]) -> None:
         cameras = list_cameras()
-        chosen = choose(cameras, None if camera is None else str(camera))
+        chosen = choose(cameras, name)
         require_access(cameras)
         self._lock = CameraLock(chosen)
         try:
@@ -100,13 +108,15 @@ class Camera(Source):
             )
 
     def _open(self, cameras: list[CameraInfo], chosen: CameraInfo, profile: bool) -> None:
-        open_listed(self._library, cameras, chosen)
-        self._info, self._number = chosen, chosen.index
+        self._info = chosen
         self._memory = Memory(self)
         self.tables = Tables(self)
         if chosen.serial is None:
             _log.warning("the EEPROM of %s cannot be read or was never written: factory settings are used", chosen.name)
-        self._loaded(profile)
+        with self._library.turn.held():  # so that no other thread takes the new rays for those of another camera
+            open_listed(self._library, cameras, chosen)
+            self._number = chosen.index
+            self._loaded(profile)
 
     def _loaded(self, profile: bool) -> None:
         """The library has loaded the camera: puts the host's profile over it."""
@@ -197,6 +207,7 @@ class Camera(Source):
         if self._grabs:
             self._grabs = False
             self._library.call("vqdGrabStop", self._number)
+            self._reads.arrivals.pause()
 
     @contextlib.contextmanager
     def _stopped(self) -> Iterator[None]:
@@ -210,13 +221,14 @@ class Camera(Source):
             finally:
                 if grabs:
                     self._start()
+                    self._reads.arrivals.pause()
 
     def read(self, timeout: Optional[float] = None) -> Frame:
         """Waits for the next frame: without a time-out as long as the library does, which searches for a lost camera for
         up to 12 s. With one, a thread reads, and this and all later reads take its newest frame."""
         if timeout is None and (self._reader is None or not self._reader.runs):
             return self._read_here()
-        return self._running_reader().take(timeout)
+        return self._take(timeout)
 
     def stream(self, latest: bool = False) -> Iterator[Frame]:
         """Yields frames until an error. With ``latest`` a thread reads, so a slow loop gets the newest frame each time and
@@ -226,12 +238,18 @@ class Camera(Source):
         return iter(self.read, None)
 
     def _latest_frames(self) -> Iterator[Frame]:
-        reader = self._running_reader()
         try:
             while True:
-                yield reader.take(None)
+                yield self._take(None)
         finally:
-            reader.stop()
+            if self._reader is not None:
+                self._reader.stop()
+
+    def _take(self, timeout: Optional[float]) -> Frame:
+        while True:
+            frame = self._running_reader().take(timeout)
+            if frame is not None:  # else somebody has stopped the thread, and the next one goes on
+                return frame
 
     def _running_reader(self) -> LatestReader:
         self._require_open()
@@ -242,7 +260,12 @@ class Camera(Source):
     def _read_here(self) -> Frame:
         if self._lock is None or not self._grabs:
             self.start()
+        self._require_same()
         return self._reads.read()
+
+    def _require_same(self) -> None:
+        if self._exchanged:
+            raise LostError(f"another camera was plugged in where {self._info.name} was; a new vqd.Camera opens it")
 
     def _is_changed(self) -> tuple[bool, bool]:
         """Whether the host changes the frames, and whether values of a profile are in use."""
@@ -262,6 +285,11 @@ class Camera(Source):
         same = [one for one in cameras if one.port and one.port == was.port]
         same = same or [one for one in cameras if was.serial is not None and one.serial == was.serial]
         if len(same) == 1:
+            # The library opens whatever camera it finds, with the lens and the tables of the first one.
+            self._exchanged = bool(was.serial and same[0].serial) and (
+                (was.serial, fingerprint(was.eeprom)) != (same[0].serial, fingerprint(same[0].eeprom))
+            )
+            self._require_same()
             self._info = replace(was, port=same[0].port, bus=same[0].bus, address=same[0].address)
 
     def points(self, frame: Frame, axes: str = "optical") -> Points:
@@ -350,6 +378,19 @@ def _own() -> Optional[Camera]:
     """The camera that this process has open."""
     camera = _open_camera() if _open_camera is not None else None
     return camera if camera is not None and camera._lock is not None else None
+
+
+def _leave_to_parent() -> None:
+    """A forked child shares the camera's handle. It must not stop the stream of its parent, such as when it ends."""
+    global _opening
+    _opening = threading.Lock()
+    camera = _own()
+    if camera is not None and camera._lock is not None:
+        camera._lock.release()
+        camera._lock = None
+
+
+os.register_at_fork(after_in_child=_leave_to_parent)
 
 
 @atexit.register

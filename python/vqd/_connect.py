@@ -18,9 +18,10 @@ def connect(target: str, camera: Optional[str] = None, *, token: Optional[str] =
         target: the name of a worker, which as a rule is the camera's serial number; the path of its socket, with a slash
             in it; or the address of a server, such as "http://127.0.0.1:8760".
         camera: of a server, the serial number or port of the camera; may be left out when it has only one.
-        token: of a server; on this machine it may be left out by who may use the cameras, since a file has it.
+        token: of a server; for an address such as 127.0.0.1 it may be left out by who may use the cameras, since a file
+            has it.
         timeout: seconds to wait for a worker that is still starting, and later for a frame or a reply. The worker need not
-            have a camera yet.
+            have a camera yet. A server answers within a second when there is no frame, and a read lasts until then.
 
     Raises:
         LostError: no worker answered in time.

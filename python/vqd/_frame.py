@@ -29,7 +29,7 @@ class Frame:
         monotonic_ns: the same moment on CLOCK_MONOTONIC, which never jumps and is the same for all cameras of a machine.
         temperature: of the sensor, in degrees Celsius.
         serial: the camera's serial number; empty when it is not known.
-        session: another number after each start of the stream; numbers and stamps then begin anew.
+        session: another number after each opening of the camera, or start of its worker; numbers then begin anew.
         dropped: an estimate of the frames that the camera made since the frame before and that nobody got.
         missed: frames of the session that this reader did not get since its last one.
         reopened: the camera was opened again since the frame before.

@@ -5,6 +5,7 @@ from __future__ import annotations
 
 import contextlib
 import http.client
+import ipaddress
 import json
 import threading
 import time
@@ -22,12 +23,20 @@ _BETWEEN = 0.2
 _TOKEN_BYTES = 4096
 
 
+def _is_this_machine(host: str) -> bool:
+    """Whether nobody else can be there, to whom the token of this machine's server would be shown."""
+    try:
+        return host == "localhost" or ipaddress.ip_address(host).is_loopback
+    except ValueError:
+        return False
+
+
 class _Address:
     """A server, and what every request to it needs."""
 
     def __init__(self, url: str, token: Optional[str]) -> None:
-        parts = urllib.parse.urlsplit(url)
         try:
+            parts = urllib.parse.urlsplit(url)
             port = parts.port
         except ValueError as why:
             raise UsageError(f"{url} is no address of a server: {why}") from why
@@ -37,7 +46,7 @@ class _Address:
         self._secure = parts.scheme == "https"
         self._host, self._port = parts.hostname, port or (443 if self._secure else 80)
         query = urllib.parse.parse_qs(parts.query)
-        self.token = token or query.get("token", [""])[0] or self._token_in_file()
+        self.token = token or query.get("token", [""])[0] or (self._token_in_file() if _is_this_machine(self._host) else "")
         if not self.token.isprintable() or not self.token.isascii():
             raise UsageError("the token is no text of printable characters")
 
@@ -62,10 +71,13 @@ class _Channel:
     def __init__(self, address: _Address) -> None:
         self._address = address
         self._connection = address.connection()
+        self._ended = False
         self.lock = threading.RLock()
 
     def answer(self, path: str, content: Optional[Mapping[str, Any]] = None) -> http.client.HTTPResponse:
         """Makes a request. Raises LostError when there is no answer."""
+        if self._ended:
+            raise UsageError("the camera is closed")
         headers = {"Authorization": f"Bearer {self._address.token}"} if self._address.token else {}
         body = None
         if content is not None:
@@ -99,6 +111,12 @@ class _Channel:
             return response.status, found
 
     def close(self) -> None:
+        """Ends the connection; the next request makes another one."""
+        self._connection.close()
+
+    def end(self) -> None:
+        """Ends it for good."""
+        self._ended = True
         self._connection.close()
 
 
@@ -254,5 +272,5 @@ class HttpLink:
 
     def close(self) -> None:
         """Ends the connections."""
-        self._frames.close()
-        self._requests.close()
+        self._frames.end()
+        self._requests.end()

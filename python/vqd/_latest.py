@@ -20,6 +20,7 @@ class LatestReader:
         self._frame: Optional[Frame] = None
         self._failure: Optional[BaseException] = None
         self._missed = 0
+        self._told = False
         self._stops = self._ended = False
         self._at_end: Optional[Callable[[], None]] = None
         self._thread = threading.Thread(target=self._run, name="vqd-reader", daemon=True)
@@ -50,13 +51,16 @@ class LatestReader:
                 self._frame = frame
                 self._news.notify_all()
 
-    def take(self, timeout: Optional[float]) -> Frame:
-        """The newest frame that was not taken yet. Ctrl-C ends the wait at once."""
+    def take(self, timeout: Optional[float]) -> Optional[Frame]:
+        """The newest frame that was not taken yet; None once it was stopped. Ctrl-C ends the wait at once."""
         end = None if timeout is None else time.monotonic() + timeout
         with self._news:
             while self._frame is None:
                 if self._failure is not None:
+                    self._told = True
                     raise self._failure
+                if self._stops:
+                    return None
                 left = None if end is None else end - time.monotonic()
                 if left is not None and left <= 0:
                     raise NoFrameError(f"no frame came within {timeout:g} s")
@@ -67,13 +71,15 @@ class LatestReader:
 
     @property
     def runs(self) -> bool:
-        """Whether there are frames to come; not after a failure, which was or will be told."""
-        return not self._stops and self._failure is None
+        """Whether there is more to take: frames, or a failure that nobody was told yet."""
+        return not self._stops and not self._told
 
     def stop(self, timeout: float = 0.0, at_end: Optional[Callable[[], None]] = None) -> bool:
         """Ends the thread after its present read. Returns whether it has ended within the time-out; if not, it calls
         ``at_end`` when it does."""
-        self._stops = True
+        with self._news:
+            self._stops = True
+            self._news.notify_all()
         self._thread.join(timeout)
         with self._news:
             if not self._ended:

@@ -253,6 +253,20 @@ _loaded: Optional[Library] = None
 _loading = threading.Lock()
 
 
+def _begin_in_child() -> None:
+    """A fork copies the turn as it is, though the thread that has it does not exist in the child, and both processes
+    would write their lines to one memory."""
+    global _loading
+    _loading = threading.Lock()
+    if _loaded is not None:
+        _loaded.turn = Turn()
+        _loaded.lines.restore()
+        _loaded.lines = Lines()
+
+
+os.register_at_fork(after_in_child=_begin_in_child)
+
+
 def library() -> Library:
     """The library: the file that VQD_LIBRARY names, or what the loader finds. Loaded once, at the first use."""
     global _loaded

@@ -72,10 +72,10 @@ class Lines:
         libc.setvbuf(ctypes.c_void_p(self.stream), None, _UNBUFFERED, ctypes.c_size_t(0))
         self.before = self.variable.value
         self.taken = 0
-        atexit.register(self._restore)
-        os.register_at_fork(after_in_child=self._restore)
+        atexit.register(self.restore)
 
-    def _restore(self) -> None:
+    def restore(self) -> None:
+        """Puts C's own stream back, whatever call goes on."""
         if self.variable.value == self.stream:
             self.variable.value = self.before
 

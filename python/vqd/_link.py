@@ -13,7 +13,7 @@ import time
 from collections import deque
 from typing import Any, Optional
 
-from ._errors import Error, LostError
+from ._errors import Error, LostError, UsageError
 from ._frame import Frame
 from ._library import Turn
 from ._wire import PULL, Assembler, Kind, Message, WireError, frame_in, json_in, message
@@ -38,7 +38,7 @@ class SocketLink:
         self._turn = Turn()
         self._socket: Optional[socket.socket] = None
         self._assembler: Optional[Assembler] = None
-        self._greeted = False
+        self._greeted = self._closed = False
         self._next_attempt = 0.0
         self._number = 0
         self._pull = 0  # number of the pull without an answer
@@ -98,6 +98,7 @@ class SocketLink:
     def request(self, content: dict[str, Any], timeout: float) -> dict[str, Any]:
         """Makes a request and returns its reply, which may be a refusal."""
         end = time.monotonic() + timeout
+        self._catch_up()
         self.wait_for_state(timeout)
         with self._turn:
             number, connection = self._new_number(), self._connections
@@ -117,6 +118,16 @@ class SocketLink:
         finally:
             self._awaited.discard(number)
 
+    def _catch_up(self) -> None:
+        """Takes in what has come meanwhile, so that a request is not sent to a worker that has gone."""
+        with self._turn:
+            while self._socket is not None:
+                poll = select.poll()
+                poll.register(self._socket, select.POLLIN)
+                if not poll.poll(0):
+                    return
+                self._pump(0.0)
+
     def _new_number(self) -> int:
         self._number = self._number % 0xFFFFFFFF + 1
         return self._number
@@ -132,6 +143,8 @@ class SocketLink:
 
     def _pump(self, until: float) -> None:
         """Takes in what comes, until something has come or time is up."""
+        if self._closed:
+            raise UsageError("the camera is closed")
         if self._socket is None and not self._try_to_connect():
             time.sleep(max(0.0, min(until, self._next_attempt) - time.monotonic()))
             return
@@ -226,6 +239,8 @@ class SocketLink:
         _log.info("%s", why)
 
     def close(self) -> None:
-        """Ends the connection."""
+        """Ends the connection. What was told of the camera stays known."""
         with contextlib.suppress(Error), self._turn:
-            self._drop("the connection was closed")
+            parameters = self.parameters
+            self._drop("the camera is closed")
+            self.parameters, self._closed = parameters, True

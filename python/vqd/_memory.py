@@ -139,6 +139,8 @@ class Memory:
             calls.append(("vqdSetRGBLensParameter", *_lens_records(colour, "colour")))
         if extrinsics:
             calls.append(("vqdSetExtrinsicParameter", self._extrinsic_record(extrinsics)))
+        if not calls:
+            raise UsageError("there is neither a lens nor a transform to write")
         serial = owner._require_written_eeprom()
         before = self.read()
         with owner._stopped(), save_turn(serial):

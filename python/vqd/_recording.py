@@ -7,7 +7,7 @@ import os
 import subprocess
 import tempfile
 from collections.abc import Iterator
-from typing import Any, Optional, Union
+from typing import IO, Any, Optional, Union
 
 from . import _rays
 from ._closing import Closing
@@ -69,6 +69,8 @@ class Recording(Closing):
             self._running.append(process)
             try:
                 yield from self._frames_of(process)
+                if process not in self._running:  # close() has ended it
+                    return
                 code = process.wait()
                 if code != 0:
                     errors.seek(0)
@@ -78,8 +80,8 @@ class Recording(Closing):
 
     def _frames_of(self, process: subprocess.Popen[bytes]) -> Iterator[Frame]:
         assert process.stdout is not None
-        descriptor = process.stdout.fileno()
-        assembler = Assembler(lambda into: os.readv(descriptor, [into]))
+        pipe: IO[bytes] = process.stdout
+        assembler = Assembler(lambda into: 0 if pipe.closed else os.readv(pipe.fileno(), [into]))
         session = number = 0
         while True:
             try:

@@ -52,13 +52,13 @@ class RemoteCamera(Source):
         timeout: seconds that a read waits when it is told none, and that a request waits; None: for ever.
     """
 
-    __slots__ = ("timeout", "_link", "_session", "_sequence", "_frames", "_dropped", "_reopens", "_longest", "_last")
+    __slots__ = ("timeout", "_link", "_seen", "_frames", "_dropped", "_reopens", "_longest", "_last")
 
     def __init__(self, link: Link, timeout: Optional[float] = _PATIENCE) -> None:
         super().__init__()
         self.timeout = timeout
         self._link = link
-        self._session = self._sequence = 0
+        self._seen = 0, 0  # session and number of the newest frame that no read is to get any more
         self._frames = self._dropped = self._reopens = self._longest = 0
         self._last: Optional[Frame] = None
 
@@ -130,7 +130,7 @@ class RemoteCamera(Source):
 
     def read(self, timeout: Optional[float] = None) -> Frame:
         limit = self.timeout if timeout is None else timeout
-        frame = self._link.next_frame(self._session, self._sequence, limit)
+        frame = self._link.next_frame(*self._seen, limit)
         if frame is None:
             text = f"{self._link.trouble()} (waited for {limit:g} s)"
             raise NoFrameError(text) if self._link.connected else LostError(text)
@@ -138,11 +138,10 @@ class RemoteCamera(Source):
         return frame
 
     def _count(self, frame: Frame) -> None:
-        if frame.session == self._session:
-            frame.missed = frame.number - self._sequence - 1
-            if self._last is not None:
-                self._longest = max(self._longest, frame.monotonic_ns - self._last.monotonic_ns)
-        self._session, self._sequence, self._last = frame.session, frame.number, frame
+        if self._last is not None and frame.session == self._last.session:
+            frame.missed = frame.number - self._last.number - 1
+            self._longest = max(self._longest, frame.monotonic_ns - self._last.monotonic_ns)
+        self._seen, self._last = (frame.session, frame.number), frame
         self._frames += 1
         self._dropped += frame.dropped
         self._reopens += frame.reopened
@@ -165,7 +164,12 @@ class RemoteCamera(Source):
     def _write_settings(self, assignments: list[Assignment]) -> None:
         values = {setting.name: numbers[0] if len(numbers) == 1 else numbers for setting, numbers in assignments}
         if values:
-            self._ask({"do": "set", "settings": values}, SettingError)
+            reply = self._ask({"do": "set", "settings": values}, SettingError)
+            # The worker's newest frame is older than the settings, and no read after these is to get it.
+            after = reply.get("after")
+            session, number = (after.get("session"), after.get("frame")) if isinstance(after, dict) else (None, None)
+            if isinstance(session, int) and isinstance(number, int):
+                self._seen = session, max(number, self._seen[1] if session == self._seen[0] else 0)
 
     def _ask(self, request: dict[str, Any], refusal: type[Error]) -> Mapping[str, Any]:
         """Makes a request. A refusal without a kind of its own is raised as ``refusal``."""

@@ -48,12 +48,12 @@ class _Feed:
         self._interval = 0
         self._last: Optional[Frame] = None
         self._news = news
-        self._stops = False
+        self.stops = False
         self._thread = threading.Thread(target=self._run, name="vqd-set", daemon=True)
         self._thread.start()
 
     def _run(self) -> None:
-        while not self._stops:
+        while not self.stops:
             try:
                 frame = self.camera.read(_READ_TIMEOUT)
             except Error as why:
@@ -91,8 +91,8 @@ class _Feed:
             self.frames.popleft()
         return self.frames.popleft()
 
-    def stop(self) -> None:
-        self._stops = True
+    def join(self) -> None:
+        """Waits for the end of the thread once ``stops`` is set."""
         self._thread.join()
 
 
@@ -105,10 +105,13 @@ class Cameras(Closing):
     """
 
     def __init__(self, cameras: Iterable[Union[str, RemoteCamera]], *, timeout: float = 15.0) -> None:
-        given = list(cameras)
+        given: list[Union[str, RemoteCamera]] = [cameras] if isinstance(cameras, str) else [*cameras]
+        if not all(isinstance(camera, str) or hasattr(camera, "connected") for camera in given):
+            raise UsageError("a set has names of workers, or cameras that vqd.connect() gave")
         if not given or len({id(camera) if isinstance(camera, RemoteCamera) else camera for camera in given}) < len(given):
             raise UsageError("a set has at least one camera, and none of them twice")
         self.timeout = timeout
+        self._news = threading.Condition()
         self._own: list[RemoteCamera] = []
         self._feeds: list[_Feed] = []
         found: list[RemoteCamera] = []
@@ -122,7 +125,6 @@ class Cameras(Closing):
             self.close()
             raise
         self.cameras: Sequence[RemoteCamera] = tuple(found)
-        self._news = threading.Condition()
         self._feeds = [_Feed(camera, self._news) for camera in found]
 
     def read(self, timeout: Optional[float] = None) -> FrameSet:
@@ -136,9 +138,9 @@ class Cameras(Closing):
         asked = time.monotonic_ns()
         end = asked + int(limit * 1e9)
         with self._news:
-            if not self._feeds:
-                raise UsageError("the cameras are closed")
             while True:
+                if not self._feeds:
+                    raise UsageError("the cameras are closed")
                 now = time.monotonic_ns()
                 choice = nearest([feed.times(asked) for feed in self._feeds], now)
                 if choice.chosen is not None:
@@ -163,8 +165,12 @@ class Cameras(Closing):
 
     def close(self) -> None:
         """Stops reading, and closes the cameras that this object has connected to."""
-        feeds, self._feeds = self._feeds, []
+        with self._news:
+            feeds, self._feeds = self._feeds, []
+            self._news.notify_all()
         for feed in feeds:
-            feed.stop()
+            feed.stops = True
+        for feed in feeds:
+            feed.join()
         for camera in self._own:
             camera.close()

@@ -152,6 +152,12 @@ public:
         return m_found.contains(what);
     }
 
+    bool says(const std::string& diagnosis)
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_found.contains("diagnostics") && m_found["diagnostics"].dump().find(diagnosis) != std::string::npos;
+    }
+
     Json found()
     {
         const std::lock_guard lock(m_mutex);
@@ -314,8 +320,10 @@ int run(int argc, char** argv)
 {
     const std::set<std::string> words(argv + 5, argv + argc);
     uint32_t socketBytes = 0;
-    std::string folder;
+    std::string folder, diagnosis;
     for (const std::string& word : words) {
+        if (word.starts_with("diagnosis=")) // to wait for, without frames
+            diagnosis = word.substr(strlen("diagnosis="));
         if (word.starts_with("socket="))
             socketBytes = static_cast<uint32_t>(std::stoul(word.substr(strlen("socket="))));
         if (word.starts_with("keep="))
@@ -339,6 +347,10 @@ int run(int argc, char** argv)
             receiver.addSource(frame.real_time_ns,
                                {{frame.depth, frame.depth + kPixels}, {frame.amplitude, frame.amplitude + kPixels}});
             ++frames;
+        }
+        if (!diagnosis.empty()) {
+            done = receiver.says(diagnosis);
+            continue;
         }
         done = frames % 8 == 0 && receiver.compared(true) >= images && receiver.compared(false) >= images &&
                receiver.has("info") && receiver.has("diagnostics") &&

@@ -62,6 +62,28 @@ example() {
     ends_soon $publish || fail "the end by SIGTERM is no success"
 }
 
+# A worker that comes back without a camera, and then with another one, whose images are not those of the topics.
+exchanged() {
+    local publisher_of_one
+    worker $one --socket exchanged.sock
+    until_true [ -S exchanged.sock ]
+    env -u LD_PRELOAD "$publisher" "$PWD/exchanged.sock" 2>exchanged &
+    publisher_of_one=$!
+    until_true grep -q "publishes /vqd_$one/range" exchanged
+    kill $started
+    ends_soon $started
+    worker 24061100000009 --socket exchanged.sock
+    receive away "$PWD/exchanged.sock" vqd_$one range/image_raw 0 "diagnosis=no frames: no camera has the"
+    until_true grep -q "vqd-ros: no frames: no camera has the" exchanged
+    kill $started
+    ends_soon $started
+    worker $two --socket exchanged.sock
+    ends_soon $publisher_of_one && fail "the publisher goes on with another camera: $(cat exchanged)"
+    mentions exchanged "another camera now than that of the topics /vqd_$one"
+    kill $started
+    ends_soon $started
+}
+
 # Ten publishers of one worker. Neither a reader that was stopped nor a publisher that was killed takes anything from the others.
 ten() {
     local worker number publishers=() stopped reading
@@ -144,5 +166,6 @@ else
 fi
 under_sim VQD-HT120 -- example
 under_sim VQD-HT120 -- ten
+under_sim VQD-HT120 VQD-HT120 -- exchanged
 under_sim VQD-HT120 VQD-RS110 -- refusals
 finish

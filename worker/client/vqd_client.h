@@ -163,7 +163,7 @@ int vqd_client_request(vqd_client* client, const char* request, int timeout_ms, 
 /**
  * Requests the values of settings, as vqd get shows them: the member "settings" of the reply.
  * @param client      also one that is in sets
- * @param names       a JSON array, such as ["integration", "depth-range"]; null for all settings
+ * @param names       a JSON array, such as ["offset", "depth-range"]; null for all settings
  * @param timeout_ms  0 or more
  * @param reply       as in vqd_client_request()
  * @param error       may be null
@@ -172,9 +172,10 @@ int vqd_client_request(vqd_client* client, const char* request, int timeout_ms, 
 int vqd_client_get(vqd_client* client, const char* names, int timeout_ms, const char** reply, vqd_client_error* error);
 
 /**
- * Changes settings of the camera's working registers, as vqd set does.
+ * Changes settings of the camera's working registers, as vqd set does. The client's next frame may have been made
+ * before: the member "after" of the reply has the session and the number of the last such frame.
  * @param client      also one that is in sets
- * @param settings    a JSON object, such as {"integration": 500, "depth-range": [300, 4000]}
+ * @param settings    a JSON object, such as {"offset": 5, "depth-range": [300, 4000]}
  * @param timeout_ms  0 or more
  * @param reply       as in vqd_client_request()
  * @param error       may be null
