@@ -130,7 +130,7 @@ refused 2 'unit.json: the unit of "noise" is not mm' --merge unit.json
 refused 2 'needs files' --merge
 refused 2 'frames excludes --merge' --merge -n 5 800.json
 ends 0 "$vqd" quality --help
-mentions out 'range FROM:TO '
+mentions out 'range \[FROM\]:\[TO\] '
 refused 2 'is no recording' 800.json
 ends 3 on_an_empty_bus quality --html none.html
 [[ ! -e none.html ]] || fail "a page without a camera"
