@@ -17,7 +17,7 @@
 #   ./test.sh --lint             clang-tidy and cppcheck
 #   ./test.sh --mutations        breaks the library in 44 places, one at a time, and looks whether the tests notice
 #   ./test.sh --page-breaks      the same in 20 places of the page and its server
-#   ./test.sh --bench            times the library against OpenCV, and recordings that are made and played; runs no tests
+#   ./test.sh --bench            times the library against OpenCV, and recordings and the server; runs no tests
 #   ./test.sh --packages         takes the Debian packages through a fresh Debian, from install to purge; with --arm64
 #                                after it, those for 64-bit Arm under qemu-user
 #   ./test.sh --arm64            the unit tests, built for 64-bit Arm, under qemu-user
@@ -106,11 +106,13 @@ case "${1:-}" in
     ;;
 --bench)
     install_packages g++ cmake make pkg-config libusb-1.0-0-dev libhwy-dev umockdev libumockdev-dev libbenchmark-dev \
-        libopencv-dev libcli11-dev libarchive-dev libpng-dev zlib1g-dev libzstd-dev nlohmann-json3-dev python3
+        libopencv-dev libcli11-dev libarchive-dev libmicrohttpd-dev libpng-dev zlib1g-dev libzstd-dev nlohmann-json3-dev \
+        python3
     build_preset bench
     build/bench/vqd_bench
     bench/playback.py build/bench/vqd
-    exec bench/recording.py build/bench/vqd
+    bench/recording.py build/bench/vqd
+    exec bench/serve.py build/bench/vqd
     ;;
 --packages) exec tests/packages.sh "${@:2}" ;;
 --arm64)

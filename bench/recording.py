@@ -5,10 +5,11 @@
 
     recording.py VQD [SECONDS]
 
-A row is a run of so many seconds (20) of `vqd record` to a folder in memory, under `vqd sim`. CPU time is that of the threads that
+A row is the median of three runs of so many seconds (10) of `vqd record` to a folder in memory, under `vqd sim`. CPU time is that of the threads that
 write, in per cent of one core and for each camera. Ends with 1 when a figure is on the wrong side of its limit."""
 import json
 import os
+import statistics
 import subprocess
 import sys
 import tempfile
@@ -16,7 +17,7 @@ import time
 from pathlib import Path
 
 VQD = str(Path(sys.argv[1]).resolve())
-SECONDS = int(sys.argv[2]) if len(sys.argv) > 2 else 20
+SECONDS = int(sys.argv[2]) if len(sys.argv) > 2 else 10
 FRAME_BYTES = 307712
 FOUR = ["VQD-HT120", "VQD-RS110", "VQD-HT110", "VQD-WN120", "--scene", "plane"]
 RUNS = {  # options of the bus, options of the recorder, and what must hold
@@ -60,6 +61,13 @@ def measured(cameras, options):
             "drops": grown("dropped") + grown("not-recorded")}
 
 
+def run(name, bus):
+    with tempfile.TemporaryDirectory() as folder:
+        words = [VQD, "sim", *bus, "--", sys.executable, str(Path(__file__).resolve()), VQD, str(SECONDS), name]
+        return json.loads(subprocess.run(words, check=True, cwd=folder, env=os.environ | {"VQD_RUNTIME_DIR": folder},
+                                         stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout)
+
+
 def main():
     if len(sys.argv) > 3:
         bus, options, _ = RUNS[sys.argv[3]]
@@ -67,11 +75,8 @@ def main():
         return 0
     failed = False
     for name, (bus, _, limits) in RUNS.items():
-        with tempfile.TemporaryDirectory() as folder:
-            words = [VQD, "sim", *bus, "--", sys.executable, str(Path(__file__).resolve()), VQD, str(SECONDS), name]
-            text = subprocess.run(words, check=True, cwd=folder, env=os.environ | {"VQD_RUNTIME_DIR": folder}, stdout=subprocess.PIPE,
-                                  stderr=subprocess.DEVNULL).stdout
-        figures = json.loads(text)
+        runs = [run(name, bus) for _ in range(3)]
+        figures = {figure: statistics.median(one[figure] for one in runs) for figure in runs[0]}
         print(f"{name}: {figures['rate']:.1f} frames a second, {figures['cpu']:.2f} % of a core, {figures['megabytes']:.2f} MB/s, "
               f"{figures['ratio']:.2f} : 1, {figures['drops']} lost or not recorded", flush=True)
         for figure, limit in limits.items():

@@ -6,7 +6,8 @@
     serve.py VQD [SECONDS]
 
 A row is a run of so many seconds (10) under `vqd sim` with one camera. CPU time is in per cent of one core and that of the server
-alone. Clients are processes of their own. Age is the time from the worker's read to the end of the client's work."""
+alone. Clients are processes of their own. Age is the time from the worker's read to the end of the client's work. Ends with 1 when a
+figure is on the wrong side of its limit."""
 import http.client
 import json
 import multiprocessing
@@ -24,6 +25,13 @@ from pathlib import Path
 VQD = str(Path(sys.argv[1]).resolve())
 SECONDS = float(sys.argv[2]) if len(sys.argv) > 2 else 10
 CAMERA = "24061100000001"
+missed = []  # limits
+
+
+def limit(what, good):
+    if not good:
+        print(f"  {what}")
+        missed.append(what)
 
 
 class Client:
@@ -79,6 +87,10 @@ def run(title, port, token, server, works):
         client.join()
     print(f"{title}: " + ", ".join(f"{rate:.2f} fps (age {age:.0f} ms)" for rate, age in rates) +
           f"; server {share:.2f} %, {memory(server):.1f} MB", flush=True)
+    limit("the server is to need 3 % at most", share <= 3)
+    for work, (rate, age) in zip(works, rates):
+        limit("a client is to get 29.5 frames a second at least", work or rate >= 29.5)
+        limit("a frame is to be younger than 100 ms", age < 100)
 
 
 def stalled(port, token, count):
@@ -115,26 +127,33 @@ def inside():
     hostile += stalled(port, token, 63)
     most = memory(process)
     run("four and 64 stalled ones", port, token, process, [0] * 4)
-    print(f"memory with 64 stalled ones: {max(most, memory(process)) - idle:+.1f} MB")
+    more = max(most, memory(process)) - idle
+    print(f"memory with 64 stalled ones: {more:+.1f} MB")
+    limit("it is to be 16 MB at most", more <= 16)
     for one in hostile:
         one.close()
+    client = Client(port, token)  # the connection before was silent for too long
+    client.frame()
     for victim in ("process", "supervisor"):
         camera = json.loads(client.get("/api/v1/state")[1])["cameras"][0]
         os.kill(camera[victim], signal.SIGKILL)
         began, session = time.monotonic(), client.session
         while client.frame() is None or client.session == session:
             pass
-        print(f"frames again after the worker's {victim} was killed: {time.monotonic() - began:.2f} s")
+        passed = time.monotonic() - began
+        print(f"frames again after the worker's {victim} was killed: {passed:.2f} s")
+        limit("it is to be 3 s at most", passed <= 3)
     began = time.monotonic()
     server.terminate()
     server.wait()
     print(f"SIGTERM to the end: {time.monotonic() - began:.2f} s")
+    return int(bool(missed))
 
 
 if __name__ == "__main__":
     if sys.argv[3:] == ["inside"]:
-        inside()
-        sys.exit()
+        sys.exit(inside())
     with tempfile.TemporaryDirectory() as folder:
         words = [VQD, "sim", "VQD-HT110", "--", sys.executable, str(Path(__file__).resolve()), VQD, str(SECONDS), "inside"]
-        subprocess.run(words, cwd=folder, env=os.environ | {"VQD_RUNTIME_DIR": folder, "XDG_STATE_HOME": folder}, check=True)
+        done = subprocess.run(words, cwd=folder, env=os.environ | {"VQD_RUNTIME_DIR": folder, "XDG_STATE_HOME": folder})
+    sys.exit(done.returncode)

@@ -178,7 +178,7 @@ bool Camera::hasEnded(Clock::time_point now)
 void Camera::connected()
 {
     m_isLost = false;
-    m_frames.connected([this](uint64_t after) { m_contact.pull(after); });
+    m_frames.connected([this](uint64_t after) { m_contact.pull(after); }, m_now);
     if (!m_regions.empty())
         m_contact.request({{"do", "watch"}, {"regions", m_regions}}, m_now, [](const Json&) {});
 }

@@ -53,6 +53,13 @@ Frames::Frames(AnswerTo answer)
 {
 }
 
+// Some may have waited since before.
+void Frames::connected(std::function<void(uint64_t after)> pull, Clock::time_point now)
+{
+    m_pull = std::move(pull);
+    pullIfNeeded(now);
+}
+
 void Frames::came(const Received& message, Clock::time_point now)
 {
     const vqd_wire_frame header = frameIn(message.body).header;

@@ -33,7 +33,7 @@ public:
 
     // Of the connection to the worker: how a frame is asked for; a frame that came; the connection's end. The worker
     // keeps one pull at a time and answers it as soon as it has such a frame.
-    void connected(std::function<void(uint64_t after)> pull) { m_pull = std::move(pull); }
+    void connected(std::function<void(uint64_t after)> pull, Clock::time_point now);
     void came(const Received& message, Clock::time_point now);
     void disconnected();
 

@@ -36,7 +36,7 @@ struct Served {
 
     Served()
     {
-        frames.connected([this](uint64_t after) { pulls.push_back(after); });
+        frames.connected([this](uint64_t after) { pulls.push_back(after); }, now);
     }
     void come(uint64_t session, uint64_t sequence)
     {
@@ -187,8 +187,9 @@ TEST(Frames, ASessionBeginsAnewAndWaitingEnds)
     EXPECT_EQ(served.told(), ""); // it has seen frame 900
     served.frames.disconnected();
     EXPECT_EQ(served.frames.giveUp(served.now), served.now + 1s);
-    served.frames.connected([&](uint64_t after) { served.pulls.push_back(after); });
     served.pulls.clear();
+    served.frames.connected([&](uint64_t after) { served.pulls.push_back(after); }, served.now);
+    EXPECT_EQ(served.pulls, (std::vector<uint64_t>{0})); // for the one that has waited since before
     served.want(2, 77, 900);
     served.come(78, 1);
     EXPECT_EQ(served.told(), "1:1 2:1"); // 900 counted in another session

@@ -21,7 +21,7 @@ public:
         WorkerState& state;
         RequestQueue& requests;
         RecordingSink* recorder; // one of the sinks, or null
-        Watch& watch; // one of the sinks
+        Watch& watch;            // one of the sinks
         std::function<void(const PendingRequest&, const Json& reply)> reply;
         std::function<bool()> stops;
     };

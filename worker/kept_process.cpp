@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <thread>
 
+#include "host/failure.h"
 #include "worker/worker_process.h"
 
 KeptProcess::~KeptProcess()
@@ -22,8 +23,12 @@ bool KeptProcess::start(Clock::time_point now)
     if (m_process != 0 || now < m_notBefore)
         return false;
     m_started = now;
-    m_notBefore = now + m_backOff.next(); // also when it does not start
-    m_process = startProcess(m_program, m_words);
+    try {
+        m_process = startProcess(m_program, m_words);
+    } catch (const Failure&) {
+        m_notBefore = now + m_backOff.next();
+        throw;
+    }
     return true;
 }
 

@@ -6,9 +6,9 @@
 
 #include <algorithm>
 
-std::chrono::seconds BackOff::next()
+std::chrono::milliseconds BackOff::next()
 {
-    const std::chrono::seconds pause = m_next;
+    const std::chrono::milliseconds pause = m_next;
     m_next = std::min(2 * m_next, kMost);
     return pause;
 }

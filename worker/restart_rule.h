@@ -11,16 +11,16 @@
 
 #include "host/bus_view.h"
 
-// Pauses that double from 1 s to 30 s, as long as nothing works in between.
+// Pauses that double from half a second to 30 s, as long as nothing works in between.
 class BackOff
 {
 public:
-    std::chrono::seconds next();
+    std::chrono::milliseconds next();
     void forgive() { m_next = kLeast; }
 
 private:
-    static constexpr std::chrono::seconds kLeast{1}, kMost{30};
-    std::chrono::seconds m_next = kLeast;
+    static constexpr std::chrono::milliseconds kLeast{500}, kMost{30'000};
+    std::chrono::milliseconds m_next = kLeast;
 };
 
 class RestartRule
