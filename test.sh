@@ -42,7 +42,7 @@ build() {
 # check PRESET: builds and runs every test of it.
 check() {
     build "$1"
-    ctest --preset "$1" -j "$((3 * $(nproc)))" # the long ones mostly wait for virtual cameras
+    ctest --preset "$1" -j "$((4 * $(nproc)))" # the long ones mostly wait for virtual cameras
 }
 
 # Other packages of node conflict with Debian's npm.
