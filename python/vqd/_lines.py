@@ -5,7 +5,8 @@
 The library's lines on standard output are its only error channel. In the GNU C library ``stdout`` is a variable, so a
 stream of our own stands there for the time of a call. Descriptor 1 is not touched: what Python, child processes and C++
 streams print goes where it always goes. Another thread may print with C's stdio during a call; such text is known by not
-being one of the library's lines, and is passed on when the call ends.
+being one of the library's lines, and is passed on when the call ends. Of a line that it prints just when a call begins or
+ends, the newline may come apart from the text, because puts() looks at the variable twice.
 
 The stream writes to memory and never asks for Python's lock. A callback in its place would wait for that lock while it
 holds the stream's own, and a thread that prints while it holds Python's would then wait for ever.
@@ -38,7 +39,7 @@ IMAGE_NOT_SENT = "vqdWriteToDevice"
 
 _LINE = re.compile(rb"(?:\d+ )?(?:" + b"|".join(re.escape(start.encode()) for start in STARTS) + rb")[^\n]*\n")
 _MOST_KEPT = 1 << 20
-_UNBUFFERED = 2  # _IONBF
+_BY_LINES = 1  # _IOLBF
 
 
 def _pass_on(text: bytes) -> None:
@@ -69,7 +70,13 @@ class Lines:
         libc.fdopen.argtypes = [ctypes.c_int, ctypes.c_char_p]
         self.memory = os.memfd_create("vqd-lines")
         self.stream: int = libc.fdopen(self.memory, b"a")
-        libc.setvbuf(ctypes.c_void_p(self.stream), None, _UNBUFFERED, ctypes.c_size_t(0))
+        # A line comes whole. Without a buffer its end would be another write, and a call could end between the two.
+        libc.setvbuf(ctypes.c_void_p(self.stream), None, _BY_LINES, ctypes.c_size_t(1 << 12))
+        self._pending = ctypes.PyDLL(None)["__fpending"]  # it waits for nobody
+        self._pending.argtypes = [ctypes.c_void_p]
+        self._pending.restype = ctypes.c_size_t
+        self._flush = libc["fflush"]
+        self._flush.argtypes = [ctypes.c_void_p]
         self.before = self.variable.value
         self.taken = 0
         atexit.register(self.restore)
@@ -88,7 +95,9 @@ class Lines:
     def leave(self) -> tuple[str, ...]:
         """To here. Returns the library's lines without their ends."""
         self.variable.value = self.before
-        size = os.lseek(self.memory, 0, os.SEEK_END)  # the stream has no buffer, so all is there
+        if self._pending(self.stream):  # text without an end, or a line that another thread is just writing
+            self._flush(self.stream)
+        size = os.lseek(self.memory, 0, os.SEEK_END)
         return () if size == self.taken else self.take(size)
 
     def take(self, size: int) -> tuple[str, ...]:
