@@ -5,8 +5,9 @@
 
     page.py VQD [SECONDS]
 
-The time is that of all tasks of the page's main thread, as the browser counts it, for each frame that the page received in so many
-seconds (20). A browser without a graphics card draws in other threads of its own, which are not counted. Ends with 1 above 4 ms."""
+The time is that of the page's main thread, as the browser counts it, for each frame that the page received in so many seconds (20):
+scripts, styles and layout. Without a graphics card the browser also copies the canvas there, which is shown apart, since a user's
+browser does not. Ends with 1 above 4 ms."""
 import contextlib
 import sys
 import time
@@ -22,7 +23,8 @@ MOST_MS = 4
 
 def figures(page):
     metrics = {metric["name"]: metric["value"] for metric in page.call("Performance.getMetrics")["metrics"]}
-    return page.value(RECEIVED), 1000 * metrics["TaskDuration"], 1000 * metrics["ScriptDuration"]
+    ours = sum(metrics[name] for name in ("ScriptDuration", "RecalcStyleDuration", "LayoutDuration"))
+    return page.value(RECEIVED), 1000 * ours, 1000 * metrics["TaskDuration"]
 
 
 def main(vqd, seconds):
@@ -32,13 +34,13 @@ def main(vqd, seconds):
         page.call("Performance.enable")
         before, began = figures(page), time.monotonic()
         time.sleep(seconds)
-        frames, tasks, scripts = (new - old for new, old in zip(figures(page), before))
+        frames, ours, all_tasks = (new - old for new, old in zip(figures(page), before))
         rate = frames / (time.monotonic() - began)
-        print(f"the page receives {rate:.1f} frames a second; {tasks / frames:.2f} ms of its main thread for each, of which scripts "
-              f"{scripts / frames:.2f} ms")
+        print(f"the page receives {rate:.1f} frames a second; for each, scripts, styles and layout take {ours / frames:.2f} ms of its main "
+              f"thread, all its tasks {all_tasks / frames:.2f} ms")
         if page.errors:
             print(*page.errors, sep="\n")
-        return int(tasks / frames > MOST_MS or bool(page.errors))
+        return int(ours / frames > MOST_MS or bool(page.errors))
 
 
 sys.exit(main(str(Path(sys.argv[1]).resolve()), float(sys.argv[2]) if len(sys.argv) > 2 else 20))
