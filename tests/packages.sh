@@ -107,7 +107,7 @@ as_user vqd sim --scene plane -- python3 /usr/share/doc/python3-vqd/examples/mea
 python3 -c 'import importlib.metadata, vqd; assert importlib.metadata.version("vqd") == vqd.__version__'
 
 as_user vqd calibrate fppn --help | grep '@MM is its measured'
-as_user vqd sim -- vqd calibrate check --board 8x5 --square 60 2>&1 | grep 'Debian: python3-opencv'
+(as_user vqd sim -- vqd calibrate check --board 8x5 --square 60 2>&1 || true) | grep 'Debian: python3-opencv'
 
 step "use in GStreamer"
 get install gstreamer1.0-tools
