@@ -99,6 +99,17 @@ public:
     Participant(const Participant&) = delete;
     Participant& operator=(const Participant&) = delete;
 
+    // Messages, and those of them that ended too soon: now and then one of many fragments does, when much comes at
+    // once.
+    struct Counts {
+        size_t taken = 0, cut = 0;
+    };
+    Counts counts()
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_counts;
+    }
+
     // `take` is called from a thread of Fast DDS, for one message at a time, with its payload and how that is decoded.
     using Take = std::function<void(const Bytes& payload, Cdr& cdr)>;
     void read(const std::string& topic, const std::string& type, bool reliable, bool latched, Take take)
@@ -111,7 +122,7 @@ public:
         qos.history().kind = dds::KEEP_LAST_HISTORY_QOS;
         qos.history().depth = 5;
         auto* const description = m_participant->create_topic("rt" + topic, type, dds::TOPIC_QOS_DEFAULT);
-        m_listeners.push_back(std::make_unique<Listener>(m_mutex, std::move(take)));
+        m_listeners.push_back(std::make_unique<Listener>(*this, std::move(take)));
         if (m_subscriber->create_datareader(description, qos, m_listeners.back().get()) == nullptr)
             throw std::runtime_error("no reader of " + topic);
     }
@@ -120,7 +131,7 @@ private:
     class Listener : public dds::DataReaderListener
     {
     public:
-        Listener(std::mutex& mutex, Take take) : m_mutex(mutex), m_take(std::move(take)) {}
+        Listener(Participant& participant, Take take) : m_participant(participant), m_take(std::move(take)) {}
         void on_data_available(dds::DataReader* reader) override
         {
             Bytes bytes;
@@ -130,14 +141,19 @@ private:
                     continue;
                 eprosima::fastcdr::FastBuffer buffer(bytes.data(), bytes.size());
                 Cdr cdr(buffer, Cdr::DEFAULT_ENDIAN, Cdr::DDS_CDR);
-                cdr.read_encapsulation();
-                const std::lock_guard lock(m_mutex);
-                m_take(bytes, cdr);
+                const std::lock_guard lock(m_participant.m_mutex);
+                ++m_participant.m_counts.taken;
+                try {
+                    cdr.read_encapsulation();
+                    m_take(bytes, cdr);
+                } catch (const eprosima::fastcdr::exception::NotEnoughMemoryException&) {
+                    ++m_participant.m_counts.cut;
+                }
             }
         }
 
     private:
-        std::mutex& m_mutex;
+        Participant& m_participant;
         const Take m_take;
     };
 
@@ -157,6 +173,7 @@ private:
     } m_discovery; // before the participant that calls it, too
 
     std::mutex m_mutex;
+    Counts m_counts;
     std::vector<std::unique_ptr<Listener>> m_listeners; // before the participant that calls them
     dds::DomainParticipant* m_participant = nullptr;
     dds::Subscriber* m_subscriber = nullptr;
