@@ -6,8 +6,8 @@
     page.py VQD [SECONDS]
 
 The time is that of the page's main thread, as the browser counts it, for each frame that the page received in so many seconds (20):
-scripts, styles and layout. Without a graphics card the browser also copies the canvas there, which is shown apart, since a user's
-browser does not. Ends with 1 above 4 ms."""
+scripts, styles and layout. All tasks of that thread are shown, too; without a graphics card they are mostly not the page's. Ends with 1
+above 4 ms."""
 import contextlib
 import sys
 import time

@@ -5,8 +5,9 @@
 
     recording.py VQD [SECONDS]
 
-A row is the median of three runs of so many seconds (10) of `vqd record` to a folder in memory, under `vqd sim`. CPU time is that of the threads that
-write, in per cent of one core and for each camera. Ends with 1 when a figure is on the wrong side of its limit."""
+A row is three runs of so many seconds (10) of `vqd record` to a folder in memory, under `vqd sim`: their median, and the frames that any of
+them lost or did not record. CPU time is that of the threads that write, in per cent of one core and for each camera. Ends with 1 when a
+figure is on the wrong side of its limit."""
 import json
 import os
 import statistics
@@ -77,6 +78,7 @@ def main():
     for name, (bus, _, limits) in RUNS.items():
         runs = [run(name, bus) for _ in range(3)]
         figures = {figure: statistics.median(one[figure] for one in runs) for figure in runs[0]}
+        figures["drops"] = sum(one["drops"] for one in runs)
         print(f"{name}: {figures['rate']:.1f} frames a second, {figures['cpu']:.2f} % of a core, {figures['megabytes']:.2f} MB/s, "
               f"{figures['ratio']:.2f} : 1, {figures['drops']} lost or not recorded", flush=True)
         for figure, limit in limits.items():

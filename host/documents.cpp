@@ -59,8 +59,8 @@ static Json parsed(std::string_view text, const std::string& name)
     } catch (const Failure& deep) {
         throw Failure(deep.code, name + ": " + deep.what());
     } catch (const Json::exception& error) {
-        const std::string_view text = error.what(); // "[json.exception.parse_error.101] parse error at line 1, ..."
-        throw Failure(kUsage, name + ": " + std::string(text.substr(text.find(' ') + 1)));
+        const std::string_view why = error.what(); // "[json.exception.parse_error.101] parse error at line 1, ..."
+        throw Failure(kUsage, name + ": " + std::string(why.substr(why.find(' ') + 1)));
     }
 }
 

@@ -61,6 +61,12 @@ AccessRules rulesFor(const Server::Options& options, const std::string& token)
     return rules;
 }
 
+uint64_t leastFreeOf(uint64_t disk)
+{
+    constexpr uint64_t kLeast = 1'000'000'000, kTwentieth = 20;
+    return std::max(kLeast, disk / kTwentieth);
+}
+
 Json diskOf(const std::string& folder)
 {
     struct statvfs disk {
@@ -68,7 +74,7 @@ Json diskOf(const std::string& folder)
     if (folder.empty() || statvfs(folder.c_str(), &disk) != 0)
         return nullptr;
     const uint64_t free = disk.f_bavail * uint64_t{disk.f_frsize}, total = disk.f_blocks * uint64_t{disk.f_frsize};
-    return {{"free", free}, {"total", total}, {"low", free < leastFree(folder)}};
+    return {{"free", free}, {"total", total}, {"low", free < leastFreeOf(total)}};
 }
 
 // A number of the query; nothing when it is missing. Fails for anything else.
@@ -161,11 +167,8 @@ std::string contentOf(const PageFile& file, const std::string& folder)
 
 uint64_t leastFree(const std::string& folder)
 {
-    constexpr uint64_t kLeast = 1'000'000'000, kTwentieth = 20;
-    struct statvfs disk {
-    };
-    return statvfs(folder.c_str(), &disk) == 0 ? std::max(kLeast, disk.f_blocks * uint64_t{disk.f_frsize} / kTwentieth)
-                                               : kLeast;
+    const Json disk = diskOf(folder);
+    return leastFreeOf(disk.is_null() ? 0 : disk["total"].get<uint64_t>());
 }
 
 Server::Server(Options options)

@@ -3,10 +3,13 @@
 //
 // The parts of a worker that need neither a camera nor a process: messages, what is sent to a reader next, and when a
 // camera's process is started again.
+#include <thread>
+
 #include <gtest/gtest.h>
 
 #include "host/failure.h"
 #include "host/host_time.h"
+#include "worker/kept_process.h"
 #include "worker/outbox.h"
 #include "worker/requests.h"
 #include "worker/restart_rule.h"
@@ -200,6 +203,18 @@ TEST(BackOff, DoublesFromHalfASecondToThirty)
         EXPECT_EQ(backOff.next(), pause);
     backOff.forgive();
     EXPECT_EQ(backOff.next(), 500ms);
+}
+
+TEST(KeptProcess, StartsAnewHalfASecondAfterItsFirstEnd)
+{
+    KeptProcess process("/bin/true", {"true"});
+    const KeptProcess::Clock::time_point start(1h);
+    EXPECT_TRUE(process.start(start));
+    EXPECT_FALSE(process.start(start + 1min)); // it runs, or has not been looked after
+    while (!process.ended(start))
+        std::this_thread::yield();
+    EXPECT_FALSE(process.start(start + 499ms));
+    EXPECT_TRUE(process.start(start + 500ms));
 }
 
 class Restart : public testing::Test

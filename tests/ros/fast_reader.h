@@ -99,8 +99,7 @@ public:
     Participant(const Participant&) = delete;
     Participant& operator=(const Participant&) = delete;
 
-    // Messages, and those of them that ended too soon: now and then one of many fragments does, when much comes at
-    // once.
+    // Messages, and those of them that ended too soon. One did once, on a busy machine; why is not known.
     struct Counts {
         size_t taken = 0, cut = 0;
     };
